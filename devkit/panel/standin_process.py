@@ -1,0 +1,44 @@
+"""Starts and ends the stand-ins: the agent and the desktop application."""
+
+from __future__ import annotations
+
+import subprocess
+import sys
+from collections.abc import Sequence
+from types import TracebackType
+
+from .wine import ROOT
+
+
+class StandInProcess:
+    """A stand-in while it is entered; `port` is where it listens."""
+
+    def __init__(self, arguments: Sequence[str], module: str = "standin_agent") -> None:
+        self._module = module
+        self._command = [sys.executable, "-m", module, *arguments]
+        self.port = 0
+
+    def __enter__(self) -> StandInProcess:
+        self._process = subprocess.Popen(
+            self._command,
+            cwd=ROOT / "devkit",
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            text=True,
+            start_new_session=True,  # Ctrl-C in the terminal is not for the agent
+        )
+        assert self._process.stdout is not None
+        line = self._process.stdout.readline()  # ends when it listens, or dies
+        if not line.startswith("ready on port "):
+            raise RuntimeError(f"{self._module} ended with code {self._process.wait()}")
+        self.port = int(line.split()[-1])
+        return self
+
+    def __exit__(
+        self,
+        _type: type[BaseException] | None,
+        _value: BaseException | None,
+        _trace: TracebackType | None,
+    ) -> None:
+        self._process.terminate()
+        self._process.wait()

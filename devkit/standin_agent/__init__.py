@@ -1,0 +1,1 @@
+"""The stand-in agent: an HTTP server that speaks the agent's paths from a script."""

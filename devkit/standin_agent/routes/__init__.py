@@ -1,0 +1,1 @@
+"""One module per subject of the agent's HTTP interface, each with its list ROUTES."""

@@ -1,0 +1,1 @@
+"""A stand-in for the desktop application: announces itself and answers commands."""

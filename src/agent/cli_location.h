@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace media::win::chrome_inspect {
+
+inline constexpr const wchar_t* cliName = L"morva-viewer-cli.exe";
+inline constexpr const char* cliNameUtf8 = "morva-viewer-cli.exe";
+
+struct CliLocation {
+  std::wstring path;     // of the executable; empty when none was found
+  std::string pathUtf8;  // the same, for log lines and messages
+};
+
+// Looks for the command-line program in the folder the user saved, the registry, the app execution
+// alias and the search path, in this order; the first existing file wins. Each source leaves a line
+// in the host log that says why it was taken or passed over. May block on standard output: hold no
+// lock. Threads: any.
+CliLocation locateCli();
+
+// Whether `path` lies in the store of packaged apps, whose files cannot be started from outside.
+// Both separators and any ASCII letter case are understood.
+bool isInsideWindowsApps(std::wstring_view path);
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,112 @@
+#include "browser_tools/call_bridge.h"
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+
+#include "browser_tools/step_checks.h"
+#include "browser_tools/tool_catalog.h"
+#include "common/json_read.h"
+#include "common/tick_ids.h"
+#include "common/utf8.h"
+#include "host/channel/pending_replies.h"
+#include "screening/page_compaction.h"
+#include "screening/page_screening.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::uint32_t answerTimeoutMs = 25000;
+
+// What a batch reports inside its data and the agent looks for beside it.
+constexpr const char* hoistedKeys[] = {"steps", "all_ok", "model", "first_failure", "batch_error"};
+
+// What compaction must not take away.
+constexpr const char* setAsideKeys[] = {"tabId", "code", "action", "tabs", "closed", "reused"};
+
+std::string newRequestId() {
+  static TickIds& ids = *new TickIds;  // never destroyed: connection threads outlive main
+  return std::string(ownRequestPrefix) + std::to_string(ids.next());
+}
+
+json failureOf(std::string_view tool, std::string_view error) {
+  return {{"error", error}, {"ok", false}, {"tool", tool}};
+}
+
+void hoistBatch(json& data) {
+  if (lenientText(data, "tool") != "browser_batch") return;
+  const auto inner = data.find("data");
+  if (inner == data.end() || !inner->is_object()) return;
+  for (const char* key : hoistedKeys) {
+    const auto member = inner->find(key);
+    if (member != inner->end() && !data.contains(key)) data[key] = std::move(*member);
+  }
+}
+
+json compactKeeping(json data) {
+  json kept = json::object();
+  for (const char* key : setAsideKeys) {
+    const auto member = data.find(key);
+    if (member != data.end()) kept[key] = std::move(*member);
+  }
+  json compacted = compactBrowserResult(std::move(data));
+  for (auto& [key, value] : kept.items()) compacted[key] = std::move(value);
+  return compacted;
+}
+
+json pageResult(json data) {
+  hoistBatch(data);
+  const InjectionVerdict verdict = screenPageModel(data);
+  if (verdict.detected) markPageModelFlagged(data, verdict);
+  if (lenientText(data, "tool") == "browser_navigate") return data;
+  return compactKeeping(std::move(data));
+}
+
+std::string_view failureText(const json& reply) {
+  const json* error = findObject(reply, "error");
+  return error != nullptr ? lenientText(*error, "message", "browser tool failed")
+                          : "browser tool failed";
+}
+
+json toolResult(std::string_view tool, json reply) {
+  if (!lenientBool(reply, "ok", false)) return failureOf(tool, failureText(reply));
+  const auto data = reply.find("data");
+  if (data == reply.end() || !data->is_object()) {
+    return failureOf(tool, "Chrome returned an empty browser result.");
+  }
+  try {
+    return pageResult(std::move(*data));
+  } catch (const json::exception& failure) {
+    return failureOf(tool, foreignText(failure.what()));
+  }
+}
+
+}  // namespace
+
+json callBrowserTool(const json& request) {
+  const std::string tool(lenientText(request, "name"));
+  const json none = json::object();
+  const json* given = findObject(request, "arguments");
+  const json& arguments = given != nullptr ? *given : none;
+  if (tool.empty()) return {{"error", "missing tool name"}, {"ok", false}};
+  if (!isAllowedTool(tool, arguments, 0)) return failureOf(tool, "tool is not allowed");
+  const json message = {{"protocolVersion", 1},
+                        {"requestId", newRequestId()},
+                        {"command", "browserUse"},
+                        {"payload", {{"arguments", arguments}, {"name", tool}}}};
+  json reply;
+  if (!callExtension(message, reply, answerTimeoutMs)) {
+    return failureOf(tool, "Chrome extension did not answer the browser tool.");
+  }
+  return toolResult(tool, std::move(reply));
+}
+
+bool isAllowedTool(std::string_view name, const json& arguments, int depth) {
+  if (!isKnownTool(name)) return false;
+  if (name == "browser_navigate") return isNavigateAction(navigateAction(arguments));
+  return name != "browser_batch" || validateBatchSteps(arguments, depth);
+}
+
+}  // namespace media::win::chrome_inspect

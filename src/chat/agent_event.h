@@ -1,0 +1,14 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+namespace media::win::chrome_inspect {
+
+// Translates one agent event ("object" is "morva.event") of a turn's stream into panel events:
+// thinking, tool activity, command runs, consent. Unknown types are passed over. May block on
+// standard output. Throws nlohmann::json::type_error for members of a wrong type.
+void translateAgentEvent(const std::string& runId, const std::string& chatSessionId,
+                         nlohmann::json event);
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,140 @@
+#include "chat/speech.h"
+
+#include <deque>
+#include <mutex>
+#include <nlohmann/json.hpp>
+
+#include "agent/agent_request.h"
+#include "agent/agent_state.h"
+#include "agent/supervision.h"
+#include "common/detached.h"
+#include "common/json_parse.h"
+#include "common/json_read.h"
+#include "common/utf8.h"
+#include "host/channel/panel_events.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+void showError(const std::string& error, const char* fallback) {
+  const std::string text = error.empty() ? fallback : foreignText(error);
+  emitPanelMessage("appendText", json::array({{{"role", "error"}, {"text", text}}}));
+}
+
+// Whether the text was spoken; else the agent's reason, which may be empty.
+bool wasSpoken(const AgentResponse& response, std::string& error) {
+  error = response.error;
+  if (response.status != 200) return false;
+  error.clear();
+  json answer;
+  std::string ignored;
+  const std::string_view body = response.body.empty() ? "{}" : std::string_view(response.body);
+  if (parseJson(body, answer, ignored) != ParseOutcome::ok) return false;
+  error = lenientText(answer, "error");
+  return lenientBool(answer, "ok", false);
+}
+
+void speak(const std::string& text) {
+  const AgentInUse inUse;  // a long reading is not idleness
+  std::string error;
+  if (!ensureAgent(error)) return showError(error, "speak did not start");
+  const auto port = static_cast<std::uint16_t>(currentAgentPort());
+  AgentRequestOptions options;
+  options.totalMs = 0;  // it lasts as long as the text does
+  const AgentResponse response =
+      agentRequest(port, L"POST", L"/v1/speak", dumpJson({{"text", text}}), options);
+  if (!wasSpoken(response, error)) showError(error, "speak failed");
+}
+
+// Ends every reading with the one event that the panel waits for.
+class SpeechEnd {
+ public:
+  SpeechEnd() = default;
+  ~SpeechEnd() {
+    try {
+      emitPanelMessage("ttsDone", json::array());
+    } catch (const std::exception&) {  // no memory for the last word
+    }
+  }
+  SpeechEnd(const SpeechEnd&) = delete;
+  SpeechEnd& operator=(const SpeechEnd&) = delete;
+};
+
+struct Control {
+  const wchar_t* path;
+  const char* event;
+};
+
+Control detailsOf(SpeechControl control) {
+  switch (control) {
+    case SpeechControl::pause:
+      return {L"/v1/speak/pause", "ttsPaused"};
+    case SpeechControl::resume:
+      return {L"/v1/speak/resume", "ttsResumed"};
+    case SpeechControl::stop:
+      break;
+  }
+  return {L"/v1/speak/stop", "ttsDone"};
+}
+
+struct ControlState {
+  std::mutex mutex;  // guards what follows; not held during a request
+  std::deque<SpeechControl> waiting;
+  bool working = false;  // a thread is passing them on
+};
+
+// Never destroyed: the thread outlives main.
+ControlState& controlState() {
+  static ControlState& state = *new ControlState;
+  return state;
+}
+
+void passOn(SpeechControl control) {
+  const Control details = detailsOf(control);
+  if (const std::int32_t port = currentAgentPort(); port > 0) {
+    (void)agentRequest(static_cast<std::uint16_t>(port), L"POST", details.path, "{}");
+  }
+  emitPanelMessage(details.event, json::array());
+}
+
+bool takeControl(SpeechControl& control) {
+  ControlState& state = controlState();
+  const std::lock_guard lock(state.mutex);
+  state.working = !state.waiting.empty();
+  if (!state.working) return false;
+  control = state.waiting.front();
+  state.waiting.pop_front();
+  return true;
+}
+
+// One thread at a time passes controls on, so that they keep their order.
+void passOnAll() {
+  for (SpeechControl control{}; takeControl(control);) {
+    try {
+      passOn(control);
+    } catch (const std::exception&) {  // no memory for this one; the next may do
+    }
+  }
+}
+
+}  // namespace
+
+bool startSpeech(const std::string& text) {
+  if (text.empty()) return true;
+  emitPanelMessage("ttsStarted", json::array());
+  const auto end = std::make_shared<const SpeechEnd>();  // also when no thread takes it over
+  return runDetached("speech", [text, end] { speak(text); });
+}
+
+bool controlSpeech(SpeechControl control) {
+  ControlState& state = controlState();
+  const std::lock_guard lock(state.mutex);
+  state.waiting.push_back(control);
+  if (!state.working) state.working = runDetached("speech controls", passOnAll);
+  if (!state.working) state.waiting.pop_back();
+  return state.working;
+}
+
+}  // namespace media::win::chrome_inspect

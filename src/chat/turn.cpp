@@ -1,0 +1,142 @@
+#include "chat/turn.h"
+
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <utility>
+
+#include "agent/agent_request.h"
+#include "agent/supervision.h"
+#include "browser_tools/browser_context.h"
+#include "chat/preset_list.h"
+#include "chat/turn_end.h"
+#include "chat/turn_stream.h"
+#include "common/detached.h"
+#include "common/json_parse.h"
+#include "common/json_read.h"
+#include "common/paths.h"
+#include "common/tick_ids.h"
+#include "common/wide.h"
+#include "host/channel/panel_events.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+// What ends a turn early, with the text for its "agentDone".
+struct TurnFailure : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+std::string newRunId() {
+  static TickIds& ids = *new TickIds;  // never destroyed: turns outlive main
+  return "chrome-" + std::to_string(ids.next());
+}
+
+std::string chatSessionIdOf(const json& message) {
+  const std::string_view id = readText(message, "chat_session_id");
+  return std::string(id.empty() ? "chrome" : id);
+}
+
+// The prompt, headed by the tab that the user was looking at.
+std::string promptWithTab(const json& message) {
+  std::string prompt(readText(message, "prompt"));
+  const json* browser = findObject(message, "browser");
+  if (browser == nullptr) return prompt;
+  setBrowserContext(*browser);
+  const std::string_view url = readText(*browser, "currentUrl");
+  const std::string_view title = readText(*browser, "currentTitle");
+  if (url.empty()) return prompt;
+  std::string headed = "[chrome tab] ";
+  headed.append(title).append(" \xE2\x80\x94 ").append(url).append("\n\n");  // EM DASH
+  return headed + prompt;
+}
+
+std::uint16_t agentPort() { return static_cast<std::uint16_t>(currentAgentPort()); }
+
+std::string choosePreset() {
+  const AgentResponse response = agentRequest(agentPort(), L"GET", L"/v1/models", "");
+  json models;
+  std::string error;
+  if (!response.error.empty()) throw TurnFailure(response.error);
+  if (parseJson(response.body, models, error) != ParseOutcome::ok) throw TurnFailure(error);
+  std::string preset = defaultPresetId(normalizePresetList(models));
+  if (preset.empty()) throw TurnFailure("no chat preset is selected");
+  return preset;
+}
+
+json hostDetails(const json& message) {
+  json details = json::object();
+  if (const json* browser = findObject(message, "browser")) details["browser"] = *browser;
+  if (const json* paths = findArray(message, "context_paths")) details["selection"] = *paths;
+  if (!hostDataFolder().empty()) details["cwd"] = toUtf8(hostDataFolder());
+  return details;
+}
+
+std::string completionBody(const json& message, const std::string& prompt,
+                           const std::string& preset, const std::string& chatSessionId) {
+  json body = {{"model", preset},
+               {"stream", true},
+               {"messages", json::array({{{"role", "user"}, {"content", prompt}}})},
+               {"session_id", chatSessionId}};
+  if (json details = hostDetails(message); !details.empty()) body["morva"] = std::move(details);
+  return dumpJson(body);
+}
+
+AgentResponse streamAnswer(const std::string& body, TurnStream& stream,
+                           const RunningTurn& running) {
+  AgentRequestOptions options;
+  options.streaming = true;
+  options.sink = [&stream](std::string_view chunk) { onStreamChunk(stream, chunk); };
+  options.cancelled = [&running] { return running.stopped(); };
+  AgentResponse response =
+      agentRequest(agentPort(), L"POST", L"/v1/chat/completions", body, options);
+  finishStream(stream);
+  return response;
+}
+
+void answerTurn(const json& message, const RunningTurn& running, TurnStream& stream, TurnEnd& end) {
+  const std::string prompt = promptWithTab(message);
+  stream.chatSessionId = chatSessionIdOf(message);
+  std::string preset(readText(message, "preset"));
+  emitPanelMessage("setBusy", json::array({true}));
+  emitPanelMessage("agentStarted", json::array({{{"id", stream.runId},
+                                                 {"name", preset.empty() ? "agent" : preset},
+                                                 {"chat_session_id", stream.chatSessionId}}}));
+  std::string error;
+  if (!ensureAgent(error)) return end.fail(error);
+  if (running.stopped()) return end.fail("cancelled");
+  if (preset.empty()) preset = choosePreset();
+  const std::string body = completionBody(message, prompt, preset, stream.chatSessionId);
+  if (!running.beginRequest()) return end.fail("cancelled");
+  const AgentResponse response = streamAnswer(body, stream, running);
+  if (running.stopped()) return end.fail("cancelled");
+  const bool accepted = response.status != 0 && response.status < 400;
+  if (accepted || !stream.assistantText.empty()) {
+    return end.succeed(stream.chatSessionId, stream.assistantText, stream.usage);
+  }
+  end.fail(response.error.empty() ? "agent request failed" : response.error);
+}
+
+}  // namespace
+
+void run_turn(const json& message, const RunningTurn& running) {
+  TurnStream stream;
+  stream.runId = newRunId();
+  TurnEnd end(stream.runId);
+  try {
+    answerTurn(message, running, stream, end);
+  } catch (const std::exception& failure) {
+    // A stop that made the agent break off in the middle of an event is still a stop.
+    end.fail(running.stopped() ? "cancelled" : failure.what());
+  }
+}
+
+bool startTurn(const json& message) {
+  const auto running = std::make_shared<const RunningTurn>();
+  const auto request = std::make_shared<const json>(message);
+  return runDetached("chat turn", [running, request] { run_turn(*request, *running); });
+}
+
+}  // namespace media::win::chrome_inspect

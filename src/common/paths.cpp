@@ -1,0 +1,45 @@
+#include "common/paths.h"
+
+#include <initializer_list>
+
+#include "platform/files.h"
+#include "platform/known_folders.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+std::wstring makeBelow(std::wstring folder, std::initializer_list<const wchar_t*> names) {
+  for (const wchar_t* name : names) folder = joinPath(folder, name);
+  (void)makeFolderWithParents(folder);  // whoever uses it meets the failure and reports it
+  return folder;
+}
+
+std::wstring findHostDataFolder() {
+  std::wstring base;
+  if (packageLocalStateFolder(base)) return makeBelow(base, {L"chrome-extension"});
+  if (!roamingAppDataFolder(base)) return {};
+  return makeBelow(base, {L"Quenlark", L"morva-viewer", L"chrome-extension"});
+}
+
+}  // namespace
+
+std::wstring joinPath(const std::wstring& folder, const std::wstring& name) {
+  if (folder.empty()) return name;
+  const wchar_t last = folder.back();
+  if (last == L'/' || last == pathSeparator) return folder + name;
+  return folder + pathSeparator + name;
+}
+
+bool makeFolderWithParents(const std::wstring& path) {
+  if (makeFolder(path)) return true;
+  const std::size_t separator = path.find_last_of(L"/\\");
+  if (separator == std::wstring::npos || separator == 0) return false;
+  return makeFolderWithParents(path.substr(0, separator)) && makeFolder(path);
+}
+
+const std::wstring& hostDataFolder() {
+  static const std::wstring& folder = *new std::wstring(findHostDataFolder());
+  return folder;
+}
+
+}  // namespace media::win::chrome_inspect

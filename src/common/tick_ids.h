@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+
+namespace media::win::chrome_inspect {
+
+// Hands out tick counts (milliseconds) as ids: each is the time of its call, or one more than the
+// last when the clock has not moved since, so that no two are equal. Threads: any.
+class TickIds {
+ public:
+  std::uint64_t next();
+
+ private:
+  std::mutex mutex_;
+  std::uint64_t last_ = 0;
+};
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+
+namespace media::win::chrome_inspect {
+
+// Collects panel events, {"method": name, "args": [...]}, and sends them in "hostChatEvents"
+// frames. Normally one frame; what would not fit into a frame that Chrome takes goes into the next
+// one, and a single event that fits into none is replaced by an "appendText" line that names it and
+// its size. Events go out in the order of `add`. Belongs to one thread; hold no lock in `add` or
+// `send`.
+class EventBatch {
+ public:
+  void add(std::string_view method, const nlohmann::json& args);
+  // An event as a whole object; other members than "method" and "args" go along.
+  void add(const nlohmann::json& event);
+  // Sends what was added and not sent yet; nothing when there is nothing. False when standard
+  // output does not take it any more.
+  bool send();
+
+ private:
+  void append(std::string_view method, std::string text);
+
+  std::string frame_;
+  bool written_ = true;
+};
+
+}  // namespace media::win::chrome_inspect

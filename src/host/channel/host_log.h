@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// The host's only log. Lines wait in memory until they are sent to the panel's debug log as
+// "appendDebugLog" events: with the next event of any kind, or on their own once there are 20.
+namespace media::win::chrome_inspect {
+
+inline constexpr std::size_t maxLogTextBytes = 1024;   // a longer line is cut to that
+inline constexpr std::size_t maxQueuedLogLines = 800;  // then the oldest give way
+inline constexpr std::size_t droppedLogLines = 200;    // so many at a time
+inline constexpr std::size_t logLinesThatSend = 20;
+inline constexpr std::size_t maxLogLinesPerBatch = 40;
+
+// Queues one line; `level` is "trace" (also when empty), "warn" or "error". With `flushNow`, or
+// once 20 lines wait, this thread sends a batch, unless another is being sent: then the lines stay
+// for the next. So it may block on standard output: hold no lock. `text` need not be UTF-8.
+void appendDebugLog(std::string_view text, std::string_view level = "trace", bool flushNow = false);
+
+// For threads that must never wait for the browser, such as the one that empties a child's output:
+// queues the line and leaves sending to a thread of its own.
+void queueDebugLog(std::string_view text, std::string_view level = "trace");
+
+// Takes up to `maxCount` lines out of the queue, oldest first, as event arguments.
+std::vector<nlohmann::json> takeDebugLogEvents(std::size_t maxCount);
+
+// Takes lines, up to a batch of them, that its owner is about to send. Nobody else sends lines as
+// long as it lives, so that they keep their order; while somebody else does, it holds none.
+class LogBatch {
+ public:
+  LogBatch();
+  ~LogBatch();
+  LogBatch(const LogBatch&) = delete;
+  LogBatch& operator=(const LogBatch&) = delete;
+  const std::vector<nlohmann::json>& lines() const { return lines_; }
+
+ private:
+  std::vector<nlohmann::json> lines_;
+};
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string_view>
+
+namespace media::win::chrome_inspect {
+
+// Sends one event to the panel, ahead of it up to 40 waiting log lines, as one batch. `args` must
+// be an array and `method` not empty, or nothing is sent. May block on standard output: hold no
+// lock. Threads: any.
+void emitPanelMessage(std::string_view method, const nlohmann::json& args);
+
+// Sends a list of whole events as one batch; nothing when it is empty.
+void sendChatEventBatch(const nlohmann::json& events);
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,68 @@
+#include "host/command_run.h"
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+
+#include "agent/agent_request.h"
+#include "agent/supervision.h"
+#include "app_ipc/cmd_ipc.h"
+#include "chat/events_pump.h"
+#include "common/json_parse.h"
+#include "common/json_read.h"
+#include "host/channel/envelope.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+constexpr const char* runFailed = "commandRun failed";
+
+// Answers with what the agent, or the application, says of the command.
+json answerWith(const json& request, json answer) {
+  if (!lenientBool(answer, "ok", false)) {
+    return providerRpcReply(request, false, lenientText(answer, "error", runFailed));
+  }
+  const auto data = answer.find("data");
+  return providerRpcReply(request, true, data == answer.end() ? json::object() : std::move(*data));
+}
+
+// Whom the agent leaves the command to.
+enum class RunBy { agent, application };
+
+// Asks the agent. `application` when there is no agent, it does not know the command, cannot be
+// understood, or says that the command needs the application's window.
+RunBy runByAgent(const json& command, json& answer) {
+  std::string error;
+  if (!ensureAgent(error)) return RunBy::application;
+  const AgentResponse response = agentRequest(static_cast<std::uint16_t>(currentAgentPort()),
+                                              L"POST", L"/v1/chat/commands/run", dumpJson(command));
+  if (response.status == 404) return RunBy::application;
+  const bool parsed = parseJson(response.body, answer, error) == ParseOutcome::ok;
+  if (response.status == 200) {
+    return parsed && !lenientBool(answer, "needsUi", false) ? RunBy::agent : RunBy::application;
+  }
+  answer = {{"ok", false}, {"error", lenientText(answer, "error", runFailed)}};
+  return RunBy::agent;
+}
+
+json runByApplication(const json& request, const json& command) {
+  json answer;
+  std::string error;
+  if (commandRun(command, answer, error)) return answerWith(request, std::move(answer));
+  return providerRpcReply(request, false, error.empty() ? "morva is not running" : error);
+}
+
+}  // namespace
+
+json answerCommandRun(const json& request) {
+  (void)readText(request, "id");  // throws for an id that is no text
+  json command = request;
+  if (const std::string sender = chatEventsSender(); !sender.empty()) command["sender"] = sender;
+  json answer;
+  if (runByAgent(command, answer) == RunBy::agent) return answerWith(request, std::move(answer));
+  return runByApplication(request, command);
+}
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+
+namespace media::win::chrome_inspect {
+
+// Performs one panel message and returns its reply. The first call starts the idle watchdog. Blocks
+// for as long as the agent takes to answer, where the message's kind asks it something. Throws
+// nlohmann::json::type_error for an argument of a wrong type. Threads: one, the dispatcher's.
+nlohmann::json handleMessage(const nlohmann::json& request);
+
+// The same, and sends the reply: exactly one, whatever is thrown.
+void answerPanelMessage(const nlohmann::json& request);
+
+}  // namespace media::win::chrome_inspect

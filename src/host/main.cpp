@@ -1,0 +1,43 @@
+#include <string>
+#include <string_view>
+
+#include "agent/supervision.h"
+#include "agent/tool_providers.h"
+#include "chat/events_pump.h"
+#include "common/detached.h"
+#include "host/channel/framing.h"
+#include "host/channel/host_log.h"
+#include "host/stdin_reader.h"
+#include "platform/byte_stream.h"
+#include "platform/clock.h"
+#include "platform/process_control.h"
+#include "toolserver/tool_server.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+constexpr std::uint32_t parkMs = 0xFFFFFFFF;
+
+void logFailure(const std::string& text) { queueDebugLog(text, "error"); }
+
+// Chrome names the extension that asked for the host in the first argument.
+bool startedByBrowser(int argc, char** argv) {
+  return argc > 1 && std::string_view(argv[1]).starts_with("chrome-extension://");
+}
+
+int runHost(int argc, char** argv) {
+  prepareProcess();
+  keepStandardStreamsFromChildren();
+  setDetachedReporter(logFailure);
+  setToolServerAddress({agentToolsUrl, sessionToken});
+  setEventsPump({startChatEvents, stopChatEvents});
+  if (startedByBrowser(argc, argv)) limitFramesForBrowser();
+  if (!runDetached("stdin reader", [] { runStdinReader(); })) return 1;
+  startToolServer();
+  for (;;) sleepMs(parkMs);  // the reader ends the process
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect
+
+int main(int argc, char** argv) { return media::win::chrome_inspect::runHost(argc, argv); }

@@ -1,0 +1,120 @@
+#include "host/stdin_reader.h"
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+
+#include "agent/agent_state.h"
+#include "common/detached.h"
+#include "common/json_parse.h"
+#include "common/json_read.h"
+#include "host/channel/envelope.h"
+#include "host/channel/framing.h"
+#include "host/channel/host_log.h"
+#include "host/channel/pending_replies.h"
+#include "host/dispatcher.h"
+#include "host/panel_work.h"
+#include "platform/byte_stream.h"
+#include "platform/process_control.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::uint32_t roomWaitMs = 1000;
+
+// What had arrived before the end of input still gets its replies, within this time.
+constexpr std::uint32_t lastRepliesMs = 500;
+
+void answerQuietly(const json& message) {
+  try {
+    answerPanelMessage(message);
+  } catch (const std::exception& failure) {  // not even an error reply could be made
+    queueDebugLog(std::string("panel message failed: ") + failure.what(), "error");
+  }
+}
+
+void storeRelayReply(json message, std::size_t bytes) {
+  const std::string id(lenientText(message, "requestId"));
+  storeReply(id, std::move(message), bytes);
+}
+
+enum class Next { read, answer, end };
+
+// Sees to one message; `answer` means that the caller now has to answer it.
+Next sortMessage(PanelWork& work, json& message, std::size_t bytes) {
+  if (isPanelMessage(message)) {
+    const Placed placed = work.place(message, bytes, roomWaitMs);
+    if (placed == Placed::now) return Next::answer;
+    if (placed == Placed::full) sendReply(message, ackError(message, "host is busy"));
+  } else if (isRelayReply(message)) {
+    storeRelayReply(std::move(message), bytes);
+  }
+  return Next::read;
+}
+
+// Sees to one frame. A body that is not JSON ends the reading.
+Next takeFrame(PanelWork& work, const std::string& body, json& message) {
+  std::string error;
+  switch (parseJson(body, message, error)) {
+    case ParseOutcome::ok:
+      return sortMessage(work, message, body.size());
+    case ParseOutcome::invalid:
+      return Next::end;
+    // The stream is in step and JavaScript did not make this: not worth the user's session.
+    case ParseOutcome::tooDeep:
+      queueDebugLog("frame dropped: " + error, "error");
+      break;
+  }
+  return Next::read;
+}
+
+// Reads frames until one is to be answered by the caller, or reading is over.
+Next readFrames(PanelWork& work, json& message) {
+  std::string body;
+  std::string error;
+  while (readFrameBody(standardInput(), body, error)) {
+    try {
+      const Next next = takeFrame(work, body, message);
+      if (next != Next::read) return next;
+    } catch (const std::exception& failure) {  // out of memory for this one
+      queueDebugLog(std::string("frame dropped: ") + failure.what(), "error");
+    }
+  }
+  return Next::end;
+}
+
+[[noreturn]] void endHost(PanelWork& work) {
+  cancelAllAgentRequests();
+  (void)work.waitUntilDone(lastRepliesMs);
+  wakeReplyWaiters();
+  exitProcess(0);
+}
+
+// Reads frames and answers panel messages for as long as it is this thread's turn to read.
+void readDuringTurn(PanelWork& work) {
+  const std::uint64_t turn = work.becomeReader();
+  json message;
+  do {
+    if (readFrames(work, message) == Next::end) endHost(work);
+    do {
+      answerQuietly(message);
+    } while (work.next(message));
+  } while (work.isReader(turn));
+}
+
+[[noreturn]] void readAndAnswer(PanelWork& work) {
+  for (;;) readDuringTurn(work);
+}
+
+}  // namespace
+
+void runStdinReader() {
+  PanelWork& work = *new PanelWork;  // never destroyed: the other thread outlives this function
+  // Without a second thread, nothing is read while a message is answered.
+  (void)runDetached("panel messages", [&work] { readAndAnswer(work); });
+  readAndAnswer(work);
+}
+
+}  // namespace media::win::chrome_inspect

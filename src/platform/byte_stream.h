@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/owned.h"
+
+// Blocking reads and writes on a pipe, a file or a pipe instance.
+// Windows side: ReadFile and WriteFile (learn.microsoft.com, fileapi.h).
+namespace media::win::chrome_inspect {
+
+// A HANDLE on Windows, a file descriptor elsewhere. Borrowed wherever it is an argument.
+using StreamId = std::intptr_t;
+
+struct StreamTraits {
+  using Raw = StreamId;
+  static Raw none() { return -1; }
+  static bool valid(Raw raw) { return raw != -1 && raw != 0; }
+  static void close(Raw raw);
+};
+using OwnedStream = Owned<StreamTraits>;
+
+enum class ReadResult { data, end, failed };
+
+// The process's own standard streams as they are at the moment of the call; never closed by us.
+StreamId standardInput();
+StreamId standardOutput();
+
+// Takes the standard input and output out of what child processes inherit. Called once, before any
+// thread exists: a child that held the pipes would keep the browser from seeing our end.
+void keepStandardStreamsFromChildren();
+
+// One read call: blocks until there is at least one byte and takes at most `capacity` of them.
+// A short read is normal on every system: the caller loops. `got` is set with `data` only;
+// `end` means that the far side closed.
+ReadResult readSome(StreamId stream, char* buffer, std::size_t capacity, std::size_t& got);
+
+// One write call of at most `size` bytes (size > 0). False when it failed or took nothing.
+bool writeSome(StreamId stream, const char* bytes, std::size_t size, std::size_t& written);
+
+// A new anonymous pipe. Neither end is inherited by children. False when there is none to be had.
+bool makePipe(OwnedStream& readEnd, OwnedStream& writeEnd);
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace media::win::chrome_inspect {
+
+// Reads an environment variable of this process. False when it is missing, empty, or has
+// `maxCharacters` or more. Windows side: GetEnvironmentVariableW.
+bool readEnvironment(const std::wstring& name, std::size_t maxCharacters, std::wstring& value);
+
+}  // namespace media::win::chrome_inspect

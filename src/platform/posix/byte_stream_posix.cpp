@@ -1,0 +1,65 @@
+#include "platform/byte_stream.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+
+#include "platform/posix/descriptor_posix.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+int descriptorOf(StreamId stream) { return static_cast<int>(stream); }
+
+std::size_t oneCall(std::size_t size) { return std::min<std::size_t>(size, INT_MAX); }
+
+void closeOnExec(int descriptor) {
+  const int flags = fcntl(descriptor, F_GETFD);
+  if (flags != -1) (void)fcntl(descriptor, F_SETFD, flags | FD_CLOEXEC);
+}
+
+}  // namespace
+
+void StreamTraits::close(Raw raw) { ::close(descriptorOf(raw)); }
+
+StreamId standardInput() { return STDIN_FILENO; }
+
+StreamId standardOutput() { return STDOUT_FILENO; }
+
+void keepStandardStreamsFromChildren() {
+  closeOnExec(STDIN_FILENO);
+  closeOnExec(STDOUT_FILENO);
+}
+
+ReadResult readSome(StreamId stream, char* buffer, std::size_t capacity, std::size_t& got) {
+  const ssize_t count =
+      retryInterrupted([=] { return ::read(descriptorOf(stream), buffer, oneCall(capacity)); });
+  if (count < 0) return ReadResult::failed;
+  if (count == 0) return ReadResult::end;
+  got = static_cast<std::size_t>(count);
+  return ReadResult::data;
+}
+
+bool writeSome(StreamId stream, const char* bytes, std::size_t size, std::size_t& written) {
+  const ssize_t count =
+      retryInterrupted([=] { return ::write(descriptorOf(stream), bytes, oneCall(size)); });
+  if (count <= 0) return false;
+  written = static_cast<std::size_t>(count);
+  return true;
+}
+
+bool makePipe(OwnedStream& readEnd, OwnedStream& writeEnd) {
+  int ends[2] = {-1, -1};
+  if (::pipe2(ends, O_CLOEXEC) != 0) return false;
+  OwnedDescriptor reading = awayFromStandardStreams(OwnedDescriptor(ends[0]));
+  OwnedDescriptor writing = awayFromStandardStreams(OwnedDescriptor(ends[1]));
+  if (!reading || !writing) return false;
+  readEnd.reset(reading.release());
+  writeEnd.reset(writing.release());
+  return true;
+}
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,18 @@
+#include "platform/environment.h"
+
+#include <cstdlib>
+
+#include "platform/posix/wide_text_posix.h"
+
+namespace media::win::chrome_inspect {
+
+bool readEnvironment(const std::wstring& name, std::size_t maxCharacters, std::wstring& value) {
+  const char* found = std::getenv(narrowText(name).c_str());
+  if (found == nullptr) return false;
+  const std::wstring wide = wideText(found);
+  if (wide.empty() || wide.size() >= maxCharacters) return false;
+  value = wide;
+  return true;
+}
+
+}  // namespace media::win::chrome_inspect

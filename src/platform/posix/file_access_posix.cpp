@@ -1,0 +1,142 @@
+#include "platform/file_access.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <utility>
+
+#include "platform/posix/descriptor_posix.h"
+#include "platform/posix/wide_text_posix.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+int descriptorOf(const OwnedFile& file) { return static_cast<int>(file.get()); }
+
+// The path behind an open descriptor, as the kernel names it.
+std::wstring finalPathOf(int descriptor) {
+  std::string path(PATH_MAX, '\0');
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const ssize_t length = readlink(link.c_str(), path.data(), path.size());
+  if (length <= 0 || static_cast<std::size_t>(length) == path.size()) return {};
+  path.resize(static_cast<std::size_t>(length));
+  return wideText(path);
+}
+
+bool openWith(const std::wstring& path, int flags, OwnedFile& file, FileFacts& facts) {
+  const int raw =
+      retryInterrupted([&] { return open(narrowPath(path).c_str(), flags | O_CLOEXEC); });
+  OwnedDescriptor descriptor = awayFromStandardStreams(OwnedDescriptor(raw));
+  struct stat status = {};
+  if (!descriptor || fstat(descriptor.get(), &status) != 0) return false;
+  facts.finalPath = finalPathOf(descriptor.get());
+  facts.isLink = S_ISLNK(status.st_mode);
+  facts.isRegular = S_ISREG(status.st_mode);
+  facts.size = static_cast<std::uint64_t>(status.st_size);
+  file.reset(descriptor.release());
+  return true;
+}
+
+struct CloseFolder {
+  void operator()(DIR* folder) const { closedir(folder); }
+};
+
+FolderEntry entryOf(int folder, const char* name) {
+  FolderEntry entry;
+  entry.name = wideText(name);
+  struct stat status = {};
+  if (fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return entry;
+  using std::chrono::duration_cast;
+  using std::chrono::milliseconds;
+  const auto written = std::chrono::seconds(status.st_mtim.tv_sec) +
+                       std::chrono::nanoseconds(status.st_mtim.tv_nsec);
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  entry.isRegular = S_ISREG(status.st_mode);
+  entry.isFolder = S_ISDIR(status.st_mode);
+  entry.ageMs = duration_cast<milliseconds>(now - written).count();
+  return entry;
+}
+
+bool writeAll(int descriptor, const std::string& bytes) {
+  for (std::size_t done = 0; done < bytes.size();) {
+    const ssize_t written = retryInterrupted(
+        [&] { return write(descriptor, bytes.data() + done, bytes.size() - done); });
+    if (written <= 0) return false;
+    done += static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+}  // namespace
+
+void FileTraits::close(Raw raw) { ::close(static_cast<int>(raw)); }
+
+bool absolutePath(const std::wstring& path, std::wstring& absolute) {
+  if (path.empty()) return false;
+  std::error_code error;
+  const auto full = std::filesystem::absolute(narrowText(path), error);
+  if (error) return false;
+  absolute = wideText(full.lexically_normal().string());
+  return true;
+}
+
+bool isDrivePath(const std::wstring& absolute) {
+  return absolute.starts_with(L"/") && !absolute.starts_with(L"//");
+}
+
+bool isSameDrive(const std::wstring&, const std::wstring&) { return true; }
+
+bool isSamePathText(std::wstring_view a, std::wstring_view b) { return a == b; }
+
+bool openForReading(const std::wstring& path, OwnedFile& file, FileFacts& facts) {
+  // A pipe opened for reading would wait for its writer.
+  return openWith(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, file, facts);
+}
+
+bool readExactly(const OwnedFile& file, char* buffer, std::size_t size) {
+  for (std::size_t done = 0; done < size;) {
+    const ssize_t got =
+        retryInterrupted([&] { return read(descriptorOf(file), buffer + done, size - done); });
+    if (got <= 0) return false;
+    done += static_cast<std::size_t>(got);
+  }
+  return true;
+}
+
+bool folderFacts(const std::wstring& path, FileFacts& facts) {
+  OwnedFile folder;
+  return openWith(path, O_PATH | O_NOFOLLOW, folder, facts);
+}
+
+bool visitFolder(const std::wstring& path, const std::function<bool(const FolderEntry&)>& visit) {
+  const std::unique_ptr<DIR, CloseFolder> folder(opendir(narrowPath(path).c_str()));
+  if (!folder) return false;
+  for (;;) {
+    errno = 0;
+    const dirent* found = readdir(folder.get());  // each call has a folder stream of its own
+    if (found == nullptr) return errno == 0;
+    if (!visit(entryOf(dirfd(folder.get()), found->d_name))) return true;
+  }
+}
+
+bool writeWholeFile(const std::wstring& path, const std::string& bytes) {
+  const std::string name = narrowPath(path);
+  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
+  OwnedDescriptor file(
+      retryInterrupted([&] { return open(name.c_str(), flags, S_IRUSR | S_IWUSR); }));
+  if (!file) return false;
+  if (writeAll(file.get(), bytes) && ::close(file.release()) == 0) return true;
+  (void)unlink(name.c_str());
+  return false;
+}
+
+bool deleteFile(const std::wstring& path) { return unlink(narrowPath(path).c_str()) == 0; }
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,56 @@
+#include "platform/byte_stream.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+namespace media::win::chrome_inspect {
+namespace {
+
+HANDLE handleOf(StreamId stream) { return reinterpret_cast<HANDLE>(stream); }
+
+DWORD oneCall(std::size_t size) { return static_cast<DWORD>(std::min<std::size_t>(size, MAXLONG)); }
+
+}  // namespace
+
+void StreamTraits::close(Raw raw) { CloseHandle(handleOf(raw)); }
+
+StreamId standardInput() { return reinterpret_cast<StreamId>(GetStdHandle(STD_INPUT_HANDLE)); }
+
+StreamId standardOutput() { return reinterpret_cast<StreamId>(GetStdHandle(STD_OUTPUT_HANDLE)); }
+
+void keepStandardStreamsFromChildren() {
+  SetHandleInformation(GetStdHandle(STD_INPUT_HANDLE), HANDLE_FLAG_INHERIT, 0);
+  SetHandleInformation(GetStdHandle(STD_OUTPUT_HANDLE), HANDLE_FLAG_INHERIT, 0);
+}
+
+ReadResult readSome(StreamId stream, char* buffer, std::size_t capacity, std::size_t& got) {
+  DWORD count = 0;
+  if (!ReadFile(handleOf(stream), buffer, oneCall(capacity), &count, nullptr)) {
+    // A pipe tells its closed far end as an error, where other streams give 0 bytes.
+    return GetLastError() == ERROR_BROKEN_PIPE ? ReadResult::end : ReadResult::failed;
+  }
+  if (count == 0) return ReadResult::end;
+  got = count;
+  return ReadResult::data;
+}
+
+bool writeSome(StreamId stream, const char* bytes, std::size_t size, std::size_t& written) {
+  DWORD count = 0;
+  if (!WriteFile(handleOf(stream), bytes, oneCall(size), &count, nullptr) || count == 0) {
+    return false;
+  }
+  written = count;
+  return true;
+}
+
+bool makePipe(OwnedStream& readEnd, OwnedStream& writeEnd) {
+  HANDLE reading = nullptr;
+  HANDLE writing = nullptr;
+  if (!CreatePipe(&reading, &writing, nullptr, 0)) return false;
+  readEnd.reset(reinterpret_cast<StreamId>(reading));
+  writeEnd.reset(reinterpret_cast<StreamId>(writing));
+  return true;
+}
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,170 @@
+#include "platform/process.h"
+
+#include <windows.h>
+
+#include <mutex>
+
+namespace media::win::chrome_inspect {
+namespace {
+
+struct KernelHandleTraits {
+  using Raw = HANDLE;
+  static Raw none() { return nullptr; }
+  // CreateFile fails with INVALID_HANDLE_VALUE, OpenProcess with nullptr: neither is a handle.
+  static bool valid(Raw raw) { return raw != nullptr && raw != INVALID_HANDLE_VALUE; }
+  static void close(Raw raw) { CloseHandle(raw); }
+};
+using OwnedHandle = Owned<KernelHandleTraits>;
+
+struct AttributeListTraits {
+  using Raw = LPPROC_THREAD_ATTRIBUTE_LIST;
+  static Raw none() { return nullptr; }
+  static bool valid(Raw raw) { return raw != nullptr; }
+  static void close(Raw raw) {
+    DeleteProcThreadAttributeList(raw);
+    HeapFree(GetProcessHeap(), 0, raw);
+  }
+};
+using OwnedAttributeList = Owned<AttributeListTraits>;
+
+HANDLE handleOf(const OwnedProcess& process) { return reinterpret_cast<HANDLE>(process.get()); }
+
+OwnedHandle duplicateHandle(HANDLE handle, bool inheritable) {
+  const HANDLE self = GetCurrentProcess();
+  HANDLE copy = nullptr;
+  if (!DuplicateHandle(self, handle, self, &copy, 0, inheritable, DUPLICATE_SAME_ACCESS)) {
+    return OwnedHandle();
+  }
+  return OwnedHandle(copy);
+}
+
+OwnedHandle openNullInput() {
+  SECURITY_ATTRIBUTES inheritable = {sizeof inheritable, nullptr, TRUE};
+  return OwnedHandle(CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                 &inheritable, OPEN_EXISTING, 0, nullptr));
+}
+
+// What a child may inherit: only handles that are there, none of them twice, or the start fails.
+struct InheritedHandles {
+  HANDLE list[2] = {};
+  DWORD count = 0;
+
+  void add(const OwnedHandle& handle) {
+    if (handle) list[count++] = handle.get();
+  }
+};
+
+// An attribute list that names `inherited`, which must outlive it; empty when it cannot be made.
+OwnedAttributeList makeAttributeList(InheritedHandles& inherited) {
+  SIZE_T bytes = 0;
+  InitializeProcThreadAttributeList(nullptr, 1, 0, &bytes);  // fails, and tells the size
+  auto* memory = static_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(HeapAlloc(GetProcessHeap(), 0, bytes));
+  if (memory == nullptr) return OwnedAttributeList();
+  if (!InitializeProcThreadAttributeList(memory, 1, 0, &bytes)) {
+    HeapFree(GetProcessHeap(), 0, memory);
+    return OwnedAttributeList();
+  }
+  OwnedAttributeList attributes(memory);
+  if (!UpdateProcThreadAttribute(memory, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, inherited.list,
+                                 inherited.count * sizeof(HANDLE), nullptr, nullptr)) {
+    return OwnedAttributeList();
+  }
+  return attributes;
+}
+
+STARTUPINFOEXW hiddenStart(HANDLE input, HANDLE output, LPPROC_THREAD_ATTRIBUTE_LIST attributes) {
+  STARTUPINFOEXW start = {};
+  start.StartupInfo.cb = sizeof start;
+  start.StartupInfo.dwFlags = STARTF_USESTDHANDLES | STARTF_USESHOWWINDOW;
+  start.StartupInfo.wShowWindow = SW_HIDE;
+  start.StartupInfo.hStdInput = input;
+  start.StartupInfo.hStdOutput = output;
+  start.StartupInfo.hStdError = output;
+  start.lpAttributeList = attributes;
+  return start;
+}
+
+HANDLE makeJob() {
+  const HANDLE job = CreateJobObjectW(nullptr, nullptr);
+  JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+  limits.BasicLimitInformation.LimitFlags =
+      JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE | JOB_OBJECT_LIMIT_SILENT_BREAKAWAY_OK;
+  SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
+  return job;
+}
+
+// Never closed by us: the system closes it with the process, and that ends the children.
+HANDLE childrenJob() {
+  static const HANDLE job = makeJob();
+  return job;
+}
+
+// Two starts at once could hand each other's inheritable handles to their children if one of them
+// had no handle list; the lock also keeps the time short in which such handles exist at all.
+std::mutex& spawnMutex() {
+  static std::mutex& mutex = *new std::mutex;
+  return mutex;
+}
+
+}  // namespace
+
+void ProcessTraits::close(Raw raw) { CloseHandle(reinterpret_cast<HANDLE>(raw)); }
+
+SpawnResult spawnHidden(const std::wstring& commandLine, const std::wstring& folder,
+                        StreamId output, OwnedProcess& process, std::uint32_t& systemError) {
+  std::wstring writableLine = commandLine;  // CreateProcessW may write into it
+  const std::lock_guard lock(spawnMutex());
+  const OwnedHandle childOutput = duplicateHandle(reinterpret_cast<HANDLE>(output), true);
+  if (!childOutput) {
+    systemError = GetLastError();
+    return SpawnResult::failed;
+  }
+  const OwnedHandle childInput = openNullInput();  // a child without standard input still works
+  InheritedHandles inherited;
+  inherited.add(childOutput);
+  inherited.add(childInput);
+  const OwnedAttributeList attributes = makeAttributeList(inherited);
+  if (!attributes) return SpawnResult::noAttributeList;
+  STARTUPINFOEXW start =
+      hiddenStart(childInput ? childInput.get() : nullptr, childOutput.get(), attributes.get());
+  PROCESS_INFORMATION started = {};
+  if (!CreateProcessW(nullptr, writableLine.data(), nullptr, nullptr, TRUE,
+                      CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr,
+                      folder.empty() ? nullptr : folder.c_str(), &start.StartupInfo, &started)) {
+    systemError = GetLastError();
+    return SpawnResult::failed;
+  }
+  CloseHandle(started.hThread);
+  AssignProcessToJobObject(childrenJob(),
+                           started.hProcess);  // without it only the clean-up is lost
+  process.reset(reinterpret_cast<ProcessTraits::Raw>(started.hProcess));
+  return SpawnResult::ok;
+}
+
+OwnedProcess duplicateProcess(const OwnedProcess& process) {
+  OwnedHandle copy = duplicateHandle(handleOf(process), false);
+  return OwnedProcess(reinterpret_cast<ProcessTraits::Raw>(copy.release()));
+}
+
+bool waitForExit(const OwnedProcess& process, std::uint32_t timeoutMs) {
+  return WaitForSingleObject(handleOf(process), timeoutMs) == WAIT_OBJECT_0;
+}
+
+std::uint32_t exitCodeOf(const OwnedProcess& process) {
+  DWORD code = 0;
+  return GetExitCodeProcess(handleOf(process), &code) ? code : 0;
+}
+
+bool isProcessRunning(std::uint32_t processId) {
+  const OwnedHandle waitable(
+      OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, processId));
+  // An exit code may be 259 too, so the wait decides where it is allowed.
+  if (waitable) return WaitForSingleObject(waitable.get(), 0) == WAIT_TIMEOUT;
+  const OwnedHandle queryable(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+  DWORD code = 0;
+  return queryable && GetExitCodeProcess(queryable.get(), &code) && code == STILL_ACTIVE;
+}
+
+void terminateProcess(const OwnedProcess& process) { TerminateProcess(handleOf(process), 0); }
+
+}  // namespace media::win::chrome_inspect

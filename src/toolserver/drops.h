@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+
+namespace media::win::chrome_inspect {
+
+inline constexpr std::size_t maxRecentDrops = 200;
+inline constexpr std::size_t maxDropNameBytes = 120;
+
+// Keeps the bytes of a pasted or dropped file as a new file in the "chat-paste" folder below the
+// host's data folder, deleting files there that are older than a day. Gives {"ok":true,"path":...}
+// or {"ok":false,"error":...}. `nameHint` is meant to be UTF-8. Threads: any.
+nlohmann::json saveDroppedFile(std::string_view nameHint, const std::string& body);
+
+// The part of a name hint that is kept: the last path component without control characters and
+// those that Windows forbids, at most 120 bytes; "file" when nothing is left.
+std::string cleanDropName(std::string_view nameHint);
+
+}  // namespace media::win::chrome_inspect

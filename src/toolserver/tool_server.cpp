@@ -1,0 +1,126 @@
+#include "toolserver/tool_server.h"
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "common/ascii.h"
+#include "common/detached.h"
+#include "host/channel/host_log.h"
+#include "platform/clock.h"
+#include "platform/random.h"
+#include "platform/sockets.h"
+#include "toolserver/connection.h"
+#include "toolserver/connection_threads.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+constexpr std::uint16_t firstPort = 39270;
+constexpr std::uint16_t lastPort = 39279;
+constexpr int backlog = 8;
+constexpr std::size_t tokenBytes = 32;
+constexpr auto startLimit = std::chrono::seconds(2);
+
+// `accept` that fails at once, over and over, must not take a core.
+constexpr std::uint32_t acceptPauseMs = 10;
+
+struct ToolServer {
+  std::string token;  // written before the listener starts, only read afterwards
+  std::atomic<std::int32_t> port = 0;
+  std::mutex mutex;  // guards `settled`
+  std::condition_variable changed;
+  bool settled = false;
+};
+
+// Never destroyed: connection threads outlive main.
+ToolServer& toolServer() {
+  static ToolServer& server = *new ToolServer;
+  return server;
+}
+
+std::string makeToken() {
+  std::array<unsigned char, tokenBytes> bytes{};
+  if (!randomBytes(bytes.data(), bytes.size())) return {};
+  return hexDigits({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+// Binds the first free port and listens on it; 0 when there is none. A port that cannot be listened
+// on is none.
+std::int32_t bindListener(OwnedSocket& listener) {
+  if (!startSockets() || !openSocket(listener)) return 0;
+  for (std::uint16_t port = firstPort; port <= lastPort; ++port) {
+    if (!bindLoopback(listener, port)) continue;
+    return listenOn(listener, backlog) ? port : 0;
+  }
+  return 0;
+}
+
+void settle(std::int32_t port) {
+  ToolServer& server = toolServer();
+  server.port = port;
+  const std::lock_guard lock(server.mutex);
+  server.settled = true;
+  server.changed.notify_all();
+}
+
+// False when it failed, the system's call or for want of memory.
+bool acceptNext(const OwnedSocket& listener, ConnectionThreads& threads) {
+  try {
+    OwnedSocket connection;
+    if (!acceptOne(listener, connection)) return false;
+    if (threads.serve(std::move(connection)) == Serve::noThread) {
+      queueDebugLog("tool server: a connection was closed, no thread for it", "warn");
+    }
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+[[noreturn]] void acceptForever(const OwnedSocket& listener, std::int32_t port) {
+  ConnectionThreads& threads = *new ConnectionThreads([port](const OwnedSocket& connection) {
+    handleConnection(connection, port, toolServer().token);
+  });
+  for (;;) {
+    if (!acceptNext(listener, threads)) sleepMs(acceptPauseMs);
+  }
+}
+
+void runListener() {
+  OwnedSocket listener;
+  const std::int32_t port = bindListener(listener);
+  settle(port);
+  if (port != 0) acceptForever(listener, port);
+}
+
+std::string urlOf(std::string_view path) {
+  const std::int32_t port = toolServerPort();
+  if (port < 1 || toolServer().token.empty()) return {};
+  return "http://127.0.0.1:" + std::to_string(port) + std::string(path);
+}
+
+}  // namespace
+
+void startToolServer() {
+  ToolServer& server = toolServer();
+  if (server.token.empty()) server.token = makeToken();
+  if (!runDetached("tool server", runListener)) return;
+  std::unique_lock lock(server.mutex);
+  server.changed.wait_for(lock, startLimit, [&server] { return server.settled; });
+}
+
+std::int32_t toolServerPort() { return toolServer().port; }
+
+std::string sessionToken() { return toolServer().token; }
+
+std::string agentToolsUrl() { return urlOf("/api/agent-tools"); }
+
+std::string contextFileUrl() { return urlOf("/api/context-file"); }
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+// The loopback HTTP server through which the agent reaches the browser tools and the extension
+// hands over files. One request per connection; at most sixteen connections at a time, more are
+// closed.
+namespace media::win::chrome_inspect {
+
+// Makes the session token, starts the listener and waits, 2 s at most, until it is bound. Called
+// once, from main. Without a port or a token the server is absent for the life of the process.
+void startToolServer();
+
+// The bound port, 0 when there is none. Threads: any.
+std::int32_t toolServerPort();
+
+// 64 hexadecimal digits that every request must carry; empty when the system gave no random bytes.
+// Goes into no log line.
+std::string sessionToken();
+
+// Where the agent finds the tools, and where the extension sends files; empty without port or
+// token.
+std::string agentToolsUrl();
+std::string contextFileUrl();
+
+}  // namespace media::win::chrome_inspect

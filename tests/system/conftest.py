@@ -1,0 +1,162 @@
+"""Fixtures: the host in the build that MORVA_HOST_BUILD names, and an agent to talk to it."""
+
+import sys
+
+import pytest
+
+from support import builds, own_network
+from support.cli_program import CliProgram
+from support.panel_side import Panel
+from support.sanitizer_reports import sanitizer_environment, take_reports
+from support.scripted_agent import ScriptedAgent
+
+from devkit.panel.host_process import HostProcess
+
+pytest_plugins = ["support.tool_server_fixtures"]
+
+sys.setrecursionlimit(20_000)  # frames may be nested 1,000 levels deep
+
+
+def pytest_report_header():
+    return f"host: {builds.PROGRAM}"
+
+
+def pytest_collection_modifyitems(items):
+    skip = {
+        "windows_only": (not builds.IS_WINDOWS, "only the Windows build has this"),
+        "posix_only": (builds.IS_WINDOWS, "only the native builds have this"),
+    }
+    for item in items:
+        for marker, (applies, reason) in skip.items():
+            if applies and item.get_closest_marker(marker):
+                item.add_marker(pytest.mark.skip(reason=reason))
+    items.sort(key=lambda item: item.get_closest_marker("long") is not None)
+
+
+_beside = {}
+
+
+def _runs_beside(item):
+    return (item.get_closest_marker("long") and not item.get_closest_marker("skip")
+            and not own_network.is_inside())
+
+
+def pytest_runtestloop(session):
+    if session.config.option.collectonly or session.testsfailed:
+        return
+    for number, item in enumerate(filter(_runs_beside, session.items)):
+        _beside[item.nodeid] = own_network.BesideRun(item, number)
+
+
+@pytest.hookimpl(tryfirst=True)
+def pytest_pyfunc_call(pyfuncitem):
+    if pyfuncitem.nodeid not in _beside:
+        return None
+    _beside[pyfuncitem.nodeid].wait(180)
+    return True
+
+
+def pytest_sessionfinish():
+    for run in _beside.values():
+        run.end()
+
+
+@pytest.fixture(scope="session")
+def user_folders(tmp_path_factory):
+    """Where a native host finds the per-user folders; a Windows one asks the system."""
+    base = tmp_path_factory.mktemp("user")
+    folders = {"APPDATA": base / "roaming", "LOCALAPPDATA": base / "local"}
+    for folder in folders.values():
+        folder.mkdir()
+    return {name: str(folder) for name, folder in folders.items()}
+
+
+@pytest.fixture(scope="session")
+def launch(user_folders):
+    """launch(args=..., env=...) starts a host and says nothing about its end."""
+
+    def start(args=None, env=None, greet=True):
+        environment = {**sanitizer_environment(), **(env or {})}
+        if not builds.IS_WINDOWS:
+            environment = {**user_folders, **environment}
+        prefix = builds.wine_prefix() if builds.IS_WINDOWS else None
+        host = HostProcess(builds.BUILD, args, environment, prefix, builds.PROGRAM, greet)
+        return Panel(host.start())
+
+    return start
+
+
+@pytest.fixture
+def start_panel(launch):
+    """As `launch`; what a test leaves running is ended when it is over."""
+    panels = []
+
+    def start(**options):
+        panels.append(launch(**options))
+        return panels[-1]
+
+    yield start
+    for panel in panels:
+        panel.host.kill()
+        panel.check_stream()
+
+
+@pytest.fixture
+def panel(start_panel):
+    """A host of the test's own, started as Chrome starts it."""
+    return start_panel()
+
+
+@pytest.fixture(scope="module")
+def module_panels(launch):
+    """The host that the tests of one module share, and a new one after one that died."""
+    panels = []
+    yield panels
+    if panels:
+        panels[-1].end()
+
+
+@pytest.fixture
+def shared_panel(module_panels, launch):
+    """For tests that leave the host as they found it: starting one for each would take minutes."""
+    if not module_panels or not module_panels[-1].host.running:
+        module_panels.append(launch())
+    return module_panels[-1]
+
+
+@pytest.fixture
+def agent():
+    """An agent on port 8090 that answers every turn with "hello"."""
+    with ScriptedAgent() as listening:
+        yield listening
+
+
+@pytest.fixture(scope="module")
+def module_agent():
+    with ScriptedAgent() as listening:
+        yield listening
+
+
+@pytest.fixture
+def shared_agent(module_agent):
+    """One agent for a whole module: the host keeps to the port that it knows."""
+    handlers = dict(module_agent.on)
+    module_agent.cancelled.clear()
+    yield module_agent
+    module_agent.on = handlers
+
+
+@pytest.fixture
+def cli(tmp_path):
+    """The program that the host starts an agent with."""
+    program = CliProgram(tmp_path)
+    yield program
+    program.end()
+
+
+@pytest.fixture(autouse=True)
+def no_sanitizer_report():
+    """Whatever a sanitizer reports while a test runs fails that test."""
+    yield
+    reports = take_reports() if builds.IS_SANITIZED else ""
+    assert not reports, reports[:20_000]

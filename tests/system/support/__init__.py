@@ -1,0 +1,1 @@
+"""What the system tests stand on: the browser's side, the agent's side, and how builds differ."""

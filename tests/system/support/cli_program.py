@@ -1,0 +1,94 @@
+"""The stand-in for the command-line program: where the host finds it and what became of it."""
+
+import contextlib
+import json
+import os
+import socket
+import time
+
+import psutil
+
+from support.builds import CLI_NAME, CLI_PROGRAM, IS_WINDOWS
+
+from devkit.panel import wine
+
+
+def seen_by_host(path):
+    """A path as the host sees it; a link keeps its own name."""
+    return f"{wine.windows_path(path.parent)}\\{path.name}" if IS_WINDOWS else str(path)
+
+
+class CliProgram:
+    """One test's own use of the program. Its starts are told apart by the report they write."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.report = folder / "report.jsonl"
+        self.path = folder / CLI_NAME
+
+    def install(self):
+        """Puts the program into the folder; returns the path that the host will name."""
+        assert CLI_PROGRAM.is_file(), f"{CLI_PROGRAM} has not been built"
+        self.path.symlink_to(CLI_PROGRAM)
+        return seen_by_host(self.path)
+
+    def env(self, on_path=True, **behaviour):
+        """Environment for the host: the program on the search path, and how it shall behave."""
+        env = {"MORVA_CLI_REPORT": seen_by_host(self.report)}
+        env |= {f"MORVA_CLI_{name.upper()}": str(value) for name, value in behaviour.items()}
+        if on_path:
+            if not self.path.exists():
+                self.install()
+            folder = seen_by_host(self.folder)
+            env |= {"WINEPATH": folder} if IS_WINDOWS else {
+                "PATH": f"{folder}:{os.environ['PATH']}"}
+        return env
+
+    def starts(self):
+        """What each start of the program reported."""
+        if not self.report.exists():
+            return []
+        return [json.loads(line) for line in self.report.read_text().splitlines()]
+
+    def wait_for_starts(self, count=1, timeout=20):
+        deadline = time.monotonic() + timeout
+        while len(self.starts()) < count:
+            assert time.monotonic() < deadline, f"{len(self.starts())} of {count} starts"
+            time.sleep(0.01)
+        return self.starts()
+
+    def wait_until_serving(self, port, timeout=60):
+        """The program opens its port when all that it prints has been taken."""
+        deadline = time.monotonic() + timeout
+        while True:
+            with contextlib.suppress(OSError):
+                return socket.create_connection(("127.0.0.1", port), timeout=1).close()
+            assert time.monotonic() < deadline, f"nothing listens on port {port}"
+            time.sleep(0.02)
+
+    def running(self):
+        """The processes of this test's program that are still there."""
+        found = []
+        for process in psutil.process_iter(["cmdline"]):
+            try:
+                command = " ".join(process.info["cmdline"] or [])
+                if CLI_NAME in command and "--serve" in command:
+                    report = process.environ().get("MORVA_CLI_REPORT")
+                    if report == seen_by_host(self.report):
+                        found.append(process)
+            except psutil.Error:
+                pass  # it has just ended, or is somebody else's
+        return found
+
+    def wait_until_gone(self, timeout=5):
+        deadline = time.monotonic() + timeout
+        while left := self.running():
+            assert time.monotonic() < deadline, f"still running: {left}"
+            time.sleep(0.01)
+
+    def end(self):
+        """Ends what a test left running, which is not in order but must not disturb the next."""
+        left = self.running()
+        for process in left:
+            process.kill()
+        psutil.wait_procs(left, timeout=5)

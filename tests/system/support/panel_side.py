@@ -1,0 +1,188 @@
+"""The browser's side of a running host: asking, listening, and ending it in order."""
+
+import fcntl
+import itertools
+import json
+import os
+import struct
+import termios
+import time
+
+from support.builds import IS_WINDOWS, SLOWER
+
+from devkit.panel.host_process import HostError
+
+_tokens = itertools.count(1)
+
+
+class Turn:
+    """The events of one chat turn, from "setBusy" to "agentDone"."""
+
+    def __init__(self, events):
+        self.log_lines = [
+            (args[0]["level"], args[0]["text"])
+            for method, args in events
+            if method == "appendDebugLog"
+        ]
+        self.events = [event for event in events if event[0] != "appendDebugLog"]
+        started = self.args_of("agentStarted")[0][0]
+        self.run_id = started["id"]
+        self.started = started
+
+    def args_of(self, method):
+        return [args for name, args in self.events if name == method]
+
+    @property
+    def done(self):
+        """(ok, error) of the one "agentDone" that must be there."""
+        (args,) = self.args_of("agentDone")
+        assert args[0] == self.run_id
+        return args[1], args[2]
+
+    @property
+    def translated(self):
+        """What came of the agent's stream: all between the start and the end of the turn."""
+        outside = ("setBusy", "agentStarted", "completeAssistantText", "setTurnLlmUsage",
+                   "agentDone")
+        return [event for event in self.events if event[0] not in outside]
+
+    @property
+    def text(self):
+        """The whole answer as the turn's end gives it; None when the turn gave none."""
+        complete = self.args_of("completeAssistantText")
+        return complete[0][0]["text"] if complete else None
+
+
+class Panel:
+    """Talks to one HostProcess."""
+
+    def __init__(self, host):
+        self.host = host
+        self.pid = host.pid
+
+    # --- Frames ---
+
+    def mark(self):
+        """A place in what has been received, to look from later."""
+        return len(self.host.frames)
+
+    def frames_since(self, mark):
+        return self.host.frames[mark:]
+
+    def wait_frame(self, predicate, since=0, timeout=15):
+        return self.host.wait_for(predicate, timeout, since=since)
+
+    def send_raw(self, data):
+        self.host.send_raw(data)
+
+    def send_alone(self, data):
+        """Sends bytes and waits until the host has taken them, so that no more can join them."""
+        self.host.send_raw(data)
+        stdin = self.host._process.stdin.fileno()
+        deadline = time.monotonic() + 10
+        waiting = struct.pack("i", 1)
+        while struct.unpack("i", waiting)[0]:
+            assert time.monotonic() < deadline, "the host does not read"
+            waiting = fcntl.ioctl(stdin, termios.FIONREAD, waiting)
+
+    def send(self, kind, **keys):
+        """Sends a panel message and returns its token."""
+        token = keys.pop("chromeRequestId", f"token {next(_tokens)}")
+        self.host.send(
+            {"source": "morva-chat", "kind": kind, "chromeRequestId": token, **keys})
+        return token
+
+    def ask(self, kind, timeout=15, **keys):
+        """Sends a panel message and waits for its reply."""
+        mark = self.mark()
+        token = self.send(kind, **keys)
+        return dict(self.wait_frame(lambda f: f.get("chromeRequestId") == token, mark, timeout))
+
+    def prove_alive(self, timeout=15):
+        """An exit code tells nothing about a stack overflow; an answer does."""
+        reply = self.ask("getStatus", timeout)
+        assert reply["kind"] == "ack" and reply["ok"] is True
+
+    # --- Events ---
+
+    def events_since(self, mark=0):
+        """[method, args] of every panel event since the mark."""
+        return [
+            (event["method"], event["args"])
+            for frame in self.frames_since(mark)
+            if frame.get("kind") == "hostChatEvents"
+            for event in frame["events"]
+        ]
+
+    def wait_event(self, method, test=lambda args: True, since=0, timeout=15):
+        """The arguments of the first such event since the mark."""
+        def found(frame):
+            return frame.get("kind") == "hostChatEvents" and any(
+                event["method"] == method and test(event["args"]) for event in frame["events"])
+
+        self.wait_frame(found, since, timeout)
+        return next(a for m, a in self.events_since(since) if m == method and test(a))
+
+    def log_lines(self, mark=0):
+        """The text of every log line since the mark."""
+        return [a[0]["text"] for m, a in self.events_since(mark) if m == "appendDebugLog"]
+
+    def run_turn(self, prompt="hi", timeout=20, **keys):
+        """A whole chat turn; no other may be running."""
+        mark = self.mark()
+        keys.setdefault("preset", "plain")
+        token = self.send("send", prompt=prompt, **keys)
+        self.wait_event("agentDone", since=mark, timeout=timeout)
+        # The reply may come after the turn's last event, as the two are written by two threads.
+        reply = self.wait_frame(lambda f: f.get("chromeRequestId") == token, mark, timeout)
+        assert reply == {
+            "source": "morva-chat", "kind": "ack", "ok": True, "chromeRequestId": token}
+        return Turn(self.events_since(mark))
+
+    # --- The end ---
+
+    def close_output(self):
+        """Closes the reading side of the host's output, as a browser that is gone."""
+        null = os.open(os.devnull, os.O_RDONLY)
+        os.dup2(null, self.host._process.stdout.fileno())
+        os.close(null)
+
+    def end(self, alive=True, limit=None):
+        """Proves the host alive, closes its input and expects it to end in order."""
+        if alive:
+            self.prove_alive()
+        started = time.monotonic()
+        self.host.close_stdin()
+        self.expect_exit()
+        took = time.monotonic() - started
+        if limit is not None:
+            assert took <= limit * SLOWER, f"the host took {took:.3f} s to end"
+        return took
+
+    def expect_exit(self, timeout=10):
+        code = self.host.wait(timeout)
+        assert code == 0, f"exit code {code}; standard error:\n{self.host.stderr[-4000:]}"
+        self.check_stream()
+
+    def check_stream(self):
+        """Everything the host wrote is frames, written as the protocol says."""
+        assert not self.host.stream_fault, self.host.stream_fault
+        for body, frame in zip(self.host.bodies, self.host.frames):
+            assert frame.get("source") == "morva-chat" or "command" in frame, frame
+            if len(body) < 100_000:
+                assert body == compact(frame), f"{body[:500]!r} for {compact(frame)[:500]!r}"
+        assert "Sanitizer" not in self.host.stderr, self.host.stderr[-8000:]
+
+
+def compact(value):
+    """The one way in which a frame's body is written: sorted keys, no blanks, raw UTF-8."""
+    text = json.dumps(value, sort_keys=True, separators=(",", ":"), ensure_ascii=False)
+    return text.encode()
+
+
+def exit_limit_seconds():
+    """How long after its input is closed the host may still be there."""
+    return 0.5 if IS_WINDOWS else 0.3
+
+
+__all__ = ["HostError", "Panel", "Turn", "compact", "exit_limit_seconds"]

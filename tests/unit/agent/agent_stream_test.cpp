@@ -1,0 +1,84 @@
+#include "agent/agent_stream.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "support/scripted_exchange.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using Read = ScriptedExchange::Read;
+
+const Read end{"", Read::end, 0};
+
+struct BodyCase {
+  const char* name;
+  std::deque<Read> reads;
+  bool ok;
+  std::vector<std::string> pieces;
+};
+
+const BodyCase bodyCases[] = {
+    {"an empty body", {end}, true, {}},
+    {"pieces as they come", {{"ab"}, {"c"}, end}, true, {"ab", "c"}},
+    {"a read gives less than was promised", {{"ab", Read::data, 10}, end}, true, {"ab"}},
+    {"broken off between pieces", {{"ab"}, {"", Read::availableFails}}, false, {"ab"}},
+    {"broken off within a piece", {{"ab"}, {"cd", Read::readFails}}, false, {"ab"}},
+    {"broken off at once", {{"", Read::availableFails}}, false, {}},
+};
+
+TEST(ReadAgentBody, CollectsOrHandsOver) {
+  for (const BodyCase& c : bodyCases) {
+    SCOPED_TRACE(c.name);
+    std::string joined = "before ";
+    for (const std::string& piece : c.pieces) joined += piece;
+    ScriptedExchange collected(c.reads);
+    std::string target = "before ";
+    EXPECT_EQ(readAgentBody(collected, target, {}, {}), c.ok);
+    EXPECT_EQ(target, joined);
+
+    ScriptedExchange handed(c.reads);
+    std::vector<std::string> pieces;
+    target = "untouched";
+    EXPECT_EQ(readAgentBody(handed, target,
+                            [&pieces](std::string_view piece) { pieces.emplace_back(piece); }, {}),
+              c.ok);
+    EXPECT_EQ(pieces, c.pieces);
+    EXPECT_EQ(target, "untouched");
+  }
+}
+
+TEST(ReadAgentBody, AsksForAMegabyteAtMost) {
+  ScriptedExchange request({{std::string(3'000'000, 'x')}, end});
+  std::string target;
+  EXPECT_TRUE(readAgentBody(request, target, {}, {}));
+  EXPECT_EQ(target.size(), 3'000'000U);
+  for (const std::size_t capacity : request.capacities) EXPECT_LE(capacity, 1024U * 1024);
+}
+
+TEST(ReadAgentBody, AsksWhetherToStopBeforeEachRead) {
+  for (int allowed = 0; allowed <= 3; ++allowed) {
+    SCOPED_TRACE(allowed);
+    ScriptedExchange request({{"a"}, {"b"}, end});
+    std::string target;
+    int asked = 0;
+    EXPECT_EQ(readAgentBody(request, target, {}, [&] { return asked++ == allowed; }), allowed == 3);
+    EXPECT_EQ(target, std::string("ab").substr(0, static_cast<std::size_t>(allowed)));
+    EXPECT_EQ(asked, std::min(allowed + 1, 3));
+  }
+}
+
+TEST(ReadAgentBody, LetsWhatTheSinkThrowsThrough) {
+  ScriptedExchange request({{"a"}, end});
+  std::string target;
+  const ChunkSink sink = [](std::string_view) { throw std::runtime_error("x"); };
+  EXPECT_THROW((void)readAgentBody(request, target, sink, {}), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,79 @@
+#include "browser_tools/context_prompt.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "browser_tools/browser_context.h"
+#include "common/json_parse.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+const std::string window =
+    "The browser for this turn is the user's Chrome window. browser_read, browser_find, "
+    "browser_scope, browser_click, browser_type, browser_select, browser_batch, and "
+    "browser_navigate act on that window. Do not claim the browser connection is unavailable.";
+const std::string noTab = window + " No http(s) tab is active.";
+
+std::string activeTab(const std::string& titleAndUrl) {
+  return window + " Active tab (the page the user is looking at now): " + titleAndUrl +
+         " browser_read with no tab argument reads this tab, not an earlier one.";
+}
+
+struct PromptCase {
+  const char* context;
+  std::string wanted;
+};
+
+const PromptCase promptCases[] = {
+    {R"({})", noTab},
+    {R"([1])", noTab},
+    {R"("text")", noTab},
+    {R"(null)", noTab},
+    {R"({"tabs":[{"id":1,"url":"u"}],"currentTitle":"t"})", noTab},
+    {R"({"currentUrl":""})", noTab},
+    {R"({"currentUrl":5})", noTab},
+    {R"({"currentUrl":"U"})", activeTab(" U")},
+    {R"({"currentUrl":"U","currentTitle":["A"]})", activeTab(" U")},
+    {R"({"currentUrl":"U","currentTitle":"A"})", activeTab("A U")},
+    {R"({"currentUrl":"U","currentTitle":"A","tabs":{}})", activeTab("A U")},
+    {R"({"currentUrl":"U","currentTitle":"A","tabs":[]})", activeTab("A U") + " Open tabs:"},
+    {R"({"currentUrl":"U","currentTitle":"A","tabs":[{"id":7,"title":"A","url":"U"}]})",
+     activeTab("A U") + " Open tabs: [7] A U"},
+    {R"({"currentUrl":"U","currentTitle":"A","tabs":[{"title":"B"},5,null,"x",[],
+        {"id":-3,"url":"C"},{"id":9007199254740993,"title":"D","url":"E"}]})",
+     activeTab("A U") + " Open tabs: [0] B  [-3]  C [9007199254740993] D E"},
+    {R"({"currentUrl":"U","tabs":[{"id":"7","title":5,"url":null}]})",
+     activeTab(" U") + " Open tabs: [0]  "},
+    // A page cannot begin a line of its own.
+    {R"({"currentUrl":"U\n","currentTitle":"A\nB\r\nC","tabs":[{"title":"T\nX","url":"V\rW"}]})",
+     activeTab("A B  C U ") + " Open tabs: [0] T X V W"},
+};
+
+TEST(BrowserContextPrompt, IsShortBeforeAnyContextCame) {
+  EXPECT_EQ(browserContextPrompt(), "No Chrome tab is attached to this turn.");
+}
+
+TEST(BrowserContextPrompt, TellsTheActiveTabAndTheOpenOnes) {
+  for (const PromptCase& c : promptCases) {
+    setBrowserContext(json::parse(c.context));
+    EXPECT_EQ(browserContextPrompt(), c.wanted) << c.context;
+  }
+}
+
+TEST(BrowserContextPrompt, IsOneLineAndAsLongAsTheTabsMakeIt) {
+  json tabs = json::array();
+  for (int i = 0; i < 2000; ++i)
+    tabs.push_back({{"id", i}, {"title", "line\nbreak"}, {"url", "u"}});
+  setBrowserContext({{"currentUrl", "u"}, {"tabs", std::move(tabs)}});
+  const std::string note = browserContextPrompt();
+  EXPECT_EQ(note.find_first_of("\r\n"), std::string::npos);
+  EXPECT_TRUE(note.ends_with(" [1999] line break u"));
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

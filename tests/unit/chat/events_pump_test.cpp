@@ -1,0 +1,225 @@
+#include "chat/events_pump.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/channel/host_log.h"
+#include "platform/clock.h"
+#include "support/agent_double.h"
+#include "support/captured_output.h"
+#include "support/gate.h"
+#include "support/open_handles.h"
+#include "support/run_threads.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+constexpr const char* anyFeed = "GET /v1/chat/events";
+
+std::string numbered(int number) {
+  return "data: " +
+         json{{"method", "numbered"}, {"args", {number}}, {"id", number}, {"x", 1}}.dump() + "\n\n";
+}
+
+std::string event(int number) {
+  return json{{"method", "numbered"}, {"args", {number}}, {"id", number}}.dump();
+}
+
+std::string pathOf(const std::string& request) {
+  const std::size_t begin = request.find(' ') + 1;
+  return request.substr(begin, request.find(' ', begin) - begin);
+}
+
+// A feed that says `text` and then stays open until the gate opens.
+AgentDouble::Script saysAndStays(const std::string& text, Gate& gate) {
+  return [text, &gate](ServedConnection& connection) {
+    (void)connection.send(std::string(streamHead) + text);
+    gate.wait();
+  };
+}
+
+// Starts the pump, again and again, until one of these starts has opened the `count`-th feed, or,
+// when that ended at once, one more: the end of the one before is nothing that could be waited for.
+void startUntil(AgentDouble& agent, std::size_t count) {
+  for (int i = 0; i < 3000 && agent.requests(anyFeed).size() < count; ++i) {
+    startChatEvents(agent.port(), false);
+    sleepMs(10);
+  }
+  EXPECT_GE(agent.requests(anyFeed).size(), count);
+}
+
+TEST(ChatEvents, AreForwardedAsTheyCome) {
+  Gate gate;
+  CapturedOutput output;
+  {
+    AgentDouble agent(saysAndStays(numbered(1) + ": c\n\n" + numbered(2), gate));
+    startChatEvents(agent.port(), false);
+    (void)output.waitFor(2);
+    gate.open();
+  }
+  EXPECT_EQ(eventsIn(output.finish()), (std::vector<std::string>{event(1), event(2)}));
+}
+
+TEST(ChatEvents, HaveOnePumpHoweverManyAskForIt) {
+  Gate gate;
+  CapturedOutput output;
+  AgentDouble agent(saysAndStays(numbered(1), gate));
+  runThreads(20, [&agent](int) { startChatEvents(agent.port(), false); });
+  (void)output.waitFor(1);
+  for (int i = 0; i < 20; ++i) startChatEvents(agent.port(), false);
+  EXPECT_EQ(agent.requests(anyFeed).size(), 1U);
+  gate.open();
+  EXPECT_EQ(pathOf(agent.requests(anyFeed).at(0)), "/v1/chat/events?after=0");
+}
+
+TEST(ChatEvents, AFreshAgentGetsAPumpOfItsOwn) {
+  Gate gate;
+  CapturedOutput output;
+  AgentDouble agent(saysAndStays(numbered(1), gate));
+  startChatEvents(agent.port(), false);
+  (void)output.waitFor(1);
+  startChatEvents(agent.port(), true);
+  EXPECT_EQ(pathOf(agent.waitForRequests(anyFeed, 2).at(1)), "/v1/chat/events?after=1");
+  gate.open();
+}
+
+TEST(ChatEvents, AnotherPortIsAnotherPump) {
+  Gate gate;
+  CapturedOutput output;
+  AgentDouble first(saysAndStays("", gate));
+  AgentDouble second(saysAndStays("", gate));
+  startChatEvents(first.port(), false);
+  (void)first.waitForRequests(anyFeed, 1);
+  startChatEvents(second.port(), false);
+  (void)second.waitForRequests(anyFeed, 1);
+  gate.open();
+}
+
+TEST(ChatEvents, GoOnAfterTheLastNumber) {
+  CapturedOutput output;
+  AgentDouble agent([](ServedConnection& connection) {
+    (void)connection.send(std::string(streamHead) + numbered(17) +
+                          "data: {\"method\":\"m\",\"args\":[],\"id\":\"x\"}\n\n"
+                          "data: {\"method\":\"last\",\"args\":[],\"id\":-5}");
+  });
+  startChatEvents(agent.port(), false);
+  (void)output.waitFor(3);
+  startUntil(agent, 2);
+  EXPECT_EQ(pathOf(agent.requests(anyFeed).at(1)), "/v1/chat/events?after=17");
+  stopChatEvents();
+}
+
+TEST(ChatEvents, AreAskedForAsPointedAt) {
+  Gate gate;
+  CapturedOutput output;
+  AgentDouble agent(saysAndStays("", gate));
+  EXPECT_EQ(chatEventsSender(), "");
+  pointChatEvents("w 1", 5);
+  EXPECT_EQ(chatEventsSender(), "w 1");
+  startChatEvents(agent.port(), false);
+  (void)agent.waitForRequests(anyFeed, 1);
+  pointChatEvents("a&b=\xC3\xBC\r\n", 18446744073709551615U);
+  (void)agent.waitForRequests(anyFeed, 2);
+  pointChatEvents("", 0);
+  const std::vector<std::string> requests = agent.waitForRequests(anyFeed, 3);
+  EXPECT_EQ(pathOf(requests.at(0)), "/v1/chat/events?after=5&sender=w%201");
+  EXPECT_EQ(pathOf(requests.at(1)),
+            "/v1/chat/events?after=18446744073709551615&sender=a&b=%C3%BC%0D%0A");
+  EXPECT_EQ(pathOf(requests.at(2)), "/v1/chat/events?after=0");
+  gate.open();
+}
+
+TEST(ChatEvents, OfAStoppedPumpAreNotForwarded) {
+  Gate stopped;
+  CapturedOutput output;
+  {
+    AgentDouble agent([&stopped](ServedConnection& connection) {
+      (void)connection.send(std::string(streamHead) + numbered(1));
+      stopped.wait();
+      (void)connection.send(numbered(2) + "data: {\"method\":\"unfinished\",\"args\":[]}");
+    });
+    startChatEvents(agent.port(), false);
+    (void)output.waitFor(1);
+    stopChatEvents();
+    stopped.open();
+  }
+  EXPECT_EQ(eventsIn(output.finish()), std::vector<std::string>{event(1)});
+}
+
+TEST(ChatEvents, AFailingStreamIsNotTriedAgainOnItsOwn) {
+  CapturedOutput output;
+  std::atomic<int> asked = 0;
+  AgentDouble agent([&asked](ServedConnection& connection) {
+    ++asked;
+    if (asked % 2 == 0) answerWith(connection, "no", "500 No");
+  });
+  startChatEvents(agent.port(), false);
+  (void)agent.waitForRequests(anyFeed, 1);
+  sleepMs(300);
+  EXPECT_EQ(agent.requests(anyFeed).size(), 1U);
+  startUntil(agent, 2);
+  sleepMs(300);
+  EXPECT_LE(agent.requests(anyFeed).size(), 3U);
+}
+
+// Starts, stops and new cursors at random, with streams that end by themselves: no event comes
+// twice, or out of order.
+TEST(ChatEvents, SurviveAThousandStartsAndStops) {
+  CapturedOutput output;
+  std::atomic<int> number = 0;
+  {
+    AgentDouble agent([&number](ServedConnection& connection) {
+      (void)connection.send(std::string(streamHead) + numbered(++number));
+    });
+    runThreads(4, [&agent](int thread) {
+      for (int i = 0; i < 250; ++i) {
+        startChatEvents(agent.port(), i % 5 == 0);
+        if ((i + thread) % 3 == 0) stopChatEvents();
+        if ((i + thread) % 7 == 0) pointChatEvents("w", static_cast<std::uint64_t>(i));
+      }
+    });
+    stopChatEvents();
+    sleepMs(200);
+  }
+  std::set<std::string> seen;
+  for (const std::string& each : eventsIn(output.finish())) {
+    EXPECT_TRUE(seen.insert(each).second) << each;
+  }
+}
+
+TEST(ChatEvents, LeaveNoHandleBehind) {
+  CapturedOutput output;
+  AgentDouble agent(
+      [](ServedConnection& connection) { (void)connection.send(std::string(streamHead)); });
+  const auto round = [&agent](std::size_t count) {
+    for (std::size_t i = 0; i < 50; ++i) startUntil(agent, count + i);
+    stopChatEvents();
+    sleepMs(200);
+  };
+  round(1);
+  const std::size_t before = openHandleCount();
+  round(51);
+  EXPECT_LE(openHandleCount(), before + handlesOfTheSystem);
+}
+
+TEST(PendingChatEvents, AreTheWaitingLogLines) {
+  EXPECT_EQ(takePendingChatEvents().dump(), "[]");
+  appendDebugLog("one");
+  appendDebugLog("two", "warn");
+  const json events = takePendingChatEvents();
+  ASSERT_EQ(events.size(), 2U);
+  EXPECT_EQ(events[0].dump(), R"({"args":[{"level":"trace","source":"agent","text":"one"}],)"
+                              R"("method":"appendDebugLog"})");
+  EXPECT_EQ(events[1].at("args").at(0).at("text"), "two");
+  EXPECT_EQ(takePendingChatEvents().dump(), "[]");
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

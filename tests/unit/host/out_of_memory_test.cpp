@@ -1,0 +1,154 @@
+// What one failed allocation, anywhere, leaves behind: nothing that is wrong.
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "chat/turn_end.h"
+#include "chat/turn_stream.h"
+#include "common/json_parse.h"
+#include "host/channel/host_log.h"
+#include "host/channel/pending_replies.h"
+#include "host/dispatcher.h"
+#include "support/captured_output.h"
+#include "support/failing_new.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+const std::string longText(100, 'x');
+
+TEST(OutOfMemory, ParsingNeverThrows) {
+  const std::string texts[] = {
+      R"({"a":[1,[2,{"b":")" + longText + R"("}]],"c":null})",
+      R"(["\ud83d)" + longText + R"(","\ude00"])",
+      R"({"a":[1,2)",
+      std::string(1001, '['),
+      "\"" + longText + "\xFF\"",
+  };
+  for (const std::string& text : texts) {
+    std::string ignored;
+    json wanted;
+    const ParseOutcome outcome = parseJson(text, wanted, ignored);
+    const long failures = failEachAllocation([&] {
+      json value;
+      std::string error;
+      ParseOutcome seen = ParseOutcome::invalid;
+      EXPECT_NO_THROW(seen = parseJson(text, value, error));
+      if (seen == ParseOutcome::ok) EXPECT_EQ(value, wanted);
+      if (!FailingNew::happened()) EXPECT_EQ(seen, outcome);
+    });
+    EXPECT_GT(failures, 0) << text;
+  }
+}
+
+// Calls `use` as failEachAllocation does and catches what the callers of the product's functions
+// catch. Gives the frames of each call.
+template <class Use>
+std::vector<CapturedOutput::Frames> framesOfEachCall(const Use& use) {
+  std::vector<CapturedOutput::Frames> calls;
+  for (bool failed = true; failed;) {
+    CapturedOutput output;
+    try {
+      const FailingNew failing(static_cast<long>(calls.size()));
+      use();
+      failed = FailingNew::happened();
+    } catch (const std::exception&) {  // `failed` stays
+    }
+    calls.push_back(output.finish());
+  }
+  EXPECT_GT(calls.size(), 1U);
+  return calls;
+}
+
+TEST(OutOfMemory, APanelMessageGetsOneReplyAtMost) {
+  const json requests[] = {
+      {{"kind", "ready"}, {"chromeRequestId", longText}},
+      {{"kind", "noSuchKind" + longText}},
+      {{"kind", "poll"}, {"chromeRequestId", longText}},
+      {{"kind", json::array()}},
+      {{"kind", "contextImportUrl"}, {"chromeRequestId", longText}},
+  };
+  for (const json& request : requests) {
+    (void)handleMessage(json::object());  // what is started once has been
+    const auto calls = framesOfEachCall([&request] { answerPanelMessage(request); });
+    for (const CapturedOutput::Frames& frames : calls) EXPECT_LE(frames.size(), 1U);
+    EXPECT_EQ(calls.back().size(), 1U);
+  }
+}
+
+TEST(OutOfMemory, AStreamIsTranslatedOrBrokenOff) {
+  const std::string stream =
+      "data: {\"choices\":[{\"delta\":{\"content\":\"" + longText +
+      "\"}}],\"usage\":{\"total_tokens\":1}}\n\n"
+      "data: {\"object\":\"morva.event\",\"type\":\"tool_result\",\"path\":\"" +
+      longText + ".png\"}\n\ndata: {\"error\":\"" + longText + "\"}\n\n";
+  const auto calls = framesOfEachCall([&stream] {
+    TurnStream turn;
+    onStreamChunk(turn, std::string_view(stream).substr(0, 20));
+    onStreamChunk(turn, std::string_view(stream).substr(20));
+    finishStream(turn);
+  });
+  const std::vector<std::string> whole = eventsIn(calls.back());
+  EXPECT_EQ(whole.size(), 4U);
+  for (const CapturedOutput::Frames& frames : calls) {
+    const std::vector<std::string> events = eventsIn(frames);
+    ASSERT_LE(events.size(), whole.size());
+    for (std::size_t i = 0; i < events.size(); ++i) EXPECT_EQ(events[i], whole[i]);
+  }
+}
+
+TEST(OutOfMemory, ATurnEndsOnceAtMost) {
+  const auto calls = framesOfEachCall([] {
+    TurnEnd end("chrome-" + longText);
+    try {
+      end.succeed("c", longText, {{"total_tokens", longText}});
+    } catch (const std::exception& failure) {
+      end.fail(failure.what());
+    }
+  });
+  for (const CapturedOutput::Frames& frames : calls) {
+    std::size_t done = 0;
+    for (const std::string& frame : frames)
+      if (frame.find("agentDone") != frame.npos) ++done;
+    EXPECT_LE(done, 1U);
+  }
+  EXPECT_EQ(calls.back().size(), 3U);
+}
+
+TEST(OutOfMemory, TheLogGoesOn) {
+  for (int i = 0; i < 19; ++i) appendDebugLog(longText);
+  (void)framesOfEachCall([] {
+    for (int i = 0; i < 20; ++i) appendDebugLog(longText);
+  });
+  (void)takeDebugLogEvents(1000);
+  CapturedOutput output;
+  for (int i = 0; i < 20; ++i) appendDebugLog(std::to_string(i));
+  EXPECT_EQ(eventsIn(output.finish()).size(), 20U);
+}
+
+TEST(OutOfMemory, RepliesStayInOrder) {
+  for (int round = 0; round < 300; ++round) {  // past the limit, so that the oldest give way too
+    const std::string id = longText + std::to_string(round);
+    (void)failEachAllocation([&id] {
+      try {
+        storeReply(id, 1);
+      } catch (const std::exception&) {  // as the reader does
+      }
+    });
+    json reply;
+    EXPECT_TRUE(waitForReply(id, 0, reply));
+    EXPECT_FALSE(waitForReply(id, 0, reply));
+    storeReply(id, 2);
+  }
+  json reply;
+  EXPECT_FALSE(waitForReply(longText + "0", 0, reply));
+  EXPECT_TRUE(waitForReply(longText + "299", 0, reply));
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,68 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+
+#include "platform/byte_stream.h"
+#include "platform/clock.h"
+#include "support/test_thread.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+bool closesOnExec(StreamId stream) {
+  return (fcntl(static_cast<int>(stream), F_GETFD) & FD_CLOEXEC) != 0;
+}
+
+TEST(MakePipe, ClosesBothEndsInChildren) {
+  OwnedStream readEnd;
+  OwnedStream writeEnd;
+  ASSERT_TRUE(makePipe(readEnd, writeEnd));
+  EXPECT_TRUE(closesOnExec(readEnd.get()));
+  EXPECT_TRUE(closesOnExec(writeEnd.get()));
+}
+
+TEST(MakePipe, LeavesTheNumbersOfStandardStreamsAlone) {
+  ::close(STDIN_FILENO);
+  OwnedStream readEnd;
+  OwnedStream writeEnd;
+  ASSERT_TRUE(makePipe(readEnd, writeEnd));
+  EXPECT_GT(readEnd.get(), STDERR_FILENO);
+  EXPECT_GT(writeEnd.get(), STDERR_FILENO);
+  EXPECT_TRUE(closesOnExec(readEnd.get()));
+}
+
+TEST(KeepStandardStreamsFromChildren, MarksBoth) {
+  keepStandardStreamsFromChildren();
+  EXPECT_TRUE(closesOnExec(standardInput()));
+  EXPECT_TRUE(closesOnExec(standardOutput()));
+}
+
+std::atomic<int> signals = 0;
+
+TEST(ReadSome, IsNotEndedByASignal) {
+  struct sigaction action = {};
+  action.sa_handler = [](int) { signals.fetch_add(1); };  // without SA_RESTART
+  ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+  OwnedStream readEnd;
+  OwnedStream writeEnd;
+  ASSERT_TRUE(makePipe(readEnd, writeEnd));
+  TestThread disturber([reader = pthread_self(), &writeEnd] {
+    for (int sent = 0; sent < 5; ++sent) {
+      pthread_kill(reader, SIGUSR1);
+      while (signals.load() <= sent) sleepMs(1);
+    }
+    std::size_t written = 0;
+    (void)writeSome(writeEnd.get(), "x", 1, written);
+  });
+  char byte = 0;
+  std::size_t got = 0;
+  EXPECT_EQ(readSome(readEnd.get(), &byte, 1, got), ReadResult::data);
+  EXPECT_EQ(byte, 'x');
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,106 @@
+#include "screening/phrase_matcher.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "common/ascii.h"
+#include "screening/injection_text.h"
+#include "support/injection_rules.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+std::uint32_t searchNaively(std::span<const Phrase> phrases, std::string_view text) {
+  const std::string folded = foldCase(text);
+  std::uint32_t found = 0;
+  for (const Phrase& phrase : phrases) {
+    if (folded.find(phrase.text) != std::string::npos) found |= phrase.groups;
+  }
+  return found;
+}
+
+TEST(PhraseMatcher, FindsPhrasesThatShareBytes) {
+  const std::vector<Phrase> phrases = {
+      {"he", 1}, {"she", 2}, {"his", 4}, {"hers", 8}, {"her ", 16}};
+  const PhraseMatcher matcher(phrases);
+  EXPECT_EQ(matcher.groupsIn(""), 0U);
+  EXPECT_EQ(matcher.groupsIn("h"), 0U);
+  EXPECT_EQ(matcher.groupsIn("uShErs"), 1U | 2U | 8U);
+  EXPECT_EQ(matcher.groupsIn("hhis"), 4U);
+  EXPECT_EQ(matcher.groupsIn("her his"), 1U | 4U | 16U);
+}
+
+TEST(PhraseMatcher, GivesAPhraseThatStandsTwiceBothGroups) {
+  const std::vector<Phrase> phrases = {{"ab", 1}, {"ab", 2}, {"xaby", 4}};
+  EXPECT_EQ(PhraseMatcher(phrases).groupsIn("xab"), 3U);
+}
+
+TEST(PhraseMatcher, KnowsOnlyAsciiCase) {
+  const std::vector<Phrase> phrases = {{"k[", 1}, {"\xC3\xA9", 2}};
+  const PhraseMatcher matcher(phrases);
+  EXPECT_EQ(matcher.groupsIn("K["), 1U);
+  EXPECT_EQ(matcher.groupsIn("K{"), 0U);             // '{' is '[' with the case bit
+  EXPECT_EQ(matcher.groupsIn("\xE2\x84\xAA["), 0U);  // the Kelvin sign
+  EXPECT_EQ(matcher.groupsIn("\xC3\x89"), 0U);       // a capital that is not ASCII
+  EXPECT_EQ(matcher.groupsIn(std::string("k\0[", 3)), 0U);
+  EXPECT_EQ(matcher.groupsIn(std::string("\0k[", 3)), 1U);
+}
+
+std::string randomText(std::minstd_rand& random, std::size_t maxSize, std::string_view alphabet) {
+  std::string text(random() % (maxSize + 1), ' ');
+  for (char& c : text) c = alphabet[random() % alphabet.size()];
+  return text;
+}
+
+// Few letters, so that phrases overlap, repeat and are parts of each other all the time.
+TEST(PhraseMatcher, FindsWhatASearchForEachPhraseFinds) {
+  std::minstd_rand random(5);
+  for (int round = 0; round < 3000; ++round) {
+    std::vector<std::string> texts;
+    for (int i = 0; i < 12; ++i) texts.push_back(randomText(random, 5, "ab ") + "ab"[i % 2]);
+    std::vector<Phrase> phrases;
+    for (std::size_t i = 0; i < texts.size(); ++i) phrases.push_back({texts[i], 1U << i});
+    const PhraseMatcher matcher(phrases);
+    for (int i = 0; i < 10; ++i) {
+      const std::string text = randomText(random, 12, "abAB c");
+      ASSERT_EQ(matcher.groupsIn(text), searchNaively(phrases, text)) << "'" << text << "'";
+    }
+  }
+}
+
+TEST(PhraseMatcher, FindsAPhraseAtEveryPlaceInTextsOfEveryLength) {
+  const std::vector<Phrase> phrases = {{"abcdefgh", 1}, {"xy", 2}};
+  const PhraseMatcher matcher(phrases);
+  for (std::size_t size = 0; size < 70; ++size) {
+    EXPECT_EQ(matcher.groupsIn(std::string(size, '.')), 0U);
+    for (const Phrase& phrase : phrases) {
+      for (std::size_t at = 0; at + phrase.text.size() <= size; ++at) {
+        std::string text(size, '.');
+        text.replace(at, phrase.text.size(), phrase.text);
+        ASSERT_EQ(matcher.groupsIn(text), phrase.groups) << text;
+        text[at + 1] = '.';
+        ASSERT_EQ(matcher.groupsIn(text), 0U) << text;
+      }
+    }
+  }
+}
+
+TEST(PhraseMatcher, FindsEachPhraseOfTheScreening) {
+  const std::span<const Phrase> phrases = injectionPhrases();
+  const PhraseMatcher matcher(phrases);
+  for (const Phrase& phrase : phrases) {
+    EXPECT_EQ(matcher.groupsIn(phrase.text) & phrase.groups, phrase.groups) << phrase.text;
+    EXPECT_EQ(foldCase(phrase.text), phrase.text);
+  }
+  std::minstd_rand random(9);
+  for (int round = 0; round < 5000; ++round) {
+    const std::string text = madeOfPhrases(random, 10);
+    ASSERT_EQ(matcher.groupsIn(text), searchNaively(phrases, text)) << text;
+  }
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,112 @@
+#include "toolserver/connection_threads.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "support/loopback_socket.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+// Connections made one after the other: the client's end and the one to be served.
+class Connections {
+ public:
+  Connections() : listener_(listenOnLoopback(port_, 32)) {}
+
+  LoopbackSocket next(OwnedSocket& served) {
+    LoopbackSocket client = connectToLoopback(port_);
+    served = OwnedSocket(acceptFrom(listener_).release());
+    return client;
+  }
+
+ private:
+  std::uint16_t port_ = 0;
+  LoopbackSocket listener_;
+};
+
+bool isClosed(const LoopbackSocket& client) {
+  char byte = 0;
+  return receiveFrom(client, &byte, 1) == 0;
+}
+
+// A handler that holds what it serves until it is let go.
+struct Gate {
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool open = false;
+
+  void wait() {
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [this] { return open; });
+  }
+  void set(bool value) {
+    const std::lock_guard lock(mutex);
+    open = value;
+    changed.notify_all();
+  }
+};
+
+TEST(ConnectionThreads, ClosesTheSeventeenthAtOnce) {
+  Connections connections;
+  static Gate& gate = *new Gate;  // threads use it for as long as the process lives
+  static ConnectionThreads& threads =
+      *new ConnectionThreads([](const OwnedSocket&) { gate.wait(); });
+  std::vector<LoopbackSocket> clients;
+  for (std::size_t i = 0; i < maxConnections; ++i) {
+    OwnedSocket served;
+    clients.push_back(connections.next(served));
+    EXPECT_EQ(threads.serve(std::move(served)), Serve::started);
+  }
+  OwnedSocket served;
+  const LoopbackSocket refused = connections.next(served);
+  EXPECT_EQ(threads.serve(std::move(served)), Serve::full);
+  EXPECT_TRUE(isClosed(refused));
+  gate.set(true);
+  for (const LoopbackSocket& client : clients) EXPECT_TRUE(isClosed(client));
+  // Whoever has seen the end of its connection finds a place.
+  const LoopbackSocket again = connections.next(served);
+  EXPECT_EQ(threads.serve(std::move(served)), Serve::started);
+  EXPECT_TRUE(isClosed(again));
+}
+
+TEST(ConnectionThreads, GivesThePlaceBackWhateverTheHandlerThrows) {
+  Connections connections;
+  static std::atomic<int>& served = *new std::atomic<int>(0);
+  static ConnectionThreads& threads = *new ConnectionThreads([](const OwnedSocket&) {
+    if (++served % 2 == 0) throw std::runtime_error("handler");
+    throw 7;
+  });
+  for (int i = 0; i < 200; ++i) {
+    OwnedSocket connection;
+    const LoopbackSocket client = connections.next(connection);
+    ASSERT_EQ(threads.serve(std::move(connection)), Serve::started) << i;
+    ASSERT_TRUE(isClosed(client));
+  }
+  EXPECT_EQ(served, 200);
+}
+
+TEST(ConnectionThreads, LosesNoneOfManyInARow) {
+  Connections connections;
+  static ConnectionThreads& threads = *new ConnectionThreads([](const OwnedSocket& connection) {
+    std::size_t sent = 0;
+    EXPECT_TRUE(sendSome(connection, "x", 1, sent));
+  });
+  for (int i = 0; i < 1000; ++i) {
+    OwnedSocket served;
+    const LoopbackSocket client = connections.next(served);
+    ASSERT_EQ(threads.serve(std::move(served)), Serve::started);
+    char byte = 0;
+    ASSERT_EQ(receiveFrom(client, &byte, 1), 1U) << i;
+    ASSERT_TRUE(isClosed(client));
+  }
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,125 @@
+#include "toolserver/drops.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "common/paths.h"
+#include "support/test_folder.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+std::string repeated(const std::string& text, int count) {
+  std::string all;
+  for (int i = 0; i < count; ++i) all += text;
+  return all;
+}
+
+TEST(CleanDropName, KeepsWhatAFileMayBeCalled) {
+  const std::string kana = "\xE3\x81\x82";
+  const struct {
+    std::string hint;
+    std::string kept;
+  } cases[] = {
+      {"", "file"},
+      {"shot.png", "shot.png"},
+      {"../../evil.exe", "evil.exe"},
+      {"a\\b/c", "c"},
+      {"a/", "file"},
+      {"a<b>.txt", "ab.txt"},
+      {"\"*:<>?|", "file"},
+      {"\x01\x1F\n\0x"s, "x"},
+      {"\x7F\x80\xFF", "\x7F\x80\xFF"},
+      {"report. . .", "report"},
+      {"..", "file"},
+      {" .", "file"},
+      {" a", " a"},
+      {"a.?", "a"},
+      {"CON", "CON"},
+      {std::string(120, 'a'), std::string(120, 'a')},
+      {std::string(121, 'a'), std::string(120, 'a')},
+      {std::string(119, 'a') + " b", std::string(119, 'a')},
+      {repeated(kana, 40), repeated(kana, 40)},
+      {repeated(kana, 41), repeated(kana, 40)},
+      {"a" + repeated(kana, 40), "a" + repeated(kana, 39)},
+      {std::string(119, 'a') + "\xC3\xA9", std::string(119, 'a')},
+  };
+  for (const auto& c : cases) EXPECT_EQ(cleanDropName(c.hint), c.kept) << c.hint;
+}
+
+// The host's own folder, below a fresh one where the system lets a process choose it, with no drops
+// before and after.
+class Drops : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_FALSE(hostDataFolder().empty());
+    fs::remove_all(folder());
+    fs::create_directories(hostDataFolder());
+  }
+  void TearDown() override { fs::remove_all(folder()); }
+
+  static fs::path folder() { return fs::path(hostDataFolder()) / "chat-paste"; }
+
+  static void fill(std::size_t count, std::chrono::hours age) {
+    fs::create_directories(folder());
+    for (std::size_t i = 0; i < count; ++i) {
+      const fs::path file = folder() / std::to_string(i);
+      std::ofstream(file) << "x";
+      fs::last_write_time(file, fs::file_time_type::clock::now() - age);
+    }
+  }
+
+  static std::size_t count() {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(folder()), fs::directory_iterator()));
+  }
+
+ private:
+  const TestFolder base_;
+  const EnvironmentVariable appData_{"APPDATA", base_.path().string()};
+};
+
+TEST_F(Drops, KeepsTheBytesUnderANewName) {
+  const nlohmann::json first = saveDroppedFile("a.png", "one\r\n\0two"s);
+  const nlohmann::json second = saveDroppedFile("a.png", "2");
+  ASSERT_EQ(first.at("ok"), true);
+  ASSERT_EQ(second.at("ok"), true);
+  EXPECT_NE(first.at("path"), second.at("path"));
+  std::ifstream file(fs::u8path(first.at("path").get<std::string>()), std::ios::binary);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "one\r\n\0two"s);
+}
+
+TEST_F(Drops, RefusesEmptyBodiesAndNamesThatAreNoText) {
+  EXPECT_EQ(saveDroppedFile("a", "").dump(), R"({"error":"empty file","ok":false})");
+  EXPECT_EQ(saveDroppedFile("\xFF", "x").dump(),
+            R"({"error":"could not name the file","ok":false})");
+}
+
+TEST_F(Drops, CountsRecentFilesOnly) {
+  fill(maxRecentDrops - 1, std::chrono::hours(1));
+  EXPECT_EQ(saveDroppedFile("a", "x").at("ok"), true);
+  EXPECT_EQ(saveDroppedFile("a", "x").at("error"), "drops folder is full");
+  EXPECT_EQ(count(), maxRecentDrops);
+  for (const std::chrono::hours age : {std::chrono::hours(25), -std::chrono::hours(25)}) {
+    fs::remove_all(folder());
+    fill(maxRecentDrops + 5, age);
+    EXPECT_EQ(saveDroppedFile("a", "x").at("ok"), true);
+    EXPECT_EQ(count(), 1U);
+  }
+}
+
+TEST_F(Drops, RefusesAFileInItsPlace) {
+  std::ofstream(folder()) << "x";
+  EXPECT_EQ(saveDroppedFile("a", "x").at("error"), "could not create the drops folder");
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,76 @@
+"""The layer check must be able to fail, and must not cry wolf."""
+
+import sys
+from pathlib import Path
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent))
+import check_layers  # noqa: E402
+
+GOOD = {
+    "platform/clock.h": "#include <cstdint>\n",
+    "platform/win/clock_win.cpp": '#include "platform/clock.h"\n#include <windows.h>\n',
+    "common/utf8.h": "#include <string>\n",
+    "screening/screen.h": '#include "common/utf8.h"\n',
+    "host/channel/framing.h": '#include "platform/clock.h"\n',
+    "agent/launch.h": '#include "host/channel/framing.h"\n',
+    "chat/turn.h": '#include "agent/launch.h"\n#include "screening/screen.h"\n',
+    "host/main.cpp": '#include "chat/turn.h"\n#include "host/channel/framing.h"\n',
+}
+
+
+def breaches(tmp_path, changes):
+    for name, text in {**GOOD, **changes}.items():
+        path = tmp_path / "src" / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text)
+    return check_layers.check(tmp_path)
+
+
+def test_a_good_tree_has_no_breach(tmp_path):
+    assert breaches(tmp_path, {}) == []
+
+
+@pytest.mark.parametrize("name, text, wanted", [
+    ("platform/files.h", '#include "common/utf8.h"\n', "platform must not include common"),
+    ("agent/scan.h", '#include "chat/turn.h"\n', "agent must not include chat"),
+    ("agent/ipc.h", '#include "screening/screen.h"\n', "agent must not include screening"),
+    ("screening/log.h", '#include "host/channel/framing.h"\n',
+     "screening must not include host/channel"),
+    ("chat/shell.h", '#include "shell/open.h"\n', "is no file"),
+    ("host/channel/late.h", '#include "host/reader.h"\n', "is no file"),
+    ("common/wide.h", '#include "utf8.h"\n', "written from src/"),
+    ("common/wide.h", "#ifdef _WIN32\n#endif\n", "tests for the system"),
+    ("common/wide.h", "#if defined(_WIN32) && 1\n#endif\n", "tests for the system"),
+    ("common/wide.h", "#include <windows.h>\n", "belongs into platform/win/"),
+    ("platform/posix/x_posix.cpp", "#include <WinSock2.h>\n", "belongs into platform/win/"),
+    ("extras/x.h", '#include "common/utf8.h"\n', "no layer"),
+])
+def test_a_breach_is_found(tmp_path, name, text, wanted):
+    found = breaches(tmp_path, {name: text})
+    assert len(found) == 1 and wanted in found[0], found
+    assert name in found[0]
+
+
+def test_the_floor_must_not_include_the_roof(tmp_path):
+    found = breaches(tmp_path, {
+        "host/reader.h": "#include <string>\n",
+        "host/channel/late.h": '#include "host/reader.h"\n'})
+    assert found == [
+        'src/host/channel/late.h:1: host/channel must not include host ("host/reader.h")']
+
+
+def test_siblings_must_not_include_each_other(tmp_path):
+    found = breaches(tmp_path, {
+        "toolserver/route.h": "#include <string>\n",
+        "chat/speech.h": '#include "toolserver/route.h"\n'})
+    assert len(found) == 1 and "chat must not include toolserver" in found[0]
+
+
+def test_a_circle_between_files_is_found(tmp_path):
+    found = breaches(tmp_path, {
+        "agent/one.h": '#include "agent/two.h"\n',
+        "agent/two.h": '#include "agent/three.h"\n',
+        "agent/three.h": '#include "agent/one.h"\n'})
+    assert len(found) == 1 and found[0].startswith("a circle of includes: agent/")
