@@ -27,6 +27,7 @@ CODE_FOLDERS = ("src", "tests", "bench", "devkit", "cmake")
 MOST_LINES = 400
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
 COMPILE = ["-std=c++20", "-I", str(ROOT / "src"), "-isystem", str(JSON_INCLUDE)]
+VERSION_HEADER = CACHE / "include" / "morva_version.h"  # a check needs no build that makes one
 MINGW = Path("/usr/x86_64-w64-mingw32/include")
 WINDOWS_DEFINES = ["-DUNICODE", "-D_UNICODE", "-DNOMINMAX", "-DWIN32_LEAN_AND_MEAN",
                    "-D_WIN32_WINNT=0x0A00"]
@@ -127,9 +128,19 @@ def mingw_includes():
     return [*folders, own + "/include"]
 
 
+def version_flags(path):
+    """For what includes the header that the build makes of the project's version."""
+    if f"<{VERSION_HEADER.name}>" not in path.read_text():
+        return []
+    template = (ROOT / "cmake" / (VERSION_HEADER.name + ".in")).read_text()
+    VERSION_HEADER.parent.mkdir(parents=True, exist_ok=True)
+    VERSION_HEADER.write_text(re.sub(r"@\w+@", "0", template))
+    return ["-isystem", str(VERSION_HEADER.parent)]
+
+
 def tidy_flags(path):
     if "/win/" not in path.as_posix():
-        return COMPILE
+        return [*COMPILE, *version_flags(path)]
     includes = [part for folder in mingw_includes() for part in ("-isystem", folder)]
     return [*COMPILE, "--target=x86_64-w64-mingw32", "-nostdinc", "-nostdinc++", *includes,
             *WINDOWS_DEFINES]
