@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Builds and runs the test suites: tools/run_tests.py [WHAT...] [BUILD...] [OPTIONS...]
 
-WHAT is any of unit, system, fuzz, lint, tools (all of them when none is named), BUILD any of
+WHAT is any of unit, system, browser, fuzz, lint, tools (all of them when none is named), BUILD any of
 windows, asan, tsan, coverage. The first word that is neither begins the options, which go to the
-runners of the suites (ctest for unit, pytest for system). One suite alone prints as it runs;
+runners of the suites (ctest for unit, pytest for system and browser). One suite alone prints as it runs;
 several run two at a time, each in a network and a Wine prefix of its own, and print when they end.
 
 Every runner writes JUnit XML to build/test; the last line counts what is in it:
@@ -24,9 +24,10 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 RESULTS = ROOT / "build" / "test"
 PYTHON = "/usr/bin/python3"
-WHATS = ("unit", "system", "fuzz", "lint", "tools")
+WHATS = ("unit", "system", "browser", "fuzz", "lint", "tools")
 BUILDS = ("windows", "asan", "tsan", "coverage")
 DEFAULT_BUILDS = ("windows", "asan", "tsan")
+BROWSER_BUILD = "windows"
 FUZZ_BUILD = "asan"  # has the fuzz targets besides the tests, so that nothing is built twice
 SUITE_TIMEOUT_SECONDS = 1200
 LANES = 2  # suites at a time
@@ -78,6 +79,16 @@ def system_suite(build, options):
     suite.command = [
         PYTHON, "-m", "pytest", str(ROOT / "tests" / "system"), "-v", f"--junitxml={suite.xml}",
         "-o", f"cache_dir={RESULTS / (suite.file_name + '-cache')}", *options,
+    ]
+    return suite
+
+
+def browser_suite(options):
+    """The Windows build in a real browser: what is released, where its users are."""
+    suite = Suite("browser", [], wine=True)
+    suite.command = [
+        PYTHON, "-m", "pytest", str(ROOT / "tests" / "browser"), "-v", f"--junitxml={suite.xml}",
+        "-o", f"cache_dir={RESULTS / 'browser-cache'}", *options,
     ]
     return suite
 
@@ -277,6 +288,8 @@ def wanted_suites(whats, builds, options, fuzz_seconds):
     suites = []
     if "system" in whats:
         suites += [system_suite(name, options) for name in builds]
+    if "browser" in whats:
+        suites.append(browser_suite(options))
     if "unit" in whats:
         suites += [unit_suite(name, options) for name in builds]
     if "lint" in whats:
@@ -301,6 +314,8 @@ def main():
     RESULTS.mkdir(parents=True)
     begin = time.monotonic()
     presets = list(builds) if {"unit", "system"} & set(whats) else []
+    if "browser" in whats and BROWSER_BUILD not in presets:
+        presets.append(BROWSER_BUILD)
     if "fuzz" in whats and FUZZ_BUILD not in presets:
         presets.append(FUZZ_BUILD)
     if not build(presets):

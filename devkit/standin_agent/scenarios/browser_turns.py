@@ -5,23 +5,33 @@ from __future__ import annotations
 from ..browser_tools import BrowserTools, ToolFailed
 from ..chat_turn import Turn
 
+_BASKET_URL = "https://example.org/basket"
 _HOSTILE_URL = "https://hostile.example/reviews"
+
+
+def _site(turn: Turn) -> str:
+    """The address of a real site with the pages, when the prompt is one; else they are made up."""
+    text = turn.text.strip().rstrip("/")
+    return text if text.startswith("http://") else ""
 
 
 async def browse(turn: Turn) -> None:
     """Reads the page, finds, clicks, types, selects, runs a batch, and goes elsewhere."""
+    site = _site(turn)
     try:
         async with BrowserTools(turn) as browser:
             await turn.say(f"I have {len(await browser.names())} browser tools. ")
             await turn.think(await browser.note())
-            await _shop(turn, browser)
+            if site:
+                await browser.use("browser_navigate", url=f"{site}/shop.html")
+            await _shop(turn, browser, f"{site}/basket.html" if site else _BASKET_URL)
     except ToolFailed as failure:
         await turn.stream.send_json({"error": {"message": str(failure)}})
         return
     await turn.finish()
 
 
-async def _shop(turn: Turn, browser: BrowserTools) -> None:
+async def _shop(turn: Turn, browser: BrowserTools, basket: str) -> None:
     page = await browser.use("browser_read")
     field = await _ref_of(browser, "search the shop")
     button = await _ref_of(browser, "start the search")
@@ -38,7 +48,7 @@ async def _shop(turn: Turn, browser: BrowserTools) -> None:
     ])
     if batch.get("all_ok") is not True:
         raise ToolFailed("the batch did not run to its end")
-    await browser.use("browser_navigate", url="https://example.org/basket")
+    await browser.use("browser_navigate", url=basket)
     await browser.use("browser_navigate", action="back")
     refused = await browser.call("browser_navigate", action="forward")
     await turn.say(f"Forward is not possible: {refused.get('error')}. Done.")
@@ -54,9 +64,11 @@ async def _ref_of(browser: BrowserTools, name: str) -> str:
 
 async def hostile_page(turn: Turn) -> None:
     """Reads a page with instructions for agents, and stops as the host says."""
+    site = _site(turn)
     try:
         async with BrowserTools(turn) as browser:
-            await browser.use("browser_navigate", url=_HOSTILE_URL)
+            await browser.use("browser_navigate",
+                              url=f"{site}/reviews.html" if site else _HOSTILE_URL)
             page = await browser.call("browser_read")
             await browser.use("browser_navigate", action="back")
     except ToolFailed as failure:

@@ -1,0 +1,2 @@
+/** What a tool cannot do, in words for the agent. */
+export class ToolError extends Error {}

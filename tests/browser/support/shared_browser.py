@@ -1,0 +1,53 @@
+"""One browser and one stand-in agent for the tests that leave them as they found them."""
+
+from devkit.browser.chromium import Browser
+from devkit.browser.panel_page import PanelPage
+from devkit.panel import wine
+
+from support.agent_tools import AgentTools
+from support.standin import StandIn
+
+
+class SharedBrowser:
+    """Started when first asked for, and again after close(): whoever needs the agent's port, or no
+    other host, closes it first."""
+
+    def __init__(self, folder, prefix):
+        self._folder = folder
+        self._prefix = prefix
+        self._starts = 0
+        self.browser = None
+        self._panel = None
+        self._agent = None
+
+    @property
+    def agent(self):
+        if self._agent is None:
+            self._agent = StandIn()
+        return self._agent
+
+    @property
+    def panel(self):
+        if self._panel is None:
+            self.agent.reset()
+            self._starts += 1
+            browser = Browser(
+                self._folder / f"profile-{self._starts}",
+                environment=wine.environment(self._prefix))
+            self.browser = browser.__enter__()
+            self.page_tab = self.browser.driver.current_window_handle
+            self._panel = PanelPage(self.browser)
+            self._panel.wait_until_ready()
+        return self._panel
+
+    @property
+    def tools(self):
+        assert self.panel
+        return AgentTools(self.agent.provider)
+
+    def close(self):
+        if self.browser is not None:
+            self.browser.__exit__(None, None, None)
+        if self._agent is not None:
+            self._agent.end()
+        self.browser = self._panel = self._agent = None
