@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Builds and runs the test suites: tools/run_tests.py [WHAT...] [BUILD...] [OPTIONS...]
 
-WHAT is any of unit, system, browser, fuzz, lint, tools (all of them when none is named), BUILD any of
-windows, asan, tsan, coverage. The first word that is neither begins the options, which go to the
-runners of the suites (ctest for unit, pytest for system and browser). One suite alone prints as it runs;
-several run two at a time, each in a network and a Wine prefix of its own, and print when they end.
+WHAT is any of unit, system, browser, package, fuzz, lint, tools (all of them when none is named),
+BUILD any of windows, asan, tsan, coverage. The first word that is neither begins the options, which
+go to the runners of the suites (ctest for unit, pytest for system, browser and package). One suite
+alone prints as it runs; several run two at a time, each in a network and a Wine prefix of its own,
+and print when they end.
 
 Every runner writes JUnit XML to build/test; the last line counts what is in it:
 "N passed, N failed" and ", N skipped" when there are any.
@@ -24,10 +25,10 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 RESULTS = ROOT / "build" / "test"
 PYTHON = "/usr/bin/python3"
-WHATS = ("unit", "system", "browser", "fuzz", "lint", "tools")
+WHATS = ("unit", "system", "browser", "package", "fuzz", "lint", "tools")
 BUILDS = ("windows", "asan", "tsan", "coverage")
 DEFAULT_BUILDS = ("windows", "asan", "tsan")
-BROWSER_BUILD = "windows"
+WINDOWS_BUILD = "windows"  # what browsers start and packages hold
 FUZZ_BUILD = "asan"  # has the fuzz targets besides the tests, so that nothing is built twice
 SUITE_TIMEOUT_SECONDS = 1200
 LANES = 2  # suites at a time
@@ -89,6 +90,16 @@ def browser_suite(options):
     suite.command = [
         PYTHON, "-m", "pytest", str(ROOT / "tests" / "browser"), "-v", f"--junitxml={suite.xml}",
         "-o", f"cache_dir={RESULTS / 'browser-cache'}", *options,
+    ]
+    return suite
+
+
+def package_suite(options):
+    """What users get is made from the Windows build, and installed."""
+    suite = Suite("package", [], wine=True)
+    suite.command = [
+        PYTHON, "-m", "pytest", str(ROOT / "tests" / "package"), "-v", f"--junitxml={suite.xml}",
+        "-o", f"cache_dir={RESULTS / 'package-cache'}", *options,
     ]
     return suite
 
@@ -292,6 +303,8 @@ def wanted_suites(whats, builds, options, fuzz_seconds):
         suites.append(browser_suite(options))
     if "unit" in whats:
         suites += [unit_suite(name, options) for name in builds]
+    if "package" in whats:
+        suites.append(package_suite(options))
     if "lint" in whats:
         suites.append(lint_suite(options))
     if "tools" in whats:
@@ -314,8 +327,8 @@ def main():
     RESULTS.mkdir(parents=True)
     begin = time.monotonic()
     presets = list(builds) if {"unit", "system"} & set(whats) else []
-    if "browser" in whats and BROWSER_BUILD not in presets:
-        presets.append(BROWSER_BUILD)
+    if {"browser", "package"} & set(whats) and WINDOWS_BUILD not in presets:
+        presets.append(WINDOWS_BUILD)
     if "fuzz" in whats and FUZZ_BUILD not in presets:
         presets.append(FUZZ_BUILD)
     if not build(presets):

@@ -1,0 +1,80 @@
+"""What is in a package, and what the program in it says about itself."""
+
+import hashlib
+import subprocess
+import zlib
+
+import package
+
+
+def listing(program, option):
+    return subprocess.run(["x86_64-w64-mingw32-objdump", option, str(program)],
+                          capture_output=True, text=True, check=True).stdout
+
+
+def resources(program):
+    """The resources as a resource script."""
+    return subprocess.run(["x86_64-w64-mingw32-windres", "-J", "coff", "-O", "rc", str(program)],
+                          capture_output=True, text=True, check=True).stdout
+
+
+def test_a_package_is_four_files(made, version):
+    assert sorted(each.name for each in made.iterdir()) == [
+        "SHA256SUMS", f"morva-chrome-host-{version}-setup.exe",
+        f"morva-chrome-host-{version}-windows-x64.zip", f"morva-chrome-host-{version}.debug"]
+
+
+def test_the_sums_are_those_of_the_files(made):
+    lines = (made / "SHA256SUMS").read_text().splitlines()
+    assert len(lines) == 3
+    for line in lines:
+        digest, name = line.split("  ")
+        assert hashlib.sha256((made / name).read_bytes()).hexdigest() == digest
+
+
+def test_the_archive_has_the_program_and_what_to_read(unpacked):
+    assert sorted(each.name for each in unpacked.iterdir()) == [
+        "CHANGELOG.md", "README.txt", "morva-chrome-host.exe"]
+    readme = (unpacked / "README.txt").read_bytes()
+    assert readme.count(b"\n") == readme.count(b"\r\n") > 5
+
+
+def test_the_symbols_are_apart_and_found(made, unpacked, program, version):
+    stripped = unpacked / "morva-chrome-host.exe"
+    assert ".debug_info" in listing(program, "-h")
+    assert ".debug_" not in listing(stripped, "-h").replace(".gnu_debuglink", "")
+    assert "no symbols" in listing(stripped, "-t")
+
+    symbols = made / f"morva-chrome-host-{version}.debug"
+    assert ".debug_info" in listing(symbols, "-h")
+    link = symbols.name.encode() + b"\0"
+    link += bytes(-len(link) % 4) + zlib.crc32(symbols.read_bytes()).to_bytes(4, "little")
+    assert link in stripped.read_bytes()
+
+
+def test_the_program_can_be_placed_anywhere_and_has_no_executable_data(unpacked):
+    header = listing(unpacked / "morva-chrome-host.exe", "-p")
+    for flag in ("HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT"):
+        assert flag in header
+    assert ".reloc" in listing(unpacked / "morva-chrome-host.exe", "-h")
+
+
+def test_the_program_names_its_version(unpacked, version):
+    script = resources(unpacked / "morva-chrome-host.exe")
+    assert f"FILEVERSION {version.replace('.', ', ')}, 0" in script
+    for name in ("FileVersion", "ProductVersion"):
+        assert f'VALUE "{name}", "{version}"' in script
+    assert 'VALUE "OriginalFilename", "morva-chrome-host.exe"' in script
+
+
+def test_the_program_says_what_it_expects_of_the_system(unpacked, version):
+    script = resources(unpacked / "morva-chrome-host.exe")
+    assert script.count("/* RT_MANIFEST */") == 1
+    for part in (f'version=""{version}.0""', 'level=""asInvoker""', ">UTF-8</activeCodePage>",
+                 ">true</longPathAware>", "{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}"):
+        assert part in script, part
+
+
+def test_a_package_is_the_same_at_another_hour(made, program, version, tmp_path):
+    package.make_package(program, version, tmp_path / "again")
+    assert (tmp_path / "again" / "SHA256SUMS").read_text() == (made / "SHA256SUMS").read_text()
