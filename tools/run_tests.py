@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 """Builds and runs the test suites: tools/run_tests.py [WHAT...] [BUILD...] [OPTIONS...]
 
-WHAT is any of unit, system, browser, package, fuzz, lint, tools (all of them when none is named),
-BUILD any of windows, asan, tsan, coverage. The first word that is neither begins the options, which
-go to the runners of the suites (ctest for unit, pytest for system, browser and package). One suite
-alone prints as it runs; several run two at a time, each in a network and a Wine prefix of its own,
-and print when they end.
+WHAT is any of unit, system, browser, package, soak, fuzz, lint, tools (all of them when none is
+named), BUILD any of windows, asan, tsan, coverage. The first word that is neither begins the
+options, which go to the runners of the suites (ctest for unit, pytest for system, browser and
+package). One suite alone prints as it runs; several run two at a time, each in a network and a Wine
+prefix of its own, and print when they end.
 
 Every runner writes JUnit XML to build/test; the last line counts what is in it:
 "N passed, N failed" and ", N skipped" when there are any.
@@ -25,11 +25,13 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 RESULTS = ROOT / "build" / "test"
 PYTHON = "/usr/bin/python3"
-WHATS = ("unit", "system", "browser", "package", "fuzz", "lint", "tools")
+WHATS = ("unit", "system", "browser", "package", "soak", "fuzz", "lint", "tools")
 BUILDS = ("windows", "asan", "tsan", "coverage")
 DEFAULT_BUILDS = ("windows", "asan", "tsan")
 WINDOWS_BUILD = "windows"  # what browsers start and packages hold
 FUZZ_BUILD = "asan"  # has the fuzz targets besides the tests, so that nothing is built twice
+SOAK_BUILDS = ("windows", "tsan")  # what is released, and what watches the threads
+SOAK_MINUTES = 1
 SUITE_TIMEOUT_SECONDS = 1200
 LANES = 2  # suites at a time
 
@@ -104,6 +106,15 @@ def package_suite(options):
     return suite
 
 
+def soak_suite(build, options):
+    suite = Suite(f"soak {build}", [], wine=build == "windows")
+    suite.command = [
+        PYTHON, str(ROOT / "tests" / "soak" / "soak.py"), "--build", build, "--minutes",
+        str(SOAK_MINUTES), "--junit", str(suite.xml), *options,
+    ]
+    return suite
+
+
 def fuzz_suite(target, seconds):
     name = target.name.removesuffix("_fuzz")
     suite = Suite(f"fuzz {name}", [], network=False)
@@ -135,7 +146,8 @@ def lint_suite(options):
 def tools_suite(options):
     suite = Suite("tools", [], network=False)
     suite.command = [
-        PYTHON, "-m", "pytest", str(ROOT / "tools"), "-q", f"--junitxml={suite.xml}",
+        PYTHON, "-m", "pytest", str(ROOT / "tools"), str(ROOT / "tests" / "soak"), "-q",
+        f"--junitxml={suite.xml}",
         "-o", f"cache_dir={RESULTS / 'tools-cache'}", *options,
     ]
     return suite
@@ -305,6 +317,9 @@ def wanted_suites(whats, builds, options, fuzz_seconds):
         suites += [unit_suite(name, options) for name in builds]
     if "package" in whats:
         suites.append(package_suite(options))
+    if "soak" in whats:
+        soaked = SOAK_BUILDS if tuple(builds) == DEFAULT_BUILDS else builds
+        suites += [soak_suite(name, options) for name in soaked]
     if "lint" in whats:
         suites.append(lint_suite(options))
     if "tools" in whats:
@@ -326,7 +341,7 @@ def main():
     shutil.rmtree(RESULTS, ignore_errors=True)
     RESULTS.mkdir(parents=True)
     begin = time.monotonic()
-    presets = list(builds) if {"unit", "system"} & set(whats) else []
+    presets = list(builds) if {"unit", "system", "soak"} & set(whats) else []
     if {"browser", "package"} & set(whats) and WINDOWS_BUILD not in presets:
         presets.append(WINDOWS_BUILD)
     if "fuzz" in whats and FUZZ_BUILD not in presets:

@@ -1,0 +1,73 @@
+"""The stand-in agent of a soak run: it can crash, and comes back."""
+
+from __future__ import annotations
+
+import json
+import subprocess
+import sys
+import threading
+import urllib.error
+import urllib.request
+
+from devkit.panel.wine import ROOT
+
+PORT = 8090
+TOKENS_PER_SECOND = 400  # slow enough for a stop or a crash to fall into a turn
+_START_ATTEMPTS = 5  # its port may be a moment late to be free
+_ANSWER_TIMEOUT_S = 60
+
+
+class AgentProcess:
+    def __init__(self):
+        self.crashes = 0
+        self._published = 0
+        self._publishing = threading.Lock()
+        self._process = None
+        self.start()
+
+    def start(self):
+        for _ in range(_START_ATTEMPTS):
+            self._process = subprocess.Popen(
+                [sys.executable, "-m", "standin_agent", "--port", str(PORT), "--tokens-per-second",
+                 str(TOKENS_PER_SECOND)],
+                cwd=ROOT / "devkit", stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                stderr=subprocess.DEVNULL, text=True)
+            if self._process.stdout.readline().startswith("ready on port "):
+                return
+            self.end()
+        raise RuntimeError("the stand-in agent does not start")
+
+    def crash(self):
+        """Ends without a word to anybody: connections are reset, what it knew is gone."""
+        self.crashes += 1
+        self._process.kill()
+        self.end()
+
+    def end(self):
+        if self._process.poll() is None:
+            self._process.terminate()
+        self._process.wait()
+        self._process.stdout.close()
+
+    def ask(self, path, body=None):
+        """A JSON answer of the agent itself; None when it is not there."""
+        data = None if body is None else json.dumps(body).encode()
+        request = urllib.request.Request(
+            f"http://127.0.0.1:{PORT}{path}", data, {"Content-Type": "application/json"})
+        try:
+            with urllib.request.urlopen(request, timeout=_ANSWER_TIMEOUT_S) as answer:
+                return json.load(answer)
+        except (OSError, urllib.error.URLError, ValueError):
+            return None
+
+    def publish(self):
+        """Sends a numbered event to every host that listens. Its number and how many listened, as
+        seen before; None when the agent is not there."""
+        with self._publishing:
+            running = self.ask("/test/running")
+            self._published += 1
+            number = self._published
+            event = {"method": "soakEvent", "args": [{"number": number}]}
+            if running is None or self.ask("/test/events", event) is None:
+                return None
+            return number, running["events"]
