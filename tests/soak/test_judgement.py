@@ -28,7 +28,7 @@ def risen(looks):
     ([20, 30, 31, 30, 32, 31, 30], None, None, []),
     ([20, 30, 36, 42, 48, 54, 60], None, None, ["memory_mib"]),
     ([20, 30, 90, 30, 31, 30, 30], None, None, []),  # one peak is no leak
-    ([30] * 7, [12, 15, 18, 21, 24, 27, 30], None, ["threads"]),
+    ([30] * 7, [12, 16, 20, 24, 28, 32, 36], None, ["threads"]),
     ([30] * 7, [12, 20, 14, 15, 14, 20, 14], None, []),
     ([30] * 7, None, [50, 60, 70, 80, 90, 100, 110], ["handles"]),
     ([30, 60, 90], None, None, []),  # too short a life to say anything
