@@ -200,13 +200,6 @@ void startWatchdogOnce() {
   std::call_once(started, [] { (void)runDetached("idle watchdog", idleWatchdog); });
 }
 
-json failureReply(const json& request, std::string_view error) {
-  if (lenientText(request, "kind") == "providerRpc") {
-    return providerRpcReply(request, false, foreignText(error));
-  }
-  return ackError(request, error);
-}
-
 }  // namespace
 
 json handleMessage(const json& request) {
@@ -214,6 +207,13 @@ json handleMessage(const json& request) {
   const Kind kind = findKind(readText(request, "kind"));
   if (kind.activity == Activity::user) touchAgentActivity();
   return kind.reply(request);
+}
+
+json failureReply(const json& request, std::string_view error) {
+  if (lenientText(request, "kind") == "providerRpc") {
+    return providerRpcReply(request, false, foreignText(error));
+  }
+  return ackError(request, error);
 }
 
 void answerPanelMessage(const json& request) {

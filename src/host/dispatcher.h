@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
+#include <string_view>
 
 namespace media::win::chrome_inspect {
 
@@ -9,7 +10,10 @@ namespace media::win::chrome_inspect {
 // nlohmann::json::type_error for an argument of a wrong type. Threads: one, the dispatcher's.
 nlohmann::json handleMessage(const nlohmann::json& request);
 
-// The same, and sends the reply: exactly one, whatever is thrown.
+// The not-ok reply to a message that cannot be answered: an ack, or a "hostProviderRpc" reply.
+nlohmann::json failureReply(const nlohmann::json& request, std::string_view error);
+
+// Performs one panel message and sends its reply: exactly one, whatever is thrown.
 void answerPanelMessage(const nlohmann::json& request);
 
 }  // namespace media::win::chrome_inspect

@@ -47,7 +47,7 @@ Next sortMessage(PanelWork& work, json& message, std::size_t bytes) {
   if (isPanelMessage(message)) {
     const Placed placed = work.place(message, bytes, roomWaitMs);
     if (placed == Placed::now) return Next::answer;
-    if (placed == Placed::full) sendReply(message, ackError(message, "host is busy"));
+    if (placed == Placed::full) sendReply(message, failureReply(message, "host is busy"));
   } else if (isRelayReply(message)) {
     storeRelayReply(std::move(message), bytes);
   }

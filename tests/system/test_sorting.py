@@ -3,6 +3,7 @@
 import pytest
 
 from support.panel_side import compact
+from support.scripted_agent import holds
 
 NOISE = {
     "a number": 5,
@@ -32,6 +33,7 @@ NOISE = {
 }
 
 
+@pytest.mark.off_protocol("extension", "panel")
 @pytest.mark.parametrize("name", NOISE)
 def test_noise_gets_no_answer(shared_panel, name):
     mark = shared_panel.mark()
@@ -112,3 +114,25 @@ def test_a_provider_reply_has_only_the_ids_that_were_given(shared_panel):
     reply = shared_panel.ask("providerRpc", method="noSuchMethod", rpcId=None)
     assert reply["rpcId"] is None
     assert "id" not in reply
+
+
+# --- More than can wait ---
+
+QUEUED = 4096
+
+
+@pytest.mark.parametrize("method", [None, "getCreditInfo"])
+def test_what_finds_no_room_is_refused_in_the_shape_of_its_replies(panel, agent, method):
+    agent.on["/v1/credit"] = holds
+    held = panel.send("providerRpc", method="getCreditInfo")
+    agent.wait_for("/v1/credit")
+    waiting = [panel.send("getStatus") for _ in range(QUEUED)]
+    keys = {"method": method, "rpcId": "r"} if method else {}
+    refused = panel.ask("providerRpc" if method else "getStatus", **keys)
+    assert refused["kind"] == ("hostProviderRpc" if method else "ack")
+    assert refused["ok"] is False and refused["error"] == "host is busy"
+    assert refused.get("rpcId") == ("r" if method else None)
+    agent.cancelled.set()
+    answered = {held, *waiting}
+    panel.wait_frame(lambda f: f.get("chromeRequestId") == waiting[-1], timeout=30)
+    assert answered <= {f.get("chromeRequestId") for f in panel.frames_since(0)}
