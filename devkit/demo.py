@@ -25,6 +25,8 @@ from panel.panel_turn import PanelTurn
 from panel.standin_process import StandInProcess
 from panel.tool_server_view import show_tool_server
 from panel.turn_view import TurnView
+from protocol_check.findings import Findings
+from protocol_check.host_traffic import HostTraffic
 from standin_agent.scenarios import SCENARIOS
 
 _DEFAULT_PROMPT = "Hello, is anybody there?"
@@ -121,8 +123,16 @@ def run(options: argparse.Namespace, console: Console) -> bool:
             if prefix is None:
                 environment |= {"APPDATA": str(own), "LOCALAPPDATA": str(own)}
             host = HostProcess(options.build, env=environment, wineprefix=prefix)
+            findings = Findings()
+            traffic = HostTraffic(findings)
+            host.on_sent = traffic.sent
             stack.enter_context(host)
-        return converse(host, options, console)
+        ok = converse(host, options, console)
+        traffic.check(host.frames)
+        for finding in findings.take():
+            TurnView(console).error(f"against the protocol: {finding.side}: {finding.text}")
+            ok = False
+        return ok
 
 
 def main() -> int:

@@ -82,6 +82,7 @@ class HostProcess:
         self._errors = bytearray()
         self._errors_thread: threading.Thread | None = None
         self._next = 0  # the frame that read() gives next
+        self.on_sent: Callable[[bytes], object] | None = None  # is told of all that is sent
 
     # Start and end
 
@@ -142,6 +143,10 @@ class HostProcess:
         return self._running.pid
 
     @property
+    def started(self) -> bool:
+        return self._process is not None and self._output is not None
+
+    @property
     def running(self) -> bool:
         return self._running.poll() is None
 
@@ -154,6 +159,8 @@ class HostProcess:
         """Bytes as they are: broken lengths, bodies that are not JSON, pieces of frames."""
         stdin = self._running.stdin
         assert stdin is not None
+        if self.on_sent is not None:
+            self.on_sent(data)
         left = memoryview(data)
         while left:
             left = left[stdin.write(left):]

@@ -11,7 +11,8 @@ from .wine import ROOT
 
 
 class StandInProcess:
-    """A stand-in while it is entered; `port` is where it listens."""
+    """A stand-in while it is entered; `port` is where it listens. When it is left, what was said
+    to it or by it against the protocol raises RuntimeError."""
 
     def __init__(self, arguments: Sequence[str], module: str = "standin_agent") -> None:
         self._module = module
@@ -41,4 +42,6 @@ class StandInProcess:
         _trace: TracebackType | None,
     ) -> None:
         self._process.terminate()
-        self._process.wait()
+        faults, _ = self._process.communicate()
+        if faults.strip():
+            raise RuntimeError(f"{self._module}, against the protocol:\n{faults}")

@@ -12,11 +12,13 @@ from collections.abc import Sequence
 from aiohttp import web
 
 from .fault_table import FAULT_NAMES, parse_fault
+from .protocol_watch import report
 from .scenarios import SCENARIOS
 from .server_app import make_app
 from .server_state import ServerState, Settings
 
 EXIT_PORT_TAKEN = 3
+EXIT_OFF_PROTOCOL = 4
 
 
 def parse_arguments(arguments: Sequence[str] | None) -> argparse.Namespace:
@@ -57,7 +59,9 @@ async def serve(port: int, settings: Settings) -> int:
     await stop.wait()
     state.end_everything()
     await runner.cleanup()
-    return 0
+    faults = report()
+    print(faults, flush=True)
+    return EXIT_OFF_PROTOCOL if faults else 0
 
 
 def main(arguments: Sequence[str] | None = None) -> int:

@@ -10,6 +10,7 @@ from typing import Any
 import aiohttp
 
 from .chat_turn import Turn
+from .protocol_watch import hold_tool_call
 from .server_state import Json
 
 _PROVIDER = "chrome"
@@ -49,12 +50,14 @@ class BrowserTools:
     async def names(self) -> list[str]:
         """What the host's catalogue lists."""
         async with self._session.get(self._url) as response:
+            await hold_tool_call(response, b"")
             catalogue = await response.json()
         return [tool["name"] for tool in catalogue["tools"]]
 
     async def note(self) -> str:
         """What the host says about the browser."""
         async with self._session.get(f"{self._url}/context") as response:
+            await hold_tool_call(response, b"")
             return str((await response.json())["prompt"])
 
     async def call(self, name: str, **arguments: Any) -> Json:
@@ -64,8 +67,9 @@ class BrowserTools:
         asked = json.dumps(arguments, ensure_ascii=False) if arguments else ""
         await self._turn.event("tool_call", id=run, name=name, text=f"{name} {asked}".strip())
         began = time.monotonic()
-        body = {"name": name, "arguments": arguments}
-        async with self._session.post(f"{self._url}/call", json=body) as response:
+        body = json.dumps({"name": name, "arguments": arguments}).encode()
+        async with self._session.post(f"{self._url}/call", data=body) as response:
+            await hold_tool_call(response, body)
             text = await response.text()
         took = int((time.monotonic() - began) * 1000)
         result: Json = json.loads(text)

@@ -10,6 +10,8 @@ from typing import Any
 
 from aiohttp import web
 
+from .protocol_watch import hold_event
+
 _TIME_TO_READ_S = 0.2
 _RESET_ON_CLOSE = struct.pack("ii", 1, 0)  # linger for no time
 
@@ -24,14 +26,16 @@ class EventStream(web.StreamResponse):
     # Without the check aiohttp adds neither a length nor a chunked transfer coding.
     _length_check = False
 
-    def __init__(self, headers: dict[str, str] | None = None) -> None:
+    def __init__(self, path: str, headers: dict[str, str] | None = None) -> None:
         super().__init__(headers={"Content-Type": "text/event-stream", **(headers or {})})
         self.force_close()
+        self._path = path
 
     async def send_data(self, text: str) -> None:
         await self.write(f"data: {text}\n\n".encode("utf-8"))
 
     async def send_json(self, value: Any) -> None:
+        hold_event(self._path, value)
         await self.send_data(json.dumps(value, ensure_ascii=False, separators=(",", ":")))
 
 

@@ -68,7 +68,7 @@ async def _huge_body(request: web.Request, _: str) -> web.StreamResponse | None:
     """A 200 whose body goes on for as long as somebody reads it."""
     if request.path != "/ready":
         return None
-    stream = EventStream()
+    stream = EventStream(request.path)
     await stream.prepare(request)
     while not is_gone(request):
         await stream.write(b" " * 65536)

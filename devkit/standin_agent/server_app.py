@@ -10,6 +10,7 @@ from collections.abc import Awaitable, Callable
 from aiohttp import web
 
 from .fault_table import REQUEST_FAULTS
+from .protocol_watch import hold_answer, hold_request
 from .routes import (
     chat_commands,
     chat_completions,
@@ -65,6 +66,7 @@ async def _remember(request: web.Request, handler: Handler) -> web.StreamRespons
     """Keeps what was asked, byte for byte where it is text, before anything answers it."""
     if not _is_for_tests(request):
         state = state_of(request)
+        hold_request(request, await request.read())
         text = (await request.read()).decode("utf-8", "replace")
         try:
             body = json.loads(text) if text else None
@@ -94,7 +96,15 @@ async def _misbehave(request: web.Request, handler: Handler) -> web.StreamRespon
     return await handler(request)
 
 
-_MIDDLEWARES = (_contain, _remember, _misbehave)
+@web.middleware
+async def _hold_answers(request: web.Request, handler: Handler) -> web.StreamResponse:
+    response = await handler(request)
+    if not _is_for_tests(request):
+        hold_answer(request, response)
+    return response
+
+
+_MIDDLEWARES = (_contain, _remember, _misbehave, _hold_answers)
 
 
 def make_app(state: ServerState) -> web.Application:

@@ -9,7 +9,7 @@ import signal
 import time
 from pathlib import Path
 
-from .command_channel import CommandChannel
+from .command_channel import FINDINGS, CommandChannel
 from .instance_files import announced
 
 
@@ -24,6 +24,8 @@ async def serve(appdata: Path, under_wine: bool) -> None:
         print(f"ready on port {port}", flush=True)
         await stop.wait()
     server.close()
+    for finding in FINDINGS.take():
+        print(f"{finding.side}: {finding.text}", flush=True)
 
 
 def main() -> None:

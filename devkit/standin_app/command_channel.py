@@ -10,6 +10,9 @@ import secrets
 import struct
 from typing import Any
 
+from protocol_check.findings import APPLICATION, HOST, Findings
+
+FINDINGS = Findings()
 _LARGEST = 16 * 1024 * 1024
 _PATIENCE_S = 15
 
@@ -39,16 +42,23 @@ class CommandChannel:
 
     async def _exchange(self, reader: asyncio.StreamReader, writer: asyncio.StreamWriter) -> None:
         nonce = secrets.token_bytes(32)
-        _send(writer, {"nonce": nonce.hex()})
+        challenge = {"nonce": nonce.hex()}
+        FINDINGS.message(APPLICATION, "application", "challenge", challenge)
+        _send(writer, challenge)
         message = await _receive(reader)
+        FINDINGS.message(HOST, "application", "request", message)
+        reply = self._reply_to(message, nonce)
+        FINDINGS.reply(APPLICATION, "application", "request", reply)
+        _send(writer, reply)
+        await writer.drain()
+
+    def _reply_to(self, message: Json, nonce: bytes) -> Json:
         wanted = hashlib.sha256(nonce + self._token).hexdigest()
         if not hmac.compare_digest(wanted, str(message.get("proof", ""))):
-            _send(writer, {"type": "error", "error": "auth failed"})
-        elif message.get("action") != "command_run":
-            _send(writer, {"type": "error", "error": "unknown action"})
-        else:
-            _send(writer, answer(message.get("request") or {}))
-        await writer.drain()
+            return {"type": "error", "error": "auth failed"}
+        if message.get("action") != "command_run":
+            return {"type": "error", "error": "unknown action"}
+        return answer(message.get("request") or {})
 
 
 def _send(writer: asyncio.StreamWriter, message: Json) -> None:

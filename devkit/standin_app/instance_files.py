@@ -8,6 +8,10 @@ from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
 
+from protocol_check.findings import APPLICATION
+
+from .command_channel import FINDINGS
+
 _FOLDER = Path("Quenlark") / "morva-viewer" / "instances" / "run-ipc"
 
 # Windows numbers its processes in steps of four. A program under Wine does not see ours, but those
@@ -26,10 +30,10 @@ def announced(
     try:
         for pid in _NUMBERS_UNDER_WINE if under_wine else (os.getpid(),):
             path = folder / f"standin-{os.getpid()}-{pid}.json"
-            path.write_text(json.dumps({
-                "kind": "ui", "transport": "tcp", "pid": pid, "endpoint": str(port),
-                "token": token, "startedUnixMs": started_unix_ms,
-            }))
+            instance = {"kind": "ui", "transport": "tcp", "pid": pid, "endpoint": str(port),
+                        "token": token, "startedUnixMs": started_unix_ms}
+            FINDINGS.message(APPLICATION, "application", "instanceFile", instance)
+            path.write_text(json.dumps(instance))
             written.append(path)
         yield
     finally:

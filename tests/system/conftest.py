@@ -4,7 +4,7 @@ import sys
 
 import pytest
 
-from support import builds, own_network
+from support import builds, own_network, protocol
 from support.cli_program import CliProgram
 from support.panel_side import Panel
 from support.sanitizer_reports import sanitizer_environment, take_reports
@@ -81,6 +81,7 @@ def launch(user_folders):
             environment = {**user_folders, **environment}
         prefix = builds.wine_prefix() if builds.IS_WINDOWS else None
         host = HostProcess(builds.BUILD, args, environment, prefix, builds.PROGRAM, greet)
+        protocol.watch(host)
         return Panel(host.start())
 
     return start
@@ -152,6 +153,17 @@ def cli(tmp_path):
     program = CliProgram(tmp_path)
     yield program
     program.end()
+
+
+@pytest.fixture(autouse=True)
+def speaks_the_protocol(request):
+    """Whatever is said while a test runs must satisfy docs/schema (see support/protocol.py)."""
+    yield
+    allowed = [side for mark in request.node.iter_markers("off_protocol") for side in mark.args]
+    faults = protocol.faults_of_test(allowed)
+    if faults:
+        text = "\n".join([f"{len(faults)} against the protocol:", *faults[:20]])
+        pytest.fail(text, pytrace=False)
 
 
 @pytest.fixture(autouse=True)

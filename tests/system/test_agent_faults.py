@@ -66,6 +66,7 @@ ANSWERS = {
 }
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("name", ANSWERS)
 def test_an_answer_ends_the_turn_so(shared_panel, shared_agent, name):
     handler, ok, error, text = ANSWERS[name]
@@ -74,6 +75,7 @@ def test_an_answer_ends_the_turn_so(shared_panel, shared_agent, name):
     assert (turn.done, turn.text) == ((ok, error), text)
 
 
+@pytest.mark.off_protocol("agent")
 def test_no_cookie_is_kept(shared_panel, shared_agent):
     shared_agent.turn(answers(b"", headers=[("Set-Cookie", "secret=1; Path=/")]))
     shared_panel.run_turn()
@@ -142,6 +144,7 @@ READY_ANSWERS = {
 }
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("name", READY_ANSWERS)
 def test_an_agent_counts_as_ready_when_it_says_so(start_panel, shared_agent, name):
     handler, ready = READY_ANSWERS[name]

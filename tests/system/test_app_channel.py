@@ -51,8 +51,9 @@ def app(instances, leaving_agent):
 
 def run(panel, timeout=20, **keys):
     """Runs a command and gives the reply without what every reply has."""
-    reply = panel.ask("providerRpc", timeout=timeout, method="commandRun", rpcId=1, **keys)
-    for key in ("source", "chromeRequestId", "rpcId", "kind"):
+    command = {"method": "commandRun", "rpcId": 1, "id": "open-report", **keys}
+    reply = panel.ask("providerRpc", timeout=timeout, **command)
+    for key in ("source", "chromeRequestId", "rpcId", "kind", *({"id"} - keys.keys())):
         del reply[key]
     return reply
 
@@ -114,6 +115,7 @@ REPLIES = {
 }
 
 
+@pytest.mark.off_protocol("application")
 @pytest.mark.parametrize("name", REPLIES)
 def test_what_the_application_says_becomes_the_reply(panel, app, name):
     value, wanted = REPLIES[name]
@@ -169,10 +171,13 @@ EXCHANGES = {
 @pytest.mark.parametrize("name", EXCHANGES)
 def test_an_exchange_that_fails_has_its_text(panel, app, name):
     app.script, text = EXCHANGES[name]
-    assert run(panel) == failed(text)
+    # A reset may come before the host's connect has returned, on a machine that is busy.
+    also = "cmd_ipc connect failed" if name == "reset at once" else text
+    assert run(panel) in (failed(text), failed(also))
     panel.end()
 
 
+@pytest.mark.off_protocol("application")
 def test_a_token_that_is_not_hexadecimal_gives_no_proof(panel, instances, leaving_agent):
     with DesktopApp(sends(frame({"nonce": NONCE}))) as app:
         instances.announce("app", app.port, token="xyz")
@@ -221,6 +226,7 @@ def test_a_burst_looks_once(panel, instances, leaving_agent):
     panel.end()
 
 
+@pytest.mark.off_protocol("application")
 def test_the_newest_live_instance_is_chosen(panel, instances, leaving_agent):
     with DesktopApp() as old, DesktopApp() as app:
         instances.announce("b", app.port, startedUnixMs=2000)
@@ -284,7 +290,7 @@ def test_one_good_file_is_found_among_two_hundred_bad_ones(panel, instances, lea
 
 def test_an_application_that_hangs_does_not_hold_up_the_end(panel, app):
     app.script = lambda connection: connection.wait_for_host()
-    panel.send("providerRpc", method="commandRun")
+    panel.send("providerRpc", method="commandRun", id="open-report")
     deadline = time.monotonic() + 10
     while not app.connections:
         assert time.monotonic() < deadline

@@ -143,6 +143,7 @@ ODD = {
 }
 
 
+@pytest.mark.off_protocol("extension")
 @pytest.mark.parametrize("name", ODD)
 def test_whatever_the_extension_answers_the_call_is_answered(server, extension, name):
     reply, wanted = ODD[name]
@@ -154,6 +155,7 @@ def test_whatever_the_extension_answers_the_call_is_answered(server, extension, 
     extension.panel.prove_alive()
 
 
+@pytest.mark.off_protocol("extension")
 def test_an_answer_too_deep_to_parse_is_dropped_and_the_next_one_counts(server, extension):
     running = ToolCall(server, "browser_read")
     command = extension.take()
@@ -185,6 +187,7 @@ def test_a_page_is_screened_and_cut_down(server, extension):
                  "refusing to continue this turn. "}
 
 
+@pytest.mark.off_protocol("extension")
 def test_sixteen_calls_at_once_get_each_its_own_answer(server, extension):
     rounds = 3 if IS_WINDOWS or IS_SANITIZED else 20
     seen = set()
@@ -227,6 +230,7 @@ def test_a_mib_of_nested_steps_is_judged_in_no_time(server, extension):
     assert running.result() == {"compacted": True, "tool": "browser_batch"}
 
 
+@pytest.mark.off_protocol("extension")
 def test_answers_that_nobody_asked_for_take_no_memory(own_server):
     panel = own_server.panel
     filler = "x" * 5000
@@ -244,5 +248,6 @@ def test_answers_that_nobody_asked_for_take_no_memory(own_server):
     assert call(own_server, extension, {"ok": True, "data": {"a": 1}}) == {"a": 1}
 
 
+@pytest.mark.off_protocol("client")
 def test_the_answer_needs_the_token(server):
     assert server.request("POST", CALL, b'{"name":"browser_read"}', token="0" * 64).status == 401

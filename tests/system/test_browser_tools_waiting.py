@@ -2,6 +2,8 @@
 
 import time
 
+import pytest
+
 from support.builds import IS_SANITIZED
 from support.extension_side import NO_ANSWER, Extension, ToolCall, failure
 from support.tool_server_client import ToolServer
@@ -9,6 +11,7 @@ from support.tool_server_client import ToolServer
 WAIT_S = 25
 
 
+@pytest.mark.off_protocol("extension")
 def test_calls_wait_for_25_seconds_and_late_answers_reach_nobody(own_server):
     panel = own_server.panel
     extension = Extension(panel)

@@ -253,6 +253,7 @@ CURSORS = {"missing": ({}, 0), "null": ({"after": None}, 0), "negative": ({"afte
            "out of range": ({"after": 1e300}, 0)}
 
 
+@pytest.mark.off_protocol("panel")
 def test_a_cursor_is_a_number_that_is_not_negative(panel, feeding):
     for number, (keys, after) in enumerate(CURSORS.values(), 1):
         panel.ask("chatSender", **keys)

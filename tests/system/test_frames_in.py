@@ -63,6 +63,7 @@ def test_a_message_is_answered_with_its_token(shared_panel, name):
     shared_panel.prove_alive()
 
 
+@pytest.mark.off_protocol("panel")
 def test_length_zero_is_an_empty_object_and_the_reader_goes_on(shared_panel):
     mark = shared_panel.mark()
     shared_panel.send_raw(framed(b"") * 3)
@@ -70,6 +71,7 @@ def test_length_zero_is_an_empty_object_and_the_reader_goes_on(shared_panel):
     assert len(shared_panel.frames_since(mark)) == 1  # only the proof
 
 
+@pytest.mark.off_protocol("panel")
 def test_what_follows_a_nul_byte_is_not_looked_at(shared_panel):
     body = request_text("before the NUL").encode() + b"\0rubbish \xff {"
     mark = shared_panel.mark()
@@ -96,6 +98,7 @@ REFUSED = {
 }
 
 
+@pytest.mark.off_protocol("panel")
 @pytest.mark.parametrize("name", REFUSED)
 def test_a_frame_nested_too_deeply_gets_no_answer_and_does_no_harm(shared_panel, name):
     mark = shared_panel.mark()
@@ -110,6 +113,7 @@ def test_exactly_1000_levels_are_taken(shared_panel):
     assert reply["ok"] is True
 
 
+@pytest.mark.off_protocol("panel")
 def test_a_frame_nested_too_deeply_is_told_in_the_log(panel, agent):
     panel.send_raw(framed(REFUSED["200,000 levels"].encode()))
     panel.prove_alive()
@@ -125,6 +129,7 @@ BLOW_UPS = {
 }
 
 
+@pytest.mark.off_protocol("panel")
 @pytest.mark.parametrize("name", BLOW_UPS)
 def test_small_json_with_a_large_tree_is_refused_before_it_takes_memory(panel, name):
     panel.prove_alive()
@@ -156,6 +161,7 @@ ENDING = {
 }
 
 
+@pytest.mark.off_protocol("panel")
 @pytest.mark.parametrize("name", ENDING)
 def test_a_stream_out_of_step_ends_the_host_with_0(panel, name):
     panel.prove_alive()

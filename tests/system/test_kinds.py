@@ -95,6 +95,7 @@ WRONG_TYPES = [
 ]
 
 
+@pytest.mark.off_protocol("panel")
 @pytest.mark.parametrize("kind,argument,value", WRONG_TYPES)
 def test_an_argument_of_any_type_gets_exactly_one_reply(
     shared_panel, shared_agent, kind, argument, value
@@ -117,6 +118,7 @@ def test_an_argument_of_any_type_gets_exactly_one_reply(
 NO_TEXTS = [name for name, value in VALUES.items() if not isinstance(value, (str, type(None)))]
 
 
+@pytest.mark.off_protocol("panel")
 @pytest.mark.parametrize("value", NO_TEXTS)
 @pytest.mark.parametrize("kind", ["kind", "prompt"])
 def test_a_text_of_another_type_is_refused_with_the_librarys_text(shared_panel, kind, value):
@@ -133,6 +135,7 @@ def test_a_text_of_another_type_is_refused_with_the_librarys_text(shared_panel, 
     }
 
 
+@pytest.mark.off_protocol("panel")
 @pytest.mark.parametrize("prompt", ["", None, "missing"])
 def test_an_empty_prompt_is_an_error_and_starts_nothing(shared_panel, prompt):
     mark = shared_panel.mark()

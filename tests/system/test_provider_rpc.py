@@ -101,6 +101,7 @@ def expect_request(exchange, verb, path, body):
     assert exchange.header("User-Agent") == ["morva-chrome-host"]
 
 
+@pytest.mark.off_protocol("panel")
 @pytest.mark.parametrize("case", RELAYED)
 def test_a_method_makes_its_request_and_relays_the_data(shared_panel, shared_agent, case):
     arguments, verb, path, body = RELAYED[case]
@@ -112,6 +113,7 @@ def test_a_method_makes_its_request_and_relays_the_data(shared_panel, shared_age
     expect_request(exchange, verb, path, body)
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("answer", ANSWERS)
 def test_an_answer_of_the_agent_becomes_data_or_an_error(shared_panel, shared_agent, answer):
     handler, ok, result = ANSWERS[answer]
@@ -121,6 +123,7 @@ def test_an_answer_of_the_agent_becomes_data_or_an_error(shared_panel, shared_ag
     assert rpc(shared_panel, "getCreditInfo", id="i") == wanted
 
 
+@pytest.mark.off_protocol("agent")
 def test_presets_are_made_from_the_model_list(shared_panel, shared_agent):
     shared_agent.on[MODELS] = answers({"data": [
         {"id": "Quick", "morva_preset_id": "quick"},
@@ -137,6 +140,7 @@ def test_presets_are_made_from_the_model_list(shared_panel, shared_agent):
         assert rpc(shared_panel, method) == {"ok": True, "data": {"presets": presets}}
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("answer", [
     answers({"data": []}, status="500 No"), answers(b"{"), lambda exchange: None])
 def test_a_model_list_that_cannot_be_had_is_an_error(shared_panel, shared_agent, answer):
@@ -177,6 +181,7 @@ def no_agent(shared_agent):
     shared_agent.on[READY] = answers({"ready": False})
 
 
+@pytest.mark.off_protocol("panel")
 def test_without_an_agent_every_method_says_so(panel, no_agent):
     for method in ASKING:
         assert rpc(panel, method, id="i") == {
@@ -241,6 +246,7 @@ COMMAND_ANSWERS = {
 }
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("answer", COMMAND_ANSWERS)
 def test_a_command_is_run_by_the_agent_or_left_to_the_application(
     shared_panel, shared_agent, answer
@@ -303,6 +309,7 @@ PLAIN_ANSWERS = {
 }
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("case,answer", itertools.product(PLAIN, PLAIN_ANSWERS))
 def test_a_kind_posts_to_the_agent_and_gives_its_verdict(shared_panel, shared_agent, case, answer):
     arguments, path, body, own_error = PLAIN[case]
@@ -354,6 +361,7 @@ WRONG_TYPES = [(method, argument, value) for method, names in ARGUMENTS.items()
                for argument, value in itertools.product(names, VALUES)]
 
 
+@pytest.mark.off_protocol("panel")
 @pytest.mark.parametrize("method,argument,value", WRONG_TYPES)
 def test_an_argument_of_any_type_gets_one_reply(shared_panel, shared_agent, method, argument,
                                                 value):

@@ -55,6 +55,7 @@ BODIES = {
 }
 
 
+@pytest.mark.off_protocol("panel")
 def test_a_start_posts_what_the_panel_gave_and_defaults(panel, feeding):
     for keys, own in BODIES.values():
         mark = len(feeding.seen(START))
@@ -76,6 +77,7 @@ def test_the_events_are_asked_for_after_the_start(panel, feeding):
     panel.end()
 
 
+@pytest.mark.off_protocol("panel")
 def test_a_start_stores_the_tab(panel, feeding):
     start(panel, feeding, browser={"currentUrl": "https://a.example/", "currentTitle": "A"})
     start(panel, feeding, 2, browser=[1])
@@ -96,6 +98,7 @@ KEYS = {
 }
 
 
+@pytest.mark.off_protocol("panel")
 def test_push_to_talk_is_passed_on_once_an_agent_is_known(panel, feeding):
     ask(panel, "realtimePushToTalk")
     assert feeding.exchanges == []
@@ -132,6 +135,7 @@ START_FAILURES = {
 }
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("failure", START_FAILURES)
 def test_a_start_that_fails_is_told_and_over(panel, feeding, failure):
     feeding.on[START], text = START_FAILURES[failure]
@@ -185,6 +189,7 @@ STREAM_ENDS = {
 }
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("ending", STREAM_ENDS)
 def test_the_end_of_the_stream_is_told_exactly_once(panel, feeding, ending):
     feeding.on[REALTIME_EVENTS], wanted = STREAM_ENDS[ending]
@@ -281,6 +286,7 @@ def test_a_closed_panel_or_a_reload_ends_the_session_without_a_word(panel, feedi
     panel.end()
 
 
+@pytest.mark.off_protocol("agent")
 def test_a_session_does_not_touch_the_turn_that_runs(panel, feeding):
     feed = start(panel, feeding)
     feeding.turn(streams(delta("a"), "[DONE]"))

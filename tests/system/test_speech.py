@@ -79,6 +79,7 @@ def test_no_text_is_not_spoken(panel, speaking, keys):
     panel.end()
 
 
+@pytest.mark.off_protocol("panel")
 def test_a_text_of_another_type_is_refused(panel, speaking):
     for text in (5, True, ["a"], {"a": 1}):
         assert panel.ask("speak", text=text)["ok"] is False
@@ -102,6 +103,7 @@ FAILURES = {
 }
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("failure", FAILURES)
 def test_a_failure_is_one_line_and_then_the_end(panel, speaking, failure):
     speaking.on[SPEAK], text = FAILURES[failure]
@@ -200,7 +202,7 @@ def test_a_stop_while_speaking_gives_two_ends(panel, speaking):
 def test_an_agent_that_stalls_does_not_hold_up_the_end(panel, speaking, kind, path):
     speaking.on[path] = holds
     know_the_agent(panel)
-    panel.send(kind, text="a")
+    panel.send(kind, **({"text": "a"} if kind == "speak" else {}))
     speaking.wait_for(path)
     panel.end(alive=False, limit=1.0)
 

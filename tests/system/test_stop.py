@@ -3,6 +3,8 @@
 import os
 import threading
 
+import pytest
+
 from support import builds
 from support.panel_side import Turn
 from support.scripted_agent import (
@@ -77,6 +79,7 @@ def open_files(panel):
     return len(os.listdir(f"/proc/{panel.pid}/fd"))
 
 
+@pytest.mark.off_protocol("agent")
 def test_stop_after_broken_streams_leaves_nothing_open(shared_panel, shared_agent):
     counts = []
     for _ in range(30):

@@ -126,6 +126,7 @@ def test_the_token_is_64_hexadecimal_digits_and_new_each_time(own_server, start_
     assert ToolServer(start_panel()).token != own_server.token
 
 
+@pytest.mark.off_protocol("client")
 def test_the_token_is_in_no_log_line(own_server, work):
     mark = 0
     own_server.upload("a.png", b"bytes")

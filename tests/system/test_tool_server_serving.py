@@ -51,6 +51,7 @@ def refused(server, path, limit=2.0):
     return answer == NO_FILE
 
 
+@pytest.mark.off_protocol("client")
 def test_paths_that_name_no_file_inside(server, work, tmp_path):
     inside = work.put("a.png", b"inside")
     outside = tmp_path / "outside.png"

@@ -95,6 +95,7 @@ def test_a_name_that_is_no_utf8_is_refused(server, work, hint):
     assert not list(work.drops.iterdir())
 
 
+@pytest.mark.off_protocol("client")
 def test_the_first_name_in_the_query_counts_and_is_decoded(server, work):
     for query, kept in {"?name=a+b%2bc": "a b+c", "?x=1&name=a&name=b": "a", "?Name=a": "file",
                         "?name": "file", "": "file", "?xname=a": "file", "?name=%": "%",

@@ -212,6 +212,7 @@ def with_run(value, run_id):
     return json.loads(json.dumps(value).replace(RUN, run_id))
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("name", ROWS)
 def test_a_stream_becomes_these_panel_messages(shared_panel, shared_agent, name):
     pieces, wanted = ROWS[name]
@@ -261,6 +262,7 @@ BROKEN = {
 }
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("name", BROKEN)
 def test_a_stream_that_makes_no_sense_ends_the_turn_with_the_reason(
     shared_panel, shared_agent, name

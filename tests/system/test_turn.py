@@ -86,6 +86,7 @@ def test_reuse_is_told_in_the_log(shared_panel, shared_agent):
 
 # --- The request ---
 
+@pytest.mark.off_protocol("panel")
 def test_the_request_to_the_byte(shared_panel, shared_agent):
     shared_agent.turn(streams("[DONE]"))
     browser = {"currentUrl": "https://a/é?x=1", "currentTitle": "T \U0001f600", "tabs": [1, None]}
@@ -127,6 +128,7 @@ HEADS = {
 }
 
 
+@pytest.mark.off_protocol("panel")
 @pytest.mark.parametrize("name", HEADS)
 def test_the_prompt_is_headed_by_the_tab(shared_panel, shared_agent, name):
     browser, head = HEADS[name]
@@ -140,6 +142,7 @@ def test_the_prompt_is_headed_by_the_tab(shared_panel, shared_agent, name):
         assert "browser" not in body["morva"]
 
 
+@pytest.mark.off_protocol("panel")
 @pytest.mark.parametrize("paths", [None, "x", {"a": 1}, 5])
 def test_a_selection_is_sent_only_when_it_is_an_array(shared_panel, shared_agent, paths):
     shared_agent.turn(streams("[DONE]"))
@@ -190,6 +193,7 @@ PRESETS = {
 }
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("name", PRESETS)
 @pytest.mark.parametrize("preset", ["", None])
 def test_the_preset_is_taken_from_the_agents_list(shared_panel, shared_agent, name, preset):
@@ -233,6 +237,7 @@ NO_LIST = {
 }
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("name", NO_LIST)
 def test_a_turn_without_a_preset_ends_with_the_reason(shared_panel, shared_agent, name):
     handler, error = NO_LIST[name]
@@ -272,6 +277,7 @@ USAGE = {
 }
 
 
+@pytest.mark.off_protocol("agent")
 @pytest.mark.parametrize("name", USAGE)
 def test_the_last_usable_usage_follows_the_answer(shared_panel, shared_agent, name):
     pieces, wanted = USAGE[name]
@@ -284,6 +290,7 @@ def test_the_last_usable_usage_follows_the_answer(shared_panel, shared_agent, na
     assert turn.args_of("setTurnLlmUsage") == ([] if wanted is None else [[wanted]])
 
 
+@pytest.mark.off_protocol("agent")
 def test_a_failed_turn_tells_no_usage(shared_panel, shared_agent):
     shared_agent.turn(streams(chunk({"total_tokens": 1}), "{broken"))
     turn = shared_panel.run_turn()

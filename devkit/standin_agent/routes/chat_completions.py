@@ -46,7 +46,7 @@ async def completions(request: web.Request) -> web.StreamResponse:
     if script is None:
         record.ended = "finished"
         return _refusal(f"no scenario {name!r}")
-    stream = EventStream(_headers(state.settings))
+    stream = EventStream(request.path, _headers(state.settings))
     await stream.prepare(request)
     record.ended = await _play(script, Turn(state, request, body, text, stream))
     return stream

@@ -14,7 +14,7 @@ _LOOK_FOR_THE_HOST_S = 0.2
 
 async def events(request: web.Request) -> web.StreamResponse:
     state = state_of(request)
-    stream = EventStream()
+    stream = EventStream(request.path)
     await stream.prepare(request)
     listener: asyncio.Queue[Json | None] = asyncio.Queue()
     for past in state.chat_events[_after(request):]:

@@ -64,7 +64,7 @@ async def events(request: web.Request) -> web.StreamResponse:
     voice = state_of(request).voice
     if voice is None:
         return answers.refused("no session", status=404)
-    stream = EventStream()
+    stream = EventStream(request.path)
     await stream.prepare(request)
     await stream.write(b": open\n\n")
     while not is_gone(request):

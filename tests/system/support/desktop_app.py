@@ -9,6 +9,9 @@ import struct
 import threading
 
 from support.builds import IS_WINDOWS
+from support.protocol import APPLICATION, HOST, findings
+
+from devkit.protocol_check.http_messages import body_value
 
 TOKEN = "00ff10A0" * 8
 NONCE = "0123456789abcdef" * 4
@@ -41,9 +44,11 @@ class Instances:
         for pid in _LIVE if alive else (DEAD,):
             instance = {"kind": "ui", "transport": "tcp", "pid": pid, "endpoint": str(port),
                         "token": TOKEN, "startedUnixMs": 1000, **members}
+            findings.message(APPLICATION, "application", "instanceFile", instance)
             self.write(f"{name}-{pid}.json", json.dumps(instance).encode())
 
     def write(self, name, data):
+        """A file of any bytes, which nobody holds against the protocol."""
         (self.folder / name).write_bytes(data)
 
     def clear(self):
@@ -59,16 +64,24 @@ class Connection:
         self.connection = connection
 
     def send(self, data):
+        """Bytes as they are."""
         self.connection.sendall(data)
 
     def challenge(self, nonce=NONCE):
-        self.send(frame({"nonce": nonce, "version": 1}))
+        challenge = {"nonce": nonce, "version": 1}
+        findings.message(APPLICATION, "application", "challenge", challenge)
+        self.send(frame(challenge))
+
+    def reply(self, value):
+        findings.reply(APPLICATION, "application", "request", value)
+        self.send(frame(value))
 
     def receive(self):
         """The next frame's bytes; None when the host has hung up."""
         header = self._exactly(4)
         body = self._exactly(struct.unpack("<I", header)[0]) if header else None
         if body is not None:
+            findings.message(HOST, "application", "request", body_value(body))
             self._app.requests.append(body)
         return body
 
@@ -99,7 +112,7 @@ def replies(value):
     def script(connection):
         connection.challenge()
         if connection.receive() is not None:
-            connection.send(frame(value))
+            connection.reply(value)
     return script
 
 

@@ -38,6 +38,7 @@ class Feed:
         return True
 
     def tell(self, method, args, **more):
+        self.exchange.note_event({"method": method, "args": args, **more})
         return self.send(feed_bytes(method, args, **more))
 
     def end(self):

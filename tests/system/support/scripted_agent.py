@@ -11,6 +11,10 @@ import socket
 import threading
 import time
 
+from support.protocol import AGENT, HOST, findings
+
+from devkit.protocol_check.http_messages import body_value, message_name, request_value
+
 COMPLETIONS = "/v1/chat/completions"
 MODELS = "/v1/models"
 READY = "/ready"
@@ -61,11 +65,14 @@ class Exchange:
         return json.loads(self.body)
 
     def send(self, data):
+        """Bytes as they are: nobody holds them against the protocol."""
         self.connection.sendall(data)
 
     def answer(self, body=b"", status="200 OK", headers=()):
         """A whole ordinary answer; `body` is bytes, or something to send as JSON."""
         data = body if isinstance(body, bytes) else json.dumps(body).encode()
+        findings.reply(AGENT, "agent", message_name(self.method, self.path),
+                       {"status": int(status.split()[0]), "body": body_value(data)})
         lines = [f"HTTP/1.1 {status}", f"Content-Length: {len(data)}", "Connection: close"]
         lines += [f"{name}: {value}" for name, value in headers]
         self.send("\r\n".join(lines).encode() + b"\r\n\r\n" + data)
@@ -77,7 +84,15 @@ class Exchange:
 
     def more(self, *pieces):
         for piece in pieces:
+            if not isinstance(piece, bytes):
+                self.note_event(piece)
             self.send(piece if isinstance(piece, bytes) else event_bytes(piece))
+
+    def note_event(self, event):
+        """Holds an event that is about to be sent against the protocol."""
+        value = body_value(event.encode()) if isinstance(event, str) else event
+        findings.published(value)
+        findings.message(AGENT, "agentStream", self.path.partition("?")[0], value)
 
     def hold(self):
         """Waits until the client hangs up, or the agent is told to cancel."""
@@ -219,6 +234,9 @@ class ScriptedAgent:
                 return None
             body += piece
         exchange.body = body
+        findings.message(
+            HOST, "agent", message_name(exchange.method, exchange.path),
+            request_value(exchange.method, exchange.path, exchange.headers, body))
         return exchange
 
     def _handle(self, exchange):

@@ -7,6 +7,9 @@ import time
 from urllib.parse import quote
 
 from support.builds import IS_WINDOWS
+from support.protocol import CLIENT, HOST, findings
+
+from devkit.protocol_check.http_messages import answer_value, message_name, request_value
 
 EXTENSION_ORIGIN = "chrome-extension://kdhmgaeofpbjilnckdhmgaeofpbjilnc"
 PORTS = range(39270, 39280)
@@ -67,6 +70,27 @@ def receive_all(connection):
     return b"".join(pieces)
 
 
+def _start_and_headers(head):
+    first, *lines = head.decode("latin-1").rstrip("\r\n").split("\r\n")
+    return first.split(" "), [tuple(line.split(": ", 1)) for line in lines]
+
+
+def check_request(head, body):
+    """Holds a request against the protocol."""
+    (method, target, _), headers = _start_and_headers(head)
+    findings.message(CLIENT, "toolServer", message_name(method, target),
+                     request_value(method, target, headers, body))
+
+
+def check_answer(request, answer):
+    """Holds whatever the server answered against the protocol; it may have hung up instead."""
+    if not answer:
+        return
+    words = request[:65536].split(b"\r\n", 1)[0].decode("latin-1").split(" ")
+    method, target = words[:2] if len(words) > 1 else ("", "")
+    findings.reply(HOST, "toolServer", message_name(method, target), answer_value(answer))
+
+
 class ToolServer:
     def __init__(self, panel):
         self.panel = panel
@@ -89,11 +113,13 @@ class ToolServer:
         return filled.replace("%ORIGIN%", EXTENSION_ORIGIN).encode("latin-1")
 
     def exchange(self, data, timeout=30):
-        """Sends bytes and takes whatever comes until the server closes."""
+        """Sends bytes, whatever they are, and takes whatever comes until the server closes."""
         with self.connect(timeout) as connection:
             with contextlib.suppress(ConnectionError):  # it may answer and close before the end
                 connection.sendall(data)
-            return Answer(receive_all(connection))
+            answer = Answer(receive_all(connection))
+        check_answer(data, answer.data)
+        return answer
 
     def head(self, method, target, length=None, origin=EXTENSION_ORIGIN, token=None, more=()):
         lines = [f"{method} {target} HTTP/1.1", f"Host: 127.0.0.1:{self.port}"]
@@ -104,8 +130,11 @@ class ToolServer:
         return ("\r\n".join([*lines, *more]) + "\r\n\r\n").encode("latin-1")
 
     def request(self, method, target, body=b"", **options):
+        """A request as the protocol has it."""
         length = len(body) if body or method == "POST" else None
-        return self.exchange(self.head(method, target, length, **options) + body)
+        head = self.head(method, target, length, **options)
+        check_request(head, body)
+        return self.exchange(head + body)
 
     def upload(self, name, body):
         """The JSON result; `name` is text, or bytes that may be no text at all."""
