@@ -45,7 +45,7 @@ class Growth:
 # so far, which depends on chance. Sanitizers keep freed memory (asan) and a history of every thread
 # and access (tsan). Threads and handles: those parked for the next connection.
 ALLOWED = {
-    "windows": {"memory_mib": 16.0, "threads": 12, "handles": 32},
+    "windows": {"memory_mib": 10.0, "threads": 12, "handles": 32},
     "asan": {"memory_mib": 96.0, "threads": 12, "handles": 16},
     "tsan": {"memory_mib": 32.0, "threads": 12, "handles": 16},
     "native": {"memory_mib": 16.0, "threads": 12, "handles": 16},
