@@ -24,6 +24,10 @@ _SWITCHES = (
     "--disable-component-update",
     "--password-store=basic",
     "--hide-scrollbars",
+    # The panel and the page that the agent works on are tabs of one window: one is never in front.
+    "--disable-renderer-backgrounding",
+    "--disable-backgrounding-occluded-windows",
+    "--disable-background-timer-throttling",
     f"--load-extension={EXTENSION}",
     "--disable-features=DisableLoadExtensionCommandLineSwitch,Translate,MediaRouter",
 )
@@ -38,9 +42,12 @@ def _program(*names: str) -> str:
 
 def _options(profile: Path, headless: bool) -> webdriver.ChromeOptions:
     options = webdriver.ChromeOptions()
+    options.page_load_strategy = "none"  # whoever opens a page waits for what he needs of it
     options.binary_location = _program("chromium", "chromium-browser")
     for switch in (*_SWITCHES, f"--user-data-dir={profile}"):
         options.add_argument(switch)
+    # Without it an unpacked extension that is reloaded stays switched off.
+    options.add_experimental_option("prefs", {"extensions.ui.developer_mode": True})
     if headless:
         options.add_argument("--headless=new")
     if os.geteuid() == 0:
@@ -89,9 +96,3 @@ class Browser:
             self.driver.quit()
         finally:
             self.driver.service.stop()
-
-    def open_tab(self, url: str) -> str:
-        """Opens an address in a new tab and goes there; gives the tab's handle."""
-        self.driver.switch_to.new_window("tab")
-        self.driver.get(url)
-        return self.driver.current_window_handle

@@ -80,7 +80,7 @@ def _surroundings(options: argparse.Namespace) -> Iterator[tuple[Browser, LocalS
 
 
 def _show_turns(panel: PanelPage, prompts: dict[str, str]) -> bool:
-    """Sends the messages, one after the other, and takes a picture of each; whether all went well."""
+    """Sends one message after the other and takes a picture of each; whether all went well."""
     shutil.rmtree(_PICTURES, ignore_errors=True)
     _PICTURES.mkdir(parents=True)
     panel.driver.set_window_size(*_PANEL_SIZE)
@@ -109,8 +109,8 @@ def _wait_until_closed(browser: Browser) -> None:
 
 def _run(options: argparse.Namespace) -> bool:
     with _surroundings(options) as (browser, site):
-        browser.driver.get(f"{site.url}/shop.html")
         panel = PanelPage(browser)
+        panel.open_tab(f"{site.url}/shop.html")
         panel.wait_until_ready()
         print(f"the host is connected; its tool server is {panel.tool_server}", flush=True)
         prompts = _usual_prompts(site)

@@ -3,12 +3,15 @@
 from __future__ import annotations
 
 import json
+import time
 from collections.abc import Callable
 from dataclasses import dataclass
 from typing import Any, TypeVar
 
+from selenium.common.exceptions import TimeoutException
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.remote.webdriver import WebDriver
 from selenium.webdriver.support.wait import WebDriverWait
 
 from .chromium import PANEL_URL, Browser
@@ -17,6 +20,8 @@ Json = dict[str, Any]
 Seen = TypeVar("Seen")
 
 _PATIENCE_S = 45  # a start of Wine or of a page may take long on a busy machine
+
+_LOAD_AGAIN_S = 0.7
 
 _ROWS = """
   return [...document.querySelectorAll('#chat > *')].map((row) => ({
@@ -33,13 +38,52 @@ class Row:
     data: Json
 
 
+def _is_panel(driver: WebDriver) -> bool:
+    return bool(driver.execute_script(
+        "return location.href === arguments[0] && 'turnsOver' in (document.body?.dataset ?? {})",
+        PANEL_URL))
+
+
 class PanelPage:
-    """The panel in a tab of its own. Calls make that tab the current one of the driver."""
+    """The panel in the first tab of a browser. Calls make that tab the driver's current one."""
 
     def __init__(self, browser: Browser) -> None:
         self.browser = browser
         self.driver = browser.driver
-        self._handle = browser.open_tab(PANEL_URL)
+        self._handle = self.driver.current_window_handle
+        self.open()
+
+    def open(self) -> None:
+        """Opens the panel, or loads it anew, as soon as the extension is there."""
+        self.show()
+        deadline = time.monotonic() + _PATIENCE_S
+        while True:
+            self.driver.get(PANEL_URL)
+            try:
+                WebDriverWait(self.driver, _LOAD_AGAIN_S, 0.05).until(_is_panel)
+                return
+            except TimeoutException:  # an error page: the extension is not there yet
+                if time.monotonic() > deadline:
+                    raise
+
+    def restart_extension(self) -> None:
+        """Reloads the extension, which closes the panel's page, and opens the panel anew."""
+        keep = next(each for each in self.driver.window_handles if each != self._handle)
+        self.run("setTimeout(() => chrome.runtime.reload(), 0)")
+        self.driver.switch_to.window(keep)
+        WebDriverWait(self.driver, _PATIENCE_S, 0.05).until(
+            lambda driver: self._handle not in driver.window_handles, "the panel stays open")
+        self._handle = keep
+        self.open()
+        self.open_tab("about:blank")
+
+    def open_tab(self, url: str) -> str:
+        """Opens an address in a tab behind the panel; gives the tab's handle."""
+        before = set(self.driver.window_handles)
+        self.run("chrome.tabs.create({url: arguments[0], active: false})", url)
+        WebDriverWait(self.driver, _PATIENCE_S, 0.05).until(
+            lambda driver: set(driver.window_handles) - before, "the tab does not open")
+        return (set(self.driver.window_handles) - before).pop()
 
     def show(self) -> None:
         self.driver.switch_to.window(self._handle)
@@ -50,10 +94,18 @@ class PanelPage:
 
     def wait_for(self, condition: Callable[[], Seen], what: str, patience: float = _PATIENCE_S
                  ) -> Seen:
-        """Waits until the condition gives something; fails with what was waited for."""
+        """Waits until the condition gives something; fails with `what` and what is there."""
         self.show()
-        note = f"{what}; link: {self.link_text!r}"
-        return WebDriverWait(self.driver, patience, 0.05).until(lambda _: condition(), note)
+        try:
+            return WebDriverWait(self.driver, patience, 0.05).until(lambda _: condition())
+        except TimeoutException:
+            raise AssertionError(f"{what}\n{self.state()}") from None
+
+    def state(self) -> str:
+        """What the panel shows, in words, for whoever has to find out why it waits."""
+        shown = "\n".join(f"  {row.kind}: {row.text[:200]}" for row in self.rows)
+        return (f"link: {self.link_text!r}, agent: {self.agent_state!r}, "
+                f"tool server: {self.tool_server!r}, log: {self.log_lines}\n{shown}")
 
     # The host
 
@@ -75,8 +127,10 @@ class PanelPage:
 
     @property
     def log_lines(self) -> list[str]:
-        return self.run(
-            "return [...document.querySelectorAll('#debug-log li')].map((line) => line.innerText)")
+        script = """
+          return [...document.querySelectorAll('#debug-log li')].map((line) => line.textContent);
+        """
+        return self.run(script)
 
     def wait_until_ready(self) -> None:
         """The host is there, its tool server is known, and the agent has told its presets."""
@@ -135,7 +189,7 @@ class PanelPage:
     @property
     def turns_over(self) -> int:
         """How many turns have ended since the panel was opened."""
-        return int(self.run("return Number(document.body.dataset.turnsOver ?? 0)"))
+        return int(self.run("return Number(document.body.dataset.turnsOver)"))
 
     def turn(self, prompt: str, patience: float = _PATIENCE_S) -> list[Row]:
         """A whole turn in a chat of its own; everything that it showed."""

@@ -25,11 +25,12 @@ const reports = {
 
 async function meetHost() {
   try {
+    await host.request({ kind: "browserSnapshot", browser: await browserContext() });
     toolServer = await openToolServer(host);
     pages.tell(reports.toolServer());
-    await host.request({ kind: "browserSnapshot", browser: await browserContext() });
-  } catch {
+  } catch (error) {
     // The connection broke meanwhile; the next one comes here again.
+    console.warn("the host was not met:", error);
   }
 }
 

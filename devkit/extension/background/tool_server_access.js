@@ -29,6 +29,19 @@ function headerRule(url, token) {
   };
 }
 
+// A host that has just started answers before its tool server listens.
+const ASK_AGAIN_AFTER_MS = [100, 200, 400, 800, 1_600, 3_200, 6_400];
+
+/** @param {import("./host_client.js").HostClient} host */
+async function askForAddress(host) {
+  for (const pause of ASK_AGAIN_AFTER_MS) {
+    const reply = await host.request({ kind: "contextImportUrl" });
+    if (reply.ok) return reply;
+    await new Promise((resolve) => setTimeout(resolve, pause));
+  }
+  return host.request({ kind: "contextImportUrl" });
+}
+
 /**
  * Asks the host where its tool server is and lets our pages reach it. The token stays here.
  * @param {import("./host_client.js").HostClient} host
@@ -36,7 +49,7 @@ function headerRule(url, token) {
  */
 export async function openToolServer(host) {
   await closeToolServer();
-  const reply = await host.request({ kind: "contextImportUrl" });
+  const reply = await askForAddress(host);
   if (!reply.ok) return { url: "", error: reply.error };
   const addRules = [headerRule(reply.url, reply.token)];
   await chrome.declarativeNetRequest.updateSessionRules({ addRules });

@@ -42,6 +42,7 @@ export class ChatEvents {
    */
   constructor(parts) {
     this.#parts = parts;
+    document.body.dataset.turnsOver = "0";
   }
 
   /** @param {{method: string, args: any[]}[]} events */
@@ -69,7 +70,7 @@ export class ChatEvents {
   #end(runId, ok, error) {
     this.#turns.get(runId)?.done(ok, error);
     this.#turns.delete(runId);
-    document.body.dataset.turnsOver = String(Number(document.body.dataset.turnsOver ?? 0) + 1);
+    document.body.dataset.turnsOver = String(Number(document.body.dataset.turnsOver) + 1);
     if (this.#turns.size) return;
     this.#parts.consent.dismissAll();
     this.#setBusy(false); // the host says when a turn begins, not when the last one is over

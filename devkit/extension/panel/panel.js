@@ -32,12 +32,13 @@ const taken = {
   link({ link: report }) {
     status.link(report);
     if (report.state === "waiting" || report.state === "closed") events.connectionLost();
+    if (report.state !== "connected") return;
+    composer.loadPresets().catch((error) => status.line({ level: "warn", text: error.message }));
   },
   status: (message) => status.status(message.status),
   toolServer(message) {
     status.toolServer(message);
     attachments.uploadUrl = message.url;
-    if (message.url) composer.loadPresets().catch((error) => status.line({ level: "warn", text: error.message }));
   },
   events: (message) => events.take(message.events),
   tool({ name, running, ok }) {

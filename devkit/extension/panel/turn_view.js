@@ -7,6 +7,7 @@ export class TurnView {
   #runId;
   #text = "";
   #seq = 0;
+  #counted = false;
   /** @type {HTMLElement | null} */
   #answer = null;
   /** @type {HTMLElement | null} */
@@ -62,6 +63,7 @@ export class TurnView {
 
   /** @param {Record<string, number>} usage */
   usage(usage) {
+    this.#counted = true;
     const parts = Object.entries(usage)
       .filter(([, count]) => typeof count === "number")
       .map(([name, count]) => `${count.toLocaleString("en")} ${name.replace("_tokens", "")}`);
@@ -75,6 +77,8 @@ export class TurnView {
   done(ok, error) {
     this.interrupt();
     if (this.#text) this.#conversation.messages.push({ role: "assistant", content: this.#text });
+    // An agent that dies before its first word is no error to the host: its answer had begun.
+    if (ok && !this.#text && !this.#counted) this.#conversation.error("The agent gave no answer.");
     if (error === "cancelled") this.#conversation.note("Stopped.");
     else if (!ok) this.#conversation.error(`The turn failed: ${error}`);
   }

@@ -52,8 +52,9 @@ const actions = {
     const tabId = await wantedTab(args);
     const before = await chrome.tabs.get(tabId);
     const sameDocument = url.includes("#") && before.url?.split("#")[0] === url.split("#")[0];
-    if (sameDocument) await chrome.tabs.update(tabId, { url }); // nothing is loaded
-    else await untilLoaded(tabId, () => chrome.tabs.update(tabId, { url }));
+    const update = () => chrome.tabs.update(tabId, { url });
+    if (!sameDocument) await untilLoaded(tabId, update);
+    else if (before.url !== url) await untilMoved(tabId, update); // nothing is loaded
     return { tabId };
   },
 

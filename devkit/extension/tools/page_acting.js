@@ -11,9 +11,8 @@ import { afterAction } from "./tab_loading.js";
 function action(operation) {
   return async (tabId, args) => {
     const page = await documentOf(tabId, args.ref);
-    const { data, waitedMs } = await afterAction(tabId, () =>
-      callPage(tabId, page, operation, args),
-    );
+    const act = () => callPage(tabId, page, operation, args);
+    const { data, waitedMs } = await afterAction(tabId, act);
     return { action: operation, data, waitedMs };
   };
 }

@@ -2,7 +2,7 @@
 // needed, and called by the id that the browser gives a document, so a call never reaches a page
 // that has replaced the one that was meant.
 
-import { ToolError } from "./tool_error.js";
+import { PageGone, ToolError } from "./tool_error.js";
 
 const PAGE_SCRIPTS = [
   "page/roles.js",
@@ -87,11 +87,11 @@ export async function callPage(tabId, { documentId, tag }, operation, args) {
     const [{ result }] = await chrome.scripting.executeScript({
       target,
       args: [operation, tag, args],
-      func: (name, number, given) => globalThis.morvaPage.call(name, number, given),
+      func: async (name, number, given) => globalThis.morvaPage.call(name, number, given),
     });
     answer = JSON.parse(result);
   } catch {
-    throw new ToolError("the page has gone while it was used");
+    throw new PageGone("the page has gone while it was used");
   }
   if (answer.error) throw new ToolError(answer.error);
   return answer.value;
@@ -109,6 +109,6 @@ export async function documentOf(tabId, ref) {
   if (!tag) throw new ToolError(`no element ${ref}`);
   const wanted = tags.idOf(Number(tag));
   const page = (await documentsOf(tabId)).find(({ documentId }) => documentId === wanted);
-  if (!page) throw new ToolError(`${ref} is of a page that has gone; read the page again`);
+  if (!page) throw new PageGone(`${ref} is of a page that has gone; read the page again`);
   return page;
 }

@@ -1,7 +1,7 @@
 // read, find and scope: what is on the page, over all of its documents.
 
 import { callPage, documentOf, documentsOf } from "./page_documents.js";
-import { ToolError } from "./tool_error.js";
+import { PageGone, ToolError } from "./tool_error.js";
 
 const MOST_FILES = 40;
 const MOST_TEXT = 200_000;
@@ -28,12 +28,29 @@ function joined(parts) {
 }
 
 /**
+ * The zone that is pinned. It goes with its page.
+ * @param {number} tabId
+ */
+async function pinnedRef(tabId) {
+  const ref = pinned.get(tabId)?.ref;
+  if (!ref) return undefined;
+  try {
+    await documentOf(tabId, ref);
+    return ref;
+  } catch (error) {
+    if (!(error instanceof PageGone)) throw error;
+    pinned.delete(tabId);
+    return undefined;
+  }
+}
+
+/**
  * @param {number} tabId
  * @param {string} operation
  * @param {{ref?: string}} args
  */
 async function overDocuments(tabId, operation, args) {
-  const ref = args.ref ?? pinned.get(tabId)?.ref;
+  const ref = args.ref ?? (await pinnedRef(tabId));
   if (ref) {
     const page = await documentOf(tabId, ref);
     return [await callPage(tabId, page, operation, { ...args, ref })];
@@ -82,6 +99,7 @@ export async function find(tabId, args) {
  */
 export async function scope(tabId, args) {
   if (args.clear === true) pinned.delete(tabId);
+  await pinnedRef(tabId);
   const before = pinned.get(tabId);
   pinned.delete(tabId); // the zones of the whole page are listed, whatever was pinned
   try {

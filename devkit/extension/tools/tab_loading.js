@@ -1,8 +1,10 @@
 // Waiting for pages: for one that was asked for, and for one that an action may have caused.
 
+import { PageGone } from "./tool_error.js";
+
 const LONGEST_LOAD_MS = 15_000; // the host waits 25 seconds for the answer to a command
-const MAY_BEGIN_WITHIN_MS = 120; // a click's navigation starts in a task of its own
-const MUST_BEGIN_WITHIN_MS = 3_000; // a step in the history, also on a busy machine
+const MAY_BEGIN_WITHIN_MS = 50; // what a page does some time after a click
+const MUST_BEGIN_WITHIN_MS = 3_000; // what has begun already, on a busy machine too
 
 /**
  * Calls `seen` at every change of a tab's loading or address; gives the function that ends that.
@@ -88,25 +90,31 @@ export async function untilMoved(tabId, cause) {
 }
 
 /**
- * Runs an action on the page; when the tab begins to load because of it, waits until it has.
+ * Runs an action on the page. When the page is left because of it, as the page itself says or as can
+ * be seen soon after, waits until the one that follows is there.
  * @param {number} tabId
- * @param {() => Promise<any>} act
+ * @param {() => Promise<{outcome: object, leaves: boolean}>} act
  */
 export async function afterAction(tabId, act) {
   const startedAt = Date.now();
   let loading = false;
   /** @type {() => void} */
-  let begin = () => {};
-  const begun = new Promise((resolve) => (begin = () => resolve(undefined)));
-  const unwatch = watchStatus(tabId, (status) => {
-    loading ||= status === "loading";
-    begin();
+  let unwatch = () => {};
+  const begun = new Promise((resolve) => {
+    unwatch = watchStatus(tabId, (status) => {
+      loading ||= status === "loading";
+      if (loading) resolve(undefined);
+    });
   });
   try {
-    const data = await act();
-    await Promise.race([begun, pause(MAY_BEGIN_WITHIN_MS)]);
+    // A page that left so quickly that it could not answer did what it was told.
+    const { outcome, leaves } = await act().catch((error) => {
+      if (error instanceof PageGone && loading) return { outcome: {}, leaves: true };
+      throw error;
+    });
+    await Promise.race([begun, pause(leaves ? MUST_BEGIN_WITHIN_MS : MAY_BEGIN_WITHIN_MS)]);
     if (loading) await untilComplete(tabId);
-    return { data, waitedMs: loading ? Date.now() - startedAt : 0 };
+    return { data: outcome, waitedMs: loading ? Date.now() - startedAt : 0 };
   } finally {
     unwatch();
   }

@@ -8,14 +8,14 @@ class AgentTools:
         self.url = provider["url"]
         self._headers = {"X-Morva-Session": provider["token"]}
 
-    def call(self, name, **arguments):
+    def call(self, tool, **arguments):
         """The result as the agent gets it, whatever it is."""
-        body = {"name": f"browser_{name}", "arguments": arguments}
+        body = {"name": f"browser_{tool}", "arguments": arguments}
         return post_json(f"{self.url}/call", body, self._headers)
 
-    def use(self, name, **arguments):
+    def use(self, tool, **arguments):
         """The same, for a call that must succeed."""
-        result = self.call(name, **arguments)
+        result = self.call(tool, **arguments)
         assert result.get("ok") is True, result
         return result
 

@@ -31,13 +31,16 @@ class SharedBrowser:
         if self._panel is None:
             self.agent.reset()
             self._starts += 1
+            if self.browser is not None:  # its panel did not become ready
+                self.browser.__exit__(None, None, None)
             browser = Browser(
                 self._folder / f"profile-{self._starts}",
                 environment=wine.environment(self._prefix))
             self.browser = browser.__enter__()
-            self.page_tab = self.browser.driver.current_window_handle
-            self._panel = PanelPage(self.browser)
-            self._panel.wait_until_ready()
+            panel = PanelPage(self.browser)
+            self.page_tab = panel.open_tab("about:blank")
+            panel.wait_until_ready()
+            self._panel = panel
         return self._panel
 
     @property

@@ -16,6 +16,10 @@ class StandIn:
     def end(self):
         self._process.__exit__(None, None, None)
 
+    def kill(self):
+        """As a crash would end it."""
+        self._process.kill()
+
     def set(self, **settings):
         """Changes "scenario", "tokens_per_second", "faults"."""
         return self.post("/test/settings", settings)

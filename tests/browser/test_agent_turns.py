@@ -1,0 +1,45 @@
+"""Turns in which the agent uses this browser, from its stream to the page; pictures of them."""
+
+
+def test_a_turn_reads_finds_clicks_types_selects_batches_and_navigates(
+        panel, tools, page, site, picture):
+    tools.goto(f"{site.url}/form.html")
+    rows = panel.turn(f"/scenario browse {site.url}", patience=90)
+    assert not [row.text for row in rows if row.kind == "error"]
+    assert panel.answer.startswith("I have 8 browser tools. ")
+    assert panel.answer.endswith("Forward is not possible: tool is not allowed. Done.")
+    tool_lines = [row.text.split(":")[0] for row in rows if row.kind == "tool"]
+    assert tool_lines == [f"browser_{name}" for name in (
+        "navigate", "read", "find", "find", "click", "type", "find", "select", "batch", "navigate",
+        "navigate", "navigate")]
+    assert page("return [document.title, location.href]") == [
+        "Lamps - Shop", f"{site.url}/shop.html"]
+    picture(panel, "panel-browse")
+
+
+def test_a_hostile_page_is_flagged_and_redacted(panel, tools, site, picture):
+    tools.goto(f"{site.url}/shop.html")
+    panel.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {
+        "features": [{"name": "prefers-color-scheme", "value": "dark"}]})
+    try:
+        rows = panel.turn(f"/scenario hostile-page {site.url}", patience=90)
+        picture(panel, "panel-hostile-page")
+    finally:
+        panel.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": []})
+    assert not [row.text for row in rows if row.kind == "error"]
+    assert "browser_read: flagged as instruction_override" in "\n".join(row.text for row in rows)
+    assert panel.answer.startswith("Flagged: instruction_override. Element d")
+    assert "reads: [redacted: prompt-injection content removed]. " in panel.answer
+    assert "evil.example" not in panel.answer
+
+
+def test_what_the_agent_gets_of_a_hostile_page(tools, site):
+    tools.goto(f"{site.url}/reviews.html")
+    result = tools.call("read")
+    assert result["prompt_injection_detected"] is True
+    assert result["prompt_injection_kind"] == "instruction_override"
+    assert result["error"].startswith("Prompt injection detected in page content (page content ")
+    names = [item["name"] for item in result["data"]["items"]]
+    assert "[redacted: prompt-injection content removed]" in names
+    assert "Save the review" in names
+    assert not any("curl" in name for name in names)

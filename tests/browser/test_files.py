@@ -1,0 +1,94 @@
+"""Files that are pasted or dropped into the panel, and images that come back."""
+
+import json
+
+import pytest
+
+# Puts a file into a DataTransfer and lets the panel see it as the browser would.
+GIVE_FILE = """
+  const [name, size, how, done] = arguments;
+  const canvas = document.createElement('canvas');
+  canvas.width = canvas.height = size;
+  canvas.getContext('2d').fillRect(0, 0, size / 2, size / 2);
+  canvas.toBlob((blob) => {
+    const transfer = new DataTransfer();
+    transfer.items.add(new File([blob], name, {type: 'image/png'}));
+    const event = how === 'paste'
+      ? new ClipboardEvent('paste', {clipboardData: transfer, bubbles: true, cancelable: true})
+      : new DragEvent('drop', {dataTransfer: transfer, bubbles: true, cancelable: true});
+    document.getElementById('prompt').dispatchEvent(event);
+    done();
+  }, 'image/png');
+"""
+
+SHOWN = """
+  return [...document.querySelectorAll('figure.image')].map((figure) => ({
+    path: figure.dataset.path, shown: figure.dataset.shown,
+    width: figure.querySelector('img')?.naturalWidth}));
+"""
+
+
+def give_file(panel, name, size, how):
+    panel.show()
+    panel.driver.execute_async_script(GIVE_FILE, name, size, how)
+
+
+@pytest.mark.parametrize("how", ["paste", "drop"])
+def test_an_image_is_uploaded_shown_and_goes_with_the_message(panel, how):
+    give_file(panel, "my picture ü.png", 48, how)
+    panel.wait_for(lambda: panel.rows_of("image") or panel.rows_of("error"), "no image")
+    assert not panel.rows_of("error")
+    panel.wait_for(lambda: panel.run(SHOWN)[0]["shown"], "the image was neither shown nor refused")
+    [image] = panel.run(SHOWN)
+    assert image["shown"] == "true" and image["width"] == 48
+    assert image["path"].endswith("-my picture ü.png")
+    assert "\\chrome-extension\\chat-paste\\" in image["path"]
+
+    before = panel.turns_over
+    panel.send("/scenario echo")
+    panel.wait_for(lambda: panel.turns_over > before, "the turn did not end")
+    assert json.loads(panel.answer)["morva"]["selection"] == [image["path"]]
+    before = panel.turns_over
+    panel.send("/scenario echo")
+    panel.wait_for(lambda: panel.turns_over > before, "the turn did not end")
+    assert "selection" not in json.loads(panel.answer)["morva"], "the file went twice"
+
+
+def test_an_empty_file_is_refused_in_words(panel):
+    panel.run("""
+      const transfer = new DataTransfer();
+      transfer.items.add(new File([], 'nothing.txt'));
+      document.dispatchEvent(new ClipboardEvent('paste', {clipboardData: transfer}));
+    """)
+    panel.wait_for(lambda: panel.rows_of("error"), "no error")
+    assert panel.rows_of("error")[0].text == "nothing.txt was not taken: empty file"
+
+
+def test_an_image_outside_of_the_hosts_folder_is_not_served(panel):
+    panel.turn("/scenario tools")
+    panel.wait_for(lambda: panel.run(SHOWN)[0]["shown"], "the image was neither shown nor refused")
+    assert panel.run(SHOWN)[0]["shown"] == "false"
+    assert panel.rows_of("image")[0].text.startswith(
+        "C:\\Users\\user\\Pictures\\Screenshot.PNG (the host does not serve this file)")
+
+
+def test_a_web_page_gets_nothing_from_the_tool_server(panel, tools, page, site):
+    """The rule that lets the panel in is for the panel alone."""
+    tools.goto(f"{site.url}/after.html")
+    script = """
+      const done = arguments[arguments.length - 1];
+      fetch(arguments[0], {headers: {'X-Morva-Session': 'guessed'}})
+        .then((answer) => done(`status ${answer.status}`), (error) => done(`refused: ${error}`));
+    """
+    page("return 1")
+    panel.driver.set_script_timeout(30)
+    answer = panel.driver.execute_async_script(script, tools.url)
+    assert answer.startswith("refused: TypeError")
+    image = panel.driver.execute_async_script("""
+      const done = arguments[arguments.length - 1];
+      const image = new Image();
+      image.onload = () => done('loaded');
+      image.onerror = () => done('refused');
+      image.src = arguments[0];
+    """, tools.url.replace("/agent-tools", "/local-file?path=x.png"))
+    assert image == "refused"
