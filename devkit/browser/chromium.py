@@ -60,6 +60,7 @@ class Browser:
 
     build        the host that it starts
     environment  what to add to the environment of that host
+    report       where to write what is said against the protocol; nothing is looked at without it
     """
 
     def __init__(
@@ -68,9 +69,10 @@ class Browser:
         build: str = "windows",
         environment: Mapping[str, str] | None = None,
         headless: bool = True,
+        report: Path | None = None,
     ) -> None:
         self.profile = folder
-        self.host_errors = announce_host(folder, build, environment or {})
+        announce_host(folder, build, environment or {}, report)
         self._headless = headless
 
     def __enter__(self) -> Browser:

@@ -58,7 +58,8 @@ def _usual_prompts(site: LocalSite) -> dict[str, str]:
 
 @contextmanager
 def _surroundings(options: argparse.Namespace) -> Iterator[tuple[Browser, LocalSite]]:
-    """The browser with its host, an agent, and the site."""
+    """The browser with its host, an agent, and the site. Raises RuntimeError in the end when
+    something was said against the protocol."""
     with ExitStack() as stack:
         folder = Path(stack.enter_context(tempfile.TemporaryDirectory(
             prefix="morva-browser-", ignore_cleanup_errors=True)))
@@ -75,8 +76,15 @@ def _surroundings(options: argparse.Namespace) -> Iterator[tuple[Browser, LocalS
             stack.enter_context(StandInProcess(agent))
         site = stack.enter_context(LocalSite())
         headless = options.headless or not os.environ.get("DISPLAY")
-        browser = Browser(folder / "profile", options.build, environment, headless)
+        report = folder / "protocol.txt"
+        stack.callback(_raise_faults, report)
+        browser = Browser(folder / "profile", options.build, environment, headless, report)
         yield stack.enter_context(browser), site
+
+
+def _raise_faults(report: Path) -> None:
+    if report.exists():
+        raise RuntimeError(f"against the protocol:\n{report.read_text()}")
 
 
 def _show_turns(panel: PanelPage, prompts: dict[str, str]) -> bool:

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import json
 import shlex
+import sys
 from collections.abc import Mapping
 from pathlib import Path
 
@@ -15,16 +16,22 @@ EXTENSION = wine.ROOT / "devkit" / "extension"
 EXTENSION_ID = "nbbookgfggbijgcpeghdbdkddagffggl"
 
 
-def announce_host(profile: Path, build: str, environment: Mapping[str, str]) -> Path:
+def announce_host(
+    profile: Path, build: str, environment: Mapping[str, str], report: Path | None
+) -> None:
     """Makes browsers of this profile start the host of a build with what `environment` adds.
 
-    Gives the file to which everything goes that the host writes to standard error.
+    With a `report`, what is said against the protocol is written there. What the host writes to
+    standard error goes to host-errors.txt in the profile.
     """
     folder = profile / "NativeMessagingHosts"
     folder.mkdir(parents=True)
-    errors = profile / "host-errors.txt"
     program = profile / "morva-chrome-host"
-    program.write_text(_wrapper(build, environment, errors))
+    errors = profile / "host-errors.txt"
+    command = [*_tap(report), *_host(build, environment)]
+    # A manifest names a program and nothing more, so this is one, of two lines.
+    redirection = f"2>>{shlex.quote(str(errors))}"
+    program.write_text(f'#!/bin/sh\nexec {shlex.join(command)} "$@" {redirection}\n')
     program.chmod(0o755)
     manifest = {
         "name": HOST_NAME,
@@ -34,15 +41,18 @@ def announce_host(profile: Path, build: str, environment: Mapping[str, str]) -> 
         "allowed_origins": [f"chrome-extension://{EXTENSION_ID}/"],
     }
     (folder / f"{HOST_NAME}.json").write_text(json.dumps(manifest, indent=2))
-    return errors
 
 
-def _wrapper(build: str, environment: Mapping[str, str], errors: Path) -> str:
-    """A script of two lines, since a manifest names a program and nothing more."""
+def _tap(report: Path | None) -> list[str]:
+    """What holds the frames of the command that follows it against docs/schema."""
+    if report is None:
+        return []
+    return ["env", f"PYTHONPATH={wine.ROOT / 'devkit'}", sys.executable, "-m",
+            "protocol_check.tap", str(report)]
+
+
+def _host(build: str, environment: Mapping[str, str]) -> list[str]:
     program = wine.ROOT / "build" / build / "morva-chrome-host"
     command = ["env", *(f"{name}={value}" for name, value in environment.items())]
-    if build == "windows":
-        command += [wine.loader(), f"{program}.exe"]
-    else:
-        command += [str(program)]
-    return f'#!/bin/sh\nexec {shlex.join(command)} "$@" 2>>{shlex.quote(str(errors))}\n'
+    return [*command, wine.loader(), f"{program}.exe"] if build == "windows" else [
+        *command, str(program)]

@@ -54,26 +54,34 @@ class PanelPage:
         self.open()
 
     def open(self) -> None:
-        """Opens the panel, or loads it anew, as soon as the extension is there."""
+        """Opens the panel, or loads it anew."""
+        self.show()
+        self.driver.get(PANEL_URL)
+        self._wait_until_open()
+
+    def _wait_until_open(self) -> None:
         self.show()
         deadline = time.monotonic() + _PATIENCE_S
         while True:
-            self.driver.get(PANEL_URL)
             try:
                 WebDriverWait(self.driver, _LOAD_AGAIN_S, 0.05).until(_is_panel)
                 return
             except TimeoutException:  # an error page: the extension is not there yet
                 if time.monotonic() > deadline:
                     raise
+            self.driver.get(PANEL_URL)
 
     def restart_extension(self) -> None:
-        """Reloads the extension, which closes the panel's page, and opens the panel anew."""
-        keep = next(each for each in self.driver.window_handles if each != self._handle)
+        """Reloads the extension, which closes the panel's page, and opens the panel anew.
+
+        Another tab must be open: the browser ends with its last one.
+        """
+        stays = next(each for each in self.driver.window_handles if each != self._handle)
         self.run("setTimeout(() => chrome.runtime.reload(), 0)")
-        self.driver.switch_to.window(keep)
+        self.driver.switch_to.window(stays)
         WebDriverWait(self.driver, _PATIENCE_S, 0.05).until(
             lambda driver: self._handle not in driver.window_handles, "the panel stays open")
-        self._handle = keep
+        self._handle = stays
         self.open()
         self.open_tab("about:blank")
 

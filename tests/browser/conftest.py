@@ -12,6 +12,7 @@ sys.path.insert(0, str(ROOT))  # for devkit
 
 from devkit.browser.local_site import LocalSite  # noqa: E402
 from devkit.panel import wine  # noqa: E402
+from support.agent_tools import FINDINGS  # noqa: E402
 from support.shared_browser import SharedBrowser  # noqa: E402
 
 SCREENSHOTS = ROOT / "build" / "test" / "browser-screenshots"
@@ -73,6 +74,17 @@ def panel(shared):
     panel.driver.set_window_size(460, 820)
     yield panel
     shared.agent.reset()
+
+
+@pytest.fixture(autouse=True)
+def nothing_against_the_protocol(shared):
+    """What is said between extension and host, and between agent and tool server."""
+    yield
+    faults = [f"{each.side}: {each.text}" for each in FINDINGS.take()]
+    if shared.report.exists():
+        faults.append(shared.report.read_text())
+        shared.report.unlink()
+    assert not faults, "\n".join(faults)[:20_000]
 
 
 @pytest.fixture

@@ -5,19 +5,24 @@ import json
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
 
+# One request to the host, past what the panel offers.
+REQUEST = """
+  const [request, done] = arguments;
+  const port = chrome.runtime.connect({name: 'panel'});
+  port.onMessage.addListener((message) => {
+    if (message.id !== 1) return;
+    port.disconnect();
+    done(message.reply ?? message.error);
+  });
+  port.postMessage({id: 1, request});
+"""
+
 
 def test_the_panel_connects_and_its_message_is_acknowledged(panel):
     assert panel.link_text == "Connected"
     assert panel.agent_state == "Agent connected"
     assert panel.tool_server == "http://127.0.0.1:39270"
-    reply = panel.driver.execute_async_script("""
-      const done = arguments[0];
-      const port = chrome.runtime.connect({name: 'panel'});
-      port.onMessage.addListener((message) => message.id === 1 && done(message));
-      port.postMessage({id: 1, request: {kind: 'getStatus'}});
-    """)
-    assert reply["type"] == "reply"
-    frame = reply["reply"]
+    frame = panel.driver.execute_async_script(REQUEST, {"kind": "getStatus"})
     assert (frame["kind"], frame["ok"], frame["source"]) == ("ack", True, "morva-chat")
     assert isinstance(frame["chromeRequestId"], int)
 
@@ -132,18 +137,22 @@ def test_the_debug_log_is_shown_when_asked_for(panel):
     panel.run("document.getElementById('host-details').open = false")
 
 
-def test_a_chat_of_three_mebibytes_is_refused_and_the_port_stays_open(panel, agent):
+def test_a_chat_of_three_mebibytes_is_refused_and_the_port_stays_open(panel):
+    def request(**message):
+        panel.show()
+        return panel.driver.execute_async_script(REQUEST, {"kind": "providerRpc", **message})
+
+    # To the host it may be that large, back from it not.
     text = "three mebibytes " * (3 * 1024 * 1024 // 16)
-    agent.post("/v1/chat/sessions", {
-        "id": "s-huge", "title": "A huge chat", "messages": [{"role": "user", "content": text}]})
-    try:
-        panel.run("document.getElementById('open-chats').click()")
-        button = "return document.querySelector('[data-load=s-huge]')"
-        panel.wait_for(lambda: panel.run(button), "the chat is not listed")
-        panel.run("document.querySelector('[data-load=s-huge]').click()")
-        panel.wait_for(lambda: panel.rows_of("error"), "no error")
-    finally:
-        agent.post("/v1/chat/sessions", {"id": "s-huge", "title": "A small chat", "messages": []})
+    session = {"id": "s-huge", "title": "A huge chat", "updatedUnixMs": 1, "preset": "standin",
+               "messages": [{"role": "user", "content": text}]}
+    assert request(method="saveChatSession", session=session)["ok"] is True
+    panel.run("document.getElementById('open-chats').click()")
+    button = "return document.querySelector('[data-load=s-huge]')"
+    panel.wait_for(lambda: panel.run(button), "the chat is not listed")
+    panel.run("document.querySelector('[data-load=s-huge]').click()")
+    panel.wait_for(lambda: panel.rows_of("error"), "no error")
+    assert request(method="deleteChatSession", id="s-huge")["ok"] is True
     error = panel.rows_of("error")[0].text
     assert error.startswith("The chat was not opened: reply too large for the browser (3")
     assert error.endswith(" bytes)")

@@ -16,6 +16,7 @@ class SharedBrowser:
         self._folder = folder
         self._prefix = prefix
         self._starts = 0
+        self.report = folder / "protocol.txt"  # what was said against it
         self.browser = None
         self._panel = None
         self._agent = None
@@ -35,7 +36,7 @@ class SharedBrowser:
                 self.browser.__exit__(None, None, None)
             browser = Browser(
                 self._folder / f"profile-{self._starts}",
-                environment=wine.environment(self._prefix))
+                environment=wine.environment(self._prefix), report=self.report)
             self.browser = browser.__enter__()
             panel = PanelPage(self.browser)
             self.page_tab = panel.open_tab("about:blank")
@@ -49,8 +50,9 @@ class SharedBrowser:
         return AgentTools(self.agent.provider)
 
     def close(self):
-        if self.browser is not None:
-            self.browser.__exit__(None, None, None)
-        if self._agent is not None:
-            self._agent.end()
+        browser, agent = self.browser, self._agent
         self.browser = self._panel = self._agent = None
+        if browser is not None:
+            browser.__exit__(None, None, None)
+        if agent is not None:
+            agent.end()
