@@ -4,6 +4,7 @@
 def test_a_turn_reads_finds_clicks_types_selects_batches_and_navigates(
         panel, tools, page, site, picture):
     tools.goto(f"{site.url}/form.html")
+    panel.driver.set_window_size(460, 1150)  # for a picture of the whole turn
     rows = panel.turn(f"/scenario browse {site.url}", patience=90)
     assert not [row.text for row in rows if row.kind == "error"]
     assert panel.answer.startswith("I have 8 browser tools. ")
