@@ -99,6 +99,7 @@ Section
     ${If} $isNew == 1
       RMDir /r "$INSTDIR"
       RMDir "${ROOT}"
+      RMDir "$LOCALAPPDATA\Programs" ; only when it is empty
     ${EndIf}
     ${If} ${FileExists} "$previous\${FILE}"
       nsExec::ExecToLog '"$previous\${FILE}" --register'

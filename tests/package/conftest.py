@@ -50,7 +50,7 @@ def make_setup(unpacked, tmp_path_factory):
     """make_setup(version, program) gives an installer for a program of another version."""
 
     def make(version, program=None):
-        installer = tmp_path_factory.mktemp("setup") / "setup.exe"
+        installer = tmp_path_factory.mktemp("setup") / f"morva-{version}-setup.exe"
         papers = [unpacked / "README.txt", unpacked / "CHANGELOG.md"]
         package.make_installer(program or unpacked / "morva-chrome-host.exe", papers, version, 0,
                                installer)

@@ -5,6 +5,7 @@ import os
 import re
 import shutil
 import subprocess
+import tempfile
 import time
 from pathlib import Path, PureWindowsPath
 
@@ -12,10 +13,11 @@ from devkit.panel import wine
 from devkit.panel.host_process import HostProcess
 
 HOST_KEY = r"HKCU\Software\Google\Chrome\NativeMessagingHosts\com.quenlark.morva.chrome"
-UNINSTALL_KEY = r"HKCU\Software\Microsoft\Windows\CurrentVersion\Uninstall\morva-chrome-host"
+PROGRAM_LIST_KEY = r"HKCU\Software\Microsoft\Windows\CurrentVersion\Uninstall"
+UNINSTALL_KEY = PROGRAM_LIST_KEY + r"\morva-chrome-host"
 # Sections of the registry in which Wine itself keeps what it met: no program wrote these.
 WINES_OWN = re.compile(r"\[HKEY_CURRENT_USER\\Software\\Wine(\\|\])", re.IGNORECASE)
-WAIT_S = 60
+WAIT_S = 100
 
 
 def wait_until(condition, what):
@@ -34,16 +36,21 @@ class Machine:
         self.root = self.profile / "AppData" / "Local" / "Programs" / "morva-chrome-host"
         self.uninstaller = self.root / "uninstall.exe"
         self._hosts = []
+        self.run("reg", "add", PROGRAM_LIST_KEY, "/f")  # which every Windows has
 
     # --- Doing ---
 
     def run(self, program, *arguments):
-        """Exit code and output of a program that ends by itself."""
-        done = subprocess.run(
-            [wine.loader(), str(program), *arguments], stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False, timeout=WAIT_S,
-            env=os.environ | wine.environment(self.prefix))
-        return done.returncode, done.stdout.decode("utf-8", "replace")
+        """Exit code and output of a program that ends by itself. Through a file, not a pipe: an
+        installer's window brings up Wine's desktop, which inherits the output and stays for as long
+        as any program runs."""
+        with tempfile.TemporaryFile() as output:
+            done = subprocess.run(
+                [wine.loader(), str(program), *arguments], stdin=subprocess.DEVNULL, stdout=output,
+                stderr=subprocess.STDOUT, check=False, timeout=WAIT_S,
+                env=os.environ | wine.environment(self.prefix))
+            output.seek(0)
+            return done.returncode, output.read().decode("utf-8", "replace")
 
     def install(self, setup):
         return self.run(setup, "/S")[0]
@@ -61,7 +68,10 @@ class Machine:
 
     def start_host(self, version):
         """The installed program, greeted: a frame went in, and the answer came out."""
-        self._hosts.append(HostProcess(wineprefix=self.prefix, program=self.program(version)))
+        return self.start_program(self.program(version))
+
+    def start_program(self, program):
+        self._hosts.append(HostProcess(wineprefix=self.prefix, program=program))
         return self._hosts[-1].start()
 
     def end_hosts(self):
@@ -70,8 +80,8 @@ class Machine:
         self._hosts.clear()
 
     def clean(self):
-        shutil.rmtree(self.root, ignore_errors=True)
-        for key in (HOST_KEY, UNINSTALL_KEY):
+        shutil.rmtree(self.root.parent, ignore_errors=True)
+        for key in (r"HKCU\Software\Google", UNINSTALL_KEY):
             self.run("reg", "delete", key, "/f")
 
     # --- Looking ---
@@ -86,10 +96,24 @@ class Machine:
         return "C:\\" + str(PureWindowsPath(path.relative_to(self.prefix / "drive_c")))
 
     def text_value(self, key, name=""):
-        """The text of a registry value, None when there is none."""
-        code, output = self.run("reg", "query", key, *(["/v", name] if name else ["/ve"]))
-        found = re.search(r"REG_SZ\s+(.*?)\r?$", output, re.MULTILINE)
-        return found.group(1) if code == 0 and found else None
+        """The text of a registry value, None when there is none. The default value has no name."""
+        sections = self._exported(key)
+        own = key.replace("HKCU", "HKEY_CURRENT_USER").lower()
+        lines = next((each for each in sections if each[0].lower() == f"[{own}]"), [])
+        quoted = json.dumps(name) if name else "@"
+        found = [line for line in lines if line.startswith(f'{quoted}="')]
+        return json.loads(found[0][len(quoted) + 1:]) if found else None
+
+    def _exported(self, key):
+        """The sections of a key, each as its lines. In UTF-16: what `reg query` prints has lost
+        every character that the console does not know."""
+        file = self.prefix / "drive_c" / "export.reg"
+        code, _ = self.run("reg", "export", key, r"C:\export.reg", "/y")
+        if code != 0:
+            return []
+        text = file.read_text("utf-16").replace("\r", "")
+        file.unlink()
+        return [section.split("\n") for section in text.split("\n\n") if section.startswith("[")]
 
     def registered_program(self):
         """What Chrome would start: the registry names a manifest, and the manifest a program."""
@@ -105,9 +129,6 @@ class Machine:
         what an uninstaller cannot remove while it runs goes with the next start of Windows."""
         files = {str(path.relative_to(self.profile)) for path in self.profile.rglob("*")
                  if "Temp" not in path.relative_to(self.profile).parts}
-        exported = self.prefix / "drive_c" / "export.reg"
-        code, output = self.run("reg", "export", r"HKCU\Software", r"C:\export.reg", "/y")
-        assert code == 0, output
-        sections = exported.read_text("utf-16").replace("\r", "").split("\n\n")
-        exported.unlink()
-        return files, {section for section in sections if not WINES_OWN.match(section)}
+        keys = {"\n".join(lines) for lines in self._exported(r"HKCU\Software")}
+        assert keys
+        return files, {section for section in keys if not WINES_OWN.match(section)}
