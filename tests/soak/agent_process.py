@@ -2,11 +2,11 @@
 
 from __future__ import annotations
 
+import http.client
 import json
 import subprocess
 import sys
 import threading
-import urllib.error
 import urllib.request
 
 from devkit.panel.wine import ROOT
@@ -57,7 +57,7 @@ class AgentProcess:
         try:
             with urllib.request.urlopen(request, timeout=_ANSWER_TIMEOUT_S) as answer:
                 return json.load(answer)
-        except (OSError, urllib.error.URLError, ValueError):
+        except (OSError, http.client.HTTPException, ValueError):  # it dies in the midst of it, too
             return None
 
     def publish(self):

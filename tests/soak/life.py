@@ -119,6 +119,9 @@ class Life:
                     is_done = self._do(action)
                 except LifeOver:
                     return
+                except Exception as failure:  # ours; without this thread the run would say less
+                    self.ledger.fault(f"\"{action.name}\" broke: {failure!r}")
+                    raise
             pause = PAUSE_S if is_done else PAUSE_AFTER_FAILURE_S
             self._over.wait(self.random().uniform(*pause))
 
