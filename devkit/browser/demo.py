@@ -33,7 +33,8 @@ _STILL_OPEN_CHECK_S = 1.0
 
 
 def _parse(arguments: list[str] | None) -> argparse.Namespace:
-    parser = argparse.ArgumentParser(prog="./dev demo --browser", description=__doc__)
+    parser = argparse.ArgumentParser(prog="./dev demo", description=__doc__)
+    parser.add_argument("--browser", action="store_true", help="what brought you here")
     parser.add_argument("--prompt", action="append", metavar="TEXT",
                         help="send this instead of the usual messages; may be repeated")
     parser.add_argument("--tokens-per-second", default="40", metavar="N", help="0: no limit")

@@ -69,6 +69,27 @@ def test_an_agent_that_is_killed_in_mid_turn_is_one_error_and_the_next_turn_work
     processes.wait_for_count(prefix, processes.AGENT, 1)
 
 
+def test_a_killed_host_is_started_again_and_a_missing_one_tried_again(own_panel, prefix):
+    panel = own_panel
+    [host] = processes.wait_for_count(prefix, processes.HOST, 1)
+    manifest = next((panel.browser.profile / "NativeMessagingHosts").iterdir())
+    text = manifest.read_text()
+    manifest.unlink()
+    host.kill()
+    # The first attempt fails at once, the next ones after longer and longer pauses.
+    panel.wait_for(lambda: "host not found. Trying again in " in panel.link_text, "no word of it")
+    panel.type("Is anybody there?")
+    panel.wait_for(lambda: panel.rows_of("error"), "no error")
+    assert panel.rows_of("error")[0].text == (
+        "The message was not sent: not connected to the host")
+    manifest.write_text(text)
+    panel.wait_until_ready()
+    [again] = processes.wait_for_count(prefix, processes.HOST, 1)
+    assert again.pid != host.pid
+    panel.turn("and now")
+    assert panel.answer.endswith("You said: and now")
+
+
 def test_reloading_the_extension_leaves_nothing_behind(own_panel, prefix):
     panel = own_panel
     [first] = processes.wait_for_count(prefix, processes.HOST, 1)

@@ -4,7 +4,7 @@
   const LOOKS = {
     read: morvaPage.read,
     find: morvaPage.find,
-    zones: () => morvaPage.zones(document.documentElement),
+    zones: morvaPage.zonesOf,
     nameOf: ({ ref }) => morvaPage.nameOf(morvaPage.elementOf(ref)),
     revision: () => revision,
   };

@@ -47,17 +47,23 @@
     return found;
   };
 
+  /** @param {{ref?: string}} args */
+  morvaPage.zonesOf = ({ ref }) => {
+    const root = morvaPage.rootOf(ref);
+    return morvaPage.zones(root, usable(root));
+  };
+
   /**
    * @param {Element} root
-   * @param {any[]} items
-   * @param {number} count
+   * @param {Element[]} elements what can be used there
+   * @param {any[]} items what is told of that
    */
-  const model = (root, items, count) => ({
-    count,
+  const model = (root, elements, items) => ({
+    count: elements.length,
     items: items.slice(0, MOST_ITEMS),
     truncated: items.length > MOST_ITEMS,
     pageText: morvaPage.pageText(root),
-    zoneHints: morvaPage.zones(root),
+    zoneHints: morvaPage.zones(root, elements),
     files: morvaPage.files(root),
   });
 
@@ -65,7 +71,7 @@
   morvaPage.read = ({ ref }) => {
     const root = morvaPage.rootOf(ref);
     const elements = usable(root);
-    return model(root, elements.map(morvaPage.itemOf), elements.length);
+    return model(root, elements, elements.map(morvaPage.itemOf));
   };
 
   /** @param {{ref?: string, query: string}} args */
@@ -77,6 +83,6 @@
       [item.name, item.value, item.role].some((text) => String(text ?? "").toLowerCase().includes(wanted)));
     const known = new Set(matches.map((item) => item.ref));
     const texts = morvaPage.textMatches(root, wanted).filter((item) => !known.has(item.ref));
-    return model(root, [...matches, ...texts], elements.length);
+    return model(root, elements, [...matches, ...texts]);
   };
 })();

@@ -7,6 +7,7 @@
     "search", "alertdialog",
   ]);
   const MOST_ROLES = 5;
+  const MOST_ZONES = 60;
 
   /** The role of a zone, or empty. @param {Element} element */
   morvaPage.zoneRole = (element) => {
@@ -21,27 +22,51 @@
     return ["SECTION", "FORM"].includes(element.tagName) ? 0.6 : 0.8;
   };
 
-  /** @param {Element} element */
-  const describe = (element) => {
-    const inside = [...morvaPage.walk(element)].filter(
-      (each) => morvaPage.isInteractive(each) && morvaPage.isVisible(each),
-    );
-    const roles = [...new Set(inside.map(morvaPage.roleOf))].slice(0, MOST_ROLES);
-    return {
-      ref: morvaPage.refOf(element, "z"),
-      role: morvaPage.zoneRole(element),
-      name: morvaPage.nameOf(element) || morvaPage.zoneRole(element),
-      interactiveCount: inside.length,
-      confidence: confidence(element),
-      roles,
-    };
+  /**
+   * The element that another one is in, out of shadow trees too.
+   * @param {Element} element
+   */
+  const outer = (element) =>
+    element.parentElement ?? /** @type {any} */ (element.getRootNode()).host ?? null;
+
+  /**
+   * Adds an element that can be used to every zone that it is in.
+   * @param {Map<Element, {count: number, roles: Set<string>}>} zones
+   * @param {Element} element
+   */
+  const countIn = (zones, element) => {
+    for (let each = outer(element); each; each = outer(each)) {
+      const zone = zones.get(each);
+      if (!zone) continue;
+      zone.count += 1;
+      if (zone.roles.size < MOST_ROLES) zone.roles.add(morvaPage.roleOf(element));
+    }
   };
 
-  /** The surest first. @param {Element} root */
-  morvaPage.zones = (root) =>
-    [...morvaPage.walk(root)]
-      .filter((element) => morvaPage.zoneRole(element) && morvaPage.isVisible(element))
-      .map(describe)
+  /**
+   * The zones below `root`, the surest first.
+   * @param {Element} root
+   * @param {Element[]} usable what can be clicked, typed into or chosen from
+   */
+  morvaPage.zones = (root, usable) => {
+    /** @type {Map<Element, {count: number, roles: Set<string>}>} */
+    const zones = new Map();
+    for (const element of morvaPage.walk(root)) {
+      if (!morvaPage.zoneRole(element) || !morvaPage.isVisible(element)) continue;
+      zones.set(element, { count: 0, roles: new Set() });
+      if (zones.size === MOST_ZONES) break;
+    }
+    for (const element of usable) countIn(zones, element);
+    return [...zones]
+      .map(([element, { count, roles }]) => ({
+        ref: morvaPage.refOf(element, "z"),
+        role: morvaPage.zoneRole(element),
+        name: morvaPage.nameOf(element) || morvaPage.zoneRole(element),
+        interactiveCount: count,
+        confidence: confidence(element),
+        roles: [...roles],
+      }))
       .sort((one, other) =>
         other.confidence - one.confidence || other.interactiveCount - one.interactiveCount);
+  };
 })();
