@@ -164,8 +164,8 @@ class Run:
         try:
             code = life.end()
             if code < 0 and self.prefix is not None:
-                # A Windows program's fault becomes its exit code; of a signal only Wine itself dies,
-                # about once in some thousand ends of a process.
+                # A fault of a Windows program becomes its exit code; of a signal only Wine itself
+                # dies, about once in some thousand ends of a process.
                 print(f"   Wine died of signal {-code} while host {life.number} ended", flush=True)
             elif code != 0:
                 self.ledger.fault(f"host {life.number} ended with {code}: {host.stderr[-2000:]}")
