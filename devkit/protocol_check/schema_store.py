@@ -16,7 +16,6 @@ from pathlib import Path
 from typing import Any
 
 import fastjsonschema
-import jsonschema
 
 SCHEMA_FOLDER = Path(__file__).resolve().parents[2] / "docs" / "schema"
 INDEX = SCHEMA_FOLDER / "index.json"
@@ -81,14 +80,17 @@ def quick_check(reference: str) -> Check:
 
 
 @lru_cache(maxsize=None)
-def thorough_check(reference: str) -> jsonschema.protocols.Validator:
+def thorough_check(reference: str) -> Any:
+    """A validator of jsonschema, which takes a while to load and is mostly not needed."""
+    import jsonschema
+
     store = {schema["$id"]: schema for schema in schemas().values()}
     base = schemas()[reference.partition("#")[0]]["$id"].rpartition("/")[0] + "/"
     resolver = jsonschema.RefResolver(base, {}, store=store)
     return jsonschema.Draft202012Validator({"$ref": base + reference}, resolver=resolver)
 
 
-def _innermost(error: jsonschema.ValidationError) -> jsonschema.ValidationError:
+def _innermost(error: Any) -> Any:
     """Of several ways in which a value could have been right, the one that it came closest to."""
     while error.context:
         closest = max(error.context, key=lambda each: len(each.absolute_path))

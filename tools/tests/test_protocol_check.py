@@ -52,6 +52,8 @@ GOOD = {
     "half a surrogate pair in the token": ([ASK | {"chromeRequestId": "a\ud83d"}],
                                            [ACK | {"chromeRequestId": "a\ufffd"}]),
     "a command and its answer": ([RESULT], [COMMAND]),
+    "a request of a pipe client and its answer": (
+        [{"ok": True, "requestId": "r"}], [{"requestId": "r", "command": "tabs"}]),
     "events": ([], [batch(BUSY, {"method": "ttsDone", "args": []})]),
     "an event of the agent's own": (
         [], [batch({"method": "sessionRenamed", "args": [1], "id": 4})]),
@@ -73,8 +75,9 @@ BAD = {
     "a known event with wrong arguments": ([], [batch({"method": "setBusy", "args": [0]})],
                                            ["host"]),
     "an empty batch": ([], [batch()], ["host"]),
-    "a frame that is no object": ([], [[1]], ["host"]),
-    "an unknown command": ([], [COMMAND | {"command": "shellUse"}], ["host"]),
+    "a frame that is no object": ([], [[1]], ["pipe client"]),
+    "an unknown command with an id of ours": (
+        [], [COMMAND | {"command": "shellUse"}], ["pipe client"]),
     "a command with an unknown tool": (
         [], [COMMAND | {"payload": {"name": "shell", "arguments": {}}}], ["host"]),
     "a misspelt member": ([ASK | {"kind": "send", "prompt": "x", "presets": ""}], [], ["panel"]),
