@@ -10,7 +10,7 @@ other.
 from __future__ import annotations
 
 import json
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
 from functools import lru_cache
 from pathlib import Path
 from typing import Any
@@ -67,14 +67,38 @@ def _all_in_draft_7() -> dict[str, Any]:
     return {name: _in_draft_7(schema, name) for name, schema in schemas().items()}
 
 
+def _references(schema: Any) -> Iterator[str]:
+    if isinstance(schema, dict):
+        if isinstance(schema.get("$ref"), str):
+            yield schema["$ref"]
+        for value in schema.values():
+            yield from _references(value)
+    elif isinstance(schema, list):
+        for value in schema:
+            yield from _references(value)
+
+
+def _needed_by(first: str) -> dict[str, Any]:
+    """The definitions that a reference leads to, as few as possible: compiling looks at all."""
+    needed: dict[str, Any] = {}
+    waiting = [first]
+    while waiting:
+        _, _, file, _, name = waiting.pop().split("/")
+        definitions = needed.setdefault(file, {"$defs": {}})["$defs"]
+        if name not in definitions:
+            definitions[name] = _all_in_draft_7()[file]["$defs"][name]
+            waiting += _references(definitions[name])
+    return needed
+
+
 @lru_cache(maxsize=None)
 def quick_check(reference: str) -> Check:
     """Raises fastjsonschema.JsonSchemaException for a value that the schema does not allow."""
-    file, _, pointer = reference.partition("#")
+    first = "#/definitions/" + reference.replace("#", "")
     check: Check = fastjsonschema.compile({
         "$schema": "http://json-schema.org/draft-07/schema#",
-        "allOf": [{"$ref": f"#/definitions/{file}{pointer}"}],
-        "definitions": _all_in_draft_7(),
+        "allOf": [{"$ref": first}],
+        "definitions": _needed_by(first),
     })
     return check
 
