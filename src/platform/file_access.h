@@ -68,4 +68,10 @@ bool writeWholeFile(const std::wstring& path, const std::string& bytes);
 
 bool deleteFile(const std::wstring& path);
 
+// Gives a file another name in the same folder, in one step; a file of that name is replaced.
+bool renameOver(const std::wstring& from, const std::wstring& to);
+
+// Whether this user may add files to an existing folder, found out without adding one.
+bool mayAddFiles(const std::wstring& folder);
+
 }  // namespace media::win::chrome_inspect

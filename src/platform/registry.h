@@ -1,15 +1,50 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
+#include <vector>
 
+// The system's registry (learn.microsoft.com, winreg.h). Keys are written with single backslashes,
+// without one at the end; the value with the empty name is the key's default value.
+// POSIX: there is none. Everything fails, with a system error of ENOSYS where one is told.
 namespace media::win::chrome_inspect {
 
-// Reads a value of type REG_SZ below HKEY_CURRENT_USER into `data`: the raw bytes as stored, UTF-16
-// little-endian, at most `maxBytes` of them, to which the system may add a terminator; nothing
-// promises one, nor an even length or no NUL inside. False when key or value is missing, longer, or
-// of another type. POSIX: always false.
+enum class RegistryRoot { user, machine };  // HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE
+
+// Reads a value of type REG_SZ into `data`: the raw bytes as stored, UTF-16 little-endian, at most
+// `maxBytes` of them, to which the system may add a terminator; nothing promises one, nor an even
+// length or no NUL inside. False when key or value is missing, longer, or of another type.
+bool readRegistryString(RegistryRoot root, const std::wstring& key, const std::wstring& value,
+                        std::size_t maxBytes, std::string& data);
+
+// The same below HKEY_CURRENT_USER.
 bool readUserRegistryString(const std::wstring& key, const std::wstring& value,
                             std::size_t maxBytes, std::string& data);
+
+// Reads a value of type REG_DWORD; false when it is missing or of another type.
+bool readRegistryNumber(RegistryRoot root, const std::wstring& key, const std::wstring& value,
+                        std::uint32_t& number);
+
+struct RegistryKeyContent {
+  std::vector<std::wstring> keys;    // names of the keys right below
+  std::vector<std::wstring> values;  // names of the values
+};
+
+// What is in a key; false when it is missing or may not be read.
+bool listRegistryKey(RegistryRoot root, const std::wstring& key, RegistryKeyContent& content);
+
+// Writes a value of type REG_SZ below HKEY_CURRENT_USER, making the key and what is missing above
+// it. False sets `systemError` (GetLastError's numbers), here and below.
+bool writeUserRegistryString(const std::wstring& key, const std::wstring& value,
+                             const std::wstring& text, std::uint32_t& systemError);
+
+// Removes one value; a value, or key, that is not there counts as removed.
+bool deleteUserRegistryValue(const std::wstring& key, const std::wstring& value,
+                             std::uint32_t& systemError);
+
+// Removes a key that holds neither keys nor values. One that holds something, or is not there, is
+// left as it is, which is no failure.
+bool deleteUserRegistryKeyIfEmpty(const std::wstring& key, std::uint32_t& systemError);
 
 }  // namespace media::win::chrome_inspect

@@ -139,4 +139,12 @@ bool writeWholeFile(const std::wstring& path, const std::string& bytes) {
 
 bool deleteFile(const std::wstring& path) { return unlink(narrowPath(path).c_str()) == 0; }
 
+bool renameOver(const std::wstring& from, const std::wstring& to) {
+  return rename(narrowPath(from).c_str(), narrowPath(to).c_str()) == 0;
+}
+
+bool mayAddFiles(const std::wstring& folder) {
+  return access(narrowPath(folder).c_str(), W_OK | X_OK) == 0;
+}
+
 }  // namespace media::win::chrome_inspect

@@ -1,10 +1,45 @@
 #include "platform/registry.h"
 
+#include <cerrno>
+
 namespace media::win::chrome_inspect {
 
-bool readUserRegistryString(const std::wstring& /*key*/, const std::wstring& /*value*/,
-                            std::size_t /*maxBytes*/, std::string& /*data*/) {
+bool readRegistryString(RegistryRoot /*root*/, const std::wstring& /*key*/,
+                        const std::wstring& /*value*/, std::size_t /*maxBytes*/,
+                        std::string& /*data*/) {
   return false;  // there is no registry here
+}
+
+bool readUserRegistryString(const std::wstring& key, const std::wstring& value,
+                            std::size_t maxBytes, std::string& data) {
+  return readRegistryString(RegistryRoot::user, key, value, maxBytes, data);
+}
+
+bool readRegistryNumber(RegistryRoot /*root*/, const std::wstring& /*key*/,
+                        const std::wstring& /*value*/, std::uint32_t& /*number*/) {
+  return false;
+}
+
+bool listRegistryKey(RegistryRoot /*root*/, const std::wstring& /*key*/,
+                     RegistryKeyContent& /*content*/) {
+  return false;
+}
+
+bool writeUserRegistryString(const std::wstring& /*key*/, const std::wstring& /*value*/,
+                             const std::wstring& /*text*/, std::uint32_t& systemError) {
+  systemError = ENOSYS;
+  return false;
+}
+
+bool deleteUserRegistryValue(const std::wstring& /*key*/, const std::wstring& /*value*/,
+                             std::uint32_t& systemError) {
+  systemError = ENOSYS;
+  return false;
+}
+
+bool deleteUserRegistryKeyIfEmpty(const std::wstring& /*key*/, std::uint32_t& systemError) {
+  systemError = ENOSYS;
+  return false;
 }
 
 }  // namespace media::win::chrome_inspect

@@ -188,4 +188,16 @@ bool writeWholeFile(const std::wstring& path, const std::string& bytes) {
 
 bool deleteFile(const std::wstring& path) { return DeleteFileW(longPath(path).c_str()); }
 
+bool renameOver(const std::wstring& from, const std::wstring& to) {
+  constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+  return MoveFileExW(longPath(from).c_str(), longPath(to).c_str(), flags);
+}
+
+bool mayAddFiles(const std::wstring& folder) {
+  const OwnedFile handle =
+      opened(CreateFileW(longPath(folder).c_str(), FILE_ADD_FILE, shareAll, nullptr, OPEN_EXISTING,
+                         FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  return static_cast<bool>(handle);
+}
+
 }  // namespace media::win::chrome_inspect

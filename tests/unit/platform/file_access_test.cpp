@@ -106,6 +106,24 @@ TEST_F(FileAccess, WrittenFilesAreWholeAndReplaceOlderOnes) {
   EXPECT_FALSE(writeWholeFile(folder_.path().wstring(), "b"));
 }
 
+TEST_F(FileAccess, ARenamedFileReplacesAnother) {
+  const std::wstring from = put("from", "new");
+  const std::wstring to = put("to", "old");
+  EXPECT_TRUE(renameOver(from, to));
+  EXPECT_EQ(contents(folder_.path() / "to"), "new");
+  EXPECT_FALSE(fs::exists(folder_.path() / "from"));
+  EXPECT_FALSE(renameOver(from, to));
+  fs::create_directory(folder_.path() / "folder");
+  EXPECT_FALSE(renameOver(to, path("folder")));
+  EXPECT_EQ(contents(folder_.path() / "to"), "new");
+}
+
+TEST_F(FileAccess, WhetherFilesMayBeAddedIsFoundOutWithoutAdding) {
+  EXPECT_TRUE(mayAddFiles(folder_.path().wstring()));
+  EXPECT_FALSE(mayAddFiles(path("missing")));
+  EXPECT_TRUE(fs::is_empty(folder_.path()));
+}
+
 TEST_F(FileAccess, AFolderIsVisitedEntryByEntry) {
   put("a", "1");
   put("b", "2");

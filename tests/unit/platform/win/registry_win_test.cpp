@@ -2,27 +2,31 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "platform/registry.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-constexpr wchar_t testKey[] = L"Software\\morva-unit-tests\\registry";
-constexpr wchar_t testParent[] = L"Software\\morva-unit-tests";
 constexpr std::size_t roomEnough = 65536;
+
+// Each process has its own, as several run at a time.
+const std::wstring testParent =
+    L"Software\\morva-unit-tests-" + std::to_wstring(GetCurrentProcessId());
+const std::wstring testKey = testParent + L"\\registry";
 
 class ReadUserRegistryString : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, testKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                              &key_, nullptr),
+    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, testKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
+                              nullptr, &key_, nullptr),
               ERROR_SUCCESS);
   }
   void TearDown() override {
     RegCloseKey(key_);
-    RegDeleteKeyW(HKEY_CURRENT_USER, testKey);
-    RegDeleteKeyW(HKEY_CURRENT_USER, testParent);
+    RegDeleteKeyW(HKEY_CURRENT_USER, testKey.c_str());
+    RegDeleteKeyW(HKEY_CURRENT_USER, testParent.c_str());
   }
 
   void store(DWORD type, const std::string& bytes) {
@@ -90,9 +94,81 @@ TEST_F(ReadUserRegistryString, RefusesOtherTypes) {
 TEST_F(ReadUserRegistryString, IsFalseForAMissingValueOrKey) {
   std::string data = "before";
   EXPECT_FALSE(load(data));
-  EXPECT_FALSE(
-      readUserRegistryString(L"Software\\morva-unit-tests\\none", L"cli", roomEnough, data));
+  EXPECT_FALSE(readUserRegistryString(testParent + L"\\none", L"cli", roomEnough, data));
   EXPECT_EQ(data, "before");
+}
+
+using Names = std::vector<std::wstring>;
+
+class UserRegistry : public testing::Test {
+ protected:
+  ~UserRegistry() override {
+    for (const wchar_t* name : {L"\\a\\b", L"\\a", L""}) {
+      RegDeleteKeyW(HKEY_CURRENT_USER, (testParent + name).c_str());
+    }
+  }
+  std::uint32_t error_ = 0;
+};
+
+TEST_F(UserRegistry, WritesATextAndTheKeysAboveIt) {
+  const std::wstring key = testParent + L"\\a\\b";
+  EXPECT_TRUE(writeUserRegistryString(key, L"", L"default", error_));
+  EXPECT_TRUE(writeUserRegistryString(key, L"name", L"\u6f22", error_));
+  EXPECT_TRUE(writeUserRegistryString(key, L"", L"newer", error_));
+  std::string data;
+  EXPECT_TRUE(readUserRegistryString(key, L"", roomEnough, data));
+  EXPECT_EQ(data, std::string("n\0e\0w\0e\0r\0\0\0", 12));
+  EXPECT_TRUE(readUserRegistryString(key, L"name", roomEnough, data));
+  EXPECT_EQ(data, std::string("\x22\x6f\0\0", 4));
+  EXPECT_FALSE(readRegistryString(RegistryRoot::machine, key, L"", roomEnough, data));
+}
+
+TEST_F(UserRegistry, ListsWhatIsInAKey) {
+  EXPECT_TRUE(writeUserRegistryString(testParent + L"\\a", L"", L"x", error_));
+  EXPECT_TRUE(writeUserRegistryString(testParent, L"v", L"x", error_));
+  RegistryKeyContent content;
+  EXPECT_TRUE(listRegistryKey(RegistryRoot::user, testParent, content));
+  EXPECT_EQ(content.keys, Names{L"a"});
+  EXPECT_EQ(content.values, Names{L"v"});
+  EXPECT_TRUE(listRegistryKey(RegistryRoot::user, testParent + L"\\a", content));
+  EXPECT_EQ(content.keys, Names{});
+  EXPECT_EQ(content.values, Names{L""});
+  EXPECT_FALSE(listRegistryKey(RegistryRoot::user, testParent + L"\\none", content));
+  EXPECT_EQ(content.values, Names{L""});
+}
+
+TEST_F(UserRegistry, RemovesOnlyWhatIsEmpty) {
+  EXPECT_TRUE(writeUserRegistryString(testParent + L"\\a", L"v", L"x", error_));
+  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(testParent, error_));
+  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(testParent + L"\\a", error_));
+  RegistryKeyContent content;
+  EXPECT_TRUE(listRegistryKey(RegistryRoot::user, testParent + L"\\a", content));
+  EXPECT_TRUE(deleteUserRegistryValue(testParent + L"\\a", L"v", error_));
+  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(testParent + L"\\a", error_));
+  EXPECT_FALSE(listRegistryKey(RegistryRoot::user, testParent + L"\\a", content));
+}
+
+TEST_F(UserRegistry, WhatIsNotThereCountsAsRemoved) {
+  EXPECT_TRUE(deleteUserRegistryValue(testParent + L"\\none", L"v", error_));
+  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(testParent + L"\\none", error_));
+  EXPECT_TRUE(writeUserRegistryString(testParent, L"", L"x", error_));
+  EXPECT_TRUE(deleteUserRegistryValue(testParent, L"v", error_));
+  EXPECT_TRUE(deleteUserRegistryValue(testParent, L"", error_));
+}
+
+TEST_F(UserRegistry, ReadsANumberThatIsOne) {
+  const DWORD stored = 7;
+  ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, testParent.c_str(), L"n", REG_DWORD, &stored,
+                            sizeof stored),
+            ERROR_SUCCESS);
+  EXPECT_TRUE(writeUserRegistryString(testParent, L"text", L"7", error_));
+  std::uint32_t number = 1;
+  EXPECT_TRUE(readRegistryNumber(RegistryRoot::user, testParent, L"n", number));
+  EXPECT_EQ(number, 7U);
+  EXPECT_FALSE(readRegistryNumber(RegistryRoot::user, testParent, L"text", number));
+  EXPECT_FALSE(readRegistryNumber(RegistryRoot::user, testParent, L"none", number));
+  EXPECT_FALSE(readRegistryNumber(RegistryRoot::user, testParent + L"\\none", L"n", number));
+  EXPECT_EQ(number, 7U);
 }
 
 }  // namespace

@@ -1,0 +1,49 @@
+#include "platform/console.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <string>
+
+namespace media::win::chrome_inspect {
+namespace {
+
+constexpr std::size_t consolePiece = 8000;  // a console takes no more than 64 KiB at once
+
+HANDLE handleOf(StreamId stream) { return reinterpret_cast<HANDLE>(stream); }
+
+std::wstring utf16Of(std::string_view text) {
+  const int size = static_cast<int>(std::min<std::size_t>(text.size(), MAXLONG / 2));
+  const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), size, nullptr, 0);
+  std::wstring wide(static_cast<std::size_t>(std::max(length, 0)), L'\0');
+  MultiByteToWideChar(CP_UTF8, 0, text.data(), size, wide.data(), length);
+  return wide;
+}
+
+void writeToConsole(HANDLE console, const std::wstring& text) {
+  for (std::size_t done = 0; done < text.size();) {
+    const auto size = static_cast<DWORD>(std::min(text.size() - done, consolePiece));
+    DWORD written = 0;
+    if (!WriteConsoleW(console, text.data() + done, size, &written, nullptr) || written == 0)
+      return;
+    done += written;
+  }
+}
+
+}  // namespace
+
+StreamId standardError() { return reinterpret_cast<StreamId>(GetStdHandle(STD_ERROR_HANDLE)); }
+
+bool isConsole(StreamId stream) {
+  DWORD mode = 0;
+  return GetConsoleMode(handleOf(stream), &mode) != 0;
+}
+
+void writeText(StreamId stream, std::string_view text) {
+  if (isConsole(stream)) return writeToConsole(handleOf(stream), utf16Of(text));
+  for (std::size_t done = 0, written = 0; done < text.size(); done += written) {
+    if (!writeSome(stream, text.data() + done, text.size() - done, written)) return;
+  }
+}
+
+}  // namespace media::win::chrome_inspect
