@@ -121,11 +121,17 @@ AgentResponse agentRequest(std::uint16_t port, const std::wstring& verb, const s
 }
 
 bool probeAgentReady(std::int32_t port, std::uint32_t limitMs) {
+  return isReadyAnswer(askAgentReady(port, limitMs));
+}
+
+AgentResponse askAgentReady(std::int32_t port, std::uint32_t limitMs) {
   AgentRequestOptions options;
   options.maxBodyBytes = maxProbeBody;
   options.totalMs = limitMs;
-  const AgentResponse response =
-      agentRequest(static_cast<std::uint16_t>(port), L"GET", L"/ready", "", options);
+  return agentRequest(static_cast<std::uint16_t>(port), L"GET", L"/ready", "", options);
+}
+
+bool isReadyAnswer(const AgentResponse& response) {
   nlohmann::json answer;
   std::string error;
   if (!response.error.empty() || response.status != 200) return false;

@@ -46,4 +46,8 @@ AgentResponse agentRequest(std::uint16_t port, const std::wstring& verb, const s
 // has one, is true. Takes `limitMs` at most, give or take one read.
 bool probeAgentReady(std::int32_t port, std::uint32_t limitMs = 15000);
 
+// The same in two steps, for who wants to know what a port that is not ready says.
+AgentResponse askAgentReady(std::int32_t port, std::uint32_t limitMs);
+bool isReadyAnswer(const AgentResponse& response);
+
 }  // namespace media::win::chrome_inspect

@@ -1,6 +1,5 @@
 #include "agent/cli_location.h"
 
-#include <optional>
 #include <utility>
 
 #include "agent/cli_dir.h"
@@ -18,66 +17,81 @@ constexpr const wchar_t* registryKey =
     L"Software\\Google\\Chrome\\NativeMessagingHosts\\com.quenlark.morva.chrome";
 constexpr std::size_t maxRegistryBytes = 65536;
 
-// `path` as a location when a file is there; the log line begins with the source's name either way.
-std::optional<CliLocation> takeIfThere(const std::string& source, std::wstring path) {
-  std::string pathUtf8 = toUtf8(path);
-  if (!isExistingFile(path)) {
-    appendDebugLog(source + " missing " + pathUtf8, "warn");
-    return std::nullopt;
-  }
-  appendDebugLog(source + " " + pathUtf8);
-  return CliLocation{std::move(path), std::move(pathUtf8)};
+// What is to be said of a file that a source names.
+CliLook lookFor(const char* source, std::wstring path) {
+  const CliOutcome outcome = isExistingFile(path) ? CliOutcome::found : CliOutcome::missing;
+  return {source, outcome, std::move(path)};
 }
 
-std::optional<CliLocation> fromOptions() {
-  const std::wstring folder = savedCliDir();
-  if (folder.empty()) {
-    appendDebugLog("cli options (none)");
-    return std::nullopt;
-  }
+CliLook lookAtOptions() {
+  constexpr const char* source = "cli options";
+  std::wstring folder = savedCliDir();
+  if (folder.empty()) return {source, CliOutcome::notSet, {}};
   if (isInsideWindowsApps(folder)) {
-    appendDebugLog("cli options inside WindowsApps " + toUtf8(folder), "warn");
-    return std::nullopt;
+    return {source, CliOutcome::insideWindowsApps, std::move(folder)};
   }
-  return takeIfThere("cli options", joinPath(folder, cliName));
+  return lookFor(source, joinPath(folder, cliName));
 }
 
-std::optional<CliLocation> fromRegistry() {
+CliLook lookAtRegistry() {
+  constexpr const char* source = "cli registry";
   std::string data;
   if (!readUserRegistryString(registryKey, L"cli", maxRegistryBytes, data)) {
-    appendDebugLog("cli registry (none)");
-    return std::nullopt;
+    return {source, CliOutcome::notSet, {}};
   }
-  return takeIfThere("cli registry", wideFromUtf16Bytes(data));
+  return lookFor(source, wideFromUtf16Bytes(data));
 }
 
-std::optional<CliLocation> fromAlias() {
+CliLook lookAtAlias() {
+  constexpr const char* source = "cli alias";
   std::wstring folder;
-  if (!localAppDataFolder(folder)) {
-    appendDebugLog("cli alias LocalAppData unavailable", "warn");
-    return std::nullopt;
-  }
+  if (!localAppDataFolder(folder)) return {source, CliOutcome::unavailable, {}};
   for (const wchar_t* name : {L"Microsoft", L"WindowsApps", cliName})
     folder = joinPath(folder, name);
-  return takeIfThere("cli alias", folder);
+  return lookFor(source, folder);
 }
 
-std::optional<CliLocation> fromSearchPath() {
+CliLook lookAlongSearchPath() {
+  constexpr const char* source = "cli SearchPath";
   std::wstring path;
-  if (!searchExecutable(cliName, path)) {
-    appendDebugLog("cli SearchPath miss", "error");
-    return std::nullopt;
+  if (!searchExecutable(cliName, path)) return {source, CliOutcome::notOnPath, {}};
+  return {source, CliOutcome::found, std::move(path)};
+}
+
+void logLook(const CliLook& look) {
+  const std::string source = look.source;
+  const std::string path = toUtf8(look.path);
+  switch (look.outcome) {
+    case CliOutcome::found:
+      return appendDebugLog(source + " " + path);
+    case CliOutcome::notSet:
+      return appendDebugLog(source + " (none)");
+    case CliOutcome::insideWindowsApps:
+      return appendDebugLog(source + " inside WindowsApps " + path, "warn");
+    case CliOutcome::unavailable:
+      return appendDebugLog(source + " LocalAppData unavailable", "warn");
+    case CliOutcome::notOnPath:
+      return appendDebugLog("cli SearchPath miss", "error");
+    case CliOutcome::missing:
+      return appendDebugLog(source + " missing " + path, "warn");
   }
-  CliLocation found{path, toUtf8(path)};
-  appendDebugLog("cli SearchPath " + found.pathUtf8);
-  return found;
 }
 
 }  // namespace
 
+CliLook lookAtCliSource(std::size_t index) {
+  constexpr CliLook (*sources[cliSourceCount])() = {lookAtOptions, lookAtRegistry, lookAtAlias,
+                                                    lookAlongSearchPath};
+  return sources[index]();
+}
+
 CliLocation locateCli() {
-  for (const auto source : {fromOptions, fromRegistry, fromAlias, fromSearchPath}) {
-    if (std::optional<CliLocation> found = source()) return std::move(*found);
+  for (std::size_t i = 0; i < cliSourceCount; ++i) {
+    CliLook look = lookAtCliSource(i);
+    logLook(look);
+    if (look.outcome != CliOutcome::found) continue;
+    std::string pathUtf8 = toUtf8(look.path);
+    return {std::move(look.path), std::move(pathUtf8)};
   }
   return {};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -18,6 +19,17 @@ struct CliLocation {
 // in the host log that says why it was taken or passed over. May block on standard output: hold no
 // lock. Threads: any.
 CliLocation locateCli();
+
+// What one of the sources has to say, `index` counting in the order above: the look-up behind
+// locateCli, without a line in the log.
+enum class CliOutcome { found, missing, notSet, insideWindowsApps, unavailable, notOnPath };
+struct CliLook {
+  const char* source;  // what its line in the log begins with
+  CliOutcome outcome;
+  std::wstring path;  // what was looked for, where there was something to look for
+};
+inline constexpr std::size_t cliSourceCount = 4;
+CliLook lookAtCliSource(std::size_t index);
 
 // Whether `path` lies in the store of packaged apps, whose files cannot be started from outside.
 // Both separators and any ASCII letter case are understood.

@@ -8,17 +8,16 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-std::wstring makeBelow(std::wstring folder, std::initializer_list<const wchar_t*> names) {
+std::wstring below(std::wstring folder, std::initializer_list<const wchar_t*> names) {
   for (const wchar_t* name : names) folder = joinPath(folder, name);
-  (void)makeFolderWithParents(folder);  // whoever uses it meets the failure and reports it
   return folder;
 }
 
-std::wstring findHostDataFolder() {
-  std::wstring base;
-  if (packageLocalStateFolder(base)) return makeBelow(base, {L"chrome-extension"});
-  if (!roamingAppDataFolder(base)) return {};
-  return makeBelow(base, {L"Quenlark", L"morva-viewer", L"chrome-extension"});
+std::wstring makeHostDataFolder() {
+  std::wstring folder = hostDataFolderPath();
+  // Whoever uses it meets the failure and reports it.
+  if (!folder.empty()) (void)makeFolderWithParents(folder);
+  return folder;
 }
 
 }  // namespace
@@ -37,8 +36,15 @@ bool makeFolderWithParents(const std::wstring& path) {
   return makeFolderWithParents(path.substr(0, separator)) && makeFolder(path);
 }
 
+std::wstring hostDataFolderPath() {
+  std::wstring base;
+  if (packageLocalStateFolder(base)) return below(base, {L"chrome-extension"});
+  if (!roamingAppDataFolder(base)) return {};
+  return below(base, {L"Quenlark", L"morva-viewer", L"chrome-extension"});
+}
+
 const std::wstring& hostDataFolder() {
-  static const std::wstring& folder = *new std::wstring(findHostDataFolder());
+  static const std::wstring& folder = *new std::wstring(makeHostDataFolder());
   return folder;
 }
 

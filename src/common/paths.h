@@ -16,4 +16,7 @@ bool makeFolderWithParents(const std::wstring& path);
 // A folder that cannot be made is still named. Thread-safe.
 const std::wstring& hostDataFolder();
 
+// Where that folder is or would be, looked up anew; nothing is made.
+std::wstring hostDataFolderPath();
+
 }  // namespace media::win::chrome_inspect

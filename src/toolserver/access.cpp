@@ -3,6 +3,7 @@
 #include <string>
 
 #include "common/ascii.h"
+#include "common/product_names.h"
 #include "toolserver/http_response.h"
 
 namespace media::win::chrome_inspect {

@@ -18,7 +18,6 @@ using nlohmann::json;
 
 constexpr std::int64_t oneDayMs = 24LL * 60 * 60 * 1000;
 constexpr std::string_view forbiddenInNames = "\"*:<>?|";
-constexpr const wchar_t* dropsFolderName = L"chat-paste";
 
 std::atomic<std::uint32_t> dropCounter = 0;
 
@@ -47,11 +46,6 @@ bool prepareFolder(const std::wstring& workFolder, const std::wstring& folder, F
          isSamePath(drops.finalPath, joinPath(work.finalPath, dropsFolderName));
 }
 
-// A clock that was wrong may have dated files a year ahead: those are not recent either.
-bool isRecent(const FolderEntry& entry) {
-  return entry.ageMs <= oneDayMs && entry.ageMs >= -oneDayMs;
-}
-
 // Deletes a file of the folder that has this final path, but nothing to which its name only leads:
 // a listing may show what a link points to. What cannot be deleted is left to the next upload.
 void deleteInFolder(const std::wstring& path, const std::wstring& folderFinalPath) {
@@ -68,7 +62,7 @@ bool pruneFolder(const std::wstring& folder, const FileFacts& facts, std::size_t
   recent = 0;
   return visitFolder(folder, [&](const FolderEntry& entry) {
     if (!entry.isRegular) return true;
-    if (isRecent(entry)) return ++recent < maxRecentDrops;
+    if (isRecentDrop(entry.ageMs)) return ++recent < maxRecentDrops;
     deleteInFolder(joinPath(folder, entry.name), facts.finalPath);
     return true;
   });
@@ -81,6 +75,8 @@ std::string newDropName(std::string_view nameHint) {
 }
 
 }  // namespace
+
+bool isRecentDrop(std::int64_t ageMs) { return ageMs <= oneDayMs && ageMs >= -oneDayMs; }
 
 json saveDroppedFile(std::string_view nameHint, const std::string& body) {
   if (body.empty()) return failure("empty file");

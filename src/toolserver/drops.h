@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
@@ -9,6 +10,13 @@ namespace media::win::chrome_inspect {
 
 inline constexpr std::size_t maxRecentDrops = 200;
 inline constexpr std::size_t maxDropNameBytes = 120;
+
+// The folder for them, below the host's data folder.
+inline constexpr const wchar_t* dropsFolderName = L"chat-paste";
+
+// Whether a file of this age counts towards the limit: a clock that was wrong may have dated files
+// a year ahead, and those are not recent either.
+bool isRecentDrop(std::int64_t ageMs);
 
 // Keeps the bytes of a pasted or dropped file as a new file in the "chat-paste" folder below the
 // host's data folder, deleting files there that are older than a day. Gives {"ok":true,"path":...}

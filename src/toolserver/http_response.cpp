@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "common/product_names.h"
+
 namespace media::win::chrome_inspect {
 namespace {
 

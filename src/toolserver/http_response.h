@@ -5,10 +5,6 @@
 
 namespace media::win::chrome_inspect {
 
-// The one origin that the tool server speaks to: the assistant's extension.
-inline constexpr std::string_view extensionOrigin =
-    "chrome-extension://kdhmgaeofpbjilnckdhmgaeofpbjilnc";
-
 // A whole response, in two parts so that a large body is not copied behind its header.
 struct HttpResponse {
   std::string head;  // status line, header lines and the blank line

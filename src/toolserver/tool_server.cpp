@@ -21,8 +21,6 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-constexpr std::uint16_t firstPort = 39270;
-constexpr std::uint16_t lastPort = 39279;
 constexpr int backlog = 8;
 constexpr std::size_t tokenBytes = 32;
 constexpr auto startLimit = std::chrono::seconds(2);
@@ -54,7 +52,7 @@ std::string makeToken() {
 // on is none.
 std::int32_t bindListener(OwnedSocket& listener) {
   if (!startSockets() || !openSocket(listener)) return 0;
-  for (std::uint16_t port = firstPort; port <= lastPort; ++port) {
+  for (std::uint16_t port = firstToolServerPort; port <= lastToolServerPort; ++port) {
     if (!bindLoopback(listener, port)) continue;
     return listenOn(listener, backlog) ? port : 0;
   }

@@ -8,6 +8,10 @@
 // closed.
 namespace media::win::chrome_inspect {
 
+// Tried in this order; the first that is free is taken.
+inline constexpr std::uint16_t firstToolServerPort = 39270;
+inline constexpr std::uint16_t lastToolServerPort = 39279;
+
 // Makes the session token, starts the listener and waits, 2 s at most, until it is bound. Called
 // once, from main. Without a port or a token the server is absent for the life of the process.
 void startToolServer();

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "toolserver/http_response.h"
+#include "common/product_names.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "common/product_names.h"
+
 namespace media::win::chrome_inspect {
 namespace {
 

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string_view>
+
+// The names under which the browser's side and ours know each other.
+namespace media::win::chrome_inspect {
+
+// The assistant's extension, as browsers write an origin.
+inline constexpr std::string_view extensionOrigin =
+    "chrome-extension://kdhmgaeofpbjilnckdhmgaeofpbjilnc";
+
+// The native-messaging host, in the extension, in manifests and in the registry.
+inline constexpr std::string_view nativeHostName = "com.quenlark.morva.chrome";
+
+// The program, on its own and towards people.
+inline constexpr std::string_view programName = "morva-chrome-host";
+
+}  // namespace media::win::chrome_inspect
