@@ -25,6 +25,8 @@ BELOW_ROOF = set(MAY_INCLUDE)
 MAY_INCLUDE["chat"] = set(BELOW_ROOF)
 MAY_INCLUDE["toolserver"] = set(BELOW_ROOF)
 MAY_INCLUDE["shell"] = set(BELOW_ROOF)
+MAY_INCLUDE["setup"] = {"platform", "common"}
+MAY_INCLUDE["doctor"] = BELOW_ROOF | {"toolserver", "setup"}
 MAY_INCLUDE["host"] = set(MAY_INCLUDE)
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')

@@ -8,8 +8,10 @@
 #include "host/channel/framing.h"
 #include "host/channel/host_log.h"
 #include "host/stdin_reader.h"
+#include "host/user_command.h"
 #include "platform/byte_stream.h"
 #include "platform/clock.h"
+#include "platform/console.h"
 #include "platform/process_control.h"
 #include "toolserver/tool_server.h"
 
@@ -26,7 +28,6 @@ bool startedByBrowser(int argc, char** argv) {
 }
 
 int runHost(int argc, char** argv) {
-  prepareProcess();
   keepStandardStreamsFromChildren();
   setDetachedReporter(logFailure);
   setToolServerAddress({agentToolsUrl, sessionToken});
@@ -40,4 +41,12 @@ int runHost(int argc, char** argv) {
 }  // namespace
 }  // namespace media::win::chrome_inspect
 
-int main(int argc, char** argv) { return media::win::chrome_inspect::runHost(argc, argv); }
+int main(int argc, char** argv) {
+  namespace host = media::win::chrome_inspect;
+  host::prepareProcess();
+  const host::Arguments arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+  if (host::isUserCommand(arguments, [] { return host::isConsole(host::standardInput()); })) {
+    host::exitProcess(static_cast<unsigned>(host::runUserCommand(arguments)));
+  }
+  return host::runHost(argc, argv);
+}

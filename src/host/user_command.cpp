@@ -1,0 +1,70 @@
+#include "host/user_command.h"
+
+#include <string>
+
+#include "common/product_names.h"
+#include "common/product_version.h"
+#include "doctor/doctor.h"
+#include "doctor/doctor_text.h"
+#include "platform/console.h"
+#include "platform/system_facts.h"
+#include "setup/help_text.h"
+#include "setup/registration.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+constexpr int exitWell = 0;
+constexpr int exitNotWell = 1;
+constexpr int exitUsage = 2;
+
+void print(const std::string& text) { writeText(standardOutput(), text); }
+
+int runRegistration(const CommandLine& line) {
+  RegistrationOptions options{{}, line.browsers, line.extensionIds, line.dryRun};
+  if (!ownProgramPath(options.program)) {
+    writeText(standardError(), "the system does not tell where this program is\n");
+    return exitNotWell;
+  }
+  const bool isIn = line.command == UserCommand::registerHost;
+  const RegistrationReport report = isIn ? registerHost(options) : unregisterHost(options);
+  std::string text;
+  for (const std::string& each : report.lines) text += each + "\n";
+  if (line.dryRun) text += "nothing was changed\n";
+  print(text);
+  return report.ok ? exitWell : exitNotWell;
+}
+
+int runDoctor(const CommandLine& line) {
+  const Diagnosis diagnosis = diagnose();
+  print(line.json ? diagnosisJson(diagnosis) : diagnosisTable(diagnosis));
+  return isWell(diagnosis) ? exitWell : exitNotWell;
+}
+
+}  // namespace
+
+int runUserCommand(const Arguments& arguments) {
+  CommandLine line;
+  std::string error;
+  if (!readCommandLine(arguments, line, error)) {
+    const std::string name(programName);
+    writeText(standardError(), name + ": " + error + "\ntry: " + name + " --help\n");
+    return exitUsage;
+  }
+  switch (line.command) {
+    case UserCommand::help:
+      print(helpText());
+      return exitWell;
+    case UserCommand::version:
+      print(std::string(programName) + " " + productVersion + "\n");
+      return exitWell;
+    case UserCommand::doctor:
+      return runDoctor(line);
+    case UserCommand::registerHost:
+    case UserCommand::unregisterHost:
+      return runRegistration(line);
+  }
+  return exitUsage;
+}
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+// The file that tells a browser which program a native-messaging host is and which extensions may
+// start it (developer.chrome.com, "Native messaging", host manifest).
+namespace media::win::chrome_inspect {
+
+// Where a program's manifest lies: beside it.
+std::wstring manifestPathFor(const std::wstring& program);
+
+// The manifest for the program with this full path, for the assistant's extension and those with
+// `moreExtensionIds`. The same arguments always give the same bytes.
+std::string manifestText(const std::wstring& program,
+                         const std::vector<std::string>& moreExtensionIds);
+
+// Whether a browser takes this text for the host's manifest and lets the assistant's extension
+// start it. `program` is then the program that it names, as written. Failure: false, and `error`
+// says what is wrong.
+bool readManifest(std::string_view text, std::string& program, std::string& error);
+
+// Reads a whole small file; false when it is not there, no regular file, or larger than 1 MiB.
+bool readSmallFile(const std::wstring& path, std::string& text);
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,118 @@
+"""The program as a person starts it: options, exit code, what it prints."""
+
+import json
+import os
+import re
+import subprocess
+from dataclasses import dataclass
+from pathlib import Path
+
+from support import builds
+from support.sanitizer_reports import sanitizer_environment
+
+from devkit.panel import wine
+
+SCHEMA = builds.ROOT / "docs" / "schema" / "doctor.schema.json"
+HOST_NAME = "com.quenlark.morva.chrome"
+MANIFEST_NAME = HOST_NAME + ".json"
+VENDOR_KEYS = {
+    "chrome": r"Software\Google\Chrome",
+    "edge": r"Software\Microsoft\Edge",
+    "brave": r"Software\BraveSoftware\Brave-Browser",
+    "vivaldi": r"Software\Vivaldi",
+    "chromium": r"Software\Chromium",
+}
+TIMEOUT_S = 90
+
+
+def host_key(browser):
+    return f"{VENDOR_KEYS[browser]}\\NativeMessagingHosts\\{HOST_NAME}"
+
+
+@dataclass
+class Outcome:
+    code: int
+    out: str
+    err: str
+
+    def line(self, start):
+        """The one line of the output that begins with this word."""
+        (found,) = [line for line in self.out.splitlines() if line.split(" ")[0] == start]
+        return found
+
+
+class Program:
+    """One copy of the program; `environment` is added to that of the tests."""
+
+    def __init__(self, path, environment):
+        self.path = Path(path)
+        self._environment = {**os.environ, **environment, **sanitizer_environment()}
+        self._command = [str(path)]
+        if builds.IS_WINDOWS:
+            self._environment |= wine.environment(builds.wine_prefix())
+            self._command.insert(0, wine.loader())
+
+    @property
+    def manifest(self):
+        return self.path.parent / MANIFEST_NAME
+
+    def run(self, *arguments, stdin=subprocess.DEVNULL, environment=None):
+        # About one start in 3000 under Wine ends before the program runs, and says nothing.
+        for _ in range(3):
+            done = subprocess.run(
+                [*self._command, *arguments], stdin=stdin, stdout=subprocess.PIPE,
+                stderr=subprocess.PIPE, check=False, timeout=TIMEOUT_S,
+                env=self._environment | (environment or {}))
+            if done.stdout or done.stderr:
+                break
+        return Outcome(done.returncode, done.stdout.decode(), done.stderr.decode())
+
+    def doctor(self, environment=None):
+        """The whole diagnosis, its findings by id, and the exit code."""
+        outcome = self.run("--doctor", "--json", environment=environment)
+        whole = json.loads(outcome.out)
+        return whole, {each["id"]: each for each in whole["findings"]}, outcome
+
+
+class UserRegistry:
+    """Keys of the prefix's user, written and read as files that `reg` takes and gives."""
+
+    def __init__(self, folder):
+        self._file = folder / "keys.reg"
+        self._environment = {**os.environ, **wine.environment(builds.wine_prefix())}
+
+    def add(self, key, name, value, kind="REG_SZ"):
+        escaped = str(value).replace("\\", "\\\\").replace('"', '\\"')
+        data = f"dword:{int(value):08x}" if kind == "REG_DWORD" else f'"{escaped}"'
+        self._import(f"[{_full(key)}]\n" + (f'"{name}"' if name else "@") + f"={data}\n")
+
+    def delete(self, *keys):
+        self._import("".join(f"[-{_full(key)}]\n" for key in keys))
+
+    def below(self, key):
+        """Every key from this one down with its texts by name; empty when there is none."""
+        self._file.unlink(missing_ok=True)
+        self._reg("export", _full(key), wine.windows_path(self._file), "/y")
+        found, values = {}, {}
+        text = self._file.read_text("utf-16") if self._file.exists() else ""
+        for line in text.splitlines():
+            if line.startswith("["):
+                values = found.setdefault(line[1:-1].split("\\", 1)[1], {})
+            elif match := re.fullmatch(r'(?:@|"(.*?)")="(.*)"', line):
+                values[match[1] or ""] = match[2].replace('\\"', '"').replace("\\\\", "\\")
+        return found
+
+    def _import(self, text):
+        self._file.write_text(f"Windows Registry Editor Version 5.00\n\n{text}",
+                              encoding="utf-16", newline="\r\n")
+        assert self._reg("import", wine.windows_path(self._file)) == 0, text
+
+    def _reg(self, *arguments):
+        return subprocess.run(
+            [wine.loader(), "reg", *arguments], env=self._environment, check=False,
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+            timeout=TIMEOUT_S).returncode
+
+
+def _full(key):
+    return "HKEY_CURRENT_USER\\" + key

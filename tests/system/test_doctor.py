@@ -1,0 +1,285 @@
+"""The doctor: what it finds with everything there and with each thing missing, and that it changes
+nothing and tells no secret."""
+
+import contextlib
+import json
+import os
+import socket
+
+import jsonschema
+import pytest
+
+from support import builds
+from support.desktop_app import TOKEN, DesktopApp, Instances
+from support.scripted_agent import READY, ScriptedAgent, answers
+from support.tool_server_fixtures import empty, roaming_folder
+from support.user_commands import SCHEMA, VENDOR_KEYS, Program, UserRegistry, host_key
+
+from devkit.panel import wine
+
+CLIENTS = r"Software\Clients\StartMenuInternet"
+POLICIES = r"Software\Policies\Google\Chrome"
+
+
+@pytest.fixture
+def folders(user_folders):
+    """%APPDATA% with nothing of ours in it."""
+    local, seen = roaming_folder(user_folders)
+    empty(local / "Quenlark")
+    (local / "Quenlark").rmdir()
+    yield local, seen
+    empty(local / "Quenlark")
+
+
+@pytest.fixture
+def program(tmp_path, user_folders, folders):
+    path = tmp_path / builds.PROGRAM.name
+    path.symlink_to(builds.PROGRAM)
+    return Program(path, {} if builds.IS_WINDOWS else user_folders)
+
+
+@pytest.fixture(scope="module")
+def schema():
+    found = json.loads(SCHEMA.read_text())
+    jsonschema.Draft202012Validator.check_schema(found)
+    return jsonschema.Draft202012Validator(found)
+
+
+@pytest.fixture
+def examine(program, schema):
+    """Runs the doctor, holds its JSON to the schema, and gives the findings by id."""
+
+    def run(environment=None):
+        whole, findings, outcome = program.doctor(environment)
+        assert [error.message for error in schema.iter_errors(whole)] == []
+        problems = [each["id"] for each in findings.values() if each["verdict"] == "problem"]
+        assert whole["ok"] == (not problems)
+        assert outcome.code == (1 if problems else 0), outcome
+        assert outcome.err == ""
+        return findings
+
+    return run
+
+
+@pytest.fixture
+def registry(tmp_path):
+    found = UserRegistry(tmp_path)
+    yield found
+    found.delete(*VENDOR_KEYS.values(), POLICIES, CLIENTS)
+
+
+def verdicts(findings, *ids):
+    return [findings[each]["verdict"] for each in ids]
+
+
+# --- Everywhere ---
+
+def test_a_bare_machine_has_a_remedy_for_every_problem(examine, folders):
+    findings = examine()
+    assert findings["browsers"]["verdict"] == "problem"
+    assert findings["agent"]["verdict"] == "problem"
+    for number in range(8090, 8095):
+        assert findings[f"agent.port.{number}"]["facts"]["answer"] == "none"
+    assert verdicts(findings, "toolServer", "folder", "drops") == ["ok"] * 3
+    assert findings["application"]["verdict"] == "note"
+    assert findings["toolServer"]["facts"]["freePort"] == 39270
+    assert not (folders[0] / "Quenlark").exists()  # it has only looked
+
+
+def test_the_table_says_what_the_json_says(program, examine):
+    findings = examine()
+    outcome = program.run("--doctor")
+    assert outcome.code == 1
+    lines = outcome.out.splitlines()
+    assert lines[0].startswith("morva-chrome-host ")
+    for finding in findings.values():
+        if finding["id"].startswith("agent.port"):
+            continue  # how long it took is different each time
+        start = f"{finding['verdict']:9}{finding['subject']}  "
+        (line,) = [each for each in lines if each.startswith(start)]
+        assert line.endswith("  " + finding["text"])
+        if finding["remedy"]:
+            assert lines[lines.index(line) + 1].strip() == f"-> {finding['remedy']}"
+    problems = [each for each in findings.values() if each["verdict"] == "problem"]
+    assert lines[-1] == f"{len(problems)} problems"
+
+
+def test_ports_tell_what_answers(examine):
+    with (ScriptedAgent(8091), ScriptedAgent(8092, ready=answers({"ready": False})),
+          ScriptedAgent(8093, ready=answers({}, status="404 Not Found"))):
+        findings = examine()
+    found = [findings[f"agent.port.{number}"]["facts"]["answer"] for number in range(8090, 8095)]
+    assert found == ["none", "ready", "notReady", "foreign", "none"]
+    assert findings["agent.port.8091"]["verdict"] == "ok"
+    assert findings["agent"]["verdict"] == "note"  # it runs, but could not be started anew
+    assert findings["agent"]["facts"] == {"ready": True, "startable": False}
+
+
+@pytest.mark.long
+def test_a_port_that_never_answers_does_not_hold_the_doctor_up(examine):
+    with ScriptedAgent(8090) as agent:
+        agent.on[READY] = lambda exchange: exchange.hold()
+        findings = examine()
+    facts = findings["agent.port.8090"]["facts"]
+    assert facts["answer"] == "none" and 4000 <= facts["ms"] <= 30000
+
+
+def test_the_program_on_the_search_path_is_found(examine, cli):
+    findings = examine(cli.env())
+    assert findings["cli.searchPath"]["facts"]["used"] is True
+    assert findings["agent"]["verdict"] == "ok"
+    assert findings["agent"]["facts"] == {"ready": False, "startable": True}
+    assert cli.starts() == []  # looked at, not started
+
+
+def test_taken_tool_server_ports_are_named(examine):
+    with contextlib.ExitStack() as stack:
+        taken = [stack.enter_context(socket.create_server(("127.0.0.1", port)))
+                 for port in range(39270, 39280)]
+        full = examine()["toolServer"]
+        taken[3].close()
+        found = examine()["toolServer"]
+    assert full["verdict"] == "problem" and full["facts"] == {"freePort": 0, "taken": 10}
+    assert found["verdict"] == "ok" and found["facts"] == {"freePort": 39273, "taken": 3}
+
+
+def test_the_application_is_found_and_its_token_kept_secret(program, examine, folders):
+    instances = Instances(folders[0])
+    with DesktopApp() as app:
+        instances.announce("app", app.port)
+        found = examine()["application"]
+        table = program.run("--doctor")
+        text = program.run("--doctor", "--json")
+    assert found["verdict"] == "ok"
+    assert found["facts"] == {"running": True, "port": app.port, "answers": True}
+    assert app.requests == []
+    for outcome in (table, text):
+        assert TOKEN.lower() not in (outcome.out + outcome.err).lower()
+
+
+def test_an_application_that_has_gone_silent_is_a_problem(examine, folders):
+    with DesktopApp() as gone:
+        Instances(folders[0]).announce("app", gone.port)
+    found = examine()["application"]
+    assert found["verdict"] == "problem"
+    assert found["facts"]["running"] is True and found["facts"]["answers"] is False
+
+
+def drops_folder(folders):
+    drops = folders[0] / "Quenlark" / "morva-viewer" / "chrome-extension" / "chat-paste"
+    drops.mkdir(parents=True)
+    return drops
+
+
+def test_a_full_drops_folder_is_a_problem_and_stays_full(examine, folders):
+    drops = drops_folder(folders)
+    for number in range(200):
+        (drops / f"{number}-x").touch()
+    (drops / "old").touch()
+    os.utime(drops / "old", (1, 1))
+    found = examine()["drops"]
+    assert found["verdict"] == "problem"
+    assert (found["facts"]["files"], found["facts"]["recent"]) == (201, 200)
+    assert len(list(drops.iterdir())) == 201
+    (drops / "0-x").unlink()
+    assert examine()["drops"]["verdict"] == "ok"
+
+
+def test_a_running_host_is_no_problem(examine, panel):
+    findings = examine()
+    assert findings["toolServer"]["verdict"] == "ok"
+    assert findings["toolServer"]["facts"]["taken"] == 1
+    assert findings["pipe"]["verdict"] in ("ok", "note")
+    assert panel.ask("getStatus")["ok"] is True
+    panel.end()
+
+
+# --- Browsers, which only Windows has here ---
+
+@pytest.fixture
+def registered(program, registry):
+    assert program.run("--register", "--browser", "chrome").code == 0
+    return registry
+
+
+@pytest.mark.windows_only
+def test_all_is_well_after_registering(program, examine, registered, cli):
+    registered.add(CLIENTS + r"\Google Chrome", "", "Chrome")
+    registered.add(VENDOR_KEYS["chrome"] + r"\BLBeacon", "version", "126.0.1.2")
+    findings = examine(cli.env())
+    assert [each["id"] for each in findings.values() if each["verdict"] == "problem"] == []
+    ids = ["browser.chrome." + each for each in ("registration", "manifest", "policy")]
+    assert verdicts(findings, *ids) == ["ok"] * 3
+    assert findings[ids[0]]["facts"] == {
+        "installed": True, "version": "126.0.1.2", "forAllUsers": False,
+        "manifest": wine.windows_path(program.path.parent) + "\\com.quenlark.morva.chrome.json"}
+    assert findings[ids[1]]["facts"]["thisProgram"] is True
+    assert program.run("--doctor", environment=cli.env()).out.endswith("\nall is well\n")
+
+
+@pytest.mark.windows_only
+def test_an_installed_browser_that_is_not_registered_is_a_problem(examine, registry):
+    registry.add(CLIENTS + r"\Brave", "", "Brave")
+    findings = examine()
+    assert findings["browser.brave.registration"]["verdict"] == "problem"
+    assert findings["browser.brave.registration"]["remedy"] == (
+        "run: morva-chrome-host --register --browser brave")
+    assert "browsers" not in findings
+
+
+MANIFESTS = {
+    "missing": (None, "it cannot be read"),
+    "no JSON": (lambda m: b"{", "it is no JSON object"),
+    "another name": (lambda m: {**m, "name": "x"}, "its name is not"),
+    "not ours to start": (lambda m: {**m, "allowed_origins": []}, "it does not allow"),
+    "no program": (lambda m: {**m, "path": "gone.exe"}, "a program that is not there"),
+    "another program": (lambda m: {**m, "path": "C:\\windows\\explorer.exe"}, "another program"),
+}
+
+
+@pytest.mark.windows_only
+@pytest.mark.parametrize("name", MANIFESTS)
+def test_a_manifest_that_does_not_work_is_told(program, examine, registered, name):
+    change, text = MANIFESTS[name]
+    manifest = json.loads(program.manifest.read_bytes())
+    program.manifest.unlink()
+    if change:
+        changed = change(manifest)
+        program.manifest.write_bytes(
+            changed if isinstance(changed, bytes) else json.dumps(changed).encode())
+    found = examine()["browser.chrome.manifest"]
+    assert found["verdict"] == "problem" and text in found["text"]
+
+
+@pytest.mark.windows_only
+def test_a_manifest_may_name_its_program_relatively(program, examine, registered):
+    manifest = json.loads(program.manifest.read_bytes())
+    manifest["path"] = program.path.name
+    program.manifest.write_text(json.dumps(manifest))
+    assert examine()["browser.chrome.manifest"]["verdict"] == "ok"
+
+
+@pytest.mark.windows_only
+def test_policies_that_forbid_the_host_are_told(examine, registered):
+    policy = "browser.chrome.policy"
+    registered.add(f"{POLICIES}\\NativeMessagingBlocklist", "1", "*")
+    found = examine()[policy]
+    assert found["verdict"] == "problem" and "NativeMessagingBlocklist" in found["text"]
+    registered.add(f"{POLICIES}\\NativeMessagingAllowlist", "1", "com.quenlark.morva.chrome")
+    assert examine()[policy]["verdict"] == "ok"
+    registered.add(POLICIES, "NativeMessagingUserLevelHosts", "0", "REG_DWORD")
+    found = examine()[policy]
+    assert found["verdict"] == "problem" and "NativeMessagingUserLevelHosts" in found["text"]
+
+
+@pytest.mark.windows_only
+def test_the_registrys_program_is_used_before_the_search_path(examine, registry, cli):
+    environment = cli.env()
+    registry.add(host_key("chrome"), "cli", "C:\\nowhere\\x.exe")
+    findings = examine(environment)
+    assert findings["cli.registry"]["text"] == "there is no such file: C:\\nowhere\\x.exe"
+    registry.add(host_key("chrome"), "cli", "C:\\windows\\explorer.exe")
+    findings = examine(environment)
+    assert findings["cli.registry"]["facts"]["used"] is True
+    assert findings["cli.searchPath"]["facts"] == {
+        "found": True, "used": False, "path": findings["cli.searchPath"]["facts"]["path"]}

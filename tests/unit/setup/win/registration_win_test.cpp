@@ -1,0 +1,163 @@
+// Writes keys of the user who runs it, so every test begins and ends without them, and they take
+// turns.
+#include <windows.h>
+#include <gtest/gtest.h>
+
+#include <cwctype>
+#include <string>
+
+#include "common/wide.h"
+#include "platform/registry.h"
+#include "setup/browsers.h"
+#include "setup/host_manifest.h"
+#include "setup/registration.h"
+#include "support/test_folder.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+constexpr const char* browserName = "vivaldi";
+constexpr const wchar_t* vendorKey = L"Software\\Vivaldi";
+
+class Registration : public testing::Test {
+ protected:
+  Registration() : turn_(CreateMutexW(nullptr, FALSE, L"morva-registration-tests")) {
+    WaitForSingleObject(turn_, INFINITE);  // also when a test before this one was ended hard
+    clear();
+  }
+  ~Registration() override {
+    clear();
+    ReleaseMutex(turn_);
+    CloseHandle(turn_);
+  }
+
+  RegistrationOptions options(bool dryRun = false) const {
+    return {program(), {browserName}, {}, dryRun};
+  }
+  std::wstring program() const { return (folder_.path() / "morva-chrome-host.exe").wstring(); }
+  std::wstring manifest() const { return manifestPathFor(program()); }
+  static std::wstring key() { return hostKeyOf(*findBrowser(browserName)); }
+
+  static std::string registered() {
+    std::string text;
+    return readRegistryText(RegistryRoot::user, key(), L"", text) ? text : "(none)";
+  }
+  static bool hasKey(const std::wstring& name) {
+    RegistryKeyContent ignored;
+    return listRegistryKey(RegistryRoot::user, name, ignored);
+  }
+  static void store(const std::wstring& value, const std::wstring& text) {
+    std::uint32_t systemError = 0;
+    ASSERT_TRUE(writeUserRegistryString(key(), value, text, systemError)) << systemError;
+  }
+
+  TestFolder folder_;
+
+ private:
+  HANDLE turn_;
+
+  static void clear() {
+    std::uint32_t systemError = 0;
+    for (const wchar_t* value : {L"", L"cli"}) deleteUserRegistryValue(key(), value, systemError);
+    for (const std::wstring& name :
+         {key(), std::wstring(vendorKey) + L"\\NativeMessagingHosts", std::wstring(vendorKey)}) {
+      deleteUserRegistryKeyIfEmpty(name, systemError);
+    }
+  }
+};
+
+std::string textOf(const RegistrationReport& report) {
+  std::string text;
+  for (const std::string& line : report.lines) text += line + "\n";
+  return text;
+}
+
+TEST_F(Registration, IsTakenBackExactly) {
+  EXPECT_TRUE(registerHost(options()).ok);
+  EXPECT_EQ(registered(), toUtf8(manifest()));
+  std::string text;
+  EXPECT_TRUE(readSmallFile(manifest(), text));
+  EXPECT_EQ(text, manifestText(program(), {}));
+  EXPECT_TRUE(unregisterHost(options()).ok);
+  EXPECT_FALSE(hasKey(vendorKey));
+  EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
+}
+
+TEST_F(Registration, KeepsOtherValuesOfTheKey) {
+  store(L"cli", L"C:\\cli.exe");
+  const std::string text = textOf(registerHost(options()));
+  EXPECT_NE(text.find("its value \"cli\" stays: C:\\cli.exe"), std::string::npos) << text;
+  EXPECT_TRUE(unregisterHost(options()).ok);
+  std::string cli;
+  EXPECT_TRUE(readRegistryText(RegistryRoot::user, key(), L"cli", cli));
+  EXPECT_EQ(cli, "C:\\cli.exe");
+  EXPECT_EQ(registered(), "(none)");
+}
+
+TEST_F(Registration, LeavesAnotherVersionAlone) {
+  store(L"", L"C:\\other\\com.quenlark.morva.chrome.json");
+  const RegistrationReport report = unregisterHost(options());
+  EXPECT_TRUE(report.ok);
+  EXPECT_NE(textOf(report).find("left alone"), std::string::npos) << textOf(report);
+  EXPECT_EQ(registered(), "C:\\other\\com.quenlark.morva.chrome.json");
+}
+
+TEST_F(Registration, TakesAnotherVersionsPlace) {
+  store(L"", L"C:\\other\\com.quenlark.morva.chrome.json");
+  const RegistrationReport report = registerHost(options());
+  EXPECT_TRUE(report.ok);
+  EXPECT_NE(textOf(report).find("in place of \"C:\\other"), std::string::npos) << textOf(report);
+  EXPECT_EQ(registered(), toUtf8(manifest()));
+}
+
+TEST_F(Registration, KnowsItsManifestInAnyLetterCase) {
+  EXPECT_TRUE(registerHost(options()).ok);
+  std::wstring shouted = manifest();
+  for (wchar_t& c : shouted) c = static_cast<wchar_t>(std::towupper(c));
+  store(L"", shouted);
+  EXPECT_NE(textOf(registerHost(options())).find("is registered already"), std::string::npos);
+  EXPECT_TRUE(unregisterHost(options()).ok);
+  EXPECT_EQ(registered(), "(none)");
+}
+
+TEST_F(Registration, ChangesNothingInADryRun) {
+  EXPECT_TRUE(registerHost(options(true)).ok);
+  EXPECT_FALSE(hasKey(vendorKey));
+  EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
+  EXPECT_TRUE(registerHost(options()).ok);
+  EXPECT_TRUE(unregisterHost(options(true)).ok);
+  EXPECT_EQ(registered(), toUtf8(manifest()));
+  EXPECT_TRUE(std::filesystem::exists(manifest()));
+}
+
+TEST_F(Registration, WritesNoKeyWithoutAManifest) {
+  std::filesystem::create_directory(manifest());  // in its place
+  const RegistrationReport report = registerHost(options());
+  EXPECT_FALSE(report.ok);
+  EXPECT_NE(textOf(report).find("FAILED: could not write"), std::string::npos) << textOf(report);
+  EXPECT_FALSE(hasKey(vendorKey));
+  EXPECT_FALSE(std::filesystem::exists(manifest() + L".new"));
+}
+
+TEST_F(Registration, RefusesAPathThatNoManifestCanHold) {
+  RegistrationOptions broken = options();
+  broken.program = folder_.path().wstring() + L"\\" + wchar_t{0xD83D} + L"\\x.exe";
+  EXPECT_FALSE(registerHost(broken).ok);
+  EXPECT_FALSE(hasKey(vendorKey));
+}
+
+TEST_F(Registration, LeavesNeighboursInTheVendorsKey) {
+  std::uint32_t systemError = 0;
+  const std::wstring neighbour = std::wstring(vendorKey) + L"\\BLBeacon";
+  ASSERT_TRUE(writeUserRegistryString(neighbour, L"version", L"7.1", systemError));
+  EXPECT_EQ(lastVersionOf(*findBrowser(browserName)), "7.1");
+  EXPECT_TRUE(registerHost(options()).ok);
+  EXPECT_TRUE(unregisterHost(options()).ok);
+  EXPECT_TRUE(hasKey(neighbour));
+  EXPECT_FALSE(hasKey(std::wstring(vendorKey) + L"\\NativeMessagingHosts"));
+  EXPECT_TRUE(deleteUserRegistryValue(neighbour, L"version", systemError));
+  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(neighbour, systemError));
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect
