@@ -7,6 +7,7 @@ from collections.abc import Iterable
 from typing import Any
 
 _OPENING = 200  # of a body that is no JSON: schemas do not look into it
+_SMALL = 1 << 16
 
 Json = dict[str, Any]
 
@@ -16,13 +17,15 @@ def _headers(lines: Iterable[tuple[str, str]]) -> Json:
 
 
 def body_value(body: bytes) -> Any:
-    """A JSON body parsed, any other as text; what no text is, as the beginning of it."""
+    """A JSON body parsed, of any other the beginning as text."""
     if not body:
         return ""
-    try:
-        return json.loads(body)
-    except (ValueError, RecursionError):
-        return body[:_OPENING].decode("latin-1")
+    if len(body) < _SMALL or body[:1] in b'{["':  # else it is a file, and parsing it in vain costs
+        try:
+            return json.loads(body)
+        except (ValueError, RecursionError):
+            pass
+    return body[:_OPENING].decode("latin-1")
 
 
 def request_value(
@@ -40,14 +43,15 @@ def message_name(method: str, target: str) -> str:
 
 def answer_value(data: bytes) -> Json:
     """A whole answer as it came over the connection. Raises ValueError when it is none."""
-    head, end, body = data.partition(b"\r\n\r\n")
-    first, *lines = head.decode("latin-1").split("\r\n")
+    end = data.find(b"\r\n\r\n")
+    first, *lines = data[:max(end, 0)].decode("latin-1").split("\r\n")
     version, _, status = first.partition(" ")
     number, _, reason = status.partition(" ")
-    if not end or version != "HTTP/1.1":
+    if end < 0 or version != "HTTP/1.1":
         raise ValueError(f"no HTTP answer: {data[:80]!r}")
     headers = _headers(tuple(line.split(": ", 1)) for line in lines)  # type: ignore[misc]
-    is_json = headers.get("content-type") == "application/json"
-    text = body[:_OPENING].decode("latin-1")
-    return {"status": int(number), "reason": reason, "headers": headers,
-            "body": body_value(body) if is_json else text}
+    if headers.get("content-type") == "application/json":
+        body = body_value(data[end + 4:])
+    else:
+        body = data[end + 4:end + 4 + _OPENING].decode("latin-1")
+    return {"status": int(number), "reason": reason, "headers": headers, "body": body}
