@@ -46,7 +46,7 @@ class Growth:
 # and access (tsan). Threads and handles: those parked for the next connection.
 ALLOWED = {
     "windows": {"memory_mib": 10.0, "threads": 12, "handles": 32},
-    "asan": {"memory_mib": 96.0, "threads": 12, "handles": 16},
+    "asan": {"memory_mib": 48.0, "threads": 12, "handles": 16},
     "tsan": {"memory_mib": 32.0, "threads": 12, "handles": 16},
     "native": {"memory_mib": 16.0, "threads": 12, "handles": 16},
 }

@@ -134,7 +134,8 @@ def draw(outcome, path: Path):
             plot.axvline(at, color={"crash": "tab:red", "host": "tab:gray"}[event], linewidth=0.6,
                          linestyle=":" if event == "crash" else "-")
         plot.set_ylabel(title)
-        plot.set_ylim(bottom=0)
+        highest = max((getattr(sample, what) for sample in outcome.samples), default=1)
+        plot.set_ylim(0, 1.2 * highest)
     axes[0].set_title(f"host at rest ({outcome.build}, seed {outcome.seed}); gray: a new host, "
                       "red: the agent crashed", fontsize=9)
     axes[-1].set_xlabel("seconds")

@@ -129,6 +129,9 @@ class Run:
         from support.sanitizer_reports import sanitizer_environment
 
         environment = {**self.folders, **sanitizer_environment()}
+        # What has been freed is kept for a while, otherwise up to 256 MiB, which would look like a
+        # leak.
+        environment["ASAN_OPTIONS"] += ":quarantine_size_mb=16"
         return HostProcess(builds.BUILD, None, environment, self.prefix, builds.PROGRAM).start()
 
     def be_busy(self, life, until):
