@@ -78,6 +78,7 @@ TEXTS = [
     r'\{"error", "([^"]+)"\}',
     r'"file did not open"|"settings did not open"|"preset list failed"',
     r'(?:appendDebugLog|queueDebugLog)\(\s*(?:std::string\()?"([^"]+)"[^;]*"(?:warn|error)"',
+    r'work\.fail\([^,]*,\s*"([^"]+)"',
     r'kind, "[^"]*", "(page content [^"]+)"',
 ]
 
