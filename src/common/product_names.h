@@ -12,6 +12,9 @@ inline constexpr std::string_view extensionOrigin =
 // The native-messaging host, in the extension, in manifests and in the registry.
 inline constexpr std::string_view nativeHostName = "com.quenlark.morva.chrome";
 
+// The pipe on which local programs reach the extension through the host.
+inline constexpr const char* inspectPipeName = R"(\\.\pipe\morva-chrome-inspect)";
+
 // The program, on its own and towards people.
 inline constexpr std::string_view programName = "morva-chrome-host";
 

@@ -4,6 +4,7 @@
 
 #include "app_ipc/instance_discovery.h"
 #include "common/paths.h"
+#include "common/product_names.h"
 #include "common/wide.h"
 #include "platform/file_access.h"
 #include "platform/files.h"
@@ -14,8 +15,6 @@
 
 namespace media::win::chrome_inspect {
 namespace {
-
-constexpr const char* pipeName = R"(\\.\pipe\morva-chrome-inspect)";
 
 bool isPortFree(std::uint16_t port) {
   OwnedSocket socket;
@@ -80,7 +79,7 @@ ApplicationState lookAtApplication() {
   return state;
 }
 
-PipeState lookAtPipe() { return probePipe(pipeName); }
+PipeState lookAtPipe() { return probePipe(inspectPipeName); }
 
 Finding judgeToolServer(const ToolServerState& state) {
   Finding finding{"toolServer", "tool server"};
