@@ -21,7 +21,7 @@ STILL_TO_COME = {
 
 # What stands for a part that differs.
 PLACEHOLDER = re.compile(
-    r"\b(?:N|(?<!on )PATH|PORT|TEXT|NAME|REASON|URL)\b|morva-viewer-cli\.exe")
+    r"\b(?:N|(?<!on )PATH|PORT|TEXT|NAME|REASON|URL|KEY)\b|morva-viewer-cli\.exe")
 
 
 def literals():
@@ -32,7 +32,7 @@ def literals():
         text = re.sub(r'"\s*\n\s*"', "", text)
         text = text.replace("\\xE2\\x80\\x94", "\u2014")
         found += re.findall(r'"((?:[^"\\\n]|\\.)*)"', text)
-    return found
+    return [literal.replace("\\\\", "\\") for literal in found]
 
 
 LITERALS = literals()
@@ -91,8 +91,9 @@ def written_texts():
         text = re.sub(r'"\s*\n\s*"', "", path.read_text(encoding="utf-8"))
         for pattern in TEXTS:
             for match in re.finditer(pattern, text):
-                found.add(match[1] if match.groups() else match[0].strip('"'))
-    return sorted(text for text in found if text)
+                text_found = match[1] if match.groups() else match[0].strip('"')
+                found.add(text_found.replace("\\\\", "\\"))
+    return sorted(text for text in found if " " in text or text == "cancelled")
 
 
 def test_the_sources_are_searched_rightly():
