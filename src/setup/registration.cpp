@@ -43,6 +43,9 @@ class Work {
   RegistrationReport report_;
 };
 
+// A key as people write it.
+std::string shown(const std::wstring& key) { return "HKCU\\" + toUtf8(key); }
+
 std::string quoted(const std::string& text) { return "\"" + text + "\""; }
 
 std::string errorText(std::uint32_t systemError) {
@@ -142,7 +145,7 @@ void removeManifest(Work& work, bool isStillNamed) {
 void registerWith(Work& work, const Browser& browser) {
   const std::wstring key = hostKeyOf(browser);
   const std::wstring before = registeredManifest(browser);
-  const std::string where = "HKCU\\" + toUtf8(key) + keptValues(key);
+  const std::string where = shown(key) + keptValues(key);
   if (isSamePath(before, work.manifest())) {
     return work.say(browser.name, "is registered already: " + where);
   }
@@ -150,9 +153,9 @@ void registerWith(Work& work, const Browser& browser) {
   if (work.dryRun()) return work.say(browser.name, "would be registered" + instead + ": " + where);
   std::uint32_t systemError = 0;
   if (!writeUserRegistryString(key, L"", work.manifest(), systemError)) {
-    work.fail(browser.name, "could not write HKCU\\" + toUtf8(key) + errorText(systemError));
+    work.fail(browser.name, "could not write " + shown(key) + errorText(systemError));
   } else if (!namesManifest(browser, work.manifest())) {
-    work.fail(browser.name, "HKCU\\" + toUtf8(key) + " does not hold what was written");
+    work.fail(browser.name, shown(key) + " does not hold what was written");
   } else {
     work.say(browser.name, "registered" + instead + ": " + where);
   }
@@ -169,7 +172,7 @@ bool removeEmptyKeys(std::wstring key, std::uint32_t& systemError) {
 void unregisterFrom(Work& work, const Browser& browser) {
   const std::wstring key = hostKeyOf(browser);
   const std::wstring before = registeredManifest(browser);
-  const std::string where = "HKCU\\" + toUtf8(key) + keptValues(key);
+  const std::string where = shown(key) + keptValues(key);
   if (before.empty()) return work.say(browser.name, "is not registered");
   if (!isSamePath(before, work.manifest())) {
     return work.say(browser.name, "left alone, it names " + quoted(toUtf8(before)) + ": " + where);
@@ -177,9 +180,9 @@ void unregisterFrom(Work& work, const Browser& browser) {
   if (work.dryRun()) return work.say(browser.name, "would be unregistered: " + where);
   std::uint32_t systemError = 0;
   if (!deleteUserRegistryValue(key, L"", systemError) || !removeEmptyKeys(key, systemError)) {
-    work.fail(browser.name, "could not clear HKCU\\" + toUtf8(key) + errorText(systemError));
+    work.fail(browser.name, "could not clear " + shown(key) + errorText(systemError));
   } else if (namesManifest(browser, work.manifest())) {
-    work.fail(browser.name, "HKCU\\" + toUtf8(key) + " still names the manifest");
+    work.fail(browser.name, shown(key) + " still names the manifest");
   } else {
     work.say(browser.name, "unregistered: " + where);
   }
