@@ -203,12 +203,21 @@ def check_python():
     return [found for found in [run(["/usr/bin/python3", "-m", "flake8", *files])] if found]
 
 
+def check_extension():
+    """The types that the extension's comments name."""
+    folder = ROOT / "devkit" / "extension"
+    files = [path for path in own_files(".js", ".ts", ".json") if folder in path.parents]
+    salt = "".join(path.read_text() for path in files) + run_version("tsc")
+    return check_each([(folder / "tsconfig.json", ["tsc", "--project", folder])], salt)
+
+
 CHECKS = {
     "format": check_format,
     "layers": check_layer_rules,
     "files": check_files,
     "shell": check_shell,
     "python": check_python,
+    "extension": check_extension,
     "gcc": check_gcc,
     "tidy": check_tidy,
 }

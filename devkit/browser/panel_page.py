@@ -19,7 +19,7 @@ from .chromium import PANEL_URL, Browser
 Json = dict[str, Any]
 Seen = TypeVar("Seen")
 
-_PATIENCE_S = 45  # a start of Wine or of a page may take long on a busy machine
+_PATIENCE_S = 60  # a start of Wine or of a page may take long on a busy machine
 
 _LOAD_AGAIN_S = 0.7
 
@@ -62,13 +62,17 @@ class PanelPage:
     def _wait_until_open(self) -> None:
         self.show()
         deadline = time.monotonic() + _PATIENCE_S
+        patience = _LOAD_AGAIN_S
         while True:
             try:
-                WebDriverWait(self.driver, _LOAD_AGAIN_S, 0.05).until(_is_panel)
+                WebDriverWait(self.driver, patience, 0.05).until(_is_panel)
                 return
-            except TimeoutException:  # an error page: the extension is not there yet
+            except TimeoutException:
                 if time.monotonic() > deadline:
                     raise
+            # An error page, if the extension is not there yet; or a page that takes its time, and
+            # loading it again too often would never let it end.
+            patience *= 2
             self.driver.get(PANEL_URL)
 
     def restart_extension(self) -> None:

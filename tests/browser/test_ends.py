@@ -90,6 +90,7 @@ def test_a_killed_host_is_started_again_and_a_missing_one_tried_again(own_panel,
     assert panel.answer.endswith("You said: and now")
 
 
+@pytest.mark.timeout(600)  # twenty times an extension, a host and an agent
 def test_reloading_the_extension_leaves_nothing_behind(own_panel, prefix):
     panel = own_panel
     [first] = processes.wait_for_count(prefix, processes.HOST, 1)

@@ -9,7 +9,10 @@
     return element;
   };
 
-  /** @param {Element} element @param {string} name */
+  /**
+   * @param {Element} element
+   * @param {string} name
+   */
   const tell = (element, name) =>
     element.dispatchEvent(new Event(name, { bubbles: true, composed: true }));
 
@@ -83,7 +86,10 @@
     return { ref: args.ref, ...(element.type === "password" ? {} : { value: kept }) };
   };
 
-  /** @param {HTMLSelectElement} element @param {string} wanted */
+  /**
+   * @param {HTMLSelectElement} element
+   * @param {string} wanted
+   */
   const optionOf = (element, wanted) => {
     const options = [...element.options];
     return options.find((option) => option.value === wanted)

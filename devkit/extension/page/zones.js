@@ -9,13 +9,19 @@
   const MOST_ROLES = 5;
   const MOST_ZONES = 60;
 
-  /** The role of a zone, or empty. @param {Element} element */
+  /**
+   * The role of a zone, or empty.
+   * @param {Element} element
+   */
   morvaPage.zoneRole = (element) => {
     const role = morvaPage.roleOf(element);
     return ROLES.has(role) ? role : "";
   };
 
-  /** How sure it is that this is a part of its own. @param {Element} element */
+  /**
+   * How sure it is that this is a part of its own.
+   * @param {Element} element
+   */
   const confidence = (element) => {
     const named = element.hasAttribute("aria-label") || element.hasAttribute("aria-labelledby");
     if (named || element.hasAttribute("role")) return 1;

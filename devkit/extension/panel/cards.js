@@ -5,7 +5,10 @@ import { make } from "./elements.js";
 /** Tool lines and command runs, which later events change. */
 export class Cards {
   #conversation;
-  /** The address that loads a local file. @type {(path: string) => string} */
+  /**
+   * The address that loads a local file.
+   * @type {(path: string) => string}
+   */
   #fileUrl;
   /** @type {Map<string, HTMLElement>} */
   #tools = new Map();
@@ -35,7 +38,10 @@ export class Cards {
     else this.#conversation.note(item.text);
   }
 
-  /** A result takes the place of its call. @param {any} item */
+  /**
+   * A result takes the place of its call.
+   * @param {any} item
+   */
   #tool({ text, toolCallId, durationMs, toolRunning }) {
     const known = toolCallId && this.#tools.get(toolCallId);
     const line = known || this.#conversation.add(make("p", { className: "tool" }));
@@ -58,7 +64,10 @@ export class Cards {
     return this.#conversation.add(figure);
   }
 
-  /** @param {string} id @param {string} command */
+  /**
+   * @param {string} id
+   * @param {string} command
+   */
   startRun(id, command) {
     const output = make("pre", { tabIndex: 0 });
     output.setAttribute("aria-label", "Output");
@@ -69,14 +78,22 @@ export class Cards {
     this.#conversation.add(box);
   }
 
-  /** @param {string} id @param {string} chunk @param {string} stream */
+  /**
+   * @param {string} id
+   * @param {string} chunk
+   * @param {string} stream
+   */
   runOutput(id, chunk, stream) {
     if (!this.#runs.has(id)) this.startRun(id, "");
     const output = this.#runs.get(id)?.output;
     this.#conversation.keepingUp(() => output?.append(make("span", { className: stream }, chunk)));
   }
 
-  /** @param {string} id @param {number} code @param {number} durationMs */
+  /**
+   * @param {string} id
+   * @param {number} code
+   * @param {number} durationMs
+   */
   finishRun(id, code, durationMs) {
     const run = this.#runs.get(id);
     if (!run) return;

@@ -7,7 +7,10 @@ export class ChatEvents {
   #parts;
   /** @type {Map<string, TurnView>} */
   #turns = new Map();
-  /** The turn that came last: some events do not name theirs. @type {TurnView | null} */
+  /**
+   * The turn that came last: some events do not name theirs.
+   * @type {TurnView | null}
+   */
   #latest = null;
 
   /** @type {Record<string, (...args: any[]) => void>} */
@@ -24,8 +27,8 @@ export class ChatEvents {
       this.#latest?.interrupt();
       this.#parts.cards.startRun(id, command);
     },
-    appendRunChunk: (...args) => this.#parts.cards.runOutput(...args),
-    finishRun: (...args) => this.#parts.cards.finishRun(...args),
+    appendRunChunk: (id, chunk, stream) => this.#parts.cards.runOutput(id, chunk, stream),
+    finishRun: (id, code, durationMs) => this.#parts.cards.finishRun(id, code, durationMs),
     consentRequest: (question) => this.#parts.consent.ask(question),
     dismissConsent: (question) => this.#parts.consent.dismiss(question),
     completeAssistantText: ({ runId, text }) => this.#turns.get(runId)?.complete(text),
@@ -66,7 +69,11 @@ export class ChatEvents {
     this.#turns.set(runId, this.#latest);
   }
 
-  /** @param {string} runId @param {boolean} ok @param {string} error */
+  /**
+   * @param {string} runId
+   * @param {boolean} ok
+   * @param {string} error
+   */
   #end(runId, ok, error) {
     this.#turns.get(runId)?.done(ok, error);
     this.#turns.delete(runId);

@@ -49,7 +49,10 @@ export class ConsentCards {
     for (const id of [...this.#open.keys()]) this.dismiss({ id });
   }
 
-  /** @param {string} id @param {boolean} allow */
+  /**
+   * @param {string} id
+   * @param {boolean} allow
+   */
   async #answer(id, allow) {
     this.#close(id, allow ? "Allowed." : "Not allowed.");
     try {
@@ -60,7 +63,10 @@ export class ConsentCards {
     }
   }
 
-  /** @param {string} id @param {string} outcome */
+  /**
+   * @param {string} id
+   * @param {string} outcome
+   */
   #close(id, outcome) {
     const question = this.#open.get(id);
     if (!question) return;

@@ -6,7 +6,10 @@ const NEAR_THE_END_PX = 60;
 
 export class Conversation {
   #log = byId("chat");
-  /** What "Keep this chat" saves. @type {{role: string, content: string}[]} */
+  /**
+   * What "Keep this chat" saves.
+   * @type {{role: string, content: string}[]}
+   */
   messages = [];
 
   clear() {
@@ -31,7 +34,10 @@ export class Conversation {
     if (following) log.scrollTop = log.scrollHeight;
   }
 
-  /** @param {string} text @param {string[]} paths */
+  /**
+   * @param {string} text
+   * @param {string[]} paths
+   */
   user(text, paths = []) {
     this.messages.push({ role: "user", content: text });
     this.add(make("p", { className: "message user" }, text));

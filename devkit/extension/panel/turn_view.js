@@ -73,7 +73,10 @@ export class TurnView {
     this.#conversation.keepingUp(() => answer.append(element));
   }
 
-  /** @param {boolean} ok @param {string} error */
+  /**
+   * @param {boolean} ok
+   * @param {string} error
+   */
   done(ok, error) {
     this.interrupt();
     if (this.#text) this.#conversation.messages.push({ role: "assistant", content: this.#text });

@@ -94,8 +94,14 @@ const actions = {
     const tabId = await wantedTab(args);
     // By the page itself: the browser's own "back" passes over pages that no user has touched,
     // and those that an agent opened are such pages.
-    const goBack = () =>
-      chrome.scripting.executeScript({ target: { tabId }, func: () => history.back() });
+    const func = () => {
+      if (history.length > 1) history.back();
+      return history.length > 1;
+    };
+    const goBack = async () => {
+      const [{ result }] = await chrome.scripting.executeScript({ target: { tabId }, func });
+      return result;
+    };
     if (!(await untilMoved(tabId, goBack))) throw new ToolError("there is no page to go back to");
     return { tabId };
   },

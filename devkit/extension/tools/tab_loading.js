@@ -4,7 +4,7 @@ import { PageGone } from "./tool_error.js";
 
 const LONGEST_LOAD_MS = 15_000; // the host waits 25 seconds for the answer to a command
 const MAY_BEGIN_WITHIN_MS = 50; // what a page does some time after a click
-const MUST_BEGIN_WITHIN_MS = 3_000; // what has begun already, on a busy machine too
+const MUST_BEGIN_WITHIN_MS = 8_000; // what has begun already, on a busy machine too
 
 /**
  * Calls `seen` at every change of a tab's loading or address; gives the function that ends that.
@@ -70,7 +70,7 @@ function pause(ms) {
  * Runs what should make the tab show another page, of which it may be known or not that there is
  * one. Whether it did; the page is then complete.
  * @param {number} tabId
- * @param {() => Promise<unknown>} cause
+ * @param {() => Promise<unknown>} cause gives false when it knows that there is none
  */
 export async function untilMoved(tabId, cause) {
   let moved = false;
@@ -80,7 +80,7 @@ export async function untilMoved(tabId, cause) {
     unwatch = watchStatus(tabId, () => resolve((moved = true)));
   });
   try {
-    await cause();
+    if ((await cause()) === false) return false;
     await Promise.race([moving, pause(MUST_BEGIN_WITHIN_MS)]);
     if (moved) await untilComplete(tabId);
     return moved;
