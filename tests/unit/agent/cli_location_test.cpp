@@ -98,10 +98,13 @@ TEST_F(LocateCli, PassesOverASavedFolderWithoutIt) {
 }
 
 TEST_F(LocateCli, DoesNotTakeAFolderForTheProgram) {
-  std::filesystem::create_directory(folder_.path() / cliNameUtf8);
-  saveCliDir(folder());
+  // Not on the search path: Windows' own search takes a folder.
+  const TestFolder saved;
+  std::filesystem::create_directory(saved.path() / cliNameUtf8);
+  saveCliDir(saved.path().wstring());
   EXPECT_EQ(locateCli().path, L"");
-  EXPECT_EQ(logged().front(), "warn cli options missing " + toUtf8(joinPath(folder(), cliName)));
+  EXPECT_EQ(logged().front(),
+            "warn cli options missing " + toUtf8(joinPath(saved.path().wstring(), cliName)));
 }
 
 TEST_F(LocateCli, NeverUsesASavedFolderOfThePackagedApps) {
