@@ -80,6 +80,19 @@ bool idleStopDue(AgentState& state, std::uint64_t now) {
          elapsedSince(state.lastActivityMs, now) >= agentIdleLimitMs;
 }
 
+// True when there was an owned agent to end. `due` is asked under the lock.
+template <class Due>
+bool stopOwnedAgentIf(Due due) {
+  AgentState& state = agentState();
+  OwnedProcess owned;
+  {
+    const std::lock_guard lock(state.agentMutex);
+    if (due(state)) owned = forgetOwnedAgent(state);
+  }
+  endProcess(owned);
+  return static_cast<bool>(owned);
+}
+
 }  // namespace
 
 std::int32_t currentAgentPort() {
@@ -138,14 +151,11 @@ void stopOwnedAgent(std::uint64_t serial) {
 }
 
 bool stopIdleAgent(std::uint64_t nowMs) {
-  AgentState& state = agentState();
-  OwnedProcess owned;
-  {
-    const std::lock_guard lock(state.agentMutex);
-    if (idleStopDue(state, nowMs)) owned = forgetOwnedAgent(state);
-  }
-  endProcess(owned);
-  return static_cast<bool>(owned);
+  return stopOwnedAgentIf([nowMs](AgentState& state) { return idleStopDue(state, nowMs); });
+}
+
+bool stopUnusedAgent() {
+  return stopOwnedAgentIf([](AgentState& state) { return state.users < 1; });
 }
 
 std::uint64_t finishedStarts() {

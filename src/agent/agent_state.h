@@ -46,6 +46,9 @@ void stopOwnedAgent(std::uint64_t serial);
 // which is not idleness. True when the agent was ended.
 bool stopIdleAgent(std::uint64_t nowMs);
 
+// Ends the owned agent unless a turn uses it. True when it was ended.
+bool stopUnusedAgent();
+
 // --- Starting: one at a time ---
 
 enum class StartTurn { leader, follower, ending };

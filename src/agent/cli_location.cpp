@@ -54,7 +54,10 @@ CliLook lookAtAlias() {
 CliLook lookAlongSearchPath() {
   constexpr const char* source = "cli SearchPath";
   std::wstring path;
-  if (!searchExecutable(cliName, path)) return {source, CliOutcome::notOnPath, {}};
+  // The search also finds folders of that name.
+  if (!searchExecutable(cliName, path) || !isExistingFile(path)) {
+    return {source, CliOutcome::notOnPath, {}};
+  }
   return {source, CliOutcome::found, std::move(path)};
 }
 

@@ -21,6 +21,9 @@
 #include "common/utf8.h"
 #include "host/agent_proxy.h"
 #include "host/channel/envelope.h"
+#include "host/cli_dir_kinds.h"
+#include "shell/path_opening.h"
+#include "shell/pickers.h"
 #include "toolserver/tool_server.h"
 
 namespace media::win::chrome_inspect {
@@ -134,11 +137,11 @@ json replyStop(const json& request) {
   return ackReply(request);
 }
 
-// For what this version of the host does not offer yet: said plainly, so that nobody waits.
-json replyUnavailable(const json& request) {
-  return ackError(request, std::string(readText(request, "kind")) +
-                               " is not available in this version of the host");
-}
+json replyOpenPathDefault(const json& request) { return openPath(request, PathAction::open); }
+
+json replyRevealPath(const json& request) { return openPath(request, PathAction::reveal); }
+
+json replyOpenFolder(const json& request) { return openPath(request, PathAction::explore); }
 
 enum class Activity { none, user };
 
@@ -153,19 +156,19 @@ constexpr Kind kinds[] = {
     {"browserSnapshot", Activity::user, replyBrowserSnapshot},
     {"panelClosed", Activity::user, replyPanelClosed},
     {"poll", Activity::none, replyPoll},
-    {"cliDirGet", Activity::user, replyUnavailable},
+    {"cliDirGet", Activity::user, replyCliDirGet},
     {"chatSender", Activity::user, replyChatSender},
-    {"cliDirSet", Activity::user, replyUnavailable},
-    {"cliDirApply", Activity::user, replyUnavailable},
-    {"cliDirBrowse", Activity::user, replyUnavailable},
+    {"cliDirSet", Activity::user, replyCliDirSet},
+    {"cliDirApply", Activity::user, replyCliDirApply},
+    {"cliDirBrowse", Activity::user, replyCliDirBrowse},
     {"providerRpc", Activity::user, answerProviderRpc},
     {"openPathInternal", Activity::user, replyOpenPathInternal},
     {"openPathFullscreen", Activity::user, replyOpenPathFullscreen},
-    {"openPathDefault", Activity::user, replyUnavailable},
-    {"openUrlDefault", Activity::user, replyUnavailable},
-    {"revealPathInExplorer", Activity::user, replyUnavailable},
-    {"selectPathInExplorer", Activity::user, replyUnavailable},
-    {"openFolderInExplorer", Activity::user, replyUnavailable},
+    {"openPathDefault", Activity::user, replyOpenPathDefault},
+    {"openUrlDefault", Activity::user, openUrl},
+    {"revealPathInExplorer", Activity::user, replyRevealPath},
+    {"selectPathInExplorer", Activity::user, replyRevealPath},
+    {"openFolderInExplorer", Activity::user, replyOpenFolder},
     {"realtimeStart", Activity::user, replyRealtimeStart},
     {"realtimeStop", Activity::user, replyRealtimeStop},
     {"realtimePushToTalk", Activity::user, replyPushToTalk},
@@ -175,8 +178,8 @@ constexpr Kind kinds[] = {
     {"speakPause", Activity::user, replySpeakPause},
     {"speakResume", Activity::user, replySpeakResume},
     {"settings", Activity::user, openSettings},
-    {"attachContextPaths", Activity::user, replyUnavailable},
-    {"pickContextPaths", Activity::user, replyUnavailable},
+    {"attachContextPaths", Activity::user, attachContextPaths},
+    {"pickContextPaths", Activity::user, pickContextPaths},
     {"contextImportUrl", Activity::user, replyContextImportUrl},
     {"agentReload", Activity::user, replyAgentReload},
     {"stop", Activity::user, replyStop},
@@ -223,7 +226,7 @@ void answerPanelMessage(const json& request) {
   } catch (const std::exception& failure) {
     reply = failureReply(request, failure.what());
   }
-  sendReply(request, std::move(reply));
+  if (!reply.is_null()) sendReply(request, std::move(reply));
 }
 
 }  // namespace media::win::chrome_inspect

@@ -7,6 +7,7 @@
 #include "common/detached.h"
 #include "host/channel/framing.h"
 #include "host/channel/host_log.h"
+#include "host/inspect_pipe.h"
 #include "host/stdin_reader.h"
 #include "host/user_command.h"
 #include "platform/byte_stream.h"
@@ -35,6 +36,7 @@ int runHost(int argc, char** argv) {
   if (startedByBrowser(argc, argv)) limitFramesForBrowser();
   if (!runDetached("stdin reader", [] { runStdinReader(); })) return 1;
   startToolServer();
+  runInspectPipeServer();  // returns at once when another host has the pipe: that is no fault
   for (;;) sleepMs(parkMs);  // the reader ends the process
 }
 

@@ -13,6 +13,7 @@
 #include "host/channel/host_log.h"
 #include "host/channel/pending_replies.h"
 #include "host/dispatcher.h"
+#include "host/host_running.h"
 #include "host/panel_work.h"
 #include "platform/byte_stream.h"
 #include "platform/process_control.h"
@@ -88,6 +89,7 @@ Next readFrames(PanelWork& work, json& message) {
 [[noreturn]] void endHost(PanelWork& work) {
   cancelAllAgentRequests();
   (void)work.waitUntilDone(lastRepliesMs);
+  hostRunning = false;
   wakeReplyWaiters();
   exitProcess(0);
 }

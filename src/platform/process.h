@@ -32,6 +32,12 @@ enum class SpawnResult { ok, noAttributeList, failed };
 SpawnResult spawnHidden(const std::wstring& commandLine, const std::wstring& folder,
                         StreamId output, OwnedProcess& process, std::uint32_t& systemError);
 
+// Whether the executable at `path` can be started, without running any of its code: a suspended,
+// hidden process is created and ended at once. False sets `systemError` (GetLastError, or errno).
+// Blocks as long as the system takes, and up to 2 s for the end of that process. POSIX: only looks
+// whether the file may be executed.
+bool probeProcessStart(const std::wstring& path, std::uint32_t& systemError);
+
 // A second owner of the same process, for a thread that polls it while another may close its own.
 OwnedProcess duplicateProcess(const OwnedProcess& process);
 

@@ -18,13 +18,25 @@ NOT_READY = {"source": "morva-chat", "kind": "ack", "ok": False,
              "error": "file import is not ready"}
 
 
+def bind_when_free(listener, port, patience=10):
+    """Under Wine the sockets of a host that was ended hard live on for a moment."""
+    deadline = time.monotonic() + patience
+    while True:
+        try:
+            return listener.bind(("127.0.0.1", port))
+        except OSError:
+            if time.monotonic() > deadline:
+                raise
+            time.sleep(0.05)
+
+
 @contextlib.contextmanager
 def listening(ports):
     with contextlib.ExitStack() as stack:
         for port in ports:
             taken = stack.enter_context(socket.socket())
             taken.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-            taken.bind(("127.0.0.1", port))
+            bind_when_free(taken, port)
             taken.listen()
         yield
 

@@ -146,6 +146,12 @@ SpawnResult spawnHidden(const std::wstring& commandLine, const std::wstring& fol
   return SpawnResult::ok;
 }
 
+bool probeProcessStart(const std::wstring& path, std::uint32_t& systemError) {
+  if (::access(narrowPath(path).c_str(), X_OK) == 0) return true;
+  systemError = static_cast<std::uint32_t>(errno);
+  return false;
+}
+
 OwnedProcess duplicateProcess(const OwnedProcess& process) {
   if (!process) return OwnedProcess();
   childOf(process).owners.fetch_add(1);

@@ -141,6 +141,27 @@ SpawnResult spawnHidden(const std::wstring& commandLine, const std::wstring& fol
   return SpawnResult::ok;
 }
 
+bool probeProcessStart(const std::wstring& path, std::uint32_t& systemError) {
+  constexpr DWORD endMs = 2000;
+  STARTUPINFOW start = {};
+  start.cb = sizeof start;
+  start.dwFlags = STARTF_USESHOWWINDOW;
+  start.wShowWindow = SW_HIDE;
+  PROCESS_INFORMATION started = {};
+  std::wstring commandLine = L'"' + path + L'"';
+  if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE,
+                      CREATE_SUSPENDED | DETACHED_PROCESS | CREATE_NEW_PROCESS_GROUP, nullptr,
+                      nullptr, &start, &started)) {
+    systemError = GetLastError();
+    return false;
+  }
+  const OwnedHandle process(started.hProcess);
+  const OwnedHandle thread(started.hThread);
+  TerminateProcess(process.get(), 0);
+  WaitForSingleObject(process.get(), endMs);
+  return true;
+}
+
 OwnedProcess duplicateProcess(const OwnedProcess& process) {
   OwnedHandle copy = duplicateHandle(handleOf(process), false);
   return OwnedProcess(reinterpret_cast<ProcessTraits::Raw>(copy.release()));

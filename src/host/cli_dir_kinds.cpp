@@ -1,0 +1,80 @@
+#include "host/cli_dir_kinds.h"
+
+#include <exception>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "agent/agent_state.h"
+#include "agent/cli_dir.h"
+#include "agent/cli_settings.h"
+#include "common/detached.h"
+#include "common/json_read.h"
+#include "common/utf8.h"
+#include "common/wide.h"
+#include "host/channel/envelope.h"
+#include "shell/pickers.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+json cliDirReply(const json& request, bool ok, json members) {
+  members["kind"] = "cliDir";
+  members["ok"] = ok;
+  return stampMessage(std::move(members), request);
+}
+
+json cliDirError(const json& request, std::string_view error) {
+  return cliDirReply(request, false,
+                     {{"dir", toUtf8(savedCliDir())}, {"error", foreignText(error)}});
+}
+
+json saveAndDescribe(const json& request, std::string_view dirUtf8) {
+  std::string error;
+  if (!validateAndSaveCliDir(dirUtf8, error)) return cliDirError(request, error);
+  return cliDirReply(request, true, describeCliDir());
+}
+
+json browse(const json& request) {
+  std::wstring folder;
+  std::string error;
+  pickCliFolder(folder, error);
+  if (!error.empty()) return cliDirError(request, error);
+  return folder.empty() ? replyCliDirGet(request) : saveAndDescribe(request, toUtf8(folder));
+}
+
+void browseAndAnswer(const json& request) {
+  json reply;
+  try {
+    reply = browse(request);
+  } catch (const std::exception& failure) {
+    reply = cliDirError(request, failure.what());
+  }
+  sendReply(request, std::move(reply));
+}
+
+}  // namespace
+
+json replyCliDirGet(const json& request) {
+  return cliDirReply(request, true, {{"dir", toUtf8(savedCliDir())}});
+}
+
+json replyCliDirSet(const json& request) {
+  return saveAndDescribe(request, readText(request, "dir"));
+}
+
+json replyCliDirApply(const json& request) {
+  json reply = replyCliDirSet(request);
+  if (reply.value("ok", false)) (void)stopUnusedAgent();
+  return reply;
+}
+
+json replyCliDirBrowse(const json& request) {
+  if (runDetached("cli folder picker", [request] { browseAndAnswer(request); })) return nullptr;
+  return cliDirError(request, "folder picker did not open");
+}
+
+}  // namespace media::win::chrome_inspect

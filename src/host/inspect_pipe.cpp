@@ -1,0 +1,90 @@
+#include "host/inspect_pipe.h"
+
+#include <exception>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+#include "common/json_read.h"
+#include "host/channel/envelope.h"
+#include "host/channel/framing.h"
+#include "host/channel/pending_replies.h"
+#include "host/host_running.h"
+#include "host/pipe_watchdog.h"
+#include "platform/named_pipe.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::string_view unreadable = "Failed to read pipe request";
+
+struct Answer {
+  json body;
+  std::uint32_t patienceMs = 0;  // how long the client has for taking it
+};
+
+json relay(const json& request, std::uint32_t replyMs) {
+  const std::string id(lenientText(request, "requestId"));
+  if (!hostRunning) return pipeErrorReply(id, "HOST_SHUTDOWN", "Native host is shutting down");
+  if (!writeMessage(request)) {
+    return pipeErrorReply(id, "EXTENSION_UNAVAILABLE", "Chrome extension channel is unavailable");
+  }
+  json reply = pipeErrorReply(id, "TIMEOUT", "Extension did not respond in time");
+  // An answer to a request without an id could not be told from others: nobody waits for it.
+  if (!id.empty()) (void)waitForReply(id, replyMs, reply);
+  return reply;
+}
+
+Answer answerTo(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settings) {
+  json request;
+  std::string error;
+  bool whole = false;
+  {
+    const PipeWatchdog::Guard guard(watchdog, pipe, settings.requestMs);
+    whole = readFrame(pipe, request, error);
+  }
+  if (whole) return {relay(request, settings.replyMs), settings.answerMs};
+  return {pipeErrorReply("", "INVALID_REQUEST", error.empty() ? unreadable : error),
+          settings.refusalMs};
+}
+
+// Whatever a request makes of us, memory that runs out above all, its client hears of it.
+Answer answerOrRefuse(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settings) {
+  try {
+    return answerTo(pipe, watchdog, settings);
+  } catch (const std::exception&) {
+    return {pipeErrorReply("", "INVALID_REQUEST", unreadable), settings.refusalMs};
+  }
+}
+
+void writeAnswer(StreamId pipe, const json& answer) {
+  const std::string body = answer.dump();
+  (void)writeFrame(pipe, body);  // a client that has gone needs no answer
+  flushPipe(pipe);
+}
+
+void serveClient(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settings) {
+  try {
+    const Answer answer = answerOrRefuse(pipe, watchdog, settings);
+    const PipeWatchdog::Guard guard(watchdog, pipe, answer.patienceMs);
+    writeAnswer(pipe, answer.body);
+  } catch (const std::exception&) {
+    // No memory even for that: the client sees its connection end.
+  }
+  disconnectPipe(pipe);
+}
+
+}  // namespace
+
+void runInspectPipeServer(const InspectPipe& settings) {
+  PipeWatchdog watchdog;
+  while (hostRunning) {
+    OwnedStream pipe;
+    if (!createPipeInstance(settings.name, pipe)) return;
+    if (connectPipeClient(pipe)) serveClient(pipe.get(), watchdog, settings);
+  }
+}
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,66 @@
+#include "platform/named_pipe.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstddef>
+#include <cstring>
+
+#include "platform/posix/descriptor_posix.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+// One client is served while one more may wait, as on Windows between two instances.
+constexpr int waitingClients = 1;
+
+// Abstract names begin with a NUL, vanish with their socket, and are apart in every network
+// namespace (unix(7)). Empty when the name is too long.
+socklen_t abstractAddress(const char* name, sockaddr_un& address) {
+  const std::size_t length = std::strlen(name);
+  if (length + 1 > sizeof address.sun_path) return 0;
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path + 1, name, length);
+  return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + length);
+}
+
+int descriptorOf(StreamId pipe) { return static_cast<int>(pipe); }
+
+}  // namespace
+
+bool createPipeInstance(const char* name, OwnedStream& pipe) {
+  sockaddr_un address = {};
+  const socklen_t size = abstractAddress(name, address);
+  if (size == 0) return false;
+  OwnedDescriptor listener =
+      awayFromStandardStreams(OwnedDescriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
+  if (!listener) return false;
+  if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
+      listen(listener.get(), waitingClients) != 0) {
+    return false;
+  }
+  pipe.reset(listener.release());
+  return true;
+}
+
+bool connectPipeClient(OwnedStream& pipe) {
+  OwnedDescriptor client = awayFromStandardStreams(OwnedDescriptor(retryInterrupted(
+      [&] { return accept4(descriptorOf(pipe.get()), nullptr, nullptr, SOCK_CLOEXEC); })));
+  if (!client) return false;
+  pipe.reset(client.release());  // the listener goes: this instance is taken
+  return true;
+}
+
+void flushPipe(StreamId /*pipe*/) {}
+
+void disconnectPipe(StreamId pipe) { shutdown(descriptorOf(pipe), SHUT_RDWR); }
+
+void CallerTraits::close(Raw /*raw*/) {}
+
+OwnedCaller currentCaller() { return OwnedCaller(1); }  // calls are broken off by their pipe
+
+bool breakOffPipeCall(const OwnedCaller& /*caller*/, StreamId pipe) {
+  return shutdown(descriptorOf(pipe), SHUT_RDWR) == 0;
+}
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,138 @@
+#include "shell/path_opening.h"
+
+#include <algorithm>
+#include <atomic>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "common/bounded.h"
+#include "common/detached.h"
+#include "common/json_read.h"
+#include "common/paths.h"
+#include "common/wide.h"
+#include "host/channel/envelope.h"
+#include "host/channel/host_log.h"
+#include "platform/file_access.h"
+#include "platform/files.h"
+#include "platform/shell.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+// A share whose server is away keeps the system busy for a minute.
+constexpr std::uint32_t lookMs = 5000;
+
+// Calls of the shell that may be under way at a time; each holds a thread, some for very long.
+constexpr int maxShellCalls = 16;
+std::atomic<int> shellCalls = 0;
+
+// What ShellExecuteW is given.
+struct ShellCall {
+  std::wstring file;
+  const wchar_t* verb;
+  std::wstring parameters;
+};
+
+std::string_view targetOf(const json& request) {
+  const std::string_view path = readText(request, "path");
+  return path.empty() ? readText(request, "url") : path;
+}
+
+bool isWebAddress(std::string_view target) {
+  return target.starts_with("http://") || target.starts_with("https://");
+}
+
+bool isControl(wchar_t c) { return c < L' ' || c == L'\x7F'; }
+
+// A NUL would cut the text short for the system; no control character belongs into a path or an
+// address. Empty when the target is of no use.
+std::wstring wideTarget(std::string_view target) {
+  std::wstring wide;
+  if (!wideFromUtf8(target, wide) || std::any_of(wide.begin(), wide.end(), isControl)) return {};
+  return wide;
+}
+
+void runShellCall(const ShellCall& call) {
+  const bool ok = shellExecute(call.file, call.verb, call.parameters);
+  --shellCalls;
+  if (!ok) queueDebugLog("shell did not open " + toUtf8(call.file), "warn");
+}
+
+// False when too much is under way already, or there is no thread.
+bool startShellCall(ShellCall call) {
+  if (++shellCalls <= maxShellCalls &&
+      runDetached("shell", [call = std::move(call)] { runShellCall(call); })) {
+    return true;
+  }
+  --shellCalls;
+  return false;
+}
+
+json ackCall(const json& request, ShellCall call) {
+  if (startShellCall(std::move(call))) return ackReply(request);
+  return ackError(request, "too many programs are being opened");
+}
+
+json openAddress(const json& request, std::string_view target) {
+  std::wstring address = wideTarget(target);
+  if (address.empty()) return ackReply(request);
+  return ackCall(request, {std::move(address), L"open", L""});
+}
+
+bool isSeparator(wchar_t c) { return c == L'/' || c == L'\\'; }
+
+bool standsAlone(const std::wstring& path) {
+  return isSeparator(path.front()) || (path.size() > 1 && path[1] == L':');
+}
+
+struct FoundPath {
+  std::wstring path;
+  bool folder = false;
+};
+
+// What the target names, when that is there. Looks into the file system: may block for long.
+std::optional<FoundPath> findPath(const std::wstring& target) {
+  std::wstring path;
+  if (target.empty()) return std::nullopt;
+  if (!absolutePath(standsAlone(target) ? target : joinPath(hostDataFolder(), target), path)) {
+    return std::nullopt;
+  }
+  if (isExistingFolder(path)) return FoundPath{std::move(path), true};
+  if (isExistingFile(path)) return FoundPath{std::move(path), false};
+  return std::nullopt;
+}
+
+ShellCall revealInExplorer(const std::wstring& path) {
+  return {L"explorer.exe", L"open", L"/select,\"" + path + L"\""};
+}
+
+ShellCall explore(FoundPath found) {
+  if (!found.folder) found.path.resize(found.path.find_last_of(pathSeparator) + 1);
+  return {std::move(found.path), L"explore", L""};
+}
+
+ShellCall callFor(PathAction action, FoundPath found) {
+  if (action == PathAction::reveal) return revealInExplorer(found.path);
+  if (action == PathAction::explore) return explore(std::move(found));
+  return {std::move(found.path), L"open", L""};
+}
+
+}  // namespace
+
+json openUrl(const json& request) { return openAddress(request, targetOf(request)); }
+
+json openPath(const json& request, PathAction action) {
+  const std::string_view target = targetOf(request);
+  if (isWebAddress(target)) return openAddress(request, target);
+  auto found =
+      runBounded("path look-up", lookMs, [path = wideTarget(target)] { return findPath(path); });
+  if (!found || !*found) return ackError(request, "file not found");
+  return ackCall(request, callFor(action, std::move(**found)));
+}
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,126 @@
+#include "shell/pickers.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "common/detached.h"
+#include "common/json_read.h"
+#include "common/wide.h"
+#include "host/channel/envelope.h"
+#include "host/channel/panel_events.h"
+#include "platform/file_dialog.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+constexpr FileDialog filesDialog = {.title = L"Add files to chat", .multiple = true};
+constexpr FileDialog folderDialog = {
+    .title = L"Select a folder to add to chat", .folders = true, .multiple = true};
+constexpr FileDialog cliFolderDialog = {
+    .title = L"Folder that contains morva-cli.exe", .folders = true, .ole = true};
+
+// A dialog that has just been closed is gone by then; one that the user looks at is not.
+constexpr std::chrono::seconds closingTime(1);
+
+struct OpenDialog {
+  std::mutex mutex;  // guards what follows; not held while the dialog is open
+  std::condition_variable closed;
+  bool isOpen = false;
+};
+
+// Never destroyed: a dialog may be open while the process ends.
+OpenDialog& openDialog() {
+  static OpenDialog& dialog = *new OpenDialog;
+  return dialog;
+}
+
+// The only dialog at a time: a second one would hide behind the first, or the first behind it.
+class DialogTurn {
+ public:
+  DialogTurn() {
+    OpenDialog& dialog = openDialog();
+    std::unique_lock lock(dialog.mutex);
+    mine_ = dialog.closed.wait_for(lock, closingTime, [&dialog] { return !dialog.isOpen; });
+    if (mine_) dialog.isOpen = true;
+  }
+  ~DialogTurn() {
+    if (!mine_) return;
+    OpenDialog& dialog = openDialog();
+    const std::lock_guard lock(dialog.mutex);
+    dialog.isOpen = false;
+    dialog.closed.notify_one();
+  }
+  DialogTurn(const DialogTurn&) = delete;
+  DialogTurn& operator=(const DialogTurn&) = delete;
+  bool granted() const { return mine_; }
+
+ private:
+  bool mine_ = false;
+};
+
+DialogOutcome showInTurn(const FileDialog& dialog, std::vector<std::wstring>& paths,
+                         std::uint32_t& systemError) {
+  const DialogTurn turn;
+  return turn.granted() ? showFileDialog(dialog, paths, systemError) : DialogOutcome::unavailable;
+}
+
+void reportNoDialog() {
+  emitPanelMessage("appendText",
+                   json::array({{{"role", "error"}, {"text", "File picker did not open"}}}));
+}
+
+void addToContext(const json& paths) {
+  json arguments = json::array();
+  arguments.push_back(paths);
+  emitPanelMessage("appendContextPaths", arguments);
+}
+
+void runContextPicker(const FileDialog& dialog) {
+  std::vector<std::wstring> chosen;
+  std::uint32_t systemError = 0;
+  if (showInTurn(dialog, chosen, systemError) == DialogOutcome::unavailable) reportNoDialog();
+  json paths = json::array();
+  for (const std::wstring& path : chosen) paths.push_back(toUtf8(path));
+  if (!paths.empty()) addToContext(paths);
+}
+
+std::string hexadecimal(std::uint32_t number) {
+  char text[9] = {};
+  std::snprintf(text, sizeof text, "%08lx", static_cast<unsigned long>(number));
+  return text;
+}
+
+}  // namespace
+
+json pickContextPaths(const json& request) {
+  const FileDialog& dialog = readText(request, "mode") == "folder" ? folderDialog : filesDialog;
+  if (!runDetached("picker", [&dialog] { runContextPicker(dialog); })) reportNoDialog();
+  return ackReply(request);
+}
+
+json attachContextPaths(const json& request) {
+  const json* paths = findArray(request, "paths");
+  if (paths != nullptr && !paths->empty()) addToContext(*paths);
+  return ackReply(request);
+}
+
+void pickCliFolder(std::wstring& path, std::string& error) {
+  std::vector<std::wstring> chosen;
+  std::uint32_t systemError = 0;
+  path.clear();
+  error.clear();
+  const DialogOutcome outcome = showInTurn(cliFolderDialog, chosen, systemError);
+  if (outcome == DialogOutcome::unavailable) error = "folder picker did not open";
+  if (outcome == DialogOutcome::failed) {
+    error = "folder picker did not open (" + hexadecimal(systemError) + ")";
+  }
+  if (!chosen.empty()) path = chosen.front();
+}
+
+}  // namespace media::win::chrome_inspect

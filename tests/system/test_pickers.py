@@ -1,0 +1,139 @@
+"""Choosing files and folders in the system's dialogs, on a screen of the tests' own."""
+
+import pytest
+
+from support.builds import CLI_NAME
+from support.cli_program import seen_by_host
+from support.panel_side import exit_limit_seconds
+from support.virtual_display import VirtualDisplay, until
+
+FILES = "Add files to chat"
+FOLDER = "Select a folder to add to chat"
+CLI_FOLDER = "Folder that contains morva-cli.exe"
+NOT_OPEN = [{"role": "error", "text": "File picker did not open"}]
+
+
+@pytest.fixture(scope="module")
+def display():
+    shown = VirtualDisplay()
+    yield shown
+    shown.close()
+
+
+@pytest.fixture
+def panel_with_display(start_panel, display):
+    return start_panel(env={"DISPLAY": display.name})
+
+
+def chosen(panel, mark):
+    return [args for name, args in panel.events_since(mark) if name == "appendContextPaths"]
+
+
+def close(display, title):
+    until(lambda: not display.is_open(title),
+          lambda: display.is_open(title) and display.press(title, "Escape"))
+
+
+@pytest.mark.windows_only
+@pytest.mark.parametrize("mode, title", [("", FILES), ("folder", FOLDER), ("other", FILES)])
+def test_what_is_chosen_goes_to_the_panel(panel_with_display, display, tmp_path, mode, title):
+    panel = panel_with_display
+    if mode == "folder":
+        target = tmp_path / "folder"
+        target.mkdir()
+    else:
+        target = tmp_path / "file.txt"
+        target.write_text("x")
+    mark = panel.mark()
+    assert panel.ask("pickContextPaths", mode=mode)["ok"] is True
+    display.window(title)
+    panel.prove_alive(timeout=15)  # while the dialog is open
+    until(lambda: chosen(panel, mark),
+          lambda: display.is_open(title) and display.enter(title, seen_by_host(target)))
+    assert chosen(panel, mark) == [[[seen_by_host(target)]]]
+    panel.end()
+
+
+@pytest.mark.windows_only
+def test_cancelling_posts_nothing_and_another_can_be_opened(panel_with_display, display):
+    panel = panel_with_display
+    mark = panel.mark()
+    for mode, title in (("", FILES), ("folder", FOLDER), ("", FILES)):
+        panel.ask("pickContextPaths", mode=mode)
+        display.window(title)
+        close(display, title)
+    panel.prove_alive()
+    assert not [e for e in panel.events_since(mark) if e[0].startswith("append")
+                and e[0] != "appendDebugLog"]
+    panel.end()
+
+
+@pytest.mark.windows_only
+def test_one_dialog_at_a_time(panel_with_display, display):
+    panel = panel_with_display
+    panel.ask("pickContextPaths")
+    display.window(FILES)
+    mark = panel.mark()
+    assert panel.ask("pickContextPaths", mode="folder")["ok"] is True
+    assert panel.wait_event("appendText", since=mark) == NOT_OPEN
+    reply = panel.ask("cliDirBrowse")
+    assert (reply["ok"], reply["error"]) == (False, "folder picker did not open")
+    close(display, FILES)
+    panel.end()
+
+
+@pytest.mark.windows_only
+def test_the_host_ends_under_an_open_dialog(panel_with_display, display):
+    panel = panel_with_display
+    panel.ask("pickContextPaths")
+    display.window(FILES)
+    panel.end(limit=exit_limit_seconds() * 4)
+
+
+@pytest.mark.windows_only
+def test_browsing_for_the_folder_of_the_program(panel_with_display, display, cli):
+    panel = panel_with_display
+    path = cli.install()
+    folder = seen_by_host(cli.folder)
+
+    def browse(act):
+        mark = panel.mark()
+        token = panel.send("cliDirBrowse")
+        display.window(CLI_FOLDER)
+        panel.prove_alive()
+
+        def replies():
+            return [f for f in panel.frames_since(mark) if f.get("chromeRequestId") == token]
+
+        until(replies, lambda: display.is_open(CLI_FOLDER) and act())
+        (reply,) = replies()
+        return {k: v for k, v in reply.items() if k not in ("chromeRequestId", "source")}
+
+    def cancel():
+        display.press(CLI_FOLDER, "Escape")
+
+    assert browse(cancel) == {"kind": "cliDir", "ok": True, "dir": ""}
+    assert browse(lambda: display.enter(CLI_FOLDER, folder)) == {
+        "kind": "cliDir", "ok": True, "dir": folder, "cli": path, "probe": "ok",
+        "feedback": f"Saved. {CLI_NAME} starts."}
+    assert browse(cancel) == {"kind": "cliDir", "ok": True, "dir": folder}
+    panel.end()
+
+
+@pytest.mark.posix_only
+def test_no_dialog_is_an_error_line(panel):
+    mark = panel.mark()
+    assert panel.ask("pickContextPaths")["ok"] is True
+    assert panel.wait_event("appendText", since=mark) == NOT_OPEN
+    panel.end()
+
+
+@pytest.mark.off_protocol("panel")
+def test_attached_paths_come_back_as_one_argument(panel):
+    mark = panel.mark()
+    for paths in ([], None, "a", {"a": 1}):
+        assert panel.ask("attachContextPaths", paths=paths)["ok"] is True
+    assert panel.ask("attachContextPaths", paths=["C:\\a b", "h\u00e9"])["ok"] is True
+    panel.wait_event("appendContextPaths", since=mark)
+    assert chosen(panel, mark) == [[["C:\\a b", "h\u00e9"]]]
+    panel.end()

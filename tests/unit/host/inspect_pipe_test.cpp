@@ -1,0 +1,31 @@
+#include "host/inspect_pipe.h"
+
+#include <gtest/gtest.h>
+
+#include "host/host_running.h"
+#include "platform/named_pipe.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+constexpr const char* pipeName = R"(\\.\pipe\morva-unit-inspect)";
+
+TEST(InspectPipeServer, LeavesAPipeThatIsTaken) {
+  OwnedStream taken;
+  ASSERT_TRUE(createPipeInstance(pipeName, taken));
+  runInspectPipeServer({.name = pipeName});  // returns
+  OwnedStream second;
+  EXPECT_FALSE(createPipeInstance(pipeName, second));
+  taken.reset();
+  EXPECT_TRUE(createPipeInstance(pipeName, second));
+}
+
+TEST(InspectPipeServer, ServesNobodyOnceTheHostEnds) {
+  hostRunning = false;
+  runInspectPipeServer({.name = pipeName});  // returns
+  OwnedStream pipe;
+  EXPECT_TRUE(createPipeInstance(pipeName, pipe));
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect
