@@ -25,10 +25,11 @@ from ..panel.host_setup import demo_prefix, offer_program
 from ..panel.standin_process import StandInProcess
 from .chromium import Browser
 from .local_site import LocalSite
-from .panel_page import PanelPage
+from .panel_page import PanelPage, Row
 
 _PICTURES = wine.ROOT / "build" / "demo"
 _PANEL_SIZE = (460, 820)
+_CONSENT = "/scenario consent"
 _STILL_OPEN_CHECK_S = 1.0
 
 
@@ -97,13 +98,30 @@ def _show_turns(panel: PanelPage, prompts: dict[str, str]) -> bool:
     for name, prompt in prompts.items():
         print(f"> {prompt}", flush=True)
         rows = panel.turn(prompt, patience=120)
-        for row in rows:
-            print(f"  {row.kind}: {' '.join(row.text.split())[:150]}", flush=True)
-        picture = _PICTURES / f"{name}.png"
-        panel.driver.save_screenshot(str(picture))
-        print(f"  {picture.relative_to(wine.ROOT)}", flush=True)
-        good = good and not any(row.kind == "error" for row in rows)
+        good = _show(panel, rows, name) and good
     return good
+
+
+def _show(panel: PanelPage, rows: list[Row], name: str) -> bool:
+    for row in rows:
+        print(f"  {row.kind}: {' '.join(row.text.split())[:150]}", flush=True)
+    picture = _PICTURES / f"{name}.png"
+    panel.driver.save_screenshot(str(picture))
+    print(f"  {picture.relative_to(wine.ROOT)}", flush=True)
+    return not any(row.kind == "error" for row in rows)
+
+
+def _show_consent(panel: PanelPage) -> bool:
+    """A turn that asks: a picture of the question, then the answer to it."""
+    print(f"> {_CONSENT}", flush=True)
+    panel.new_chat()
+    before = panel.turns_over
+    panel.send(_CONSENT)
+    panel.wait_for_question()
+    good = _show(panel, panel.rows[1:], "consent")
+    panel.allow()
+    panel.wait_for(lambda: panel.turns_over > before, "the turn did not end")
+    return _show(panel, panel.rows[1:], "consent-given") and good
 
 
 def _wait_until_closed(browser: Browser) -> None:
@@ -126,9 +144,10 @@ def _run(options: argparse.Namespace) -> bool:
         if options.prompt:
             prompts = {f"prompt-{number}": text for number, text in enumerate(options.prompt, 1)}
         if options.headless or not os.environ.get("DISPLAY"):
-            return _show_turns(panel, prompts)
+            good = _show_turns(panel, prompts)
+            return (bool(options.prompt) or _show_consent(panel)) and good
         print("Chat in the panel, which is also behind the extension's button. Try:")
-        print("\n".join(f"  {prompt}" for prompt in prompts.values()))
+        print("\n".join(f"  {prompt}" for prompt in [*prompts.values(), _CONSENT]))
         print("Close the window to end.", flush=True)
         _wait_until_closed(browser)
         return True

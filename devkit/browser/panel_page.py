@@ -203,6 +203,16 @@ class PanelPage:
         """How many turns have ended since the panel was opened."""
         return int(self.run("return Number(document.body.dataset.turnsOver)"))
 
+    def wait_for_question(self) -> Row:
+        """The card on which the agent asks for consent."""
+        script = "return document.querySelector('.consent button') !== null"
+        self.wait_for(lambda: self.run(script), "no question")
+        return self.rows_of("consent")[-1]
+
+    def allow(self) -> None:
+        """Presses the button that gives consent."""
+        self.run("document.querySelector('.consent button.primary').click()")
+
     def turn(self, prompt: str, patience: float = _PATIENCE_S) -> list[Row]:
         """A whole turn in a chat of its own; everything that it showed."""
         self.new_chat()

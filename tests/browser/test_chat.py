@@ -89,16 +89,14 @@ def test_escape_stops_an_answer_in_mid_stream(panel, agent):
 
 def ask_for_consent(panel):
     panel.send("/scenario consent")
-    panel.wait_for(lambda: panel.run("return document.querySelector('.consent button') !== null"),
-                   "no question")
-    card = panel.rows_of("consent")[0]
+    card = panel.wait_for_question()
     assert card.text.startswith("Delete 3 files?\nrm report-1 report-2 report-3")
     return panel.turns_over
 
 
 def test_consent_is_given_with_the_mouse(panel):
     before = ask_for_consent(panel)
-    panel.run("document.querySelector('.consent button.primary').click()")
+    panel.allow()
     panel.wait_for(lambda: panel.turns_over > before, "the turn did not end")
     assert panel.answer == "That needs your consent. Thank you, done."
     assert panel.rows_of("consent")[0].text.endswith("Allowed.")

@@ -17,8 +17,7 @@ def controls(panel):
 
 def test_every_control_has_a_name(panel):
     panel.send("/scenario consent")
-    panel.wait_for(lambda: panel.run("return document.querySelector('.consent button') !== null"),
-                   "no question")
+    panel.wait_for_question()
     found = controls(panel)
     nameless = [role for role, name in found if not name.strip()]
     assert not nameless, found

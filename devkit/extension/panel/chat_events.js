@@ -29,7 +29,10 @@ export class ChatEvents {
     },
     appendRunChunk: (id, chunk, stream) => this.#parts.cards.runOutput(id, chunk, stream),
     finishRun: (id, code, durationMs) => this.#parts.cards.finishRun(id, code, durationMs),
-    consentRequest: (question) => this.#parts.consent.ask(question),
+    consentRequest: (question) => {
+      this.#latest?.interrupt();
+      this.#parts.consent.ask(question);
+    },
     dismissConsent: (question) => this.#parts.consent.dismiss(question),
     completeAssistantText: ({ runId, text }) => this.#turns.get(runId)?.complete(text),
     setTurnLlmUsage: (usage) => this.#latest?.usage(usage),
