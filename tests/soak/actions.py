@@ -8,7 +8,10 @@ import time
 from collections.abc import Callable
 from dataclasses import dataclass
 
+from devkit.panel.pipe_client import PipeClient
 from ledger import REPLY_TIMEOUT_S, LifeOver
+from panel import PIPE_COMMAND
+from support import builds
 
 _numbers = itertools.count(1)
 
@@ -104,6 +107,22 @@ def tool_call(life):
     check(answer.status == 200 and result.get("ok"), f"{name}: {str(result)[:200]}")
 
 
+# --- Local programs ---
+
+def pipe_request(life):
+    """A local program asks the extension, which gives back what it was sent."""
+    asked = {"command": PIPE_COMMAND, "requestId": f"soak-pipe-{next(_numbers)}",
+             "text": life.random().randbytes(life.random().randint(1, 50_000)).hex()}
+    prefix = builds.wine_prefix() if builds.IS_WINDOWS else None
+    with PipeClient(builds.BUILD, prefix) as client:
+        answer = client.ask(asked, REPLY_TIMEOUT_S)
+    if life.is_over():
+        raise LifeOver
+    check(answer is not None and answer.get("ok"), f"pipe: {str(answer)[:200]}")
+    if (answer["requestId"], answer["text"]) != (asked["requestId"], asked["text"]):
+        life.ledger.fault(f"a program that asked as {asked['requestId']} was told something else")
+
+
 # --- The agent's events ---
 
 def event(life):
@@ -145,4 +164,7 @@ ACTORS = {
     "files": [Action("upload", upload)],
     "tools": [Action("tool call", tool_call)],
     "events": [Action("event", event, True)],
+    "local program": [Action("pipe request", pipe_request)],
 }
+# A program that waits for the pipe may find the next host there instead; nobody waits for it.
+OUTLIVES_THE_HOST = ("local program",)

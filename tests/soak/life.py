@@ -7,7 +7,7 @@ import threading
 import time
 from contextlib import contextmanager
 
-from actions import ACTORS, Failed
+from actions import ACTORS, OUTLIVES_THE_HOST, Failed
 from ledger import LifeOver
 from panel import Panel
 from support.tool_server_client import ToolServer
@@ -104,6 +104,8 @@ class Life:
         self._over.set()
         code = self.panel.close()
         for actor in self._actors:
+            if actor.name in OUTLIVES_THE_HOST:
+                continue
             actor.join(REST_TIMEOUT_S)
             if actor.is_alive():
                 self.ledger.fault(f"\"{actor.name}\" of host {self.number} is stuck")

@@ -10,6 +10,8 @@ from devkit.panel.standin_browser import StandInBrowser
 
 from ledger import REPLY_TIMEOUT_S, LifeOver
 
+PIPE_COMMAND = "soakPipe"  # what local programs say, who get back what they sent
+
 
 class Panel:
     """Its `ask` is what the clients of the system tests want of a panel, too."""
@@ -83,6 +85,8 @@ class Panel:
         try:
             if self._browser.is_command(frame):
                 self._send(self._browser.answer(frame))
+            if frame.get("command") == PIPE_COMMAND:
+                self._send({"requestId": frame["requestId"], "ok": True, "text": frame["text"]})
             if "chromeRequestId" in frame:
                 self.ledger.note_reply(self.life, frame)
             for event in events_of(frame):
