@@ -36,7 +36,7 @@ int runHost(int argc, char** argv) {
   if (startedByBrowser(argc, argv)) limitFramesForBrowser();
   if (!runDetached("stdin reader", [] { runStdinReader(); })) return 1;
   startToolServer();
-  runInspectPipeServer();  // returns at once when another host has the pipe: that is no fault
+  runInspectPipeServer();    // returns at once when another host has the pipe: that is no fault
   for (;;) sleepMs(parkMs);  // the reader ends the process
 }
 
