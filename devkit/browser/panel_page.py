@@ -29,6 +29,18 @@ _ROWS = """
 """
 
 
+_REQUEST = """
+  const [request, done] = arguments;
+  const port = chrome.runtime.connect({name: 'panel'});
+  port.onMessage.addListener((message) => {
+    if (message.id !== 1) return;
+    port.disconnect();
+    done(message.reply ?? message.error);
+  });
+  port.postMessage({id: 1, request});
+"""
+
+
 @dataclass(frozen=True)
 class Row:
     """One thing in the conversation; `kind` is its class, "message user" for example."""
@@ -150,6 +162,12 @@ class PanelPage:
         self.wait_for(lambda: self.tool_server.startswith("http"), "no tool server")
         self.wait_for(lambda: self.run("return document.getElementById('preset').dataset.loaded"),
                       "no presets")
+
+    def request(self, **message: object) -> Json:
+        """The host's reply to a message, past what the panel offers."""
+        self.show()
+        reply: Json = self.driver.execute_async_script(_REQUEST, message)
+        return reply
 
     # The conversation
 

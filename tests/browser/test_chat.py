@@ -5,24 +5,12 @@ import json
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
 
-# One request to the host, past what the panel offers.
-REQUEST = """
-  const [request, done] = arguments;
-  const port = chrome.runtime.connect({name: 'panel'});
-  port.onMessage.addListener((message) => {
-    if (message.id !== 1) return;
-    port.disconnect();
-    done(message.reply ?? message.error);
-  });
-  port.postMessage({id: 1, request});
-"""
-
 
 def test_the_panel_connects_and_its_message_is_acknowledged(panel):
     assert panel.link_text == "Connected"
     assert panel.agent_state == "Agent connected"
     assert panel.tool_server == "http://127.0.0.1:39270"
-    frame = panel.driver.execute_async_script(REQUEST, {"kind": "getStatus"})
+    frame = panel.request(kind="getStatus")
     assert (frame["kind"], frame["ok"], frame["source"]) == ("ack", True, "morva-chat")
     assert isinstance(frame["chromeRequestId"], int)
 
@@ -137,8 +125,7 @@ def test_the_debug_log_is_shown_when_asked_for(panel):
 
 def test_a_chat_of_three_mebibytes_is_refused_and_the_port_stays_open(panel):
     def request(**message):
-        panel.show()
-        return panel.driver.execute_async_script(REQUEST, {"kind": "providerRpc", **message})
+        return panel.request(kind="providerRpc", **message)
 
     # To the host it may be that large, back from it not.
     text = "three mebibytes " * (3 * 1024 * 1024 // 16)

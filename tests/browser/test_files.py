@@ -54,6 +54,19 @@ def test_an_image_is_uploaded_shown_and_goes_with_the_message(panel, how):
     assert "selection" not in json.loads(panel.answer)["morva"], "the file went twice"
 
 
+def test_paths_that_the_host_gives_go_with_the_message(panel):
+    paths = ["C:\\Users\\user\\Documents\\summary.pdf", "C:\\Users\\user\\Pictures"]
+    reply = panel.request(kind="attachContextPaths", paths=paths)
+    assert (reply["kind"], reply["ok"]) == ("ack", True)
+    listed = "return [...document.querySelectorAll('#attachments li')].map((e) => e.dataset.path)"
+    panel.wait_for(lambda: panel.run(listed) == paths, "the paths are not listed")
+    panel.run("document.querySelector('#attachments li:last-child button').click()")
+    before = panel.turns_over
+    panel.send("/scenario echo")
+    panel.wait_for(lambda: panel.turns_over > before, "the turn did not end")
+    assert json.loads(panel.answer)["morva"]["selection"] == paths[:1]
+
+
 def test_an_empty_file_is_refused_in_words(panel):
     panel.run("""
       const transfer = new DataTransfer();

@@ -22,7 +22,7 @@ def test_every_control_has_a_name(panel):
     nameless = [role for role, name in found if not name.strip()]
     assert not nameless, found
     names = {name for _, name in found}
-    assert {"Message", "Send", "Stop", "New chat", "Chats …", "Allow (Alt+Y)",
+    assert {"Message", "Send", "Stop", "Add files …", "New chat", "Chats …", "Allow (Alt+Y)",
             "Don't allow (Alt+N)"} <= names
     before = panel.turns_over
     ActionChains(panel.driver).send_keys(Keys.ESCAPE).perform()

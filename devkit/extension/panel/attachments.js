@@ -45,6 +45,15 @@ export class Attachments {
     });
   }
 
+  /**
+   * Files that are on this computer already: the host's file dialog gives their paths.
+   * @param {string[]} paths
+   */
+  add(paths) {
+    this.#files.push(...paths.map((path) => ({ path, name: path.split(/[\\/]/).pop() || path })));
+    this.#draw();
+  }
+
   /** The paths for the next message, which are then forgotten. */
   take() {
     const paths = this.#files.map(({ path }) => path);

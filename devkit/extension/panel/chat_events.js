@@ -37,11 +37,13 @@ export class ChatEvents {
     completeAssistantText: ({ runId, text }) => this.#turns.get(runId)?.complete(text),
     setTurnLlmUsage: (usage) => this.#latest?.usage(usage),
     agentDone: (runId, ok, error) => this.#end(runId, ok, error),
+    appendContextPaths: (paths) => this.#parts.attachments.add(paths),
     appendDebugLog: (line) => this.#parts.status.line(line),
   };
 
   /**
    * @param {{conversation: import("./conversation.js").Conversation,
+   *          attachments: import("./attachments.js").Attachments,
    *          cards: import("./cards.js").Cards,
    *          consent: import("./consent_cards.js").ConsentCards,
    *          status: import("./host_status.js").HostStatus}} parts

@@ -32,6 +32,7 @@ export class Composer {
       if (event.key === "Escape" && !inDialog && !byId("stop").hidden) void this.#stop();
     });
     byId("stop").addEventListener("click", () => this.#stop());
+    byId("add-files").addEventListener("click", () => this.#pickFiles());
   }
 
   /** The presets that the agent offers. */
@@ -55,6 +56,17 @@ export class Composer {
       if (!reply.ok) conversation.error(reply.error);
     } catch (error) {
       conversation.error(`The message was not sent: ${error.message}`);
+    }
+  }
+
+  /** What is picked comes later, as an event. */
+  async #pickFiles() {
+    const { link, conversation } = this.#parts;
+    try {
+      const reply = await link.request("pickContextPaths", { mode: "files" });
+      if (!reply.ok) conversation.error(reply.error);
+    } catch (error) {
+      conversation.error(`No files can be picked: ${error.message}`);
     }
   }
 

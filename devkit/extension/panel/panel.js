@@ -25,7 +25,7 @@ const consent = new ConsentCards(conversation, link);
 const status = new HostStatus(link);
 const store = new ChatStore(link, conversation);
 const composer = new Composer({ link, conversation, attachments, store });
-const events = new ChatEvents({ conversation, cards, consent, status });
+const events = new ChatEvents({ conversation, attachments, cards, consent, status });
 
 /** @type {Record<string, (message: any) => void>} */
 const taken = {
