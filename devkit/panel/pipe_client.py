@@ -73,14 +73,15 @@ class PipeClient:
 
     def read(self, timeout: float = 60.0) -> Any:
         """The one answer; None when the connection ended without a whole one."""
-        data = self.read_all(timeout)
-        size = int.from_bytes(data[:4], "little")
-        if len(data) < 4 or len(data) - 4 != size:
-            return None
-        return json.loads(data[4:])
+        return _message(self.read_all(timeout))
 
     def ask(self, value: Any, timeout: float = 60.0) -> Any:
-        self.send(value)
+        """Sends a request and gives its answer."""
+        return self.ask_raw(frame(encode_body(value)), timeout)
+
+    def ask_raw(self, request: bytes, timeout: float = 60.0) -> Any:
+        """The same with the bytes of a request."""
+        self.send_raw(request)
         self.finish()
         return self.read(timeout)
 
@@ -118,6 +119,11 @@ class PipeClient:
             received += piece
 
 
+def _message(data: bytes) -> Any:
+    size = int.from_bytes(data[:4], "little")
+    return json.loads(data[4:]) if len(data) >= 4 and len(data) - 4 == size else None
+
+
 def _start_program(build: str, wineprefix: Path | None, hold: bool,
                    env: Mapping[str, str] | None) -> subprocess.Popen[bytes]:
     program = wine.ROOT / "build" / build / "morva-pipe-client.exe"
@@ -135,14 +141,10 @@ def _start_program(build: str, wineprefix: Path | None, hold: bool,
 
 
 def _connect_socket() -> socket.socket:
+    client = socket.socket(socket.AF_UNIX)
     deadline = time.monotonic() + _CONNECT_S
-    while True:
-        client = socket.socket(socket.AF_UNIX)
-        try:
-            client.connect("\0" + PIPE_NAME)
-            return client
-        except ConnectionRefusedError:  # another client is being served
-            client.close()
-            if time.monotonic() > deadline:
-                raise
-            time.sleep(0.01)
+    while client.connect_ex("\0" + PIPE_NAME) != 0:  # the host has only just been started
+        if time.monotonic() > deadline:
+            raise ConnectionError("nobody serves the inspect pipe")
+        time.sleep(0.01)
+    return client

@@ -5,7 +5,8 @@
 // The serving end of a local named pipe, for one client at a time. It is read and written with
 // platform/byte_stream.h.
 // Windows side: CreateNamedPipeA and its companions (learn.microsoft.com, namedpipeapi.h). POSIX
-// twin: a local stream socket of that name in the abstract name space; it is for tests.
+// twin: a local stream socket in the abstract name space; it is for tests. The process keeps the
+// name of its first instance, whatever later ones are called, so that clients can wait between two.
 namespace media::win::chrome_inspect {
 
 // Creates the only instance of the pipe `name`: duplex, of bytes, blocking, with buffers of 1 MiB

@@ -11,8 +11,7 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-// One client is served while one more may wait, as on Windows between two instances.
-constexpr int waitingClients = 1;
+constexpr int waitingClients = 16;
 
 // Abstract names begin with a NUL, vanish with their socket, and are apart in every network
 // namespace (unix(7)). Empty when the name is too long.
@@ -26,20 +25,27 @@ socklen_t abstractAddress(const char* name, sockaddr_un& address) {
 
 int descriptorOf(StreamId pipe) { return static_cast<int>(pipe); }
 
+OwnedDescriptor listenAs(const char* name) {
+  sockaddr_un address = {};
+  const socklen_t size = abstractAddress(name, address);
+  OwnedDescriptor listener =
+      awayFromStandardStreams(OwnedDescriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
+  if (size == 0 || !listener ||
+      bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
+      listen(listener.get(), waitingClients) != 0) {
+    return OwnedDescriptor();
+  }
+  return listener;
+}
+
 }  // namespace
 
 bool createPipeInstance(const char* name, OwnedStream& pipe) {
-  sockaddr_un address = {};
-  const socklen_t size = abstractAddress(name, address);
-  if (size == 0) return false;
-  OwnedDescriptor listener =
-      awayFromStandardStreams(OwnedDescriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
+  static const OwnedDescriptor& listener = *new OwnedDescriptor(listenAs(name));
   if (!listener) return false;
-  if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
-      listen(listener.get(), waitingClients) != 0) {
-    return false;
-  }
-  pipe.reset(listener.release());
+  OwnedDescriptor instance(fcntl(listener.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  if (!instance) return false;
+  pipe.reset(instance.release());
   return true;
 }
 
@@ -47,7 +53,7 @@ bool connectPipeClient(OwnedStream& pipe) {
   OwnedDescriptor client = awayFromStandardStreams(OwnedDescriptor(retryInterrupted(
       [&] { return accept4(descriptorOf(pipe.get()), nullptr, nullptr, SOCK_CLOEXEC); })));
   if (!client) return false;
-  pipe.reset(client.release());  // the listener goes: this instance is taken
+  pipe.reset(client.release());
   return true;
 }
 
