@@ -45,7 +45,8 @@ def answer_requests(panel, make_answer, count, timeout=60):
         mark = 0
         for _ in range(count):
             frame = panel.wait_frame(
-                lambda f: isinstance(f, dict) and f.get("command") == "pipe" and f not in seen,
+                lambda f: (isinstance(f, dict) and f.get("command") == "pipe"
+                           and f.get("requestId") and f not in seen),
                 mark, timeout)
             seen.append(frame)
             panel.host.send(make_answer(frame))
