@@ -4,7 +4,7 @@
 WHAT is any of unit, system, browser, package, soak, fuzz, lint, tools (all of them when none is
 named), BUILD any of windows, asan, tsan, coverage. The first word that is neither begins the
 options, which go to the runners of the suites (ctest for unit, pytest for system, browser and
-package). One suite alone prints as it runs; several run two at a time, each in a network and a Wine
+package). One suite alone prints as it runs; several run three at a time, each in a network and a Wine
 prefix of its own, and print when they end.
 
 Every runner writes JUnit XML to build/test; the last line counts what is in it:
@@ -33,7 +33,7 @@ FUZZ_BUILD = "asan"  # has the fuzz targets besides the tests, so that nothing i
 SOAK_BUILDS = ("windows", "tsan")  # what is released, and what watches the threads
 SOAK_MINUTES = 1
 SUITE_TIMEOUT_SECONDS = 1200
-LANES = 2  # suites at a time
+LANES = 3  # suites at a time: most of them wait more than they compute
 
 
 @dataclass
@@ -293,7 +293,7 @@ def build(presets):
 
 
 def parse(arguments):
-    whats, builds, options, fuzz_seconds = [], [], [], 20
+    whats, builds, options, fuzz_seconds = [], [], [], 8
     rest = list(arguments)
     while rest and (rest[0] in WHATS or rest[0] in BUILDS):
         word = rest.pop(0)
