@@ -6,6 +6,7 @@ namespace media::win::chrome_inspect {
 
 const std::size_t handlesOfTheSystem = 20;
 
+// Wine 8 always says 0, so there only the twin's descriptors are counted.
 std::size_t openHandleCount() {
   DWORD count = 0;
   GetProcessHandleCount(GetCurrentProcess(), &count);
