@@ -33,6 +33,7 @@ def program(tmp_path):
 @pytest.fixture
 def registry(tmp_path):
     found = UserRegistry(tmp_path)
+    found.delete(*OURS)  # other tests leave empty keys
     yield found
     found.delete(*OURS)
 
