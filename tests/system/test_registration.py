@@ -13,7 +13,7 @@ pytestmark = pytest.mark.windows_only
 
 CLIENTS = r"Software\Clients\StartMenuInternet"
 ALL = list(VENDOR_KEYS)
-OURS = [*VENDOR_KEYS.values(), r"Software\BraveSoftware", CLIENTS]
+OURS = [*VENDOR_KEYS.values(), r"Software\Google", r"Software\BraveSoftware", CLIENTS]
 
 
 def hkcu(key):
