@@ -76,11 +76,11 @@ def unit_suite(build, options):
     return suite
 
 
-def system_suite(build, options):
-    suite = Suite(f"system {build}", [], wine=build == "windows")
+def system_suite(build, options, name="", files=(ROOT / "tests" / "system",)):
+    suite = Suite(f"system {name or build}", [], wine=build == "windows")
     suite.environment = {"MORVA_HOST_BUILD": build}
     suite.command = [
-        PYTHON, "-m", "pytest", str(ROOT / "tests" / "system"), "-v", f"--junitxml={suite.xml}",
+        PYTHON, "-m", "pytest", *map(str, files), "-v", f"--junitxml={suite.xml}",
         "-o", f"cache_dir={RESULTS / (suite.file_name + '-cache')}", *options,
     ]
     return suite
@@ -113,6 +113,15 @@ def soak_suite(build, options):
         str(SOAK_MINUTES), "--junit", str(suite.xml), *options,
     ]
     return suite
+
+
+def system_suites(build, options):
+    """Under Wine it takes longest, so there two halves run beside each other."""
+    if build != "windows" or options:
+        return [system_suite(build, options)]
+    files = sorted((ROOT / "tests" / "system").glob("test_*.py"))
+    return [system_suite(build, options, f"{build} {half + 1}", files[half::2])
+            for half in range(2)]
 
 
 def fuzz_suite(target, seconds):
@@ -310,7 +319,7 @@ def wanted_suites(whats, builds, options, fuzz_seconds):
     """Longest first, so that the lanes end together; what needs quiet comes before the fuzzers."""
     suites = []
     if "system" in whats:
-        suites += [system_suite(name, options) for name in builds]
+        suites += [suite for name in builds for suite in system_suites(name, options)]
     if "browser" in whats:
         suites.append(browser_suite(options))
     if "unit" in whats:

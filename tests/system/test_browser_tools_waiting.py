@@ -4,13 +4,13 @@ import time
 
 import pytest
 
-from support.builds import IS_SANITIZED
 from support.extension_side import NO_ANSWER, Extension, ToolCall, failure
 from support.tool_server_client import ToolServer
 
 WAIT_S = 25
 
 
+@pytest.mark.long
 @pytest.mark.off_protocol("extension")
 def test_calls_wait_for_25_seconds_and_late_answers_reach_nobody(own_server):
     panel = own_server.panel
@@ -22,13 +22,13 @@ def test_calls_wait_for_25_seconds_and_late_answers_reach_nobody(own_server):
     while time.monotonic() - started < WAIT_S - 3:
         quick = ToolCall(own_server, "browser_find")
         extension.reply(extension.take(), ok=True, data={"quick": True})
-        assert quick.result(5) == {"quick": True}
+        assert quick.result(15) == {"quick": True}
         panel.prove_alive()
         time.sleep(0.2)
     for each in running:
         assert each.result(15) == failure("browser_read", NO_ANSWER)
     waited = time.monotonic() - started
-    assert WAIT_S - 0.02 <= waited <= WAIT_S * (1.1 if IS_SANITIZED else 1.05)
+    assert WAIT_S - 0.02 <= waited <= WAIT_S * 1.2
 
     for command in unanswered:
         extension.reply(command, ok=True, data={"late": True})

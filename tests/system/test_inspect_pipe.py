@@ -217,6 +217,7 @@ def test_a_request_that_the_browser_would_not_take(panel, connect):
     panel.end()
 
 
+@pytest.mark.long
 def test_a_browser_that_is_gone(panel, connect):
     panel.close_output()
     answers = [connect().ask(request("a"))["error"]["code"] for _ in range(2)]

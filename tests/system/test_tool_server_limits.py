@@ -146,6 +146,7 @@ def test_a_dripping_header_is_cut_after_ten_seconds(own_server):
     own_server.is_well()
 
 
+@pytest.mark.long
 def test_an_honest_slow_upload_is_taken(server, work):
     body = os.urandom(32 * MIB)
     with server.connect() as connection:
@@ -159,6 +160,7 @@ def test_an_honest_slow_upload_is_taken(server, work):
     assert file.read_bytes() == body
 
 
+@pytest.mark.long
 def test_a_client_that_does_not_read_is_left(server, work):
     path = work.put("a.png", b"x" * (16 * MIB))
     head = server.head("GET", f"/api/local-file?path={path}")
