@@ -4,8 +4,8 @@
 WHAT is any of unit, system, browser, package, soak, fuzz, lint, tools (all of them when none is
 named), BUILD any of windows, asan, tsan, coverage. The first word that is neither begins the
 options, which go to the runners of the suites (ctest for unit, pytest for system, browser and
-package). One suite alone prints as it runs; several run three at a time, each in a network and a Wine
-prefix of its own, and print when they end.
+package). One suite alone prints as it runs; several run three at a time, each in a network and a
+Wine prefix of its own, and print when they end.
 
 Every runner writes JUnit XML to build/test; the last line counts what is in it:
 "N passed, N failed" and ", N skipped" when there are any.
@@ -302,7 +302,7 @@ def build(presets):
 
 
 def parse(arguments):
-    whats, builds, options, fuzz_seconds = [], [], [], 8
+    whats, builds, options, fuzz_seconds = [], [], [], 5
     rest = list(arguments)
     while rest and (rest[0] in WHATS or rest[0] in BUILDS):
         word = rest.pop(0)
