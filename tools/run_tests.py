@@ -322,6 +322,8 @@ def wanted_suites(whats, builds, options, fuzz_seconds):
         suites += [suite for name in builds for suite in system_suites(name, options)]
     if "browser" in whats:
         suites.append(browser_suite(options))
+    if "lint" in whats:
+        suites.append(lint_suite(options))
     if "unit" in whats:
         suites += [unit_suite(name, options) for name in builds]
     if "package" in whats:
@@ -329,8 +331,6 @@ def wanted_suites(whats, builds, options, fuzz_seconds):
     if "soak" in whats:
         soaked = SOAK_BUILDS if tuple(builds) == DEFAULT_BUILDS else builds
         suites += [soak_suite(name, options) for name in soaked]
-    if "lint" in whats:
-        suites.append(lint_suite(options))
     if "tools" in whats:
         suites.append(tools_suite(options))
     if "fuzz" in whats:
