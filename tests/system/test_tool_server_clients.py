@@ -20,8 +20,7 @@ def run(command, **options):
 
 class Curl:
     def __init__(self, server):
-        if shutil.which("curl") is None:
-            pytest.skip("curl is not installed")
+        assert shutil.which("curl"), "curl is not installed: ./dev setup"
         self.base = f"http://127.0.0.1:{server.port}"
         self.headers = ["-H", f"X-Morva-Session: {server.token}", "-H",
                         f"Origin: {EXTENSION_ORIGIN}"]
@@ -68,8 +67,8 @@ class NodeFetch:
 
     def __init__(self, server):
         node = shutil.which("node")
-        if node is None or b"function" not in run([node, "-p", "typeof fetch"]):
-            pytest.skip("no Node.js with fetch")
+        assert node and b"function" in run([node, "-p", "typeof fetch"]), (
+            "no Node.js with fetch: ./dev setup")
         self.node, self.server = node, server
 
     def __call__(self, method, target, body=None):
