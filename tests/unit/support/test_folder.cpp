@@ -11,10 +11,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path makeFreshFolder() {
-  const fs::path base = fs::canonical(fs::temp_directory_path());
+fs::path makeFreshFolder(const fs::path& parent) {
   for (std::uint64_t number = tickCountMs();; ++number) {
-    fs::path path = base / ("morva-unit-" + std::to_string(number));
+    fs::path path = parent / ("morva-unit-" + std::to_string(number));
     if (fs::create_directory(path)) return path;
   }
 }
@@ -26,11 +25,13 @@ std::string currentValue(const std::string& name) {
 
 }  // namespace
 
-TestFolder::TestFolder() : path_(makeFreshFolder()) {}
+TestFolder::TestFolder() : TestFolder(fs::canonical(fs::temp_directory_path())) {}
+
+TestFolder::TestFolder(const fs::path& parent) : path_(makeFreshFolder(parent)) {}
 
 TestFolder::~TestFolder() {
   std::error_code error;
-  fs::remove_all(path_, error);  // a leftover in the folder for temporary files harms nobody
+  fs::remove_all(path_, error);  // a leftover harms nobody
 }
 
 EnvironmentVariable::EnvironmentVariable(std::string name, const std::string& value)

@@ -5,10 +5,12 @@
 
 namespace media::win::chrome_inspect {
 
-// A fresh folder that its destructor removes with all that is in it.
+// A fresh folder that its destructor removes with all that is in it. No two tests get the same one,
+// even when they run at the same time.
 class TestFolder {
  public:
-  TestFolder();
+  TestFolder();  // among the temporary files
+  explicit TestFolder(const std::filesystem::path& parent);
   TestFolder(const TestFolder&) = delete;
   TestFolder& operator=(const TestFolder&) = delete;
   ~TestFolder();

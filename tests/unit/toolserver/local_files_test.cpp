@@ -56,15 +56,11 @@ TEST(IsInsideFolder, NeedsASeparatorBehindTheFolder) {
 
 class Loaded : public testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_FALSE(hostDataFolder().empty());
-    fs::create_directories(folder());
-  }
-  void TearDown() override { fs::remove_all(folder()); }
+  void SetUp() override { ASSERT_FALSE(hostDataFolder().empty()); }
 
-  static fs::path folder() { return fs::path(hostDataFolder()) / "unit-test"; }
+  const fs::path& folder() const { return folder_.path(); }
 
-  static std::string put(const std::string& name, const std::string& bytes) {
+  std::string put(const std::string& name, const std::string& bytes) const {
     std::ofstream(folder() / name, std::ios::binary) << bytes;
     return toUtf8((folder() / name).wstring());
   }
@@ -83,6 +79,7 @@ class Loaded : public testing::Test {
  private:
   const TestFolder base_;
   const EnvironmentVariable appData_{"APPDATA", base_.path().string()};
+  const TestFolder folder_{fs::path(hostDataFolder())};
 };
 
 const std::string refused = "file is not available";
@@ -93,8 +90,11 @@ TEST_F(Loaded, FilesInsideAreGiven) {
 
 TEST_F(Loaded, EverythingElseIsRefusedWithOneText) {
   const std::string inside = put("a.png", "x");
-  const std::string outside = toUtf8(fs::temp_directory_path().wstring()) + "/outside.png";
+  const TestFolder neighbour(fs::path(hostDataFolder()).parent_path());
+  const std::string outside = toUtf8((neighbour.path() / "outside.png").wstring());
+  const std::string toOutside = "/../../" + neighbour.path().filename().string() + "/outside.png";
   std::ofstream(fs::u8path(outside)) << "x";
+  ASSERT_TRUE(fs::exists(folder() / toOutside.substr(1)));
   for (const std::string& path : {""s,
                                   "\0"s,
                                   inside + "\0"s,
@@ -106,7 +106,7 @@ TEST_F(Loaded, EverythingElseIsRefusedWithOneText) {
                                   put("empty.png", ""),
                                   toUtf8(folder().wstring()),
                                   "\xFF"s,
-                                  toUtf8(folder().wstring()) + "/../../outside.png",
+                                  toUtf8(folder().wstring()) + toOutside,
                                   "\\\\?\\" + inside,
                                   "//?/" + inside,
                                   "\\\\server\\share\\a.png"s,
@@ -117,7 +117,6 @@ TEST_F(Loaded, EverythingElseIsRefusedWithOneText) {
                                   "/dev/null"s}) {
     EXPECT_EQ(load(path), refused) << path;
   }
-  fs::remove(fs::u8path(outside));
 }
 
 TEST_F(Loaded, SixteenMebibytesAreTheMost) {
