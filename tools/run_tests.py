@@ -30,9 +30,15 @@ BUILDS = ("windows", "asan", "tsan", "coverage")
 DEFAULT_BUILDS = ("windows", "asan", "tsan")
 WINDOWS_BUILD = "windows"  # what browsers start and packages hold
 FUZZ_BUILD = "asan"  # has the fuzz targets besides the tests, so that nothing is built twice
+FUZZ_SECONDS = 5
+# What comes from the browser and from the agent is cut and joined at any byte, all day long.
+STREAM_TARGETS = ("frames", "event_splitter", "turn_stream")
+STREAM_FUZZ_SECONDS = 20
 SOAK_BUILDS = ("windows", "tsan")  # what is released, and what watches the threads
 SOAK_MINUTES = 1
 SUITE_TIMEOUT_SECONDS = 1200
+MOST_SHOWN_FAILURES = 10  # of one suite, each with the last lines of what it said
+SHOWN_LINES = 60
 LANES = 3  # suites at a time: most of them wait more than they compute
 
 
@@ -73,6 +79,8 @@ def unit_suite(build, options):
         "ctest", "--test-dir", str(ROOT / "build" / build), f"-j{os.cpu_count()}",
         "--output-on-failure", "--no-tests=error", "--output-junit", str(suite.xml), *options,
     ]
+    if build == "tsan" and not options:
+        suite.command += ["-E", "^Random/"]  # much computing by one thread
     return suite
 
 
@@ -126,6 +134,8 @@ def system_suites(build, options):
 
 def fuzz_suite(target, seconds):
     name = target.name.removesuffix("_fuzz")
+    if seconds is None:
+        seconds = STREAM_FUZZ_SECONDS if name in STREAM_TARGETS else FUZZ_SECONDS
     suite = Suite(f"fuzz {name}", [], network=False)
     found = ROOT / "build" / "corpus" / target.name
     suite.directories = [found]
@@ -137,7 +147,8 @@ def fuzz_suite(target, seconds):
 
 
 def fuzz_suites(seconds):
-    targets = sorted((ROOT / "build" / FUZZ_BUILD / "fuzz").glob("*_fuzz"))
+    targets = sorted((ROOT / "build" / FUZZ_BUILD / "fuzz").glob("*_fuzz"),
+                     key=lambda target: target.name.removesuffix("_fuzz") not in STREAM_TARGETS)
     sources = {path.stem for path in (ROOT / "tests" / "fuzz").glob("**/*_fuzz.cpp")}
     suites = [fuzz_suite(target, seconds) for target in targets if target.name in sources]
     # No target is no success: the suite must not vanish without a word.
@@ -268,13 +279,31 @@ def run_lane(queue, lock):
         with lock:
             print(("!! " if suite.failed else "ok ") + result_line(suite), flush=True)
             if suite.failed:
-                print_tail(suite)
+                print_failures(suite)
 
 
-def print_tail(suite):
-    lines = suite.log.read_text(errors="replace").splitlines()
-    print(f"-- end of {suite.log.relative_to(ROOT)}:")
-    print("\n".join("   | " + line for line in lines[-60:]), flush=True)
+def failed_cases(xml):
+    """(name, what it said) of each failed test of a JUnit file."""
+    try:
+        cases = ElementTree.parse(xml).getroot().iter("testcase")
+    except (OSError, ElementTree.ParseError):
+        return []
+    return [(f"{case.get('classname')} {case.get('name')}", "\n".join(case.itertext()))
+            for case in cases if case.find("failure") is not None or case.find("error") is not None]
+
+
+def print_failures(suite):
+    """What the failed tests said; the end of the log when none of them is known by name."""
+    cases = failed_cases(suite.xml)
+    for name, text in cases[:MOST_SHOWN_FAILURES]:
+        print_end(name, text)
+    if not cases:
+        print_end(str(suite.log.relative_to(ROOT)), suite.log.read_text(errors="replace"))
+
+
+def print_end(title, text):
+    print(f"-- {title}:")
+    print("\n".join("   | " + line for line in text.splitlines()[-SHOWN_LINES:]), flush=True)
 
 
 def run_suites(suites):
@@ -302,7 +331,7 @@ def build(presets):
 
 
 def parse(arguments):
-    whats, builds, options, fuzz_seconds = [], [], [], 5
+    whats, builds, options, fuzz_seconds = [], [], [], None
     rest = list(arguments)
     while rest and (rest[0] in WHATS or rest[0] in BUILDS):
         word = rest.pop(0)
