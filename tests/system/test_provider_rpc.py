@@ -378,6 +378,7 @@ def test_an_argument_of_any_type_gets_one_reply(shared_panel, shared_agent, meth
     assert len([f for f in frames if f.get("chromeRequestId") == token]) == 1
 
 
+@pytest.mark.long
 def test_an_agent_that_never_answers_holds_the_panel_no_longer_than_a_read(panel, shared_agent):
     """15 s; the system under the Windows build waits twice."""
     path = "/v1/chat/sessions"

@@ -80,6 +80,7 @@ def test_a_gap_is_used(start_panel):
         assert ToolServer(start_panel()).port == 39271
 
 
+@pytest.mark.long
 def test_no_free_port(start_panel):
     with listening(PORTS):
         panel = start_panel()
@@ -154,6 +155,7 @@ def start_failing(start_panel, failing_calls):
     return start
 
 
+@pytest.mark.long
 @pytest.mark.posix_only
 def test_a_port_that_cannot_be_listened_on_is_none(start_failing):
     panel = start_failing("listen")
@@ -163,6 +165,7 @@ def test_a_port_that_cannot_be_listened_on_is_none(start_failing):
     panel.end()
 
 
+@pytest.mark.long
 @pytest.mark.posix_only
 def test_without_random_bytes_nobody_has_the_token(start_failing):
     panel = start_failing("getrandom")
