@@ -1,9 +1,11 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "plain_frames.h"
 #include "platform/clock.h"
+#include "platform/file_dialog.h"
 #include "platform/files.h"
 #include "platform/http_client.h"
 #include "platform/known_folders.h"
@@ -11,6 +13,7 @@
 #include "platform/process_control.h"
 #include "platform/random.h"
 #include "platform/registry.h"
+#include "platform/sha256.h"
 #include "platform/sockets.h"
 
 // The least that a host can do: reads a frame, parses it, serialises it, writes it back. The host's
@@ -26,10 +29,13 @@ void useTheHostsLibraries() {
   std::uint32_t systemError = 0;
   std::shared_ptr<HttpExchange> exchange;
   OwnedProcess process;
+  std::vector<std::wstring> paths;
   const bool used =
       openHttpExchange(0, L"GET", L"/", {}, exchange) == HttpOpenResult::ok || startSockets() ||
       randomBytes(nullptr, 0) || roamingAppDataFolder(text) || packageLocalStateFolder(text) ||
-      readUserRegistryString(text, text, 1, data) || searchExecutable(text, text) ||
+      readUserRegistryString(text, text, 1, data) || sha256(data).empty() ||
+      showFileDialog({}, paths, systemError) == DialogOutcome::chosen ||
+      searchExecutable(text, text) ||
       spawnHidden(text, text, standardOutput(), process, systemError) == SpawnResult::ok;
   std::printf("%d %llu\n", used ? 1 : 0, static_cast<unsigned long long>(tickCountMs()));
 }
