@@ -8,12 +8,17 @@ from typing import Any
 
 _OPENING = 200  # of a body that is no JSON: schemas do not look into it
 _SMALL = 1 << 16
+_UPLOAD_PATH = "/api/context-file"
 
 Json = dict[str, Any]
 
 
 def _headers(lines: Iterable[tuple[str, str]]) -> Json:
     return {name.lower(): value for name, value in lines}
+
+
+def _opening(body: bytes) -> str:
+    return body[:_OPENING].decode("latin-1")
 
 
 def body_value(body: bytes) -> Any:
@@ -25,15 +30,17 @@ def body_value(body: bytes) -> Any:
             return json.loads(body)
         except (ValueError, RecursionError):
             pass
-    return body[:_OPENING].decode("latin-1")
+    return _opening(body)
 
 
 def request_value(
     method: str, target: str, headers: Iterable[tuple[str, str]], body: bytes
 ) -> Json:
     path, _, query = target.partition("?")
+    # A file is bytes, also one that happens to be JSON.
+    value = _opening(body) if path == _UPLOAD_PATH else body_value(body)
     return {"method": method, "path": path, "query": query, "headers": _headers(headers),
-            "body": body_value(body)}
+            "body": value}
 
 
 def message_name(method: str, target: str) -> str:
@@ -53,5 +60,5 @@ def answer_value(data: bytes) -> Json:
     if headers.get("content-type") == "application/json":
         body = body_value(data[end + 4:])
     else:
-        body = data[end + 4:end + 4 + _OPENING].decode("latin-1")
+        body = _opening(data[end + 4:])
     return {"status": int(number), "reason": reason, "headers": headers, "body": body}

@@ -132,6 +132,11 @@ def test_bodies_of_every_size_arrive_whole(server, work, size):
     saved(server, work, "a", os.urandom(size))
 
 
+@pytest.mark.parametrize("body", [b"3", b'{"ok":false}', b"null"])
+def test_json_is_a_file_like_any_other(server, work, body):
+    saved(server, work, "a.json", body)
+
+
 def test_any_bytes_arrive(server, work):
     saved(server, work, "a", bytes(range(256)) * 3)
     saved(server, work, "a", b"\r\n\r\n\0\r\n")
