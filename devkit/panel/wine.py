@@ -6,12 +6,14 @@ import os
 import shutil
 import subprocess
 from pathlib import Path
+from typing import Any
 
 ROOT = Path(__file__).resolve().parents[2]
 TEMPLATE_PREFIX = ROOT / "build" / "wine" / "prefix"
 
 # Debian's `wine` is a script that complains about the missing 32-bit loader; these it calls.
 _LOADERS = ("/usr/lib/wine/wine64", "wine64", "wine")
+_ATTEMPTS = 3
 _SERVERS = ("/usr/lib/wine/wineserver64", "wineserver")
 
 
@@ -54,17 +56,28 @@ def make_prefix(prefix: Path, template: Path | None = None) -> None:
     )
 
 
+def run(prefix: Path, *command: str | Path, check: bool = True,
+        **options: Any) -> subprocess.CompletedProcess[bytes]:
+    """Runs a Windows program to its end; `options` are those of subprocess.run.
+
+    A fault of the program is an exit code. Of a signal only Wine itself dies, about once in some
+    thousand ends of a process, and then the program is run again.
+    """
+    silent = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL,
+              "stderr": subprocess.DEVNULL, "timeout": 120}
+    settings = {"env": os.environ | environment(prefix)} | silent | options
+    for _ in range(_ATTEMPTS):
+        done = subprocess.run([loader(), *command], check=False, **settings)
+        if done.returncode >= 0:
+            break
+    if check:
+        done.check_returncode()
+    return done
+
+
 def set_registry_text(prefix: Path, key: str, name: str, value: str) -> None:
     """Writes a REG_SZ value, for example below HKCU."""
-    subprocess.run(
-        [loader(), "reg", "add", key, "/v", name, "/t", "REG_SZ", "/d", value, "/f"],
-        env=os.environ | environment(prefix),
-        check=True,
-        stdin=subprocess.DEVNULL,
-        stdout=subprocess.DEVNULL,
-        stderr=subprocess.DEVNULL,
-        timeout=120,
-    )
+    run(prefix, "reg", "add", key, "/v", name, "/t", "REG_SZ", "/d", value, "/f")
 
 
 def end_server(prefix: Path) -> None:

@@ -1,7 +1,6 @@
 """A user's machine, which is a Wine prefix: installing, running, and looking what is there."""
 
 import json
-import os
 import re
 import shutil
 import subprocess
@@ -45,10 +44,8 @@ class Machine:
         installer's window brings up Wine's desktop, which inherits the output and stays for as long
         as any program runs."""
         with tempfile.TemporaryFile() as output:
-            done = subprocess.run(
-                [wine.loader(), str(program), *arguments], stdin=subprocess.DEVNULL, stdout=output,
-                stderr=subprocess.STDOUT, check=False, timeout=WAIT_S,
-                env=os.environ | wine.environment(self.prefix))
+            done = wine.run(self.prefix, program, *arguments, check=False, stdout=output,
+                            stderr=subprocess.STDOUT, timeout=WAIT_S)
             output.seek(0)
             return done.returncode, output.read().decode("utf-8", "replace")
 

@@ -1,6 +1,5 @@
 """Where the command-line program is looked for, and what the log tells of each place."""
 
-import subprocess
 
 import pytest
 
@@ -45,10 +44,7 @@ def registry():
     """Sets the value "cli" below the host's key; it is gone when the test is over."""
 
     def run(*arguments):
-        subprocess.run(
-            [wine.loader(), "reg", *arguments, "/f"], check=True, timeout=60,
-            env={**wine.os.environ, **wine.environment(builds.wine_prefix())},
-            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wine.run(builds.wine_prefix(), "reg", *arguments, "/f")
 
     def write(value, kind="REG_SZ"):
         run("add", KEY, "/v", "cli", "/t", kind, "/d", value)
@@ -68,10 +64,7 @@ def raw_registry(registry, tmp_path):
         file = tmp_path / "value.reg"
         text = f'Windows Registry Editor Version 5.00\n\n[{key}]\n"cli"=hex({kind}):{values}\n'
         file.write_text(text, encoding="utf-16", newline="\r\n")
-        subprocess.run(
-            [wine.loader(), "regedit", "/S", wine.windows_path(file)], check=True, timeout=60,
-            env={**wine.os.environ, **wine.environment(builds.wine_prefix())},
-            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wine.run(builds.wine_prefix(), "regedit", "/S", wine.windows_path(file))
 
     return write
 

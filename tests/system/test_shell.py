@@ -7,7 +7,6 @@ place of the shell; here they are scripts that write down what they were given.
 
 import contextlib
 import os
-import subprocess
 import time
 
 import psutil
@@ -171,10 +170,7 @@ def url_handler():
     schemes = []
 
     def reg(*arguments):
-        subprocess.run(
-            [wine.loader(), "reg", *arguments, "/f"], check=True, timeout=60,
-            env={**os.environ, **wine.environment(builds.wine_prefix())},
-            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wine.run(builds.wine_prefix(), "reg", *arguments, "/f")
 
     def register(scheme):
         key = rf"HKCR\{scheme}"

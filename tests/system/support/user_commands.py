@@ -47,10 +47,8 @@ class Program:
     def __init__(self, path, environment):
         self.path = Path(path)
         self._environment = {**os.environ, **environment, **sanitizer_environment()}
-        self._command = [str(path)]
         if builds.IS_WINDOWS:
             self._environment |= wine.environment(builds.wine_prefix())
-            self._command.insert(0, wine.loader())
 
     @property
     def manifest(self):
@@ -59,13 +57,17 @@ class Program:
     def run(self, *arguments, stdin=subprocess.DEVNULL, environment=None):
         # About one start in 3000 under Wine ends before the program runs, and says nothing.
         for _ in range(3):
-            done = subprocess.run(
-                [*self._command, *arguments], stdin=stdin, stdout=subprocess.PIPE,
-                stderr=subprocess.PIPE, check=False, timeout=TIMEOUT_S,
-                env=self._environment | (environment or {}))
+            done = self._run_once(
+                *arguments, stdin=stdin, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                timeout=TIMEOUT_S, env=self._environment | (environment or {}))
             if done.stdout or done.stderr:
                 break
         return Outcome(done.returncode, done.stdout.decode(), done.stderr.decode())
+
+    def _run_once(self, *arguments, **options):
+        if builds.IS_WINDOWS:
+            return wine.run(builds.wine_prefix(), self.path, *arguments, check=False, **options)
+        return subprocess.run([self.path, *arguments], check=False, **options)
 
     def doctor(self, environment=None):
         """The whole diagnosis, its findings by id, and the exit code."""
@@ -79,7 +81,6 @@ class UserRegistry:
 
     def __init__(self, folder):
         self._file = folder / "keys.reg"
-        self._environment = {**os.environ, **wine.environment(builds.wine_prefix())}
 
     def add(self, key, name, value, kind="REG_SZ"):
         escaped = str(value).replace("\\", "\\\\").replace('"', '\\"')
@@ -108,10 +109,7 @@ class UserRegistry:
         assert self._reg("import", wine.windows_path(self._file)) == 0, text
 
     def _reg(self, *arguments):
-        return subprocess.run(
-            [wine.loader(), "reg", *arguments], env=self._environment, check=False,
-            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-            timeout=TIMEOUT_S).returncode
+        return wine.run(builds.wine_prefix(), "reg", *arguments, check=False).returncode
 
 
 def _full(key):
