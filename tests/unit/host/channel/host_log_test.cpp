@@ -10,6 +10,7 @@
 #include "host/channel/panel_events.h"
 #include "support/blocked_output.h"
 #include "support/captured_output.h"
+#include "support/gate.h"
 #include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
@@ -95,7 +96,7 @@ TEST(AppendDebugLog, SendsAtOnceWhenToldTo) {
 // the other leaves its line to the first and goes on.
 class HeldLog {
  public:
-  HeldLog() { done_.wait(0); }
+  HeldLog() { oneIsDone_.wait(); }
   ~HeldLog() { release(); }
   HeldLog(const HeldLog&) = delete;
   HeldLog& operator=(const HeldLog&) = delete;
@@ -113,10 +114,11 @@ class HeldLog {
   void flush() {
     appendDebugLog("flushed", "trace", true);
     ++done_;
-    done_.notify_all();
+    oneIsDone_.open();
   }
 
   std::atomic<int> done_ = 0;
+  Gate oneIsDone_;
   TestThread first_{[this] { flush(); }};
   TestThread second_{[this] { flush(); }};
 };
