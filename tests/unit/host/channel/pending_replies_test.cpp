@@ -103,7 +103,7 @@ TEST(WaitForReply, EndsAtItsDeadlineWhateverElseArrives) {
   EXPECT_FALSE(waitForReply("mine", timeoutMs, reply));
   const auto spent = SteadyClock::now() - before;
   EXPECT_GE(spent, std::chrono::milliseconds(timeoutMs));
-  EXPECT_LE(spent, std::chrono::milliseconds(timeoutMs + timeoutMs / 20));
+  EXPECT_LT(spent, std::chrono::milliseconds(timeoutMs) + std::chrono::seconds(1));
 }
 
 TEST(WaitForReply, WakesForItsAnswerHoweverTheyMeet) {
