@@ -1,4 +1,4 @@
-#include "chat/event_splitter.h"
+#include "agent/event_splitter.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,4 +1,4 @@
-#include "common/json_parse.h"
+#include "text/json_parse.h"
 
 #include <benchmark/benchmark.h>
 

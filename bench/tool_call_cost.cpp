@@ -12,11 +12,11 @@
 #include <string>
 #include <string_view>
 
-#include "common/ascii.h"
-#include "common/json_parse.h"
 #include "screening/injection_text.h"
 #include "screening/page_compaction.h"
 #include "screening/page_screening.h"
+#include "text/ascii.h"
+#include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -12,21 +12,24 @@ import sys
 from pathlib import Path
 
 # What each folder may include, besides itself. A folder that is not here may not exist.
-MAY_INCLUDE = {
-    "platform": set(),
-    "common": {"platform"},
-    "host/channel": {"platform", "common"},
-    "agent": {"platform", "common", "host/channel"},
-    "screening": {"common"},
-    "app_ipc": {"platform", "common", "host/channel"},
-    "browser_tools": {"platform", "common", "host/channel", "agent", "screening", "app_ipc"},
+MAY_INCLUDE = {"text": set(), "platform": {"text"}, "common": {"text", "platform"}}
+FLOOR = set(MAY_INCLUDE)
+MAY_INCLUDE |= {
+    "channel": FLOOR,
+    "screening": {"text"},
+    "agent": FLOOR | {"channel"},
+    "app_ipc": FLOOR | {"channel"},
+    "agent_process": FLOOR | {"channel", "agent"},
 }
-BELOW_ROOF = set(MAY_INCLUDE)
-MAY_INCLUDE["chat"] = set(BELOW_ROOF)
-MAY_INCLUDE["toolserver"] = set(BELOW_ROOF)
-MAY_INCLUDE["shell"] = set(BELOW_ROOF)
-MAY_INCLUDE["setup"] = {"platform", "common"}
-MAY_INCLUDE["doctor"] = BELOW_ROOF | {"toolserver", "setup"}
+MAY_INCLUDE["browser_tools"] = set(MAY_INCLUDE)
+SIDES = set(MAY_INCLUDE)
+MAY_INCLUDE |= {
+    "chat": SIDES,
+    "toolserver": SIDES,
+    "shell": SIDES,
+    "setup": FLOOR,
+    "doctor": SIDES | {"toolserver", "setup"},
+}
 MAY_INCLUDE["host"] = set(MAY_INCLUDE)
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')

@@ -5,9 +5,9 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "common/json_parse.h"
-#include "common/url_escape.h"
-#include "common/wide.h"
+#include "text/json_parse.h"
+#include "text/url_escape.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

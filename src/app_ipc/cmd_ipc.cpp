@@ -8,12 +8,12 @@
 #include <nlohmann/json.hpp>
 
 #include "app_ipc/instance_discovery.h"
-#include "common/ascii.h"
-#include "common/json_parse.h"
-#include "common/json_read.h"
 #include "platform/clock.h"
 #include "platform/sha256.h"
 #include "platform/sockets.h"
+#include "text/ascii.h"
+#include "text/json_parse.h"
+#include "text/json_read.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -4,12 +4,12 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
-#include "common/json_parse.h"
-#include "common/json_read.h"
 #include "common/paths.h"
 #include "platform/environment.h"
 #include "platform/file_access.h"
 #include "platform/process.h"
+#include "text/json_parse.h"
+#include "text/json_read.h"
 
 namespace media::win::chrome_inspect {
 namespace {

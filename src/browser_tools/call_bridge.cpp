@@ -6,12 +6,12 @@
 
 #include "browser_tools/step_checks.h"
 #include "browser_tools/tool_catalog.h"
-#include "common/json_read.h"
+#include "channel/pending_replies.h"
 #include "common/tick_ids.h"
-#include "common/utf8.h"
-#include "host/channel/pending_replies.h"
 #include "screening/page_compaction.h"
 #include "screening/page_screening.h"
+#include "text/json_read.h"
+#include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 namespace {

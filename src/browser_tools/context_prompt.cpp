@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "browser_tools/browser_context.h"
-#include "common/json_read.h"
+#include "text/json_read.h"
 
 namespace media::win::chrome_inspect {
 namespace {

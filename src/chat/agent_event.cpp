@@ -6,10 +6,10 @@
 #include <string_view>
 #include <utility>
 
+#include "channel/panel_events.h"
 #include "chat/text_events.h"
-#include "common/ascii.h"
-#include "common/json_read.h"
-#include "host/channel/panel_events.h"
+#include "text/ascii.h"
+#include "text/json_read.h"
 
 namespace media::win::chrome_inspect {
 namespace {

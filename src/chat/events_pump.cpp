@@ -7,12 +7,12 @@
 
 #include "agent/agent_request.h"
 #include "agent/agent_state.h"
-#include "chat/event_feed.h"
-#include "chat/event_splitter.h"
+#include "agent/event_feed.h"
+#include "agent/event_splitter.h"
+#include "channel/host_log.h"
+#include "channel/panel_events.h"
 #include "common/detached.h"
-#include "common/wide.h"
-#include "host/channel/host_log.h"
-#include "host/channel/panel_events.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

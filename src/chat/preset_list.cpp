@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "common/json_read.h"
+#include "text/json_read.h"
 
 namespace media::win::chrome_inspect {
 

@@ -10,15 +10,15 @@
 
 #include "agent/agent_request.h"
 #include "agent/agent_state.h"
-#include "agent/supervision.h"
+#include "agent/event_feed.h"
+#include "agent/event_splitter.h"
+#include "agent_process/supervision.h"
 #include "browser_tools/browser_context.h"
-#include "chat/event_feed.h"
-#include "chat/event_splitter.h"
+#include "channel/panel_events.h"
 #include "common/detached.h"
-#include "common/json_parse.h"
-#include "common/json_read.h"
-#include "common/utf8.h"
-#include "host/channel/panel_events.h"
+#include "text/json_parse.h"
+#include "text/json_read.h"
+#include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -6,12 +6,12 @@
 
 #include "agent/agent_request.h"
 #include "agent/agent_state.h"
-#include "agent/supervision.h"
+#include "agent_process/supervision.h"
+#include "channel/panel_events.h"
 #include "common/detached.h"
-#include "common/json_parse.h"
-#include "common/json_read.h"
-#include "common/utf8.h"
-#include "host/channel/panel_events.h"
+#include "text/json_parse.h"
+#include "text/json_read.h"
+#include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 namespace {

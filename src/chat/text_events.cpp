@@ -1,7 +1,7 @@
 #include "chat/text_events.h"
 
-#include "common/utf8.h"
-#include "host/channel/framing.h"
+#include "channel/framing.h"
+#include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 namespace {

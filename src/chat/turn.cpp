@@ -6,18 +6,18 @@
 #include <utility>
 
 #include "agent/agent_request.h"
-#include "agent/supervision.h"
+#include "agent_process/supervision.h"
 #include "browser_tools/browser_context.h"
+#include "channel/panel_events.h"
 #include "chat/preset_list.h"
 #include "chat/turn_end.h"
 #include "chat/turn_stream.h"
 #include "common/detached.h"
-#include "common/json_parse.h"
-#include "common/json_read.h"
 #include "common/paths.h"
 #include "common/tick_ids.h"
-#include "common/wide.h"
-#include "host/channel/panel_events.h"
+#include "text/json_parse.h"
+#include "text/json_read.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -4,8 +4,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "common/utf8.h"
-#include "host/channel/panel_events.h"
+#include "channel/panel_events.h"
+#include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 

@@ -5,11 +5,11 @@
 #include <stdexcept>
 #include <utility>
 
+#include "channel/panel_events.h"
 #include "chat/agent_event.h"
 #include "chat/text_events.h"
-#include "common/json_parse.h"
-#include "common/json_read.h"
-#include "host/channel/panel_events.h"
+#include "text/json_parse.h"
+#include "text/json_read.h"
 
 namespace media::win::chrome_inspect {
 namespace {

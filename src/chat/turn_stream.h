@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "chat/event_splitter.h"
+#include "agent/event_splitter.h"
 
 // Translates the agent's answer to a chat turn, a stream of server-sent events, into panel events.
 namespace media::win::chrome_inspect {

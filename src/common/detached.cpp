@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "common/utf8.h"
 #include "platform/threads.h"
+#include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -9,7 +9,7 @@
 #include "agent/agent_request.h"
 #include "agent/agent_state.h"
 #include "common/detached.h"
-#include "common/wide.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

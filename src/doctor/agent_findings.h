@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "agent/cli_location.h"
+#include "agent_process/cli_location.h"
 #include "doctor/finding.h"
 
 // Whether the host finds an agent or can start one: the command-line program and the agent's ports.

@@ -4,10 +4,10 @@
 
 #include "common/paths.h"
 #include "common/product_names.h"
-#include "common/wide.h"
 #include "platform/file_access.h"
 #include "platform/files.h"
 #include "setup/host_manifest.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -4,11 +4,11 @@
 #include <iterator>
 
 #include "common/product_version.h"
-#include "common/wide.h"
 #include "doctor/agent_findings.h"
 #include "doctor/browser_findings.h"
 #include "doctor/place_findings.h"
 #include "platform/system_facts.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

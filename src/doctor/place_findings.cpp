@@ -5,11 +5,11 @@
 #include "app_ipc/instance_discovery.h"
 #include "common/paths.h"
 #include "common/product_names.h"
-#include "common/wide.h"
 #include "platform/file_access.h"
 #include "platform/files.h"
 #include "platform/random.h"
 #include "platform/sockets.h"
+#include "text/wide.h"
 #include "toolserver/drops.h"
 #include "toolserver/tool_server.h"
 

@@ -7,15 +7,15 @@
 #include <utility>
 
 #include "agent/agent_request.h"
-#include "agent/supervision.h"
+#include "agent_process/supervision.h"
+#include "channel/envelope.h"
 #include "chat/preset_list.h"
-#include "common/json_parse.h"
-#include "common/json_read.h"
-#include "common/url_escape.h"
-#include "common/utf8.h"
-#include "common/wide.h"
-#include "host/channel/envelope.h"
 #include "host/command_run.h"
+#include "text/json_parse.h"
+#include "text/json_read.h"
+#include "text/url_escape.h"
+#include "text/utf8.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

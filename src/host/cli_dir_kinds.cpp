@@ -7,14 +7,14 @@
 #include <utility>
 
 #include "agent/agent_state.h"
-#include "agent/cli_dir.h"
-#include "agent/cli_settings.h"
+#include "agent_process/cli_dir.h"
+#include "agent_process/cli_settings.h"
+#include "channel/envelope.h"
 #include "common/detached.h"
-#include "common/json_read.h"
-#include "common/utf8.h"
-#include "common/wide.h"
-#include "host/channel/envelope.h"
 #include "shell/pickers.h"
+#include "text/json_read.h"
+#include "text/utf8.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -5,12 +5,12 @@
 #include <utility>
 
 #include "agent/agent_request.h"
-#include "agent/supervision.h"
+#include "agent_process/supervision.h"
 #include "app_ipc/cmd_ipc.h"
+#include "channel/envelope.h"
 #include "chat/events_pump.h"
-#include "common/json_parse.h"
-#include "common/json_read.h"
-#include "host/channel/envelope.h"
+#include "text/json_parse.h"
+#include "text/json_read.h"
 
 namespace media::win::chrome_inspect {
 namespace {

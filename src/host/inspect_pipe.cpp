@@ -5,13 +5,13 @@
 #include <string>
 #include <string_view>
 
-#include "common/json_read.h"
-#include "host/channel/envelope.h"
-#include "host/channel/framing.h"
-#include "host/channel/pending_replies.h"
+#include "channel/envelope.h"
+#include "channel/framing.h"
+#include "channel/pending_replies.h"
 #include "host/host_running.h"
 #include "host/pipe_watchdog.h"
 #include "platform/named_pipe.h"
+#include "text/json_read.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,12 +1,10 @@
 #include <string>
 #include <string_view>
 
-#include "agent/supervision.h"
-#include "agent/tool_providers.h"
-#include "chat/events_pump.h"
+#include "channel/framing.h"
+#include "channel/host_log.h"
 #include "common/detached.h"
-#include "host/channel/framing.h"
-#include "host/channel/host_log.h"
+#include "host/agent_listener.h"
 #include "host/inspect_pipe.h"
 #include "host/stdin_reader.h"
 #include "host/user_command.h"
@@ -31,8 +29,7 @@ bool startedByBrowser(int argc, char** argv) {
 int runHost(int argc, char** argv) {
   keepStandardStreamsFromChildren();
   setDetachedReporter(logFailure);
-  setToolServerAddress({agentToolsUrl, sessionToken});
-  setEventsPump({startChatEvents, stopChatEvents});
+  followAgent();
   if (startedByBrowser(argc, argv)) limitFramesForBrowser();
   if (!runDetached("stdin reader", [] { runStdinReader(); })) return 1;
   startToolServer();

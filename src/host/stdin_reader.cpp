@@ -5,18 +5,18 @@
 #include <utility>
 
 #include "agent/agent_state.h"
+#include "channel/envelope.h"
+#include "channel/framing.h"
+#include "channel/host_log.h"
+#include "channel/pending_replies.h"
 #include "common/detached.h"
-#include "common/json_parse.h"
-#include "common/json_read.h"
-#include "host/channel/envelope.h"
-#include "host/channel/framing.h"
-#include "host/channel/host_log.h"
-#include "host/channel/pending_replies.h"
 #include "host/dispatcher.h"
 #include "host/host_running.h"
 #include "host/panel_work.h"
 #include "platform/byte_stream.h"
 #include "platform/process_control.h"
+#include "text/json_parse.h"
+#include "text/json_read.h"
 
 namespace media::win::chrome_inspect {
 namespace {

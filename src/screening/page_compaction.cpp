@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "common/ascii.h"
-#include "common/json_read.h"
-#include "common/utf8.h"
+#include "text/ascii.h"
+#include "text/json_read.h"
+#include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
-#include "common/json_read.h"
+#include "text/json_read.h"
 
 namespace media::win::chrome_inspect {
 namespace {

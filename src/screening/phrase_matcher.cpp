@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <deque>
 
-#include "common/ascii.h"
+#include "text/ascii.h"
 
 namespace media::win::chrome_inspect {
 namespace {

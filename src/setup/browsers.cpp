@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "common/product_names.h"
-#include "common/wide.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <optional>
 
-#include "common/ascii.h"
-#include "common/utf8.h"
 #include "setup/browsers.h"
+#include "text/ascii.h"
+#include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 namespace {

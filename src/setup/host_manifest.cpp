@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "common/json_parse.h"
-#include "common/json_read.h"
 #include "common/paths.h"
 #include "common/product_names.h"
-#include "common/utf8.h"
-#include "common/wide.h"
 #include "platform/file_access.h"
 #include "setup/command_line.h"
+#include "text/json_parse.h"
+#include "text/json_read.h"
+#include "text/utf8.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

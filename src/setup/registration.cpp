@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <utility>
 
-#include "common/wide.h"
 #include "platform/file_access.h"
 #include "platform/files.h"
 #include "platform/registry.h"
 #include "setup/browsers.h"
 #include "setup/host_manifest.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -8,16 +8,16 @@
 #include <string_view>
 #include <utility>
 
+#include "channel/envelope.h"
+#include "channel/host_log.h"
 #include "common/bounded.h"
 #include "common/detached.h"
-#include "common/json_read.h"
 #include "common/paths.h"
-#include "common/wide.h"
-#include "host/channel/envelope.h"
-#include "host/channel/host_log.h"
 #include "platform/file_access.h"
 #include "platform/files.h"
 #include "platform/shell.h"
+#include "text/json_read.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

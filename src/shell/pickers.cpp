@@ -7,12 +7,12 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "channel/envelope.h"
+#include "channel/panel_events.h"
 #include "common/detached.h"
-#include "common/json_read.h"
-#include "common/wide.h"
-#include "host/channel/envelope.h"
-#include "host/channel/panel_events.h"
 #include "platform/file_dialog.h"
+#include "text/json_read.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

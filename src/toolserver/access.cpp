@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "common/ascii.h"
 #include "common/product_names.h"
+#include "text/ascii.h"
 #include "toolserver/http_response.h"
 
 namespace media::win::chrome_inspect {

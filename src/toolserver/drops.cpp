@@ -5,10 +5,10 @@
 #include <nlohmann/json.hpp>
 
 #include "common/paths.h"
-#include "common/utf8.h"
-#include "common/wide.h"
 #include "platform/clock.h"
 #include "platform/file_access.h"
+#include "text/utf8.h"
+#include "text/wide.h"
 #include "toolserver/local_files.h"
 
 namespace media::win::chrome_inspect {

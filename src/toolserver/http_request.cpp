@@ -4,7 +4,7 @@
 #include <array>
 #include <charconv>
 
-#include "common/ascii.h"
+#include "text/ascii.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <iterator>
 
-#include "common/ascii.h"
 #include "common/paths.h"
-#include "common/wide.h"
 #include "platform/file_access.h"
+#include "text/ascii.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

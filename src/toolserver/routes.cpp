@@ -9,7 +9,7 @@
 #include "browser_tools/call_bridge.h"
 #include "browser_tools/context_prompt.h"
 #include "browser_tools/tool_catalog.h"
-#include "common/json_parse.h"
+#include "text/json_parse.h"
 #include "toolserver/drops.h"
 #include "toolserver/local_files.h"
 #include "toolserver/url_query.h"

@@ -9,12 +9,12 @@
 #include <mutex>
 #include <utility>
 
-#include "common/ascii.h"
+#include "channel/host_log.h"
 #include "common/detached.h"
-#include "host/channel/host_log.h"
 #include "platform/clock.h"
 #include "platform/random.h"
 #include "platform/sockets.h"
+#include "text/ascii.h"
 #include "toolserver/connection.h"
 #include "toolserver/connection_threads.h"
 

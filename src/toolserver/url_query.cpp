@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "common/ascii.h"
+#include "text/ascii.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,7 +1,7 @@
 // A feed of any bytes, cut anywhere: what comes out is events that can be sent, and the same ones
 // however the bytes are cut.
 
-#include "chat/event_feed.h"
+#include "agent/event_feed.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "chat/event_splitter.h"
+#include "agent/event_splitter.h"
 
 namespace {
 

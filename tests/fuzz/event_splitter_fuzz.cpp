@@ -1,7 +1,7 @@
 // A stream of events, cut into pieces anywhere, against the rule written out naively. The first
 // bytes of the input say where to cut.
 
-#include "chat/event_splitter.h"
+#include "agent/event_splitter.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "common/utf8.h"
-#include "host/channel/framing.h"
+#include "channel/framing.h"
+#include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 namespace {

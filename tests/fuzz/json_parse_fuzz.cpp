@@ -2,7 +2,7 @@
 // What the library takes as it is, it takes too, with the same value; the repair of lone surrogates
 // only ever adds to that.
 
-#include "common/json_parse.h"
+#include "text/json_parse.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/utf8.h"
+#include "text/utf8.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 #include <string>
 #include <string_view>
 
-#include "common/json_parse.h"
 #include "screening/page_screening.h"
 #include "support/random_page.h"
+#include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
 namespace {

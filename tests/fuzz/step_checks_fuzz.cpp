@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "browser_tools/call_bridge.h"
-#include "common/json_parse.h"
+#include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
 namespace {

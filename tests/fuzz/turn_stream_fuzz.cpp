@@ -9,8 +9,8 @@
 #include <exception>
 #include <string_view>
 
-#include "common/utf8.h"
 #include "silent_output.h"
+#include "text/utf8.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/utf8.h"
+#include "text/utf8.h"
 #include "toolserver/access.h"
 #include "toolserver/drops.h"
 #include "toolserver/local_files.h"

@@ -1,6 +1,6 @@
 // Any bytes as text: what comes out is UTF-8, and what was UTF-8 comes out as it was.
 
-#include "common/utf8.h"
+#include "text/utf8.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/wide.h"
+#include "text/wide.h"
 
 namespace {
 

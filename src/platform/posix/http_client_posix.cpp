@@ -8,7 +8,7 @@
 #include "platform/posix/http_body_posix.h"
 #include "platform/posix/http_header_posix.h"
 #include "platform/posix/wide_text_posix.h"
-#include "platform/request_line.h"
+#include "text/request_line.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "platform/owned.h"
-#include "platform/request_line.h"
+#include "text/request_line.h"
 
 namespace media::win::chrome_inspect {
 namespace {

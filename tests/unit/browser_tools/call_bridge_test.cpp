@@ -11,13 +11,13 @@
 #include <set>
 #include <string>
 
-#include "common/json_parse.h"
-#include "host/channel/framing.h"
-#include "host/channel/pending_replies.h"
+#include "channel/framing.h"
+#include "channel/pending_replies.h"
 #include "platform/clock.h"
 #include "support/answering_extension.h"
 #include "support/captured_output.h"
 #include "support/run_threads.h"
+#include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "browser_tools/browser_context.h"
-#include "common/json_parse.h"
+#include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
 namespace {

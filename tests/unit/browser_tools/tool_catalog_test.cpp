@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "common/json_parse.h"
+#include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/channel/host_log.h"
+#include "channel/host_log.h"
 #include "platform/clock.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/channel/framing.h"
+#include "channel/framing.h"
 #include "support/captured_output.h"
 
 namespace media::win::chrome_inspect {

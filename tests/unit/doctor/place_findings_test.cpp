@@ -5,8 +5,8 @@
 #include <string>
 
 #include "common/paths.h"
-#include "common/wide.h"
 #include "support/test_folder.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

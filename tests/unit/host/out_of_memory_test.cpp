@@ -6,14 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "channel/host_log.h"
+#include "channel/pending_replies.h"
 #include "chat/turn_end.h"
 #include "chat/turn_stream.h"
-#include "common/json_parse.h"
-#include "host/channel/host_log.h"
-#include "host/channel/pending_replies.h"
 #include "host/dispatcher.h"
 #include "support/captured_output.h"
 #include "support/failing_new.h"
+#include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "common/ascii.h"
 #include "support/run_threads.h"
+#include "text/ascii.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -6,10 +6,10 @@
 #include <random>
 #include <string>
 
-#include "common/ascii.h"
 #include "screening/page_compaction.h"
 #include "screening/page_screening.h"
 #include "support/random_page.h"
+#include "text/ascii.h"
 
 namespace media::win::chrome_inspect {
 namespace {

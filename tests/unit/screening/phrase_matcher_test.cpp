@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "common/ascii.h"
 #include "screening/injection_text.h"
 #include "support/injection_rules.h"
+#include "text/ascii.h"
 
 namespace media::win::chrome_inspect {
 namespace {

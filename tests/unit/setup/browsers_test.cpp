@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "common/wide.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -6,8 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "common/wide.h"
 #include "support/test_folder.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

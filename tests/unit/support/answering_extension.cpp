@@ -4,8 +4,8 @@
 #include <string>
 #include <utility>
 
-#include "host/channel/framing.h"
-#include "host/channel/pending_replies.h"
+#include "channel/framing.h"
+#include "channel/pending_replies.h"
 #include "support/standard_output.h"
 
 namespace media::win::chrome_inspect {

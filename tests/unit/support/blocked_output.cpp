@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "host/channel/framing.h"
+#include "channel/framing.h"
 
 namespace media::win::chrome_inspect {
 

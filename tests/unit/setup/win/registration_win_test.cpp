@@ -6,12 +6,12 @@
 #include <cwctype>
 #include <string>
 
-#include "common/wide.h"
 #include "platform/registry.h"
 #include "setup/browsers.h"
 #include "setup/host_manifest.h"
 #include "setup/registration.h"
 #include "support/test_folder.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {

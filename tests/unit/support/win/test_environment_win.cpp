@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "common/wide.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 

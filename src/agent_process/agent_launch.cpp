@@ -1,0 +1,101 @@
+#include "agent_process/agent_launch.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "agent/agent_state.h"
+#include "agent_process/child_output.h"
+#include "agent_process/port_scan.h"
+#include "channel/host_log.h"
+#include "common/paths.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "platform/process.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+constexpr std::uint32_t pollPauseMs = 400;
+constexpr std::uint32_t lastProbeMs = 3500;  // of a child that accepts but does not answer
+
+// A data folder that is missing would fail the start; the host's own folder does not.
+std::wstring childFolder() {
+  const std::wstring& folder = hostDataFolder();
+  return isExistingFolder(folder) ? folder : std::wstring();
+}
+
+// Starts the child with its output on a pipe to our log. False when there is no child; the reason
+// has been logged.
+bool startChild(const CliLocation& cli, std::int32_t port, OwnedProcess& child) {
+  OwnedStream readEnd;
+  OwnedStream writeEnd;
+  if (!makePipe(readEnd, writeEnd)) return false;
+  std::uint32_t systemError = 0;
+  const SpawnResult spawned = spawnHidden(agentCommandLine(cli.path, port), childFolder(),
+                                          writeEnd.get(), child, systemError);
+  writeEnd.reset();
+  if (spawned != SpawnResult::ok) {
+    const std::string reason = spawned == SpawnResult::noAttributeList
+                                   ? "attribute list"
+                                   : "win32=" + std::to_string(systemError);
+    appendDebugLog("spawn failed " + cli.pathUtf8 + " " + reason, "error");
+    return false;
+  }
+  appendDebugLog("spawn " + cli.pathUtf8 + " --log-level trace port " + std::to_string(port));
+  (void)startOutputReader(std::move(readEnd));  // without a thread its output goes nowhere
+  return true;
+}
+
+// Starts the child and makes it the owned agent: the number of the ownership, or 0. `polled` is a
+// handle of our own: the state's may be closed by whoever stops the agent while we still poll.
+std::uint64_t startOwnedAgent(const CliLocation& cli, std::int32_t port, OwnedProcess& polled) {
+  const SpawnPermit permit;
+  OwnedProcess child;
+  if (!permit.granted() || !startChild(cli, port, child)) return 0;
+  polled = duplicateProcess(child);
+  return adoptOwnedAgent(std::move(child), port);
+}
+
+bool hasExited(const OwnedProcess& child, std::int32_t port) {
+  if (!waitForExit(child, 0)) return false;
+  appendDebugLog("spawn exited " + std::to_string(exitCodeOf(child)) + " before ready port " +
+                     std::to_string(port),
+                 "error");
+  return true;
+}
+
+bool isReady(std::int32_t port, std::uint32_t limitMs) {
+  return firstReadyPort({port}, limitMs) != 0;
+}
+
+bool waitUntilReady(const OwnedProcess& child, std::int32_t port) {
+  const std::uint64_t started = tickCountMs();
+  for (std::uint64_t spent = 0; spent < readyDeadlineMs; spent = tickCountMs() - started) {
+    if (hasExited(child, port)) return false;
+    // A probe gets no more than what is left, or a mute child would stretch the deadline.
+    if (isReady(port, readyDeadlineMs - static_cast<std::uint32_t>(spent))) return true;
+    if (!waitUnlessEnding(pollPauseMs)) return false;
+  }
+  if (isReady(port, lastProbeMs)) return true;
+  appendDebugLog("spawn port " + std::to_string(port) + " not ready", "warn");
+  return false;
+}
+
+}  // namespace
+
+std::wstring agentCommandLine(const std::wstring& path, std::int32_t port) {
+  return L"\"" + path +
+         L"\" --no-gui --log-level trace llm agent --serve --host 127.0.0.1 --port " +
+         std::to_wstring(port) + L" --consent-ui stream";
+}
+
+bool spawnAgent(const CliLocation& cli, std::int32_t port) {
+  OwnedProcess polled;
+  const std::uint64_t serial = startOwnedAgent(cli, port, polled);
+  if (serial == 0) return false;
+  const bool ready = waitUntilReady(polled, port);
+  if (!ready) stopOwnedAgent(serial);
+  return ready;
+}
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,119 @@
+#include "agent_process/supervision.h"
+
+#include "agent/agent_state.h"
+#include "agent_process/agent_launch.h"
+#include "agent_process/cli_location.h"
+#include "agent_process/port_scan.h"
+#include "channel/host_log.h"
+#include "platform/clock.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+constexpr std::uint32_t watchdogPeriodMs = 5000;
+
+AgentListener agentListener;
+
+// An agent that answers; `fresh`: it was started by this call.
+struct Answering {
+  std::int32_t port = 0;
+  bool fresh = false;
+};
+
+void logReuse(std::int32_t port) {
+  appendDebugLog("reusing llm agent on port " + std::to_string(port));
+}
+
+// The port of an agent that answers already, ours or not; 0 when there is none.
+std::int32_t findRunningAgent() {
+  const std::int32_t candidate = candidateAgentPort();
+  if (candidate != 0 && firstReadyPort({candidate}) != 0) {
+    logReuse(candidate);
+    return candidate;
+  }
+  const std::int32_t found = findReadyAgent();
+  if (found == 0) return 0;
+  logReuse(found);
+  adoptFoundAgent(found);
+  return found;
+}
+
+// Starts an agent on the first port that works. The error text is empty on success.
+std::string startAgent(std::int32_t& startedPort) {
+  const CliLocation cli = locateCli();
+  if (cli.path.empty()) return std::string(cliNameUtf8) + " is not on PATH";
+  for (std::int32_t port = firstAgentPort; port < firstAgentPort + agentPortCount; ++port) {
+    if (spawnAgent(cli, port)) {
+      startedPort = port;
+      return {};
+    }
+    if (!waitUnlessEnding(0)) return "cancelled";
+  }
+  return "llm agent --serve did not become ready";
+}
+
+// Tells the other callers how the start ended, even when it ends by an exception.
+class LeadStart {
+ public:
+  LeadStart() = default;
+  ~LeadStart() { finishStart(error); }
+  LeadStart(const LeadStart&) = delete;
+  LeadStart& operator=(const LeadStart&) = delete;
+  std::string error = "agent start failed";
+};
+
+bool lead(Answering& agent, std::string& error) {
+  LeadStart start;
+  start.error = startAgent(agent.port);
+  agent.fresh = true;
+  if (start.error.empty()) return true;
+  error = start.error;
+  appendDebugLog(error, "error");
+  return false;
+}
+
+bool findOrStartAgent(Answering& agent, std::string& error) {
+  for (;;) {
+    // Read before looking: a start that ends after the look is then not mistaken for none.
+    const std::uint64_t seenStarts = finishedStarts();
+    agent.port = findRunningAgent();
+    if (agent.port != 0) return true;
+    std::string othersError;
+    switch (joinStart(seenStarts, othersError)) {
+      case StartTurn::leader:
+        return lead(agent, error);
+      case StartTurn::ending:
+        error = "cancelled";
+        return false;
+      case StartTurn::follower:
+        break;
+    }
+    if (!othersError.empty()) {
+      error = othersError;
+      return false;
+    }
+  }
+}
+
+}  // namespace
+
+void setAgentListener(const AgentListener& listener) { agentListener = listener; }
+
+bool ensureAgent(std::string& error) {
+  touchAgentActivity();
+  Answering agent;
+  if (!findOrStartAgent(agent, error)) return false;
+  if (agentListener.ready != nullptr) agentListener.ready(agent.port, agent.fresh);
+  return true;
+}
+
+void idleWatchdog() {
+  for (;;) {
+    sleepMs(watchdogPeriodMs);
+    if (!stopIdleAgent(tickCountMs())) continue;
+    appendDebugLog("idle: owned llm agent stopped after 60s quiet", "warn");
+    if (agentListener.stopped != nullptr) agentListener.stopped();
+  }
+}
+
+}  // namespace media::win::chrome_inspect

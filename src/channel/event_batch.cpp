@@ -1,0 +1,61 @@
+#include "channel/event_batch.h"
+
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "channel/framing.h"
+#include "text/json_parse.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+// The frame is put together as text, with the keys in the library's order: each event is serialised
+// once and its size is known when it is added.
+constexpr std::string_view head = R"({"events":[)";
+constexpr std::string_view tail = R"(],"kind":"hostChatEvents","source":"morva-chat"})";
+
+std::string eventText(std::string_view method, const json& args) {
+  return R"({"args":)" + dumpJson(args) + R"(,"method":)" + dumpJson(method) + "}";
+}
+
+std::string leftOutText(std::string_view method, std::size_t size) {
+  const std::string line = "event " + std::string(method.substr(0, 64)) +
+                           " left out: too large for the browser (" + std::to_string(size) +
+                           " bytes)";
+  return eventText("appendText", json::array({{{"role", "error"}, {"text", line}}}));
+}
+
+}  // namespace
+
+void EventBatch::add(std::string_view method, const json& args) {
+  append(method, eventText(method, args));
+}
+
+void EventBatch::add(const json& event) {
+  const auto method = event.find("method");
+  append(method != event.end() && method->is_string() ? method->get_ref<const std::string&>() : "",
+         dumpJson(event));
+}
+
+bool EventBatch::send() {
+  if (!frame_.empty()) {
+    frame_ += tail;
+    written_ = writeMessageText(std::exchange(frame_, {})) && written_;
+  }
+  return std::exchange(written_, true);
+}
+
+void EventBatch::append(std::string_view method, std::string text) {
+  const std::size_t room = outboundLimit() - head.size() - tail.size();
+  if (text.size() > room) text = leftOutText(method, text.size());
+  if (!frame_.empty() && frame_.size() - head.size() + 1 + text.size() > room) {
+    const bool sent = send();
+    written_ = sent && written_;
+  }
+  frame_ += frame_.empty() ? head : ",";
+  frame_ += text;
+}
+
+}  // namespace media::win::chrome_inspect

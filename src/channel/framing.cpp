@@ -1,0 +1,103 @@
+#include "channel/framing.h"
+
+#include <atomic>
+#include <bit>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <nlohmann/json.hpp>
+
+namespace media::win::chrome_inspect {
+namespace {
+
+static_assert(std::endian::native == std::endian::little);  // lengths are read and written in place
+
+std::atomic<std::size_t> outboundBodyLimit = maxOutboundBody;
+
+struct StandardOutput {
+  std::mutex stdoutMutex;  // one whole frame at a time; no other lock is taken while it is held
+  bool failed = false;
+};
+
+// Never destroyed: detached threads may still write while the process ends.
+StandardOutput& standardOutputState() {
+  static StandardOutput& state = *new StandardOutput;
+  return state;
+}
+
+bool readExactly(StreamId stream, char* buffer, std::size_t size, std::string& error) {
+  for (std::size_t done = 0, got = 0; done < size; done += got) {
+    const ReadResult result = readSome(stream, buffer + done, size - done, got);
+    if (result != ReadResult::data) {
+      error = result == ReadResult::end ? "unexpected EOF" : "ReadFile failed";
+      return false;
+    }
+  }
+  return true;
+}
+
+bool allocate(std::string& body, std::size_t size) {
+  try {
+    body.assign(size, '\0');
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+bool readFrameBody(StreamId stream, std::string& body, std::string& error) {
+  std::uint32_t length = 0;
+  if (!readExactly(stream, reinterpret_cast<char*>(&length), sizeof length, error)) return false;
+  if (length == 0) {
+    body = "{}";
+    return true;
+  }
+  if (length > maxInboundBody) {
+    error = "frame too large";
+    return false;
+  }
+  if (!allocate(body, length)) {
+    error = "out of memory";
+    return false;
+  }
+  return readExactly(stream, body.data(), body.size(), error);
+}
+
+bool readFrame(StreamId stream, nlohmann::json& frame, std::string& error) {
+  std::string body;
+  return readFrameBody(stream, body, error) && parseJson(body, frame, error) == ParseOutcome::ok;
+}
+
+bool writeAll(StreamId stream, const char* bytes, std::size_t size) {
+  for (std::size_t done = 0, written = 0; done < size; done += written) {
+    if (!writeSome(stream, bytes + done, size - done, written)) return false;
+  }
+  return true;
+}
+
+bool writeFrame(StreamId stream, std::string_view body) {
+  if (body.size() > maxOutboundBody) return false;
+  const auto length = static_cast<std::uint32_t>(body.size());
+  std::string frame(sizeof length + body.size(), '\0');
+  std::memcpy(frame.data(), &length, sizeof length);
+  body.copy(frame.data() + sizeof length, body.size());
+  return writeAll(stream, frame.data(), frame.size());
+}
+
+bool writeMessage(const nlohmann::json& message) { return writeMessageText(message.dump()); }
+
+bool writeMessageText(std::string_view body) {
+  if (body.size() > outboundLimit()) return false;
+  StandardOutput& output = standardOutputState();
+  const std::lock_guard lock(output.stdoutMutex);
+  if (!output.failed) output.failed = !writeFrame(standardOutput(), body);
+  return !output.failed;
+}
+
+void limitFramesForBrowser() { outboundBodyLimit = maxBrowserBody; }
+
+std::size_t outboundLimit() { return outboundBodyLimit; }
+
+}  // namespace media::win::chrome_inspect

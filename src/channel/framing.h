@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+
+#include "platform/byte_stream.h"
+#include "text/json_parse.h"
+
+// Frames: a 4-byte little-endian length, then that many bytes of UTF-8 JSON. Spoken with the
+// browser on standard input and output (Chrome's native messaging), and with local programs on the
+// inspect pipe. Nothing else in the program writes to standard output.
+namespace media::win::chrome_inspect {
+
+// Largest body that is taken, in bytes, inclusive: what one message can make us allocate.
+inline constexpr std::uint32_t maxInboundBody = 16 * 1024 * 1024;
+
+// Largest bodies that are sent, inclusive. Chrome closes the channel on a longer frame than its
+// own.
+inline constexpr std::size_t maxOutboundBody = 0x7FFFFFFF;
+inline constexpr std::size_t maxBrowserBody = 1024 * 1024;
+
+// Reads the body of one frame, blocking until it is whole; a length of 0 gives "{}".
+// Failure: false, and `error` is "unexpected EOF", "ReadFile failed", "frame too large" or
+// "out of memory". The stream is then out of step; read no more from it.
+// Threads: one reader per stream. The caller keeps the stream open and goes on owning it.
+bool readFrameBody(StreamId stream, std::string& body, std::string& error);
+
+// The same, parsed. Failure may also be a parse error of text/json_parse.h, after which the
+// stream is still in step.
+bool readFrame(StreamId stream, nlohmann::json& frame, std::string& error);
+
+// Writes all of `bytes`, in as many calls as it takes; no bytes succeed at once.
+bool writeAll(StreamId stream, const char* bytes, std::size_t size);
+
+// Writes one frame to `stream` with as few calls as it takes. False when the body is longer than
+// `maxOutboundBody` (nothing is written) or the stream failed. Not for standard output.
+bool writeFrame(StreamId stream, std::string_view body);
+
+// Sends `message` to the extension as one whole frame. False when it is longer than
+// `outboundLimit()` (nothing is written) or standard output failed, now or before: after a partial
+// frame the browser could not make sense of another one.
+// Throws nlohmann::json::type_error when a string in it is not UTF-8. Threads: any.
+bool writeMessage(const nlohmann::json& message);
+
+// The same for a message that is already serialised.
+bool writeMessageText(std::string_view body);
+
+// From now on no frame to the extension exceeds what Chrome takes. Called at most once, before any
+// thread starts, when a browser started the host.
+void limitFramesForBrowser();
+std::size_t outboundLimit();
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,25 @@
+#include "channel/panel_events.h"
+
+#include <nlohmann/json.hpp>
+
+#include "channel/event_batch.h"
+#include "channel/host_log.h"
+
+namespace media::win::chrome_inspect {
+
+void emitPanelMessage(std::string_view method, const nlohmann::json& args) {
+  if (method.empty() || !args.is_array()) return;
+  const LogBatch log;
+  EventBatch batch;
+  for (const nlohmann::json& line : log.lines()) batch.add("appendDebugLog", line);
+  batch.add(method, args);
+  (void)batch.send();  // the browser is gone; the reader will notice
+}
+
+void sendChatEventBatch(const nlohmann::json& events) {
+  EventBatch batch;
+  for (const nlohmann::json& event : events) batch.add(event);
+  (void)batch.send();  // the browser is gone; the reader will notice
+}
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,97 @@
+#include "text/json_read.h"
+
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+// The member, or nullptr when it counts as missing.
+const json* findMember(const json& object, const char* key) {
+  if (!object.is_object()) return nullptr;
+  const auto member = object.find(key);
+  return member == object.end() || member->is_null() ? nullptr : &*member;
+}
+
+template <class Int>
+Int integerOr(const json& number, Int fallback) {
+  if (number.is_number_unsigned()) {
+    const auto value = number.get<std::uint64_t>();
+    return std::in_range<Int>(value) ? static_cast<Int>(value) : fallback;
+  }
+  if (number.is_number_integer()) {
+    const auto value = number.get<std::int64_t>();
+    return std::in_range<Int>(value) ? static_cast<Int>(value) : fallback;
+  }
+  const auto value = number.get<double>();
+  // Both bounds are powers of two, so they are exact as doubles; NaN fails the comparison.
+  constexpr double low = static_cast<double>(std::numeric_limits<Int>::min());
+  return value >= low && value < -low ? static_cast<Int>(value) : fallback;
+}
+
+template <class Int>
+Int readInteger(const json& object, const char* key, Int fallback) {
+  const json* member = findMember(object, key);
+  if (member == nullptr) return fallback;
+  if (!member->is_number()) return member->get<Int>();  // throws, or 0 and 1 for a boolean
+  return integerOr(*member, fallback);
+}
+
+}  // namespace
+
+std::string_view readText(const json& object, const char* key, std::string_view fallback) {
+  const json* member = findMember(object, key);
+  if (member == nullptr) return fallback;
+  if (!member->is_string()) (void)member->get<std::string>();  // throws with the library's text
+  return member->get_ref<const std::string&>();
+}
+
+bool readBool(const json& object, const char* key, bool fallback) {
+  const json* member = findMember(object, key);
+  return member == nullptr ? fallback : member->get<bool>();
+}
+
+std::int32_t readInt32(const json& object, const char* key, std::int32_t fallback) {
+  return readInteger(object, key, fallback);
+}
+
+std::int64_t readInt64(const json& object, const char* key, std::int64_t fallback) {
+  return readInteger(object, key, fallback);
+}
+
+std::string_view lenientText(const json& object, const char* key, std::string_view fallback) {
+  const json* member = findMember(object, key);
+  if (member == nullptr || !member->is_string()) return fallback;
+  return member->get_ref<const std::string&>();
+}
+
+bool lenientBool(const json& object, const char* key, bool fallback) {
+  const json* member = findMember(object, key);
+  return member == nullptr || !member->is_boolean() ? fallback : member->get<bool>();
+}
+
+std::int32_t lenientInt32(const json& object, const char* key, std::int32_t fallback) {
+  const json* member = findMember(object, key);
+  return member == nullptr || !member->is_number() ? fallback : integerOr(*member, fallback);
+}
+
+std::int64_t lenientInt64(const json& object, const char* key, std::int64_t fallback) {
+  const json* member = findMember(object, key);
+  return member == nullptr || !member->is_number() ? fallback : integerOr(*member, fallback);
+}
+
+const json* findObject(const json& object, const char* key) {
+  const json* member = findMember(object, key);
+  return member != nullptr && member->is_object() ? member : nullptr;
+}
+
+const json* findArray(const json& object, const char* key) {
+  const json* member = findMember(object, key);
+  return member != nullptr && member->is_array() ? member : nullptr;
+}
+
+}  // namespace media::win::chrome_inspect

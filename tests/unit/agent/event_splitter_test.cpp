@@ -1,0 +1,141 @@
+#include "agent/event_splitter.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using namespace std::string_literals;
+
+struct Cut {
+  std::vector<std::string> blocks;
+  std::string rest;
+  bool operator==(const Cut&) const = default;
+};
+
+// The rule as it is written: look for the first separator, take what is before it, again.
+Cut cutNaively(std::string text) {
+  Cut cut;
+  for (std::size_t end = text.find("\n\n"); end != text.npos; end = text.find("\n\n")) {
+    cut.blocks.push_back(text.substr(0, end));
+    text.erase(0, end + 2);
+  }
+  cut.rest = text;
+  return cut;
+}
+
+void feedInto(EventSplitter& splitter, Cut& cut, std::string_view chunk) {
+  splitter.feed(chunk, [&cut](std::string_view block) { cut.blocks.emplace_back(block); });
+}
+
+Cut cutInPieces(const std::string& text, std::size_t size) {
+  EventSplitter splitter;
+  Cut cut;
+  for (std::size_t at = 0; at < text.size(); at += size)
+    feedInto(splitter, cut, std::string_view(text).substr(at, size));
+  cut.rest = splitter.pending();
+  return cut;
+}
+
+const std::string streams[] = {
+    "",
+    "data: a",
+    "data: a\n\n",
+    "data: a\n\ndata: b\n\n",
+    "data: a\ndata: b\n\nrest\n",
+    "\n\n\n\n",
+    "\n\n\n",
+    "a\n\n\nb\n\n\n\nc",
+    "a\r\n\r\nb\n\r\n\n",
+    "\xEF\xBB\xBF"
+    "data: a\n\n\0\n\n\n"s,
+};
+
+TEST(EventSplitter, CutsAlikeHoweverTheBytesArrive) {
+  for (const std::string& stream : streams) {
+    const Cut wanted = cutNaively(stream);
+    for (std::size_t size = 1; size <= stream.size() + 1; ++size) {
+      SCOPED_TRACE(testing::PrintToString(stream) + " in pieces of " + std::to_string(size));
+      EXPECT_TRUE(cutInPieces(stream, size) == wanted);
+    }
+    // And at every pair of places.
+    for (std::size_t first = 0; first <= stream.size(); ++first) {
+      for (std::size_t second = first; second <= stream.size(); ++second) {
+        EventSplitter splitter;
+        Cut cut;
+        feedInto(splitter, cut, stream.substr(0, first));
+        feedInto(splitter, cut, stream.substr(first, second - first));
+        feedInto(splitter, cut, stream.substr(second));
+        cut.rest = splitter.pending();
+        EXPECT_TRUE(cut == wanted) << testing::PrintToString(stream) << first << " " << second;
+      }
+    }
+  }
+}
+
+TEST(EventSplitter, CutsRandomStreamsLikeTheRule) {
+  std::minstd_rand random(7);
+  for (int round = 0; round < 300; ++round) {
+    std::string stream;
+    for (int i = 0; i < 60; ++i) stream += random() % 2 == 0 ? '\n' : 'x';
+    EXPECT_TRUE(cutInPieces(stream, 1 + random() % 9) == cutNaively(stream));
+  }
+}
+
+// Feeds `total` bytes of 64 KiB pieces without a separator.
+void feedOneBlock(EventSplitter& splitter, std::size_t total) {
+  const std::string piece(65536, 'x');
+  for (std::size_t done = 0; done < total; done += piece.size())
+    splitter.feed(std::string_view(piece).substr(0, total - done), [](std::string_view) {});
+}
+
+TEST(EventSplitter, TakesABlockOf64MiBAndNoMore) {
+  EXPECT_EQ(maxEventBlock, 64U * 1024 * 1024);
+  EventSplitter splitter;
+  feedOneBlock(splitter, maxEventBlock);
+  EXPECT_EQ(splitter.pending().size(), maxEventBlock);
+  try {
+    feedOneBlock(splitter, 1);
+    ADD_FAILURE() << "one byte more was taken";
+  } catch (const std::length_error& error) {
+    EXPECT_STREQ(error.what(), "agent event too large");
+  }
+}
+
+// Searching from the start again for each piece would take minutes here, not a second.
+TEST(EventSplitter, SearchesAHugeBlockOnce) {
+  EventSplitter splitter;
+  constexpr std::size_t size = 32 * 1024 * 1024;
+  std::size_t seen = 0;
+  const std::string piece(1024, 'x');
+  const auto count = [&seen](std::string_view block) { seen += block.size(); };
+  for (std::size_t done = 0; done < size; done += piece.size()) splitter.feed(piece, count);
+  splitter.feed("\n\n", count);
+  EXPECT_EQ(seen, size);
+}
+
+TEST(EventSplitter, CutsAMillionSmallBlocksInLinearTime) {
+  constexpr std::size_t eventCount = 1'000'000;
+  std::string stream;
+  for (std::size_t i = 0; i < eventCount; ++i) stream += "data: 0123456789ab\n\n";
+  std::size_t seen = 0;
+  EventSplitter splitter;
+  splitter.feed(stream, [&seen](std::string_view) { ++seen; });
+  EXPECT_EQ(seen, eventCount);
+  for (const char byte : stream) splitter.feed({&byte, 1}, [&seen](std::string_view) { ++seen; });
+  EXPECT_EQ(seen, 2 * eventCount);
+}
+
+TEST(EventSplitter, LetsWhatTheBlockThrowsThrough) {
+  EventSplitter splitter;
+  EXPECT_THROW(splitter.feed("a\n\n", [](std::string_view) { throw std::runtime_error("x"); }),
+               std::runtime_error);
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

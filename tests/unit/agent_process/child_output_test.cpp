@@ -1,0 +1,106 @@
+#include "agent_process/child_output.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "channel/framing.h"
+#include "channel/host_log.h"
+#include "support/captured_output.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+struct LineCase {
+  const char* name;
+  std::string output;
+  Lines lines;
+};
+
+const LineCase lineCases[] = {
+    {"nothing", "", {}},
+    {"CR LF and LF", "a\r\nb\n", {"a", "b"}},
+    {"a last line without LF", "a\nb", {"a"}},
+    {"empty lines", "\n\r\n\n", {"", "", ""}},
+    {"only one carriage return goes", "a\r\r\n", {"a\r"}},
+    {"a carriage return inside stays", "a\rb\n", {"a\rb"}},
+    {"NUL", std::string("a\0b\n", 4), {std::string("a\0b", 3)}},
+    {"the longest line", std::string(1024, 'x') + "\n", {std::string(1024, 'x')}},
+    {"the longest line with a carriage return",
+     std::string(1024, 'x') + "\r\n",
+     {std::string(1024, 'x')}},
+    {"a longer line, then another",
+     std::string(3000, 'x') + "\nb\n",
+     {std::string(1025, 'x'), "b"}},
+};
+
+TEST(LineSplitter, GivesTheSameLinesForEveryCut) {
+  for (const LineCase& c : lineCases) {
+    for (std::size_t cut = 0; cut <= c.output.size(); ++cut) {
+      LineSplitter splitter;
+      Lines lines;
+      const auto keep = [&lines](std::string_view line) { lines.emplace_back(line); };
+      splitter.feed(std::string_view(c.output).substr(0, cut), keep);
+      splitter.feed(std::string_view(c.output).substr(cut), keep);
+      ASSERT_EQ(lines, c.lines) << c.name << " cut at " << cut;
+    }
+  }
+}
+
+TEST(LineSplitter, GivesTheSameLinesByteByByte) {
+  for (const LineCase& c : lineCases) {
+    LineSplitter splitter;
+    Lines lines;
+    for (const char byte : c.output) {
+      splitter.feed({&byte, 1}, [&lines](std::string_view line) { lines.emplace_back(line); });
+    }
+    EXPECT_EQ(lines, c.lines) << c.name;
+  }
+}
+
+TEST(LineSplitter, ForgetsTheRestOfALineWithoutEnd) {
+  LineSplitter splitter;
+  const std::string piece(65536, 'x');
+  Lines lines;
+  const auto keep = [&lines](std::string_view line) { lines.emplace_back(line); };
+  for (int i = 0; i < 2000; ++i) splitter.feed(piece, keep);
+  splitter.feed("\nb\n", keep);
+  EXPECT_EQ(lines, (Lines{std::string(1025, 'x'), "b"}));
+}
+
+Lines textsIn(const CapturedOutput::Frames& frames) {
+  Lines texts;
+  for (const std::string& event : eventsIn(frames)) {
+    const auto line = nlohmann::json::parse(event).at("args").at(0);
+    EXPECT_EQ(line.at("level"), "trace");
+    texts.push_back(line.at("text"));
+  }
+  return texts;
+}
+
+TEST(StartOutputReader, LogsEachLineButAnUnfinishedOne) {
+  CapturedOutput output;
+  OwnedStream readEnd;
+  OwnedStream writeEnd;
+  ASSERT_TRUE(makePipe(readEnd, writeEnd));
+  ASSERT_TRUE(startOutputReader(std::move(readEnd)));
+  std::string text;
+  Lines wanted;
+  for (int i = 0; i < 20; ++i) {
+    text += "line " + std::to_string(i) + (i % 2 == 0 ? "\r\n" : "\n");
+    wanted.push_back("line " + std::to_string(i));
+  }
+  ASSERT_TRUE(writeAll(writeEnd.get(), text.data(), text.size()));
+  EXPECT_EQ(textsIn(output.waitFor(1)), wanted);
+  ASSERT_TRUE(writeAll(writeEnd.get(), "left", 4));
+  writeEnd.reset();
+  EXPECT_TRUE(takeDebugLogEvents(40).empty());
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,167 @@
+#include "channel/envelope.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "channel/framing.h"
+#include "support/captured_output.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+struct MessageCase {
+  const char* text;
+  bool panel;
+  bool relay;
+};
+
+const MessageCase messageCases[] = {
+    {R"({"source":"morva-chat"})", true, false},
+    {R"({"source":"morva-chat","ok":true,"requestId":"r"})", true, true},
+    {R"({"source":"morva-chat "})", false, false},
+    {R"({"source":"Morva-chat"})", false, false},
+    {R"({"source":""})", false, false},
+    {R"({"source":null})", false, false},
+    {R"({"source":5})", false, false},
+    {R"({"source":["morva-chat"]})", false, false},
+    {R"({"ok":true,"requestId":"r"})", false, true},
+    {R"({"ok":null,"requestId":null})", false, true},
+    {R"({"ok":true})", false, false},
+    {R"({"requestId":"r"})", false, false},
+    {R"({})", false, false},
+    {R"("morva-chat")", false, false},
+    {R"(["source","ok","requestId"])", false, false},
+    {"null", false, false},
+};
+
+TEST(Classify, TellsPanelMessagesAndAnswersFromTheRest) {
+  for (const MessageCase& c : messageCases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(isPanelMessage(json::parse(c.text)), c.panel);
+    EXPECT_EQ(isRelayReply(json::parse(c.text)), c.relay);
+  }
+}
+
+const json request = {{"chromeRequestId", {1, "a"}}};
+
+TEST(StampMessage, SetsSourceAndToken) {
+  EXPECT_EQ(stampMessage({{"kind", "k"}, {"source", "x"}, {"chromeRequestId", 9}}, request).dump(),
+            R"({"chromeRequestId":[1,"a"],"kind":"k","source":"morva-chat"})");
+  EXPECT_EQ(stampMessage({{"chromeRequestId", 9}}, json::object()).dump(),
+            R"({"chromeRequestId":9,"source":"morva-chat"})");
+  EXPECT_EQ(stampMessage(json::object(), {{"chromeRequestId", nullptr}}).dump(),
+            R"({"chromeRequestId":null,"source":"morva-chat"})");
+}
+
+TEST(Ack, SaysOkOrWhyNot) {
+  EXPECT_EQ(ackReply(request).dump(),
+            R"({"chromeRequestId":[1,"a"],"kind":"ack","ok":true,"source":"morva-chat"})");
+  EXPECT_EQ(ackError(json::object(), "broken \xFF").dump(),
+            "{\"error\":\"broken \xEF\xBF\xBD\",\"kind\":\"ack\",\"ok\":false,"
+            "\"source\":\"morva-chat\"}");
+}
+
+TEST(ProviderRpcReply, CarriesDataOrError) {
+  const json both = {{"rpcId", 5}, {"id", "x"}, {"chromeRequestId", 7}};
+  EXPECT_EQ(providerRpcReply(both, true, {{"a", 1}}).dump(),
+            R"({"chromeRequestId":7,"data":{"a":1},"id":"x","kind":"hostProviderRpc","ok":true,)"
+            R"("rpcId":5,"source":"morva-chat"})");
+  EXPECT_EQ(providerRpcReply(json::object(), false, "why").dump(),
+            R"({"error":"why","kind":"hostProviderRpc","ok":false,"source":"morva-chat"})");
+}
+
+struct ReplyCase {
+  const char* name;
+  json request;
+  json reply;
+  std::string frame;
+};
+
+const ReplyCase replyCases[] = {
+    {"an object",
+     request,
+     {{"kind", "k"}},
+     R"({"chromeRequestId":[1,"a"],"kind":"k","source":"morva-chat"})"},
+    {"its own source and token stay",
+     request,
+     {{"source", "s"}, {"chromeRequestId", 3}},
+     R"({"chromeRequestId":3,"source":"s"})"},
+    {"an array", request, json::array({1}), R"({"chromeRequestId":[1,"a"],"source":"morva-chat"})"},
+    {"a string, no token", json::object(), "text", R"({"source":"morva-chat"})"},
+    {"null", json::object(), nullptr, R"({"source":"morva-chat"})"},
+    {"a request that is no object", 5, json::object(), R"({"source":"morva-chat"})"},
+    {"what is not UTF-8",
+     json::object(),
+     {{"a", "\xFF"}},
+     "{\"a\":\"\xEF\xBF\xBD\",\"source\":\"morva-chat\"}"},
+};
+
+TEST(SendReply, SendsOneFrameWhateverTheReply) {
+  for (const ReplyCase& c : replyCases) {
+    SCOPED_TRACE(c.name);
+    CapturedOutput output;
+    sendReply(c.request, c.reply);
+    EXPECT_EQ(output.finish(), std::vector<std::string>{c.frame});
+  }
+}
+
+TEST(SendReply, SaysThatAReplyIsTooLargeForTheBrowser) {
+  limitFramesForBrowser();
+  // {"fill":"x...","kind":"k","source":"morva-chat"} around the text.
+  const std::size_t around = R"({"fill":"","kind":"k","source":"morva-chat"})"_json.dump().size();
+  const auto reply = [around](std::size_t size) {
+    return json{{"kind", "k"}, {"fill", std::string(size - around, 'x')}};
+  };
+  CapturedOutput output;
+  sendReply(json::object(), reply(maxBrowserBody));
+  sendReply(json::object(), reply(maxBrowserBody + 1));
+  const std::vector<std::string> frames = output.finish();
+  ASSERT_EQ(frames.size(), 2U);
+  EXPECT_EQ(frames[0].size(), maxBrowserBody);
+  EXPECT_EQ(frames[1],
+            R"x({"error":"reply too large for the browser (1048577 bytes)","kind":"k","ok":false,)x"
+            R"("source":"morva-chat"})");
+}
+
+TEST(SendReply, KeepsTheTokensOfAReplyThatIsTooLargeUnlessTheyAre) {
+  limitFramesForBrowser();
+  const std::string fill(maxBrowserBody, 'x');
+  const std::string longest(1022, 'i');  // 1024 bytes with its quotes
+  CapturedOutput output;
+  sendReply({{"chromeRequestId", 1}}, {{"fill", fill}, {"kind", 5}, {"rpcId", 2}, {"id", longest}});
+  sendReply({{"chromeRequestId", fill}}, {{"kind", "k"}, {"id", longest + "i"}});
+  const std::vector<std::string> frames = output.finish();
+  ASSERT_EQ(frames.size(), 2U);
+  const json first = json::parse(frames[0]);
+  EXPECT_EQ(first.at("kind"), "ack");
+  EXPECT_EQ(first.at("chromeRequestId"), 1);
+  EXPECT_EQ(first.at("rpcId"), 2);
+  EXPECT_EQ(first.at("id"), longest);
+  const json second = json::parse(frames[1]);
+  EXPECT_EQ(second.at("ok"), false);
+  EXPECT_FALSE(second.contains("chromeRequestId"));
+  EXPECT_FALSE(second.contains("id"));
+}
+
+TEST(SendHostStatus, TellsTheAgentsState) {
+  CapturedOutput output;
+  sendHostStatus("connected");
+  EXPECT_EQ(output.finish(),
+            std::vector<std::string>{R"({"agent":"connected","kind":"hostStatus",)"
+                                     R"("nativeHost":"connected","source":"morva-chat"})"});
+}
+
+TEST(PipeErrorReply, NamesTheRequest) {
+  EXPECT_EQ(pipeErrorReply("r", "CODE", "text \xFF").dump(),
+            "{\"error\":{\"code\":\"CODE\",\"message\":\"text \xEF\xBF\xBD\"},\"ok\":false,"
+            "\"protocolVersion\":1,\"requestId\":\"r\",\"type\":\"error\"}");
+  EXPECT_EQ(pipeErrorReply("", "CODE", "text").at("requestId"), "unknown");
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

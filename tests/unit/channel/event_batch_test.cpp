@@ -1,0 +1,128 @@
+#include "channel/event_batch.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "channel/framing.h"
+#include "support/captured_output.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+TEST(EventBatch, SendsAllInOneFrame) {
+  CapturedOutput output;
+  EventBatch batch;
+  batch.add("first", json::array({1, "\xC3\xA9"}));
+  batch.add({{"method", "second"}, {"args", json::array()}, {"more", true}});
+  EXPECT_TRUE(batch.send());
+  EXPECT_EQ(output.finish(), std::vector<std::string>{
+                                 "{\"events\":[{\"args\":[1,\"\xC3\xA9\"],\"method\":\"first\"},"
+                                 "{\"args\":[],\"method\":\"second\",\"more\":true}],"
+                                 "\"kind\":\"hostChatEvents\",\"source\":\"morva-chat\"}"});
+}
+
+TEST(EventBatch, IsTheFrameThatTheLibraryWouldWrite) {
+  CapturedOutput output;
+  EventBatch batch;
+  batch.add("quote\"", json::array({{{"z", 1}, {"a", 2}}}));
+  (void)batch.send();
+  const std::vector<std::string> frames = output.finish();
+  ASSERT_EQ(frames.size(), 1U);
+  EXPECT_EQ(frames[0], json::parse(frames[0]).dump());
+}
+
+TEST(EventBatch, SendsNothingWhenEmpty) {
+  CapturedOutput output;
+  EventBatch batch;
+  EXPECT_TRUE(batch.send());
+  batch.add("a", json::array());
+  EXPECT_TRUE(batch.send());
+  EXPECT_TRUE(batch.send());
+  EXPECT_EQ(output.finish().size(), 1U);
+}
+
+TEST(EventBatch, DoesNotSplitWithoutABrowser) {
+  CapturedOutput output;
+  EventBatch batch;
+  for (int i = 0; i < 3; ++i) batch.add("m", json::array({std::string(maxBrowserBody, 'x')}));
+  EXPECT_TRUE(batch.send());
+  EXPECT_EQ(output.finish().size(), 1U);
+}
+
+// An event of exactly `size` bytes.
+json eventOfSize(std::size_t size) {
+  json event = {{"method", "m"}, {"args", json::array({""})}};
+  event["args"][0] = std::string(size - event.dump().size(), 'x');
+  return event;
+}
+
+const std::size_t aroundEvents =
+    json{{"source", "morva-chat"}, {"kind", "hostChatEvents"}, {"events", json::array()}}
+        .dump()
+        .size();
+
+TEST(EventBatch, SplitsExactlyWhereTheBrowsersLimitIs) {
+  limitFramesForBrowser();
+  const std::size_t room = maxBrowserBody - aroundEvents;
+  const struct {
+    const char* name;
+    std::vector<std::size_t> sizes;
+    std::vector<std::size_t> frames;
+  } cases[] = {
+      {"one that just fits", {room}, {maxBrowserBody}},
+      {"two that just fit", {room / 2, room - room / 2 - 1}, {maxBrowserBody}},
+      {"two that just do not",
+       {room / 2, room - room / 2},
+       {aroundEvents + room / 2, aroundEvents + room - room / 2}},
+      {"small ones around a large one",
+       {100, room, 200},
+       {aroundEvents + 100, maxBrowserBody, aroundEvents + 200}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    CapturedOutput output;
+    EventBatch batch;
+    for (const std::size_t size : c.sizes) batch.add(eventOfSize(size));
+    EXPECT_TRUE(batch.send());
+    std::vector<std::size_t> sizes;
+    for (const std::string& frame : output.finish()) sizes.push_back(frame.size());
+    EXPECT_EQ(sizes, c.frames);
+  }
+}
+
+TEST(EventBatch, ReplacesAnEventThatFitsIntoNoFrame) {
+  limitFramesForBrowser();
+  const std::size_t size = maxBrowserBody - aroundEvents + 1;
+  CapturedOutput output;
+  EventBatch batch;
+  batch.add("before", json::array());
+  batch.add(eventOfSize(size));
+  batch.add({{"args", std::string(maxBrowserBody, 'x')}});
+  EXPECT_TRUE(batch.send());
+  const auto lineFor = [](const std::string& name, std::size_t bytes) {
+    return R"({"args":[{"role":"error","text":"event )" + name +
+           " left out: too large for the browser (" + std::to_string(bytes) +
+           R"x( bytes)"}],"method":"appendText"})x";
+  };
+  EXPECT_EQ(eventsIn(output.finish()),
+            (std::vector<std::string>{R"({"args":[],"method":"before"})", lineFor("m", size),
+                                      lineFor("", maxBrowserBody + 11)}));
+}
+
+TEST(EventBatch, SaysWhenOutputIsGoneAlsoForAnEarlierFrame) {
+  limitFramesForBrowser();
+  CapturedOutput output(CapturedOutput::Reader::stalls);
+  output.closeReader();
+  EventBatch batch;
+  batch.add(eventOfSize(700'000));
+  batch.add(eventOfSize(700'000));
+  EXPECT_FALSE(batch.send());
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,203 @@
+#include "channel/framing.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "support/captured_output.h"
+#include "support/fed_pipe.h"
+#include "support/run_threads.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+using namespace std::string_literals;
+
+struct FrameCase {
+  const char* name;
+  std::string bytes;
+  bool ok;
+  std::string wanted;  // the value, or a beginning of the error text
+};
+
+const FrameCase frameCases[] = {
+    {"length 0 is an empty object", frameHeader(0), true, "{}"},
+    {"length 0, then another", frameHeader(0) + frameOf("[1]"), true, "{}"},
+    {"an object", frameOf(R"({"a":"b"})"), true, R"({"a":"b"})"},
+    {"a lone surrogate half", frameOf(R"("\ud83d")"), true, "\"\xEF\xBF\xBD\""},
+    {"nothing", "", false, "unexpected EOF"},
+    {"closed inside the header", "\x05\0\0"s, false, "unexpected EOF"},
+    {"closed behind the header", frameHeader(5), false, "unexpected EOF"},
+    {"closed inside the body", frameHeader(5) + "{\"a", false, "unexpected EOF"},
+    {"no JSON", frameOf("abcd"), false, "[json.exception.parse_error.101]"},
+    {"nested too deeply", frameOf(std::string(1001, '[') + std::string(1001, ']')), false,
+     "json nested too deeply"},
+    {"one byte over the limit", frameHeader(maxInboundBody + 1), false, "frame too large"},
+    {"a length that would be negative", frameHeader(0x80000000), false, "frame too large"},
+    {"the longest length", frameHeader(0xFFFFFFFF) + "{}", false, "frame too large"},
+};
+
+TEST(ReadFrame, AnswersAlikeHoweverTheBytesArrive) {
+  for (const FrameCase& c : frameCases) {
+    for (const std::size_t chunk : {1U, 3U, 64U}) {
+      SCOPED_TRACE(testing::Message() << c.name << ", " << chunk << " bytes at a time");
+      FedPipe in(c.bytes, chunk);
+      json frame = "before";
+      std::string error = "no error";
+      EXPECT_EQ(readFrame(in.id(), frame, error), c.ok);
+      if (c.ok) {
+        EXPECT_EQ(frame.dump(), c.wanted);
+        EXPECT_EQ(error, "no error");
+      } else {
+        EXPECT_EQ(error.substr(0, c.wanted.size()), c.wanted);
+        EXPECT_EQ(frame, "before");
+      }
+    }
+  }
+}
+
+TEST(ReadFrame, TakesTheLargestBody) {
+  EXPECT_EQ(maxInboundBody, 16'777'216U);
+  const std::string body = "\"" + std::string(maxInboundBody - 2, 'x') + "\"";
+  FedPipe in(frameOf(body), 1 << 20);
+  json frame;
+  std::string error;
+  ASSERT_TRUE(readFrame(in.id(), frame, error)) << error;
+  EXPECT_EQ(frame.get_ref<const std::string&>().size(), maxInboundBody - 2);
+}
+
+TEST(ReadFrame, StaysInStepAcrossFramesAndParseErrors) {
+  FedPipe in(frameOf("[1]") + frameHeader(0) + frameOf("abcd") + frameOf("[2]"), 3);
+  json frame;
+  std::string error;
+  std::string seen;
+  for (int i = 0; i < 4; ++i) seen += readFrame(in.id(), frame, error) ? frame.dump() : "-";
+  EXPECT_EQ(seen, "[1]{}-[2]");
+  EXPECT_FALSE(readFrame(in.id(), frame, error));
+  EXPECT_EQ(error, "unexpected EOF");
+}
+
+TEST(ReadFrame, TellsAFailedReadFromTheEnd) {
+  json frame;
+  std::string error;
+  OwnedStream readEnd;
+  OwnedStream writeEnd;
+  ASSERT_TRUE(makePipe(readEnd, writeEnd));
+  EXPECT_FALSE(readFrame(writeEnd.get(), frame, error));  // cannot be read from
+  EXPECT_EQ(error, "ReadFile failed");
+}
+
+TEST(ReadFrameBody, LeavesTheBodyUnparsed) {
+  FedPipe in(frameOf("abcd"), 64);
+  std::string body;
+  std::string error;
+  EXPECT_TRUE(readFrameBody(in.id(), body, error));
+  EXPECT_EQ(body, "abcd");
+}
+
+TEST(WriteAll, SucceedsWithNothingAndFailsWithoutReader) {
+  OwnedStream readEnd;
+  OwnedStream writeEnd;
+  ASSERT_TRUE(makePipe(readEnd, writeEnd));
+  readEnd.reset();
+  EXPECT_TRUE(writeAll(writeEnd.get(), "", 0));
+  EXPECT_FALSE(writeAll(writeEnd.get(), "a", 1));
+  EXPECT_FALSE(writeFrame(writeEnd.get(), "{}"));
+}
+
+TEST(WriteFrame, WritesLengthAndBody) {
+  OwnedStream readEnd;
+  OwnedStream writeEnd;
+  ASSERT_TRUE(makePipe(readEnd, writeEnd));
+  ASSERT_TRUE(writeFrame(writeEnd.get(), R"({"a":1})"));
+  ASSERT_TRUE(writeFrame(writeEnd.get(), ""));
+  writeEnd.reset();
+  std::string bytes(64, '\0');
+  std::size_t got = 0;
+  std::size_t size = 0;
+  while (readSome(readEnd.get(), bytes.data() + size, bytes.size() - size, got) == ReadResult::data)
+    size += got;
+  EXPECT_EQ(bytes.substr(0, size), "\x07\0\0\0{\"a\":1}\0\0\0\0"s);
+}
+
+TEST(WriteFrame, RefusesABodyOf2GiB) {
+  OwnedStream readEnd;
+  OwnedStream writeEnd;
+  ASSERT_TRUE(makePipe(readEnd, writeEnd));
+  // Refused for its length alone: not a byte of it is looked at.
+  EXPECT_FALSE(writeFrame(writeEnd.get(), std::string_view("x", 0x80000000)));
+  writeEnd.reset();
+  char byte = 0;
+  std::size_t got = 0;
+  EXPECT_EQ(readSome(readEnd.get(), &byte, 1, got), ReadResult::end);
+}
+
+TEST(WriteMessage, SendsCompactTextWithItsCharacters) {
+  CapturedOutput output;
+  EXPECT_TRUE(writeMessage({{"b", 1}, {"a", "\xC3\xA9"}}));
+  EXPECT_TRUE(writeMessage(json::array()));
+  EXPECT_EQ(output.finish(), (std::vector<std::string>{"{\"a\":\"\xC3\xA9\",\"b\":1}", "[]"}));
+}
+
+TEST(WriteMessage, ThrowsForWhatIsNotUtf8AndWritesNothing) {
+  CapturedOutput output;
+  EXPECT_THROW((void)writeMessage({{"a", "\xFF"}}), json::type_error);
+  EXPECT_TRUE(writeMessageText("{}"));
+  EXPECT_EQ(output.finish(), std::vector<std::string>{"{}"});
+}
+
+TEST(WriteMessage, NeverInterleaves) {
+  constexpr int threadCount = 4;
+  constexpr int each = 200;
+  CapturedOutput output;
+  runThreads(threadCount, [](int t) {
+    for (int i = 0; i < each; ++i) {
+      const auto size = static_cast<std::size_t>(i % 7 == 0 ? 100'000 : 10);
+      EXPECT_TRUE(writeMessage({{"t", t}, {"i", i}, {"fill", std::string(size, 'x')}}));
+    }
+  });
+  std::vector<int> next(threadCount, 0);
+  for (const std::string& frame : output.finish()) {
+    const json message = json::parse(frame);
+    const auto t = message.at("t").get<std::size_t>();
+    EXPECT_EQ(message.at("i"), next.at(t)++);  // in order within a thread
+  }
+  EXPECT_EQ(next, std::vector<int>(threadCount, each));
+}
+
+TEST(WriteMessage, WritesNothingMoreAfterAFailedWrite) {
+  CapturedOutput gone(CapturedOutput::Reader::stalls);
+  gone.closeReader();
+  EXPECT_FALSE(writeMessageText("{}"));
+  EXPECT_TRUE(gone.finish().empty());
+  // Half a frame may be out: even a stream that works again must get nothing.
+  CapturedOutput again;
+  EXPECT_FALSE(writeMessageText("{}"));
+  EXPECT_TRUE(again.finish().empty());
+}
+
+TEST(OutboundLimit, IsThatOfTheProtocolWithoutABrowser) {
+  EXPECT_EQ(maxOutboundBody, 0x7FFFFFFFU);
+  EXPECT_EQ(outboundLimit(), maxOutboundBody);
+  CapturedOutput output;
+  EXPECT_TRUE(writeMessageText(std::string(maxBrowserBody + 1, 'x')));
+  EXPECT_FALSE(writeMessageText(std::string_view("x", 0x80000000)));
+  EXPECT_TRUE(writeMessageText("{}"));
+  EXPECT_EQ(output.finish().size(), 2U);
+}
+
+TEST(OutboundLimit, IsThatOfTheBrowserWithOne) {
+  limitFramesForBrowser();
+  EXPECT_EQ(outboundLimit(), 1'048'576U);
+  CapturedOutput output;
+  EXPECT_TRUE(writeMessageText(std::string(1'048'576, 'x')));
+  EXPECT_FALSE(writeMessageText(std::string(1'048'577, 'x')));
+  EXPECT_TRUE(writeMessageText("{}"));  // what was refused was not written, so the stream is fine
+  EXPECT_EQ(output.finish().size(), 2U);
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

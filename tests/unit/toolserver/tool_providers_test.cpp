@@ -1,0 +1,113 @@
+#include "toolserver/tool_providers.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "channel/host_log.h"
+#include "support/scripted_server.h"
+#include "support/test_environment.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+constexpr const char* variable = "MORVA_CHROME_HOST_TOOL";
+constexpr const char* ok = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}";
+
+std::string bodyOf(const std::string& request) {
+  return request.substr(request.find("\r\n\r\n") + 4);
+}
+
+// What an agent is told that answers with `answer`.
+std::vector<std::string> requestsFor(const std::string& answer,
+                                     const ToolServerAddress& browserTools = {}) {
+  ScriptedServer agent(sendInPieces(answer, 1000));
+  registerHostToolProviders(agent.port(), browserTools);
+  return agent.requests();
+}
+
+std::vector<std::string> logLines() {
+  std::vector<std::string> lines;
+  for (const json& event : takeDebugLogEvents(maxQueuedLogLines)) {
+    const json& line = event.at(0);
+    lines.push_back(line.at("level").get<std::string>() + " " + line.at("text").get<std::string>());
+  }
+  return lines;
+}
+
+struct VariableCase {
+  std::string value;
+  const char* body;  // nullptr: nothing is registered for it
+};
+
+const VariableCase variableCases[] = {
+    {"dev=http://127.0.0.1:9/x?a=b", R"({"id":"dev","url":"http://127.0.0.1:9/x?a=b"})"},
+    {"a=b", R"({"id":"a","url":"b"})"},
+    {"a==", R"({"id":"a","url":"="})"},
+    {" =\xC3\xA9", "{\"id\":\" \",\"url\":\"\xC3\xA9\"}"},
+    {"a=" + std::string(509, 'u'), ""},
+    {"a=" + std::string(510, 'u'), nullptr},
+    {"", nullptr},
+    {"=", nullptr},
+    {"=u", nullptr},
+    {"a=", nullptr},
+    {"none", nullptr},
+};
+
+TEST(RegisterHostToolProviders, TakesOneFromTheEnvironment) {
+  for (const VariableCase& c : variableCases) {
+    SCOPED_TRACE(c.value);
+    setEnvironment(variable, c.value);
+    const std::vector<std::string> requests = requestsFor(ok);
+    ASSERT_EQ(requests.size(), c.body == nullptr ? 0U : 1U);
+    if (c.body == nullptr) continue;
+    EXPECT_TRUE(requests[0].starts_with("POST /v1/host-tool-providers HTTP/1.1\r\n"));
+    const json longest = {{"id", "a"}, {"url", std::string(509, 'u')}};
+    EXPECT_EQ(bodyOf(requests[0]), *c.body == '\0' ? longest.dump() : c.body);
+  }
+  setEnvironment(variable, "");
+}
+
+TEST(RegisterHostToolProviders, SaysWhenThereIsNoToolServer) {
+  EXPECT_TRUE(requestsFor(ok).empty());
+  EXPECT_EQ(logLines(), std::vector<std::string>{"trace chrome browser tools did not bind"});
+  EXPECT_TRUE(requestsFor(ok, {"", "token"}).empty());
+  EXPECT_EQ(logLines(), std::vector<std::string>{"trace chrome browser tools did not bind"});
+}
+
+const ToolServerAddress address = {"http://127.0.0.1:39270/api/agent-tools", "0123abc"};
+
+TEST(RegisterHostToolProviders, TellsWhereTheBrowserToolsAre) {
+  const std::vector<std::string> requests = requestsFor(ok, address);
+  ASSERT_EQ(requests.size(), 1U);
+  EXPECT_EQ(bodyOf(requests[0]),
+            R"({"id":"chrome","token":"0123abc","url":"http://127.0.0.1:39270/api/agent-tools"})");
+  EXPECT_EQ(logLines(), std::vector<std::string>{
+                            "trace chrome browser tools http://127.0.0.1:39270/api/agent-tools"});
+}
+
+TEST(RegisterHostToolProviders, LogsNoQuery) {
+  EXPECT_EQ(json::parse(bodyOf(requestsFor(ok, {"http://a/b?secret=1?2", "t"}).at(0))).at("url"),
+            "http://a/b?secret=1?2");
+  EXPECT_EQ(logLines(), std::vector<std::string>{"trace chrome browser tools http://a/b"});
+}
+
+TEST(RegisterHostToolProviders, DoesNotCareWhatTheAgentAnswers) {
+  setEnvironment(variable, "dev=u");
+  for (const char* answer : {"HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n", "", "rubbish",
+                             "HTTP/1.1 404 No\r\nContent-Length: 9\r\n\r\nhal"}) {
+    const std::vector<std::string> requests = requestsFor(answer, address);
+    ASSERT_EQ(requests.size(), 2U) << answer;
+    EXPECT_EQ(json::parse(bodyOf(requests[0])).at("id"), "dev");  // this one first
+    EXPECT_EQ(json::parse(bodyOf(requests[1])).at("id"), "chrome");
+    EXPECT_EQ(logLines().size(), 1U);
+  }
+  setEnvironment(variable, "");
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect
