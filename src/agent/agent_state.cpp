@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/clock.h"
+#include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -42,9 +43,8 @@ struct AgentState {
   std::atomic<bool> ending = false;
 };
 
-// Never destroyed: detached threads may still work here while the process ends.
 AgentState& agentState() {
-  static AgentState& state = *new AgentState;
+  static AgentState& state = leaked<AgentState>();
   return state;
 }
 

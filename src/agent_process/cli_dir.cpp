@@ -3,6 +3,8 @@
 #include <mutex>
 #include <utility>
 
+#include "text/leaked.h"
+
 namespace media::win::chrome_inspect {
 namespace {
 
@@ -11,9 +13,8 @@ struct CliDir {
   std::wstring cliDirSetting;
 };
 
-// Never destroyed: detached threads may still look here while the process ends.
 CliDir& cliDir() {
-  static CliDir& dir = *new CliDir;
+  static CliDir& dir = leaked<CliDir>();
   return dir;
 }
 

@@ -14,6 +14,7 @@
 #include "text/ascii.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
+#include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -36,9 +37,8 @@ struct InstanceCache {
   std::uint64_t lookedUpMs = 0;
 };
 
-// Never destroyed: like all state that threads may still use while the process ends.
 InstanceCache& instanceCache() {
-  static InstanceCache& cache = *new InstanceCache;
+  static InstanceCache& cache = leaked<InstanceCache>();
   return cache;
 }
 

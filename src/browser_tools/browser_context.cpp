@@ -4,6 +4,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "text/leaked.h"
+
 namespace media::win::chrome_inspect {
 namespace {
 
@@ -12,9 +14,8 @@ struct BrowserContext {
   nlohmann::json browser;
 };
 
-// Never destroyed: detached threads may still look here while the process ends.
 BrowserContext& context() {
-  static BrowserContext& stored = *new BrowserContext;
+  static BrowserContext& stored = leaked<BrowserContext>();
   return stored;
 }
 

@@ -11,6 +11,7 @@
 #include "screening/page_compaction.h"
 #include "screening/page_screening.h"
 #include "text/json_read.h"
+#include "text/leaked.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
@@ -27,7 +28,7 @@ constexpr const char* hoistedKeys[] = {"steps", "all_ok", "model", "first_failur
 constexpr const char* setAsideKeys[] = {"tabId", "code", "action", "tabs", "closed", "reused"};
 
 std::string newRequestId() {
-  static TickIds& ids = *new TickIds;  // never destroyed: connection threads outlive main
+  static TickIds& ids = leaked<TickIds>();
   return std::string(ownRequestPrefix) + std::to_string(ids.next());
 }
 

@@ -7,6 +7,8 @@
 #include <new>
 #include <nlohmann/json.hpp>
 
+#include "text/leaked.h"
+
 namespace media::win::chrome_inspect {
 namespace {
 
@@ -19,9 +21,8 @@ struct StandardOutput {
   bool failed = false;
 };
 
-// Never destroyed: detached threads may still write while the process ends.
 StandardOutput& standardOutputState() {
-  static StandardOutput& state = *new StandardOutput;
+  static StandardOutput& state = leaked<StandardOutput>();
   return state;
 }
 

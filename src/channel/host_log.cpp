@@ -9,6 +9,7 @@
 
 #include "channel/event_batch.h"
 #include "common/detached.h"
+#include "text/leaked.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
@@ -30,9 +31,8 @@ struct LogState {
   bool senderStarted = false;  // the thread behind queueDebugLog
 };
 
-// Never destroyed: detached threads may still log while the process ends.
 LogState& logState() {
-  static LogState& state = *new LogState;
+  static LogState& state = leaked<LogState>();
   return state;
 }
 

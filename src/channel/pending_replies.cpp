@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "channel/framing.h"
+#include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -64,9 +65,8 @@ struct PendingReplies {
   }
 };
 
-// Never destroyed: detached threads may still wait here while the process ends.
 PendingReplies& pendingReplies() {
-  static PendingReplies& replies = *new PendingReplies;
+  static PendingReplies& replies = leaked<PendingReplies>();
   return replies;
 }
 

@@ -12,6 +12,7 @@
 #include "channel/host_log.h"
 #include "channel/panel_events.h"
 #include "common/detached.h"
+#include "text/leaked.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
@@ -30,9 +31,8 @@ struct PumpState {
   std::uint64_t after = 0;
 };
 
-// Never destroyed: pumps outlive main.
 PumpState& pumpState() {
-  static PumpState& state = *new PumpState;
+  static PumpState& state = leaked<PumpState>();
   return state;
 }
 

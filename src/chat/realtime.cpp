@@ -18,6 +18,7 @@
 #include "common/detached.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
+#include "text/leaked.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
@@ -36,9 +37,8 @@ struct Sessions {
   std::atomic<std::uint64_t> realtimeGeneration = 0;  // written under the lock
 };
 
-// Never destroyed: pumps outlive main.
 Sessions& sessions() {
-  static Sessions& all = *new Sessions;
+  static Sessions& all = leaked<Sessions>();
   return all;
 }
 

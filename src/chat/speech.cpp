@@ -11,6 +11,7 @@
 #include "common/detached.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
+#include "text/leaked.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
@@ -85,9 +86,8 @@ struct ControlState {
   bool working = false;  // a thread is passing them on
 };
 
-// Never destroyed: the thread outlives main.
 ControlState& controlState() {
-  static ControlState& state = *new ControlState;
+  static ControlState& state = leaked<ControlState>();
   return state;
 }
 

@@ -17,6 +17,7 @@
 #include "common/tick_ids.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
+#include "text/leaked.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
@@ -30,7 +31,7 @@ struct TurnFailure : std::runtime_error {
 };
 
 std::string newRunId() {
-  static TickIds& ids = *new TickIds;  // never destroyed: turns outlive main
+  static TickIds& ids = leaked<TickIds>();
   return "chrome-" + std::to_string(ids.next());
 }
 

@@ -4,6 +4,7 @@
 
 #include "platform/files.h"
 #include "platform/known_folders.h"
+#include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -44,7 +45,7 @@ std::wstring hostDataFolderPath() {
 }
 
 const std::wstring& hostDataFolder() {
-  static const std::wstring& folder = *new std::wstring(makeHostDataFolder());
+  static const std::wstring& folder = leaked<std::wstring>(makeHostDataFolder());
   return folder;
 }
 

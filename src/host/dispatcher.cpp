@@ -23,6 +23,7 @@
 #include "shell/path_opening.h"
 #include "shell/pickers.h"
 #include "text/json_read.h"
+#include "text/leaked.h"
 #include "text/utf8.h"
 #include "toolserver/tool_server.h"
 
@@ -198,7 +199,7 @@ Kind findKind(std::string_view name) {
 }
 
 void startWatchdogOnce() {
-  static std::once_flag& started = *new std::once_flag;
+  static std::once_flag& started = leaked<std::once_flag>();
   // Without a thread for it an idle agent lives on until the host ends: no harm.
   std::call_once(started, [] { (void)runDetached("idle watchdog", idleWatchdog); });
 }

@@ -17,6 +17,7 @@
 #include "platform/process_control.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
+#include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -113,7 +114,7 @@ void readDuringTurn(PanelWork& work) {
 }  // namespace
 
 void runStdinReader() {
-  PanelWork& work = *new PanelWork;  // never destroyed: the other thread outlives this function
+  PanelWork& work = leaked<PanelWork>();
   // Without a second thread, nothing is read while a message is answered.
   (void)runDetached("panel messages", [&work] { readAndAnswer(work); });
   readAndAnswer(work);

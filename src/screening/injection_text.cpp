@@ -1,5 +1,7 @@
 #include "screening/injection_text.h"
 
+#include "text/leaked.h"
+
 namespace media::win::chrome_inspect {
 namespace {
 
@@ -94,7 +96,7 @@ constexpr Phrase phrases[] = {
 };
 
 const PhraseMatcher& matcher() {
-  static const PhraseMatcher& built = *new PhraseMatcher(phrases);  // never destroyed
+  static const PhraseMatcher& built = leaked<PhraseMatcher>(phrases);
   return built;
 }
 

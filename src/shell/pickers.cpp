@@ -12,6 +12,7 @@
 #include "common/detached.h"
 #include "platform/file_dialog.h"
 #include "text/json_read.h"
+#include "text/leaked.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
@@ -34,9 +35,8 @@ struct OpenDialog {
   bool isOpen = false;
 };
 
-// Never destroyed: a dialog may be open while the process ends.
 OpenDialog& openDialog() {
-  static OpenDialog& dialog = *new OpenDialog;
+  static OpenDialog& dialog = leaked<OpenDialog>();
   return dialog;
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/detached.h"
+#include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
 
@@ -54,7 +55,7 @@ struct ConnectionThreads::State {
 };
 
 ConnectionThreads::ConnectionThreads(std::function<void(const OwnedSocket&)> handler)
-    : state_(*new State) {
+    : state_(leaked<State>()) {
   state_.handler = std::move(handler);
   state_.waiting.reserve(maxConnections);
 }

@@ -15,6 +15,7 @@
 #include "platform/random.h"
 #include "platform/sockets.h"
 #include "text/ascii.h"
+#include "text/leaked.h"
 #include "toolserver/connection.h"
 #include "toolserver/connection_threads.h"
 
@@ -36,9 +37,8 @@ struct ToolServer {
   bool settled = false;
 };
 
-// Never destroyed: connection threads outlive main.
 ToolServer& toolServer() {
-  static ToolServer& server = *new ToolServer;
+  static ToolServer& server = leaked<ToolServer>();
   return server;
 }
 
@@ -82,7 +82,7 @@ bool acceptNext(const OwnedSocket& listener, ConnectionThreads& threads) {
 }
 
 [[noreturn]] void acceptForever(const OwnedSocket& listener, std::int32_t port) {
-  ConnectionThreads& threads = *new ConnectionThreads([port](const OwnedSocket& connection) {
+  ConnectionThreads& threads = leaked<ConnectionThreads>([port](const OwnedSocket& connection) {
     handleConnection(connection, port, toolServer().token);
   });
   for (;;) {

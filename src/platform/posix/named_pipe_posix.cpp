@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "platform/posix/descriptor_posix.h"
+#include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -41,7 +42,7 @@ OwnedDescriptor listenAs(const char* name) {
 }  // namespace
 
 bool createPipeInstance(const char* name, OwnedStream& pipe) {
-  static const OwnedDescriptor& listener = *new OwnedDescriptor(listenAs(name));
+  static const OwnedDescriptor& listener = leaked<OwnedDescriptor>(listenAs(name));
   if (!listener) return false;
   OwnedDescriptor instance(fcntl(listener.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   if (!instance) return false;

@@ -1,5 +1,7 @@
 #include "platform/win/dialog_raiser_win.h"
 
+#include "text/leaked.h"
+
 namespace media::win::chrome_inspect {
 namespace {
 
@@ -51,7 +53,7 @@ class DialogRaiser final : public IFileDialogEvents {
 }  // namespace
 
 IFileDialogEvents& dialogRaiser() {
-  static DialogRaiser& raiser = *new DialogRaiser;
+  static DialogRaiser& raiser = leaked<DialogRaiser>();
   return raiser;
 }
 

@@ -4,6 +4,8 @@
 
 #include <mutex>
 
+#include "text/leaked.h"
+
 namespace media::win::chrome_inspect {
 namespace {
 
@@ -102,7 +104,7 @@ HANDLE childrenJob() {
 // Two starts at once could hand each other's inheritable handles to their children if one of them
 // had no handle list; the lock also keeps the time short in which such handles exist at all.
 std::mutex& spawnMutex() {
-  static std::mutex& mutex = *new std::mutex;
+  static std::mutex& mutex = leaked<std::mutex>();
   return mutex;
 }
 
