@@ -32,11 +32,6 @@ std::string event(int number) {
   return json{{"method", "numbered"}, {"args", {number}}, {"id", number}}.dump();
 }
 
-std::string pathOf(const std::string& request) {
-  const std::size_t begin = request.find(' ') + 1;
-  return request.substr(begin, request.find(' ', begin) - begin);
-}
-
 // A feed that says `text` and then stays open until the gate opens.
 AgentDouble::Script saysAndStays(const std::string& text, Gate& gate) {
   return [text, &gate](ServedConnection& connection) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -32,8 +32,8 @@ class ServedConnection {
 };
 
 // An HTTP server on a free port of 127.0.0.1 that reads a request and leaves the answer, byte by
-// byte, to the test's script. Connections are served one after the other, each closed when its
-// script returns. The destructor waits for the running script.
+// byte, to the test's script. Each connection is served on a thread of its own and closed when its
+// script returns. The destructor waits for the scripts.
 class ScriptedServer {
  public:
   using Script = std::function<void(ServedConnection&)>;
@@ -41,22 +41,39 @@ class ScriptedServer {
   ~ScriptedServer();
 
   std::uint16_t port() const { return port_; }
-  // The requests that have come so far.
-  std::vector<std::string> requests();
+  // The requests so far whose line begins with `start`, such as "GET /v1", in the order they came.
+  std::vector<std::string> requests(std::string_view start = {});
+  // Waits until `count` of them have come, at most 30 s.
+  std::vector<std::string> waitForRequests(std::string_view start, std::size_t count);
 
  private:
-  void serve();
+  void accept();
+  void serve(LoopbackSocket socket);
 
   const Script script_;
   std::uint16_t port_ = 0;
   LoopbackSocket listener_;
-  std::atomic<bool> stopping_ = false;
   std::mutex mutex_;  // guards what follows
+  std::condition_variable changed_;
+  bool stopping_ = false;
   std::vector<std::string> requests_;
-  std::unique_ptr<TestThread> thread_;
+  std::vector<std::unique_ptr<TestThread>> servers_;
+  std::unique_ptr<TestThread> acceptor_;
 };
 
 // A script that sends `bytes`, `pieceSize` of them at a time.
 ScriptedServer::Script sendInPieces(std::string bytes, std::size_t pieceSize);
+
+// A whole answer with a body.
+std::string answerText(std::string_view body, std::string_view status = "200 OK");
+void answerWith(ServedConnection& connection, std::string_view body,
+                std::string_view status = "200 OK");
+
+// The head of a stream that ends with its connection.
+inline constexpr std::string_view streamHead = "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n";
+
+// The target of a request, and its body as it came.
+std::string pathOf(const std::string& request);
+std::string bodyOf(const std::string& request);
 
 }  // namespace media::win::chrome_inspect

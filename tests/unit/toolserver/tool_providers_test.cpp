@@ -18,10 +18,6 @@ using nlohmann::json;
 constexpr const char* variable = "MORVA_CHROME_HOST_TOOL";
 constexpr const char* ok = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}";
 
-std::string bodyOf(const std::string& request) {
-  return request.substr(request.find("\r\n\r\n") + 4);
-}
-
 // What an agent is told that answers with `answer`.
 std::vector<std::string> requestsFor(const std::string& answer,
                                      const ToolServerAddress& browserTools = {}) {
