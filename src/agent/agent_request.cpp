@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <nlohmann/json.hpp>
 #include <utility>
 
-#include "text/json_parse.h"
 #include "text/url_escape.h"
 #include "text/wide.h"
 
@@ -13,8 +11,6 @@ namespace media::win::chrome_inspect {
 namespace {
 
 using SteadyClock = std::chrono::steady_clock;
-
-constexpr std::size_t maxProbeBody = 64 * 1024;
 
 const char* openErrorText(HttpOpenResult result) {
   switch (result) {
@@ -30,15 +26,16 @@ const char* openErrorText(HttpOpenResult result) {
   return "winhttp request failed";
 }
 
-HttpTimeouts timeoutsFor(const AgentRequestOptions& options) {
-  if (options.streaming || options.slot != CancelSlot::plain) {
-    HttpTimeouts unlimited;
-    unlimited.receiveMs = 0;
-    return unlimited;
-  }
+HttpTimeouts streamTimeouts() {
   HttpTimeouts timeouts;
-  if (options.totalMs == 0) return timeouts;
-  const auto most = static_cast<int>(std::min<std::uint32_t>(options.totalMs, 60000));
+  timeouts.receiveMs = 0;
+  return timeouts;
+}
+
+HttpTimeouts answerTimeouts(const AnswerLimits& limits) {
+  HttpTimeouts timeouts;
+  if (limits.totalMs == 0) return timeouts;
+  const auto most = static_cast<int>(std::min<std::uint32_t>(limits.totalMs, 60000));
   for (int* limit : {&timeouts.connectMs, &timeouts.sendMs, &timeouts.receiveMs}) {
     *limit = std::clamp(*limit, 1, std::max(most, 1));
   }
@@ -61,84 +58,86 @@ class Published {
   bool ok_;
 };
 
-// One request from its opening on; the steps of agentRequest share it.
-class Exchange {
- public:
-  Exchange(HttpExchange& request, const AgentRequestOptions& options, bool stopOnCancel)
-      : request_(request), options_(options), stopOnCancel_(stopOnCancel) {}
-
-  void run(std::string_view body, AgentResponse& response) {
-    if (!request_.send(body) || !request_.receive()) {
-      response.error = cancelled() ? "cancelled" : "agent request failed";
-      return;
-    }
-    response.status = request_.status();
-    const auto shouldStop = [this, &response] { return mustStop(response.body.size()); };
-    if (!readAgentBody(request_, response.body, options_.sink, shouldStop)) {
-      const bool wasCancelled = options_.streaming && cancelled();
-      response.error = wasCancelled ? "cancelled" : "agent response truncated";
-    }
-  }
-
- private:
-  bool cancelled() const { return options_.cancelled ? options_.cancelled() : cancelRequested(); }
-
-  bool mustStop(std::size_t bodySize) const {
-    if (options_.streaming) return stopOnCancel_ && cancelled();
-    const bool isLate = options_.totalMs != 0 && SteadyClock::now() > deadline_;
-    return isLate || bodySize > options_.maxBodyBytes;
-  }
-
-  HttpExchange& request_;
-  const AgentRequestOptions& options_;
-  bool stopOnCancel_;
-  SteadyClock::time_point deadline_ =
-      SteadyClock::now() + std::chrono::milliseconds(options_.totalMs);
+struct Call {
+  std::uint16_t port;
+  const std::wstring& verb;
+  const std::wstring& path;
+  std::string_view body;
 };
 
-}  // namespace
+// What differs between the kinds of requests.
+struct Terms {
+  CancelSlot slot;  // where another thread finds the request to abort it
+  // Whether its owner was cancelled. This also keeps a stream, but no plain request, from being
+  // sent, and explains why the body of a stream broke off.
+  std::function<bool()> isCancelled;
+  bool isStream;
+  HttpTimeouts timeouts;
+  ChunkSink sink;                                   // empty: the body is collected
+  std::function<bool(std::size_t bodySize)> stops;  // asked before each read; empty: never
+};
 
-AgentResponse agentRequest(std::uint16_t port, const std::wstring& verb, const std::wstring& path,
-                           std::string_view body, const AgentRequestOptions& options) {
+// The steps after the request has been published.
+void runPublished(HttpExchange& request, std::string_view body, const Terms& terms,
+                  AgentResponse& response) {
+  if (!request.send(body) || !request.receive()) {
+    response.error = terms.isCancelled() ? "cancelled" : "agent request failed";
+    return;
+  }
+  response.status = request.status();
+  const auto shouldStop = [&] { return terms.stops && terms.stops(response.body.size()); };
+  if (readAgentBody(request, response.body, terms.sink, shouldStop)) return;
+  const bool wasCancelled = terms.isStream && terms.isCancelled();
+  response.error = wasCancelled ? "cancelled" : "agent response truncated";
+}
+
+AgentResponse runRequest(const Call& call, const Terms& terms) {
   AgentResponse response;
   std::shared_ptr<HttpExchange> request;
-  const std::wstring target = toWide(escapeTarget(toUtf8(path)));
-  const HttpOpenResult opened = openHttpExchange(port, verb, target, timeoutsFor(options), request);
+  const std::wstring target = toWide(escapeTarget(toUtf8(call.path)));
+  const HttpOpenResult opened =
+      openHttpExchange(call.port, call.verb, target, terms.timeouts, request);
   if (opened != HttpOpenResult::ok) {
     response.error = openErrorText(opened);
     return response;
   }
-  const bool ownSlot = options.slot != CancelSlot::plain;
-  const bool asTurn = options.streaming && !ownSlot;
-  const Published published(asTurn ? CancelSlot::turn : options.slot, request);
+  const Published published(terms.slot, request);
   // Asked once it is published: whoever cancels says so first and then takes what is published.
-  if (!published.ok() || (options.cancelled && options.cancelled())) {
+  if (!published.ok() || (terms.isStream && terms.isCancelled())) {
     response.error = "cancelled";
     return response;
   }
-  Exchange(*request, options, asTurn).run(body, response);
+  runPublished(*request, call.body, terms, response);
   return response;
 }
 
-bool probeAgentReady(std::int32_t port, std::uint32_t limitMs) {
-  return isReadyAnswer(askAgentReady(port, limitMs));
+}  // namespace
+
+AgentResponse agentRequest(std::uint16_t port, const std::wstring& verb, const std::wstring& path,
+                           std::string_view body, const AnswerLimits& limits) {
+  const auto deadline = SteadyClock::now() + std::chrono::milliseconds(limits.totalMs);
+  const auto exceeds = [&limits, deadline](std::size_t bodySize) {
+    const bool isLate = limits.totalMs != 0 && SteadyClock::now() > deadline;
+    return isLate || bodySize > limits.maxBodyBytes;
+  };
+  return runRequest(
+      {port, verb, path, body},
+      {CancelSlot::plain, cancelRequested, false, answerTimeouts(limits), {}, exceeds});
 }
 
-AgentResponse askAgentReady(std::int32_t port, std::uint32_t limitMs) {
-  AgentRequestOptions options;
-  options.maxBodyBytes = maxProbeBody;
-  options.totalMs = limitMs;
-  return agentRequest(static_cast<std::uint16_t>(port), L"GET", L"/ready", "", options);
+AgentResponse agentTurnStream(std::uint16_t port, const std::wstring& path, std::string_view body,
+                              const RunningTurn& turn, const ChunkSink& sink) {
+  const auto isStopped = [&turn] { return turn.stopped(); };
+  return runRequest({port, L"POST", path, body},
+                    {CancelSlot::turn, isStopped, true, streamTimeouts(), sink,
+                     [isStopped](std::size_t) { return isStopped(); }});
 }
 
-bool isReadyAnswer(const AgentResponse& response) {
-  nlohmann::json answer;
-  std::string error;
-  if (!response.error.empty() || response.status != 200) return false;
-  if (parseJson(response.body, answer, error) != ParseOutcome::ok || !answer.is_object())
-    return false;
-  const auto ready = answer.find("ready");
-  return ready == answer.end() || *ready == true;
+AgentResponse agentFeed(std::uint16_t port, const std::wstring& path, CancelSlot slot,
+                        const std::function<bool()>& isCurrent, const ChunkSink& sink) {
+  return runRequest(
+      {port, L"GET", path, ""},
+      {slot, [&isCurrent] { return !isCurrent(); }, true, streamTimeouts(), sink, {}});
 }
 
 }  // namespace media::win::chrome_inspect

@@ -9,45 +9,43 @@
 #include "agent/agent_state.h"
 #include "agent/agent_stream.h"
 
-// The one way to speak HTTP with the agent, which listens on 127.0.0.1.
+// The one way to speak HTTP with the agent, which listens on 127.0.0.1. There is one entry for each
+// kind of request; they differ in who may abort it, how long it may take, and where its body goes.
+// All block until the exchange has ended, and throw only what a sink throws. Threads: any.
 namespace media::win::chrome_inspect {
 
 struct AgentResponse {
   std::uint32_t status = 0;  // 0 when no response header came
-  std::string body;          // when no sink was given
-  std::string error;         // empty when the exchange came to its end, whatever the status
+  std::string body;          // of a plain request; what had come of it when it failed
+  // Empty when the exchange came to its end, whatever the status. Else one of "winhttp open
+  // failed", "winhttp connect failed", "winhttp request failed", "agent request failed", "agent
+  // response truncated" and, when the request was cancelled, "cancelled".
+  std::string error;
 };
 
-struct AgentRequestOptions {
-  // The response is an open-ended stream: no receive time-out, no size limit.
-  bool streaming = false;
-  ChunkSink sink;
-  // Where another thread finds the request to abort it. A slot other than `plain` waits for the
-  // response without limit; a streaming request without one is published as a turn's.
-  CancelSlot slot = CancelSlot::plain;
-  // Says whether the caller was cancelled, also before the request began; empty: whether
-  // cancelRequested(), which does not keep a request from beginning.
-  std::function<bool()> cancelled;
-  // For requests that are no streams: what the body may measure, and how long the whole may take.
-  // Past either the error is "agent response truncated". The time is looked at between two reads,
-  // each of which waits up to 15 s at most, or up to `totalMs` when that is less.
+// What the body of a plain request's answer may measure, and how long the whole may take. Past
+// either the error is "agent response truncated". The time is checked between two reads, each of
+// which waits up to 15 s, or up to `totalMs` when that is less.
+struct AnswerLimits {
   std::size_t maxBodyBytes = 64 * 1024 * 1024;
   std::uint32_t totalMs = 60000;  // 0: no limit but those of each step
 };
 
-// Makes one request and blocks until its end; never throws but what the sink throws. `body` is JSON
-// text, or empty for none. `error` is one of "winhttp open failed", "winhttp connect failed",
-// "winhttp request failed", "agent request failed", "agent response truncated" and, when the
-// request was cancelled, "cancelled". Threads: any.
+// A plain request: the answer is collected. Only the end of the host aborts it. `body` is JSON
+// text, or empty for none. While a stop is pending (cancelRequested), a request for which no
+// response header came has failed with "cancelled".
 AgentResponse agentRequest(std::uint16_t port, const std::wstring& verb, const std::wstring& path,
-                           std::string_view body, const AgentRequestOptions& options = {});
+                           std::string_view body, const AnswerLimits& limits = {});
 
-// Whether an agent answers "/ready" on `port`: status 200 and a JSON object whose "ready", if it
-// has one, is true. Takes `limitMs` at most, give or take one read.
-bool probeAgentReady(std::int32_t port, std::uint32_t limitMs = 15000);
+// Posts the request of a chat turn; the answer is a stream without time or size limit that goes to
+// `sink`. A stop of the turn aborts it, or keeps it from being sent.
+AgentResponse agentTurnStream(std::uint16_t port, const std::wstring& path, std::string_view body,
+                              const RunningTurn& turn, const ChunkSink& sink);
 
-// The same in two steps, for who wants to know what a port that is not ready says.
-AgentResponse askAgentReady(std::int32_t port, std::uint32_t limitMs);
-bool isReadyAnswer(const AgentResponse& response);
+// Reads a feed, a stream without end, into `sink`. `isCurrent` returns whether the caller still
+// wants it: a feed that is not current is not asked for, and whoever makes it so then aborts what
+// is published in `slot`.
+AgentResponse agentFeed(std::uint16_t port, const std::wstring& path, CancelSlot slot,
+                        const std::function<bool()>& isCurrent, const ChunkSink& sink);
 
 }  // namespace media::win::chrome_inspect

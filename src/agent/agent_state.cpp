@@ -26,7 +26,7 @@ struct AgentState {
 
   OwnedProcess ownedProcess;  // set exactly while the current agent is ours
   std::uint64_t ownedSerial = 0;
-  std::int32_t port = 0;
+  std::uint16_t port = 0;
   std::uint64_t lastActivityMs = 0;
   std::uint64_t lastWatchMs = 0;
 
@@ -95,7 +95,7 @@ bool stopOwnedAgentIf(Due due) {
 
 }  // namespace
 
-std::int32_t currentAgentPort() {
+std::uint16_t currentAgentPort() {
   AgentState& state = agentState();
   const std::lock_guard lock(state.agentMutex);
   return state.port;
@@ -107,7 +107,7 @@ void touchAgentActivity() {
   state.lastActivityMs = tickCountMs();
 }
 
-std::int32_t candidateAgentPort() {
+std::uint16_t candidateAgentPort() {
   AgentState& state = agentState();
   OwnedProcess ended;  // closed after the lock is gone
   const std::lock_guard lock(state.agentMutex);
@@ -115,13 +115,13 @@ std::int32_t candidateAgentPort() {
   return state.port;
 }
 
-void adoptFoundAgent(std::int32_t port) {
+void adoptFoundAgent(std::uint16_t port) {
   AgentState& state = agentState();
   const std::lock_guard lock(state.agentMutex);
   if (!state.ownedProcess) state.port = port;
 }
 
-std::uint64_t adoptOwnedAgent(OwnedProcess process, std::int32_t port) {
+std::uint64_t adoptOwnedAgent(OwnedProcess process, std::uint16_t port) {
   AgentState& state = agentState();
   OwnedProcess previous;
   std::uint64_t serial = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -13,29 +14,29 @@
 // network call, a process start, a wait for a process or a log line. Threads: any.
 namespace media::win::chrome_inspect {
 
-inline constexpr std::int32_t firstAgentPort = 8090;
-inline constexpr std::int32_t agentPortCount = 5;
+// Where agents are looked for and started, in this order.
+inline constexpr std::array<std::uint16_t, 5> agentPorts = {8090, 8091, 8092, 8093, 8094};
 inline constexpr std::uint64_t agentIdleLimitMs = 60000;
 
 // --- The current agent ---
 
 // The port of the current agent; 0 when none is known.
-std::int32_t currentAgentPort();
+std::uint16_t currentAgentPort();
 
 // Records that the user, or a turn, wants something of the agent now.
 void touchAgentActivity();
 
 // The port to look at first: the current one, unless it belonged to a child of ours that has ended,
 // which is then forgotten. 0 when there is none.
-std::int32_t candidateAgentPort();
+std::uint16_t candidateAgentPort();
 
 // Makes an agent that answers on `port`, and is not ours, the current one; the port of an agent
 // that we own is never overwritten.
-void adoptFoundAgent(std::int32_t port);
+void adoptFoundAgent(std::uint16_t port);
 
 // Makes a child we started the owned and current agent; the one owned before is ended. Returns the
 // serial number of the ownership, or 0 when the host is ending: the child is then ended at once.
-std::uint64_t adoptOwnedAgent(OwnedProcess process, std::int32_t port);
+std::uint64_t adoptOwnedAgent(OwnedProcess process, std::uint16_t port);
 
 // Ends the owned agent, waiting up to 2 s for it, if it still is the one with this number. An agent
 // that was only found is left alone.

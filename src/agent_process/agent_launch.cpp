@@ -26,7 +26,7 @@ std::wstring childFolder() {
 
 // Starts the child with its output on a pipe to our log. False when there is no child; the reason
 // has been logged.
-bool startChild(const CliLocation& cli, std::int32_t port, OwnedProcess& child) {
+bool startChild(const CliLocation& cli, std::uint16_t port, OwnedProcess& child) {
   OwnedStream readEnd;
   OwnedStream writeEnd;
   if (!makePipe(readEnd, writeEnd)) return false;
@@ -48,7 +48,7 @@ bool startChild(const CliLocation& cli, std::int32_t port, OwnedProcess& child) 
 
 // Starts the child and makes it the owned agent: the number of the ownership, or 0. `polled` is a
 // handle of our own: the state's may be closed by whoever stops the agent while we still poll.
-std::uint64_t startOwnedAgent(const CliLocation& cli, std::int32_t port, OwnedProcess& polled) {
+std::uint64_t startOwnedAgent(const CliLocation& cli, std::uint16_t port, OwnedProcess& polled) {
   const SpawnPermit permit;
   OwnedProcess child;
   if (!permit.granted() || !startChild(cli, port, child)) return 0;
@@ -56,7 +56,7 @@ std::uint64_t startOwnedAgent(const CliLocation& cli, std::int32_t port, OwnedPr
   return adoptOwnedAgent(std::move(child), port);
 }
 
-bool hasExited(const OwnedProcess& child, std::int32_t port) {
+bool hasExited(const OwnedProcess& child, std::uint16_t port) {
   if (!waitForExit(child, 0)) return false;
   appendDebugLog("spawn exited " + std::to_string(exitCodeOf(child)) + " before ready port " +
                      std::to_string(port),
@@ -64,32 +64,28 @@ bool hasExited(const OwnedProcess& child, std::int32_t port) {
   return true;
 }
 
-bool isReady(std::int32_t port, std::uint32_t limitMs) {
-  return firstReadyPort({port}, limitMs) != 0;
-}
-
-bool waitUntilReady(const OwnedProcess& child, std::int32_t port) {
+bool waitUntilReady(const OwnedProcess& child, std::uint16_t port) {
   const std::uint64_t started = tickCountMs();
   for (std::uint64_t spent = 0; spent < readyDeadlineMs; spent = tickCountMs() - started) {
     if (hasExited(child, port)) return false;
     // A probe gets no more than what is left, or a mute child would stretch the deadline.
-    if (isReady(port, readyDeadlineMs - static_cast<std::uint32_t>(spent))) return true;
+    if (isAgentReady(port, readyDeadlineMs - static_cast<std::uint32_t>(spent))) return true;
     if (!waitUnlessEnding(pollPauseMs)) return false;
   }
-  if (isReady(port, lastProbeMs)) return true;
+  if (isAgentReady(port, lastProbeMs)) return true;
   appendDebugLog("spawn port " + std::to_string(port) + " not ready", "warn");
   return false;
 }
 
 }  // namespace
 
-std::wstring agentCommandLine(const std::wstring& path, std::int32_t port) {
+std::wstring agentCommandLine(const std::wstring& path, std::uint16_t port) {
   return L"\"" + path +
          L"\" --no-gui --log-level trace llm agent --serve --host 127.0.0.1 --port " +
          std::to_wstring(port) + L" --consent-ui stream";
 }
 
-bool spawnAgent(const CliLocation& cli, std::int32_t port) {
+bool spawnAgent(const CliLocation& cli, std::uint16_t port) {
   OwnedProcess polled;
   const std::uint64_t serial = startOwnedAgent(cli, port, polled);
   if (serial == 0) return false;

@@ -2,12 +2,11 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
+#include <vector>
 
-#include "agent/agent_request.h"
-#include "agent/agent_state.h"
 #include "common/detached.h"
 
 namespace media::win::chrome_inspect {
@@ -15,70 +14,80 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-enum class Verdict { open, ready, notReady };
-
-struct Scan {
-  explicit Scan(std::size_t count) : verdicts(count, Verdict::open) {}
-
-  std::mutex mutex;  // guards what follows
-  std::condition_variable decided;
-  std::vector<Verdict> verdicts;
-
-  void decide(std::size_t index, bool ready) {
-    const std::lock_guard lock(mutex);
-    verdicts.at(index) = ready ? Verdict::ready : Verdict::notReady;
-    decided.notify_all();
-  }
-
-  Verdict waitFor(std::size_t index, SteadyClock::time_point deadline) {
-    std::unique_lock lock(mutex);
-    decided.wait_for(lock, deadline - SteadyClock::now(),
-                     [&] { return verdicts.at(index) != Verdict::open; });
-    return verdicts.at(index);
-  }
-};
-
-// Says "not ready" in its destructor unless it was said otherwise: a probe that throws, or a thread
-// that never starts, must not leave the caller waiting.
-class Probe {
- public:
-  Probe(std::shared_ptr<Scan> scan, std::size_t index) : scan_(std::move(scan)), index_(index) {}
-  ~Probe() { scan_->decide(index_, ready_); }
-  Probe(const Probe&) = delete;
-  Probe& operator=(const Probe&) = delete;
-  void run(std::int32_t port, std::uint32_t limitMs) { ready_ = probeAgentReady(port, limitMs); }
-
- private:
-  std::shared_ptr<Scan> scan_;
-  std::size_t index_;
-  bool ready_ = false;
-};
-
-// Each probe has a thread of its own, also a single one: some systems give a request more time than
-// it was told, and the caller has none to give.
-void startProbe(const std::shared_ptr<Scan>& scan, std::size_t index, std::int32_t port,
-                std::uint32_t limitMs) {
-  const auto probe = std::make_shared<Probe>(scan, index);
-  if (!runDetached("agent probe", [=] { probe->run(port, limitMs); })) probe->run(port, limitMs);
+std::int64_t msSince(SteadyClock::time_point begin) {
+  using std::chrono::milliseconds;
+  return std::chrono::duration_cast<milliseconds>(SteadyClock::now() - begin).count();
 }
 
 }  // namespace
 
-std::int32_t firstReadyPort(const std::vector<std::int32_t>& ports, std::uint32_t limitMs) {
-  const auto deadline = SteadyClock::now() + std::chrono::milliseconds(limitMs);
-  const auto scan = std::make_shared<Scan>(ports.size());
-  for (std::size_t i = 0; i < ports.size(); ++i) startProbe(scan, i, ports[i], limitMs);
+struct PortScan::Shared {
+  Shared(std::span<const std::uint16_t> all, std::uint32_t limit)
+      : ports(all.begin(), all.end()), limitMs(limit), states(ports.size()) {}
+
+  const std::vector<std::uint16_t> ports;
+  const std::uint32_t limitMs;
+  const SteadyClock::time_point begin = SteadyClock::now();
+  std::mutex mutex;  // guards what follows
+  std::condition_variable decided;
+  std::vector<std::optional<PortState>> states;
+
+  void decide(std::size_t index, Readiness answer) {
+    const std::lock_guard lock(mutex);
+    states.at(index) = PortState{ports.at(index), answer, msSince(begin)};
+    decided.notify_all();
+  }
+};
+
+// Decides in its destructor: a probe that throws, or a thread that never starts, must not leave the
+// caller waiting.
+class PortScan::Probe {
+ public:
+  Probe(std::shared_ptr<Shared> shared, std::size_t index)
+      : shared_(std::move(shared)), index_(index) {}
+  ~Probe() { shared_->decide(index_, answer_); }
+  Probe(const Probe&) = delete;
+  Probe& operator=(const Probe&) = delete;
+  void run() { answer_ = askReadiness(shared_->ports[index_], shared_->limitMs); }
+
+ private:
+  std::shared_ptr<Shared> shared_;
+  std::size_t index_;
+  Readiness answer_ = Readiness::none;
+};
+
+PortScan::PortScan(std::span<const std::uint16_t> ports, std::uint32_t limitMs)
+    : shared_(std::make_shared<Shared>(ports, limitMs)) {
+  // Each probe has a thread of its own, also a single one: some systems let a request take longer
+  // than its time-outs say, and the caller must not.
   for (std::size_t i = 0; i < ports.size(); ++i) {
-    if (scan->waitFor(i, deadline) == Verdict::ready) return ports[i];
+    const auto probe = std::make_shared<Probe>(shared_, i);
+    if (!runDetached("agent probe", [probe] { probe->run(); })) probe->run();
+  }
+}
+
+PortScan::~PortScan() = default;
+
+PortState PortScan::wait(std::size_t index) {
+  Shared& shared = *shared_;
+  std::unique_lock lock(shared.mutex);
+  const auto deadline = shared.begin + std::chrono::milliseconds(shared.limitMs);
+  shared.decided.wait_for(lock, deadline - SteadyClock::now(),
+                          [&] { return shared.states.at(index).has_value(); });
+  const PortState silent{shared.ports.at(index), Readiness::none, shared.limitMs};
+  return shared.states.at(index).value_or(silent);
+}
+
+std::uint16_t firstReadyPort(std::span<const std::uint16_t> ports, std::uint32_t limitMs) {
+  PortScan scan(ports, limitMs);
+  for (std::size_t i = 0; i < ports.size(); ++i) {
+    if (scan.wait(i).answer == Readiness::ready) return ports[i];
   }
   return 0;
 }
 
-std::int32_t findReadyAgent() {
-  std::vector<std::int32_t> ports;
-  ports.reserve(agentPortCount);
-  for (std::int32_t i = 0; i < agentPortCount; ++i) ports.push_back(firstAgentPort + i);
-  return firstReadyPort(ports);
+bool isAgentReady(std::uint16_t port, std::uint32_t limitMs) {
+  return firstReadyPort({&port, 1}, limitMs) != 0;
 }
 
 }  // namespace media::win::chrome_inspect

@@ -1,19 +1,48 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <memory>
+#include <span>
+
+#include "agent/agent_ready.h"
+#include "agent/agent_state.h"
 
 namespace media::win::chrome_inspect {
 
 inline constexpr std::uint32_t probeLimitMs = 15000;
 
-// The first of `ports` on which an agent is ready; 0 when none is. All are asked at the same time:
-// on Windows a closed port takes seconds to say so. Blocks until every port before the answer has
-// been decided, `limitMs` at most; a port that has not answered by then counts as not ready.
-std::int32_t firstReadyPort(const std::vector<std::int32_t>& ports,
-                            std::uint32_t limitMs = probeLimitMs);
+struct PortState {
+  std::uint16_t port = 0;
+  Readiness answer = Readiness::none;
+  std::int64_t tookMs = 0;  // until it was decided
+};
 
-// The same for all of the agent's ports, the lowest first.
-std::int32_t findReadyAgent();
+// Asks several ports whether an agent is ready there, all at the same time: on Windows a closed
+// port takes seconds to say so. Belongs to one thread; may be destroyed before all have answered.
+class PortScan {
+ public:
+  PortScan(std::span<const std::uint16_t> ports, std::uint32_t limitMs);
+  ~PortScan();
+  PortScan(const PortScan&) = delete;
+  PortScan& operator=(const PortScan&) = delete;
+
+  // Waits until `ports[index]` has answered. After the limit, which counts from construction, a
+  // port that has not is taken for silent.
+  PortState wait(std::size_t index);
+
+ private:
+  struct Shared;
+  class Probe;
+  std::shared_ptr<Shared> shared_;
+};
+
+// The first of `ports` on which an agent is ready; 0 when none is. Blocks until every port before
+// the answer has been decided, `limitMs` at most.
+std::uint16_t firstReadyPort(std::span<const std::uint16_t> ports = agentPorts,
+                             std::uint32_t limitMs = probeLimitMs);
+
+// Whether an agent is ready on `port`. Never takes longer than `limitMs`.
+bool isAgentReady(std::uint16_t port, std::uint32_t limitMs = probeLimitMs);
 
 }  // namespace media::win::chrome_inspect

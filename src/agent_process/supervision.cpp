@@ -16,22 +16,22 @@ AgentListener agentListener;
 
 // An agent that answers; `fresh`: it was started by this call.
 struct Answering {
-  std::int32_t port = 0;
+  std::uint16_t port = 0;
   bool fresh = false;
 };
 
-void logReuse(std::int32_t port) {
+void logReuse(std::uint16_t port) {
   appendDebugLog("reusing llm agent on port " + std::to_string(port));
 }
 
 // The port of an agent that answers already, ours or not; 0 when there is none.
-std::int32_t findRunningAgent() {
-  const std::int32_t candidate = candidateAgentPort();
-  if (candidate != 0 && firstReadyPort({candidate}) != 0) {
+std::uint16_t findRunningAgent() {
+  const std::uint16_t candidate = candidateAgentPort();
+  if (candidate != 0 && isAgentReady(candidate)) {
     logReuse(candidate);
     return candidate;
   }
-  const std::int32_t found = findReadyAgent();
+  const std::uint16_t found = firstReadyPort();
   if (found == 0) return 0;
   logReuse(found);
   adoptFoundAgent(found);
@@ -39,10 +39,10 @@ std::int32_t findRunningAgent() {
 }
 
 // Starts an agent on the first port that works. The error text is empty on success.
-std::string startAgent(std::int32_t& startedPort) {
+std::string startAgent(std::uint16_t& startedPort) {
   const CliLocation cli = locateCli();
   if (cli.path.empty()) return std::string(cliNameUtf8) + " is not on PATH";
-  for (std::int32_t port = firstAgentPort; port < firstAgentPort + agentPortCount; ++port) {
+  for (const std::uint16_t port : agentPorts) {
     if (spawnAgent(cli, port)) {
       startedPort = port;
       return {};
@@ -52,7 +52,7 @@ std::string startAgent(std::int32_t& startedPort) {
   return "llm agent --serve did not become ready";
 }
 
-// Tells the other callers how the start ended, even when it ends by an exception.
+// Reports to the other callers how the start ended, even when it ends by an exception.
 class LeadStart {
  public:
   LeadStart() = default;
@@ -99,12 +99,12 @@ bool findOrStartAgent(Answering& agent, std::string& error) {
 
 void setAgentListener(const AgentListener& listener) { agentListener = listener; }
 
-bool ensureAgent(std::string& error) {
+std::optional<std::uint16_t> ensureAgent(std::string& error) {
   touchAgentActivity();
   Answering agent;
-  if (!findOrStartAgent(agent, error)) return false;
+  if (!findOrStartAgent(agent, error)) return std::nullopt;
   if (agentListener.ready != nullptr) agentListener.ready(agent.port, agent.fresh);
-  return true;
+  return agent.port;
 }
 
 void idleWatchdog() {

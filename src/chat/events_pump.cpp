@@ -26,7 +26,7 @@ struct PumpState {
   std::mutex speaking;
   std::mutex mutex;  // guards what follows; not held while an event is sent or a request made
   std::uint64_t chatPumpGeneration = 0;
-  std::int32_t chatPumpPort = 0;  // of the agent whose pump runs; 0 when none does
+  std::uint16_t chatPumpPort = 0;  // of the agent whose pump runs; 0 when none does
   std::string sender;
   std::uint64_t after = 0;
 };
@@ -40,7 +40,7 @@ PumpState& pumpState() {
 // since.
 struct Pump {
   std::uint64_t generation = 0;
-  std::int32_t port = 0;
+  std::uint16_t port = 0;
   std::string sender;
   std::uint64_t after = 0;
 };
@@ -96,13 +96,11 @@ std::wstring eventsPath(const Pump& pump) {
 
 void pump_chat_events(const Pump& pump) {
   EventSplitter splitter;
-  AgentRequestOptions options;
-  options.streaming = true;
-  options.slot = CancelSlot::events;
-  options.sink = [&](std::string_view chunk) { feedPump(pump, splitter, chunk); };
-  options.cancelled = [&pump] { return !isCurrent(pump.generation); };
   // How it ended is of no interest to the panel; the next agent that answers starts a new one.
-  (void)agentRequest(static_cast<std::uint16_t>(pump.port), L"GET", eventsPath(pump), "", options);
+  (void)agentFeed(
+      pump.port, eventsPath(pump), CancelSlot::events,
+      [&pump] { return isCurrent(pump.generation); },
+      [&](std::string_view chunk) { feedPump(pump, splitter, chunk); });
   forwardBlock(pump.generation, splitter.pending());
 }
 
@@ -126,20 +124,20 @@ void launch(Pump pump) {
   (void)runDetached("chat events", [run] { run->run(); });
 }
 
-bool runsOn(PumpState& state, std::int32_t port) {
+bool runsOn(PumpState& state, std::uint16_t port) {
   const std::lock_guard lock(state.mutex);
   return state.chatPumpPort == port;
 }
 
 // Begins the next pump, for the agent on `port`. Lock held.
-Pump nextPump(PumpState& state, std::int32_t port) {
+Pump nextPump(PumpState& state, std::uint16_t port) {
   state.chatPumpPort = port;
   return {++state.chatPumpGeneration, port, state.sender, state.after};
 }
 
 }  // namespace
 
-void startChatEvents(std::int32_t port, bool fresh) {
+void startChatEvents(std::uint16_t port, bool fresh) {
   PumpState& state = pumpState();
   if (!fresh && runsOn(state, port)) return;  // mostly; without waiting for an event's writing
   Pump pump;

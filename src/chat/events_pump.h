@@ -10,7 +10,7 @@ namespace media::win::chrome_inspect {
 
 // Starts the pump for the agent on `port` unless it runs already. `fresh`: that agent was started
 // just now, so a pump that still runs belongs to one that is gone.
-void startChatEvents(std::int32_t port, bool fresh);
+void startChatEvents(std::uint16_t port, bool fresh);
 
 // Whose events are wanted ("" for all), and after which one; a pump that runs starts anew.
 void pointChatEvents(const std::string& sender, std::uint64_t after);

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "agent/agent_answer.h"
 #include "agent/agent_request.h"
 #include "agent/agent_state.h"
 #include "agent/event_feed.h"
@@ -92,15 +93,11 @@ struct RealtimePump {
   }
 };
 
-void pump_realtime(std::int32_t port, std::uint64_t generation) {
+void pump_realtime(std::uint16_t port, std::uint64_t generation) {
   RealtimePump pump{generation, {}, false};
-  AgentRequestOptions options;
-  options.streaming = true;
-  options.slot = CancelSlot::realtime;
-  options.sink = [&pump](std::string_view chunk) { pump.feed(chunk); };
-  options.cancelled = [&pump] { return !pump.isCurrent(); };
-  pump.end(
-      agentRequest(static_cast<std::uint16_t>(port), L"GET", L"/v1/realtime/events", "", options));
+  pump.end(agentFeed(
+      port, L"/v1/realtime/events", CancelSlot::realtime, [&pump] { return pump.isCurrent(); },
+      [&pump](std::string_view chunk) { pump.feed(chunk); }));
 }
 
 json startBody(const json& request) {
@@ -125,26 +122,17 @@ std::uint64_t beginSession() {
   return generation;
 }
 
-AgentResponse postTo(std::int32_t port, const wchar_t* path, const json& body) {
-  return agentRequest(static_cast<std::uint16_t>(port), L"POST", path, dumpJson(body));
-}
-
 void postIfKnown(const wchar_t* path, const json& body) {
-  const std::int32_t port = currentAgentPort();
-  if (port > 0) (void)postTo(port, path, body);
+  const std::uint16_t port = currentAgentPort();
+  if (port != 0) (void)agentRequest(port, L"POST", path, dumpJson(body));
 }
 
-// Whether the agent says that the session runs; else why not.
-bool sessionStarted(const AgentResponse& response, std::string& error) {
-  error = startFailed;
-  if (!response.error.empty()) error = response.error;
-  if (!response.error.empty() || response.status < 200 || response.status > 299) return false;
-  json answer;
-  std::string ignored;
-  const std::string_view body = response.body.empty() ? "{}" : std::string_view(response.body);
-  if (parseJson(body, answer, ignored) != ParseOutcome::ok) return false;
-  error = lenientText(answer, "error", startFailed);
-  return lenientBool(answer, "ok", false);
+// Whether the agent has started the session; `error` is why not, and may be empty.
+bool startSession(std::uint16_t port, const json& body, std::string& error) {
+  const AgentResponse response = agentRequest(port, L"POST", L"/v1/realtime/start", dumpJson(body));
+  const AgentAnswer answer = readAnswer(response, startFailed, GoodStatus::any2xx);
+  error = response.error.empty() ? answer.error : response.error;
+  return error.empty() && answer.ok;
 }
 
 }  // namespace
@@ -153,11 +141,10 @@ void startRealtime(const json& request) {
   if (const json* browser = findObject(request, "browser")) setBrowserContext(*browser);
   const std::uint64_t generation = beginSession();
   std::string error;
-  if (!ensureAgent(error)) return reportRealtimeEnd(error);
-  const std::int32_t port = currentAgentPort();
-  const AgentResponse response = postTo(port, L"/v1/realtime/start", startBody(request));
-  if (!sessionStarted(response, error)) return reportRealtimeEnd(error);
-  const auto pump = [port, generation] { pump_realtime(port, generation); };
+  const auto port = ensureAgent(error);
+  if (!port) return reportRealtimeEnd(error);
+  if (!startSession(*port, startBody(request), error)) return reportRealtimeEnd(error);
+  const auto pump = [port = *port, generation] { pump_realtime(port, generation); };
   if (!runDetached("realtime events", pump)) reportRealtimeEnd(sessionFailed);
 }
 

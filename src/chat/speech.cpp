@@ -4,13 +4,13 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
+#include "agent/agent_answer.h"
 #include "agent/agent_request.h"
 #include "agent/agent_state.h"
 #include "agent_process/supervision.h"
 #include "channel/panel_events.h"
 #include "common/detached.h"
 #include "text/json_parse.h"
-#include "text/json_read.h"
 #include "text/leaked.h"
 #include "text/utf8.h"
 
@@ -19,34 +19,22 @@ namespace {
 
 using nlohmann::json;
 
+constexpr const char* speakFailed = "speak failed";
+
 void showError(const std::string& error, const char* fallback) {
   const std::string text = error.empty() ? fallback : foreignText(error);
   emitPanelMessage("appendText", json::array({{{"role", "error"}, {"text", text}}}));
 }
 
-// Whether the text was spoken; else the agent's reason, which may be empty.
-bool wasSpoken(const AgentResponse& response, std::string& error) {
-  error = response.error;
-  if (response.status != 200) return false;
-  error.clear();
-  json answer;
-  std::string ignored;
-  const std::string_view body = response.body.empty() ? "{}" : std::string_view(response.body);
-  if (parseJson(body, answer, ignored) != ParseOutcome::ok) return false;
-  error = lenientText(answer, "error");
-  return lenientBool(answer, "ok", false);
-}
-
 void speak(const std::string& text) {
   const AgentInUse inUse;  // a long reading is not idleness
   std::string error;
-  if (!ensureAgent(error)) return showError(error, "speak did not start");
-  const auto port = static_cast<std::uint16_t>(currentAgentPort());
-  AgentRequestOptions options;
-  options.totalMs = 0;  // it lasts as long as the text does
-  const AgentResponse response =
-      agentRequest(port, L"POST", L"/v1/speak", dumpJson({{"text", text}}), options);
-  if (!wasSpoken(response, error)) showError(error, "speak failed");
+  const auto port = ensureAgent(error);
+  if (!port) return showError(error, "speak did not start");
+  const AnswerLimits limits{.totalMs = 0};  // it lasts as long as the text does
+  const AgentAnswer answer = readAnswer(
+      agentRequest(*port, L"POST", L"/v1/speak", dumpJson({{"text", text}}), limits), speakFailed);
+  if (!answer.ok) showError(answer.error, speakFailed);
 }
 
 // Ends every reading with the one event that the panel waits for.
@@ -93,8 +81,8 @@ ControlState& controlState() {
 
 void passOn(SpeechControl control) {
   const Control details = detailsOf(control);
-  if (const std::int32_t port = currentAgentPort(); port > 0) {
-    (void)agentRequest(static_cast<std::uint16_t>(port), L"POST", details.path, "{}");
+  if (const std::uint16_t port = currentAgentPort(); port != 0) {
+    (void)agentRequest(port, L"POST", details.path, "{}");
   }
   emitPanelMessage(details.event, json::array());
 }

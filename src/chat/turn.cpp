@@ -54,10 +54,8 @@ std::string promptWithTab(const json& message) {
   return headed + prompt;
 }
 
-std::uint16_t agentPort() { return static_cast<std::uint16_t>(currentAgentPort()); }
-
-std::string choosePreset() {
-  const AgentResponse response = agentRequest(agentPort(), L"GET", L"/v1/models", "");
+std::string choosePreset(std::uint16_t port) {
+  const AgentResponse response = agentRequest(port, L"GET", L"/v1/models", "");
   json models;
   std::string error;
   if (!response.error.empty()) throw TurnFailure(response.error);
@@ -85,14 +83,10 @@ std::string completionBody(const json& message, const std::string& prompt,
   return dumpJson(body);
 }
 
-AgentResponse streamAnswer(const std::string& body, TurnStream& stream,
+AgentResponse streamAnswer(std::uint16_t port, const std::string& body, TurnStream& stream,
                            const RunningTurn& running) {
-  AgentRequestOptions options;
-  options.streaming = true;
-  options.sink = [&stream](std::string_view chunk) { onStreamChunk(stream, chunk); };
-  options.cancelled = [&running] { return running.stopped(); };
-  AgentResponse response =
-      agentRequest(agentPort(), L"POST", L"/v1/chat/completions", body, options);
+  const auto sink = [&stream](std::string_view chunk) { onStreamChunk(stream, chunk); };
+  AgentResponse response = agentTurnStream(port, L"/v1/chat/completions", body, running, sink);
   finishStream(stream);
   return response;
 }
@@ -106,12 +100,13 @@ void answerTurn(const json& message, const RunningTurn& running, TurnStream& str
                                                  {"name", preset.empty() ? "agent" : preset},
                                                  {"chat_session_id", stream.chatSessionId}}}));
   std::string error;
-  if (!ensureAgent(error)) return end.fail(error);
+  const auto port = ensureAgent(error);
+  if (!port) return end.fail(error);
   if (running.stopped()) return end.fail("cancelled");
-  if (preset.empty()) preset = choosePreset();
+  if (preset.empty()) preset = choosePreset(*port);
   const std::string body = completionBody(message, prompt, preset, stream.chatSessionId);
   if (!running.beginRequest()) return end.fail("cancelled");
-  const AgentResponse response = streamAnswer(body, stream, running);
+  const AgentResponse response = streamAnswer(*port, body, stream, running);
   if (running.stopped()) return end.fail("cancelled");
   const bool accepted = response.status != 0 && response.status < 400;
   if (accepted || !stream.assistantText.empty()) {

@@ -1,53 +1,12 @@
 #include "doctor/agent_findings.h"
 
 #include <algorithm>
-#include <chrono>
-#include <condition_variable>
-#include <memory>
-#include <mutex>
 
-#include "agent/agent_request.h"
 #include "agent/agent_state.h"
-#include "common/detached.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using SteadyClock = std::chrono::steady_clock;
-using Answer = PortState::Answer;
-
-// --- Looking ---
-
-struct Survey {
-  std::mutex mutex;  // guards what follows
-  std::condition_variable changed;
-  std::vector<PortState> ports;
-  std::size_t open = 0;
-};
-
-std::int64_t msSince(SteadyClock::time_point begin) {
-  using std::chrono::milliseconds;
-  return std::chrono::duration_cast<milliseconds>(SteadyClock::now() - begin).count();
-}
-
-Answer answerOf(const AgentResponse& response) {
-  if (isReadyAnswer(response)) return Answer::ready;
-  if (response.status == 200) return Answer::notReady;
-  return response.status != 0 ? Answer::foreign : Answer::none;
-}
-
-void askPort(const std::shared_ptr<Survey>& survey, std::size_t index, std::int32_t port,
-             std::uint32_t limitMs) {
-  const auto begin = SteadyClock::now();
-  const Answer answer = answerOf(askAgentReady(port, limitMs));
-  const std::lock_guard lock(survey->mutex);
-  survey->ports.at(index) = {port, answer, msSince(begin)};
-  --survey->open;
-  survey->changed.notify_all();
-}
-
-// --- Judging ---
 
 constexpr const char* sourceTitles[cliSourceCount] = {"saved folder", "registry",
                                                       "app execution alias", "search path"};
@@ -91,27 +50,27 @@ Finding judgeSource(const CliLook& look, std::size_t index, bool isUsed) {
 std::string textOf(const PortState& state) {
   const std::string time = " (" + std::to_string(state.tookMs) + " ms)";
   switch (state.answer) {
-    case Answer::ready:
+    case Readiness::ready:
       return "an agent is ready" + time;
-    case Answer::notReady:
+    case Readiness::notReady:
       return "an agent answers that it is not ready" + time;
-    case Answer::foreign:
+    case Readiness::foreign:
       return "another program answers" + time;
-    case Answer::none:
+    case Readiness::none:
       return "nobody answers" + time;
   }
   return {};
 }
 
-const char* nameOf(Answer answer) {
+const char* nameOf(Readiness answer) {
   switch (answer) {
-    case Answer::ready:
+    case Readiness::ready:
       return "ready";
-    case Answer::notReady:
+    case Readiness::notReady:
       return "notReady";
-    case Answer::foreign:
+    case Readiness::foreign:
       return "foreign";
-    case Answer::none:
+    case Readiness::none:
       break;
   }
   return "none";
@@ -120,7 +79,7 @@ const char* nameOf(Answer answer) {
 Finding judgePort(const PortState& state) {
   const std::string port = std::to_string(state.port);
   Finding finding{"agent.port." + port, "port " + port};
-  finding.health = state.answer == Answer::ready ? Health::ok : Health::note;
+  finding.health = state.answer == Readiness::ready ? Health::ok : Health::note;
   finding.text = textOf(state);
   finding.facts = {{"port", std::int64_t{state.port}},
                    {"answer", std::string(nameOf(state.answer))},
@@ -154,21 +113,10 @@ Finding judgeWhole(bool hasCli, bool isReady, bool isFull) {
 }  // namespace
 
 std::vector<PortState> askAgentPorts(std::uint32_t limitMs) {
-  const auto survey = std::make_shared<Survey>();
-  for (std::int32_t i = 0; i < agentPortCount; ++i) {
-    survey->ports.push_back({firstAgentPort + i, Answer::none, limitMs});
-  }
-  survey->open = survey->ports.size();
-  for (std::size_t i = 0; i < static_cast<std::size_t>(agentPortCount); ++i) {
-    const std::int32_t port = firstAgentPort + static_cast<std::int32_t>(i);
-    if (!runDetached("port survey", [=] { askPort(survey, i, port, limitMs); })) {
-      askPort(survey, i, port, limitMs);
-    }
-  }
-  std::unique_lock lock(survey->mutex);
-  survey->changed.wait_for(lock, std::chrono::milliseconds(limitMs),
-                           [&] { return survey->open == 0; });
-  return survey->ports;
+  PortScan scan(agentPorts, limitMs);
+  std::vector<PortState> states;
+  for (std::size_t i = 0; i < agentPorts.size(); ++i) states.push_back(scan.wait(i));
+  return states;
 }
 
 std::vector<CliLook> lookAtCliSources() {
@@ -186,11 +134,11 @@ Findings judgeAgent(const std::vector<CliLook>& looks, const std::vector<PortSta
     hasCli = hasCli || isUsed;
   }
   for (const PortState& state : ports) findings.push_back(judgePort(state));
-  const auto is = [](Answer wanted) {
+  const auto is = [](Readiness wanted) {
     return [=](const PortState& state) { return state.answer == wanted; };
   };
-  findings.push_back(judgeWhole(hasCli, std::ranges::any_of(ports, is(Answer::ready)),
-                                std::ranges::none_of(ports, is(Answer::none))));
+  findings.push_back(judgeWhole(hasCli, std::ranges::any_of(ports, is(Readiness::ready)),
+                                std::ranges::none_of(ports, is(Readiness::none))));
   return findings;
 }
 

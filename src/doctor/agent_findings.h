@@ -4,17 +4,11 @@
 #include <vector>
 
 #include "agent_process/cli_location.h"
+#include "agent_process/port_scan.h"
 #include "doctor/finding.h"
 
 // Whether the host finds an agent or can start one: the command-line program and the agent's ports.
 namespace media::win::chrome_inspect {
-
-struct PortState {
-  enum class Answer { ready, notReady, foreign, none };
-  std::int32_t port = 0;
-  Answer answer = Answer::none;
-  std::int64_t tookMs = 0;  // until it was decided
-};
 
 // Asks all ports of the agent at the same time; one that has not answered within `limitMs` counts
 // as silent.

@@ -11,7 +11,7 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-void agentReady(std::int32_t port, bool fresh) {
+void agentReady(std::uint16_t port, bool fresh) {
   registerHostToolProviders(port, {agentToolsUrl(), sessionToken()});
   sendHostStatus("connected");
   startChatEvents(port, fresh);

@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "agent/agent_answer.h"
 #include "agent/agent_request.h"
 #include "agent_process/supervision.h"
 #include "channel/envelope.h"
@@ -28,45 +29,23 @@ json failed(const json& request, std::string_view error) {
   return providerRpcReply(request, false, foreignText(error));
 }
 
-AgentResponse callAgent(const wchar_t* verb, const std::string& path, const std::string& body) {
-  return agentRequest(static_cast<std::uint16_t>(currentAgentPort()), verb, toWide(path), body);
-}
-
-// Parses the body of a response; one that is empty counts as an empty object.
-bool parseBody(const AgentResponse& response, json& answer) {
-  std::string ignored;
-  const std::string_view body = response.body.empty() ? "{}" : std::string_view(response.body);
-  return parseJson(body, answer, ignored) == ParseOutcome::ok;
-}
-
-json dataOf(json& answer) {
-  const auto data = answer.find("data");
-  return data == answer.end() ? json::object() : std::move(*data);
-}
-
-json relayAnswer(const json& request, const AgentResponse& response) {
-  if (response.status != 200) {
-    return failed(request, response.error.empty() ? requestFailed : response.error);
-  }
-  json answer;
-  if (!parseBody(response, answer)) return failed(request, requestFailed);
-  if (lenientBool(answer, "ok", false)) return providerRpcReply(request, true, dataOf(answer));
-  return failed(request, lenientText(answer, "error", requestFailed));
-}
-
 json agentProxyCall(const json& request, const wchar_t* verb, const std::string& path,
                     const std::string& body = {}) {
   std::string error;
-  if (!ensureAgent(error)) return failed(request, error);
-  return relayAnswer(request, callAgent(verb, path, body));
+  const auto port = ensureAgent(error);
+  if (!port) return failed(request, error);
+  AgentAnswer answer = readAnswer(agentRequest(*port, verb, toWide(path), body), requestFailed);
+  if (!answer.ok) return failed(request, answer.error);
+  return providerRpcReply(request, true, takeData(answer.value));
 }
 
 json getPresets(const json& request) {
   std::string error;
-  if (!ensureAgent(error)) return failed(request, error);
-  const AgentResponse response = callAgent(L"GET", "/v1/models", "");
+  const auto port = ensureAgent(error);
+  if (!port) return failed(request, error);
+  const AgentResponse response = agentRequest(*port, L"GET", L"/v1/models", "");
   json models;
-  if (response.status != 200 || !response.error.empty() || !parseBody(response, models)) {
+  if (!isWholeAnswer(response) || !parseAnswer(response, models)) {
     return failed(request, "preset list failed");
   }
   return providerRpcReply(request, true, {{"presets", normalizePresetList(models)}});
@@ -178,16 +157,16 @@ constexpr Method methods[] = {
 };
 
 // Posts to the agent for a plain kind and answers with the agent's "ok", or the best error text.
-json postForAck(const json& request, const std::string& path, const json& body,
+json postForAck(const json& request, const wchar_t* path, const json& body,
                 std::string_view fallback) {
   std::string error;
-  if (!ensureAgent(error)) return ackError(request, error);
-  const AgentResponse response = callAgent(L"POST", path, dumpJson(body));
+  const auto port = ensureAgent(error);
+  if (!port) return ackError(request, error);
+  const AgentResponse response = agentRequest(*port, L"POST", path, dumpJson(body));
   json answer;
-  const bool parsed = parseBody(response, answer);
-  if (response.status == 200 && parsed && lenientBool(answer, "ok", false))
-    return ackReply(request);
-  return ackError(request, parsed ? lenientText(answer, "error", fallback) : fallback);
+  if (!parseAnswer(response, answer)) return ackError(request, fallback);
+  if (response.status == 200 && lenientBool(answer, "ok", false)) return ackReply(request);
+  return ackError(request, lenientText(answer, "error", fallback));
 }
 
 json pathsOf(const json& request) {
@@ -206,19 +185,19 @@ json answerProviderRpc(const json& request) {
 }
 
 json openPaths(const json& request, bool fullscreen) {
-  return postForAck(request, "/v1/ui/open-file",
+  return postForAck(request, L"/v1/ui/open-file",
                     {{"paths", pathsOf(request)}, {"fullscreen", fullscreen}}, "file did not open");
 }
 
 json openSettings(const json& request) {
-  return postForAck(request, "/v1/ui/open", {{"section", readText(request, "section", "chat")}},
+  return postForAck(request, L"/v1/ui/open", {{"section", readText(request, "section", "chat")}},
                     "settings did not open");
 }
 
 json replyConsent(const json& request) {
   json body = request;
   body.erase("kind");
-  return postForAck(request, "/v1/chat/consent", body, requestFailed);
+  return postForAck(request, L"/v1/chat/consent", body, requestFailed);
 }
 
 }  // namespace media::win::chrome_inspect

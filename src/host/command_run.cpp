@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "agent/agent_answer.h"
 #include "agent/agent_request.h"
 #include "agent_process/supervision.h"
 #include "app_ipc/cmd_ipc.h"
@@ -24,8 +25,7 @@ json answerWith(const json& request, json answer) {
   if (!lenientBool(answer, "ok", false)) {
     return providerRpcReply(request, false, lenientText(answer, "error", runFailed));
   }
-  const auto data = answer.find("data");
-  return providerRpcReply(request, true, data == answer.end() ? json::object() : std::move(*data));
+  return providerRpcReply(request, true, takeData(answer));
 }
 
 // Whom the agent leaves the command to.
@@ -35,9 +35,10 @@ enum class RunBy { agent, application };
 // understood, or says that the command needs the application's window.
 RunBy runByAgent(const json& command, json& answer) {
   std::string error;
-  if (!ensureAgent(error)) return RunBy::application;
-  const AgentResponse response = agentRequest(static_cast<std::uint16_t>(currentAgentPort()),
-                                              L"POST", L"/v1/chat/commands/run", dumpJson(command));
+  const auto port = ensureAgent(error);
+  if (!port) return RunBy::application;
+  const AgentResponse response =
+      agentRequest(*port, L"POST", L"/v1/chat/commands/run", dumpJson(command));
   if (response.status == 404) return RunBy::application;
   const bool parsed = parseJson(response.body, answer, error) == ParseOutcome::ok;
   if (response.status == 200) {

@@ -111,8 +111,8 @@ json replySpeakResume(const json& request) {
 }
 
 json replyAgentReload(const json& request) {
-  if (const std::int32_t port = currentAgentPort(); port > 0) {
-    (void)agentRequest(static_cast<std::uint16_t>(port), L"POST", L"/v1/speak/stop", "{}");
+  if (const std::uint16_t port = currentAgentPort(); port != 0) {
+    (void)agentRequest(port, L"POST", L"/v1/speak/stop", "{}");
   }
   stopBackgroundStreams();
   std::string error;
@@ -129,10 +129,9 @@ json replySend(const json& request) {
 
 json replyStop(const json& request) {
   stopTurns();
-  if (const std::int32_t port = currentAgentPort(); port > 0) {
+  if (const std::uint16_t port = currentAgentPort(); port != 0) {
     // A pending consent question is cancelled too; that there is none is no failure.
-    (void)agentRequest(static_cast<std::uint16_t>(port), L"POST", L"/v1/chat/consent",
-                       R"({"cancel":true})");
+    (void)agentRequest(port, L"POST", L"/v1/chat/consent", R"({"cancel":true})");
   }
   (void)controlSpeech(SpeechControl::stop);  // the turn is stopped all the same
   return ackReply(request);

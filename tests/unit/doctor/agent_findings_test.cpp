@@ -8,7 +8,7 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-using Answer = PortState::Answer;
+using Answer = Readiness;
 
 std::vector<CliLook> noProgram() {
   return {{"cli options", CliOutcome::notSet, {}},
@@ -19,7 +19,7 @@ std::vector<CliLook> noProgram() {
 
 std::vector<PortState> ports(Answer first, Answer rest = Answer::none) {
   std::vector<PortState> states;
-  for (std::int32_t port = 8090; port < 8095; ++port) {
+  for (std::uint16_t port = 8090; port < 8095; ++port) {
     states.push_back({port, port == 8090 ? first : rest, 7});
   }
   return states;
