@@ -2,9 +2,6 @@
 
 morva_sources(testSources tests/unit "*_test.cpp")
 morva_sources(testSupport tests/unit/support "*.cpp")
-if(NOT testSources)
-  return()
-endif()
 
 if(EXISTS /usr/src/googletest/CMakeLists.txt AND NOT MSVC)
   # Built with our own flags: sanitizers and the cross compiler both need that.
