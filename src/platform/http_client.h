@@ -8,7 +8,7 @@
 
 // One plain HTTP/1.1 exchange with a server on 127.0.0.1, step by step.
 // Windows side: WinHTTP in synchronous mode (learn.microsoft.com, winhttp.h), no proxy, no
-// redirects followed, no cookies, no automatic logon. POSIX side: a socket; for tests only.
+// redirects followed, no cookies, no automatic logon. POSIX side: libcurl; for tests only.
 namespace media::win::chrome_inspect {
 
 // Limits per step in milliseconds; 0 waits without limit.
@@ -22,7 +22,7 @@ struct HttpTimeouts {
 enum class HttpOpenResult { ok, sessionFailed, connectFailed, requestFailed };
 
 // Owned by the thread that makes the exchange; `abort` is the one operation for other threads.
-// Steps in order: send, receive, status, then available and read in turns until available says 0.
+// Steps in order: send, receive, status, then available and read in turns until available counts 0.
 // Each step blocks up to its time-out and is false when it failed or the exchange was aborted;
 // after a false only destruction is left. Destruction closes whatever abort has not closed.
 class HttpExchange {
@@ -34,9 +34,9 @@ class HttpExchange {
   virtual bool send(std::string_view body) = 0;
   // Waits for the whole response header.
   virtual bool receive() = 0;
-  // The status code; 0 when it cannot be told.
+  // The status code; 0 when it is not known.
   virtual std::uint32_t status() = 0;
-  // Waits until body bytes can be read and says how many; 0 at the end of the body. A body that
+  // Waits until body bytes can be read and counts them; 0 at the end of the body. A body that
   // ends before its announced length is a failure.
   virtual bool available(std::size_t& count) = 0;
   // Reads at most `capacity` bytes. Asked for no more than `available` promised, it does not wait.

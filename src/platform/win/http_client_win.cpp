@@ -80,14 +80,14 @@ DWORD statusOf(HINTERNET request) {
 }
 
 bool hasHeader(HINTERNET request, DWORD what) {
-  DWORD size = 0;  // with no room at all, a header that is there is told as too long
+  DWORD size = 0;  // no room at all: a header that is there does not fit
   WinHttpQueryHeaders(request, what, WINHTTP_HEADER_NAME_BY_INDEX, WINHTTP_NO_OUTPUT_BUFFER, &size,
                       WINHTTP_NO_HEADER_INDEX);
   return GetLastError() == ERROR_INSUFFICIENT_BUFFER;
 }
 
 // How many body bytes must come before the end; 0 when nothing was promised. Not every WinHTTP
-// tells a connection that closes too early from a regular end.
+// reports a connection that closes too early as a failure.
 DWORD promisedLength(HINTERNET request) {
   const DWORD status = statusOf(request);
   DWORD length = 0;
@@ -101,10 +101,8 @@ DWORD promisedLength(HINTERNET request) {
 
 class WinHttpExchange final : public HttpExchange {
  public:
-  WinHttpExchange(OwnedInternet session, OwnedInternet connection, OwnedInternet request,
-                  bool headOnly)
-      : headOnly_(headOnly),
-        session_(std::move(session)),
+  WinHttpExchange(OwnedInternet session, OwnedInternet connection, OwnedInternet request)
+      : session_(std::move(session)),
         connection_(std::move(connection)),
         request_(std::move(request)) {}
 
@@ -123,18 +121,18 @@ class WinHttpExchange final : public HttpExchange {
   bool receive() override {
     return request_.run([this](HINTERNET request) {
       if (!WinHttpReceiveResponse(request, nullptr)) return false;
-      missing_ = headOnly_ ? 0 : promisedLength(request);
+      missing_ = promisedLength(request);
       return true;
     });
   }
 
   std::uint32_t status() override {
     DWORD status = 0;
-    const bool told = request_.run([&status](HINTERNET request) {
+    const bool isKnown = request_.run([&status](HINTERNET request) {
       status = statusOf(request);
       return true;
     });
-    return told ? status : 0;
+    return isKnown ? status : 0;
   }
 
   bool available(std::size_t& count) override {
@@ -166,8 +164,7 @@ class WinHttpExchange final : public HttpExchange {
   void abort() override { request_.abort(); }
 
  private:
-  const bool headOnly_;  // the answer announces a body that does not come
-  DWORD missing_ = 0;    // of the promised body; only the owner's steps touch it
+  DWORD missing_ = 0;  // of the promised body; only the owner's steps touch it
   // Closed from the last to the first: a parent handle must outlive what was made from it.
   OwnedInternet session_;
   OwnedInternet connection_;
@@ -217,7 +214,7 @@ HttpOpenResult openHttpExchange(std::uint16_t port, const std::wstring& verb,
     return HttpOpenResult::requestFailed;
   }
   exchange = std::make_shared<WinHttpExchange>(std::move(session), std::move(connection),
-                                               std::move(request), verb == L"HEAD");
+                                               std::move(request));
   return HttpOpenResult::ok;
 }
 
