@@ -5,15 +5,14 @@
 
 #include "plain_frames.h"
 #include "platform/clock.h"
+#include "platform/crypto.h"
 #include "platform/file_dialog.h"
 #include "platform/files.h"
 #include "platform/http_client.h"
 #include "platform/known_folders.h"
 #include "platform/process.h"
 #include "platform/process_control.h"
-#include "platform/random.h"
 #include "platform/registry.h"
-#include "platform/sha256.h"
 #include "platform/sockets.h"
 
 // The least that a host can do: reads a frame, parses it, serialises it, writes it back. The host's

@@ -5,6 +5,7 @@
 #include "agent_process/cli_dir.h"
 #include "channel/host_log.h"
 #include "common/paths.h"
+#include "common/product_names.h"
 #include "platform/files.h"
 #include "platform/known_folders.h"
 #include "platform/registry.h"
@@ -13,8 +14,6 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-constexpr const wchar_t* registryKey =
-    L"Software\\Google\\Chrome\\NativeMessagingHosts\\com.quenlark.morva.chrome";
 constexpr std::size_t maxRegistryBytes = 65536;
 
 // What is to be said of a file that a source names.
@@ -36,7 +35,7 @@ CliLook lookAtOptions() {
 CliLook lookAtRegistry() {
   constexpr const char* source = "cli registry";
   std::string data;
-  if (!readUserRegistryString(registryKey, L"cli", maxRegistryBytes, data)) {
+  if (!readUserRegistryString(nativeHostKey(chromeVendorKey), L"cli", maxRegistryBytes, data)) {
     return {source, CliOutcome::notSet, {}};
   }
   return lookFor(source, wideFromUtf16Bytes(data));

@@ -9,7 +9,7 @@
 
 #include "app_ipc/instance_discovery.h"
 #include "platform/clock.h"
-#include "platform/sha256.h"
+#include "platform/crypto.h"
 #include "platform/sockets.h"
 #include "text/ascii.h"
 #include "text/json_parse.h"

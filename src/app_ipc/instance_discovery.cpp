@@ -5,8 +5,9 @@
 #include <string_view>
 
 #include "common/paths.h"
+#include "common/whole_file.h"
 #include "platform/environment.h"
-#include "platform/file_access.h"
+#include "platform/files.h"
 #include "platform/process.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
@@ -27,20 +28,12 @@ std::uint32_t portOf(std::string_view text) {
   return parsed.ec == std::errc() && parsed.ptr == end && port <= maxPort ? port : 0;
 }
 
-bool readFile(const std::wstring& path, std::string& text) {
-  OwnedFile file;
-  FileFacts facts;
-  if (!openForReading(path, file, facts) || !facts.isRegular) return false;
-  if (facts.size == 0 || facts.size > maxInstanceFileBytes) return false;
-  text.resize(static_cast<std::size_t>(facts.size));
-  return readExactly(file, text.data(), text.size());
-}
-
 void examineFile(const std::wstring& path, AppInstance& accepted) {
   std::string text;
   AppInstance instance;
   std::uint32_t pid = 0;
-  if (!readFile(path, text) || !readAnnouncement(text, instance, pid)) return;
+  if (!readWholeFile(path, maxInstanceFileBytes, text)) return;
+  if (!readAnnouncement(text, instance, pid)) return;
   if (!isProcessRunning(pid)) return;
   if (accepted.port != 0 && instance.startedUnixMs < accepted.startedUnixMs) return;
   accepted = std::move(instance);

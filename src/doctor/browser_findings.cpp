@@ -4,7 +4,7 @@
 
 #include "common/paths.h"
 #include "common/product_names.h"
-#include "platform/file_access.h"
+#include "common/whole_file.h"
 #include "platform/files.h"
 #include "setup/host_manifest.h"
 #include "text/wide.h"
@@ -58,7 +58,7 @@ void lookAtManifest(const std::wstring& ownProgram, BrowserState& state) {
   const std::wstring path = toWide(state.manifest);
   std::string text;
   std::string named;
-  if (!readSmallFile(path, text)) {
+  if (!readWholeFile(path, maxManifestBytes, text)) {
     state.manifestFault = "it cannot be read";
     return;
   }
@@ -66,7 +66,7 @@ void lookAtManifest(const std::wstring& ownProgram, BrowserState& state) {
   const std::wstring program = programOf(path, named);
   state.program = toUtf8(program);
   state.programExists = isExistingFile(program);
-  state.programIsThis = program.size() == ownProgram.size() && isSamePathText(program, ownProgram);
+  state.programIsThis = isSamePath(program, ownProgram);
 }
 
 BrowserState lookAtBrowser(const Browser& browser, const std::wstring& ownProgram) {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "doctor/finding.h"
-#include "platform/pipe_probe.h"
+#include "platform/named_pipe.h"
 
 // What the host itself needs of the machine: the tool server's ports, the inspect pipe's name, its
 // folder; and the desktop application, which it finds by a file.

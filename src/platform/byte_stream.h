@@ -38,7 +38,7 @@ ReadResult readSome(StreamId stream, char* buffer, std::size_t capacity, std::si
 // One write call of at most `size` bytes (size > 0). False when it failed or took nothing.
 bool writeSome(StreamId stream, const char* bytes, std::size_t size, std::size_t& written);
 
-// A new anonymous pipe. Neither end is inherited by children. False when there is none to be had.
+// A new anonymous pipe. Neither end is inherited by children. False when the system makes none.
 bool makePipe(OwnedStream& readEnd, OwnedStream& writeEnd);
 
 }  // namespace media::win::chrome_inspect

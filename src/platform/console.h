@@ -4,7 +4,7 @@
 
 #include "platform/byte_stream.h"
 
-// For the commands that a person gives; the host itself writes frames and nothing else.
+// For the commands that a person types; the host itself writes frames and nothing else.
 namespace media::win::chrome_inspect {
 
 StreamId standardError();

@@ -14,7 +14,7 @@ struct FileDialog {
   bool ole = false;       // the thread is set up with OLE instead of plain COM
 };
 
-// `unavailable`: there is no dialog to be had. `failed`: it could not be shown; see `systemError`.
+// `unavailable`: the system has no dialog. `failed`: it could not be shown; see `systemError`.
 enum class DialogOutcome { chosen, cancelled, unavailable, failed };
 
 // Shows the dialog, in front and without an owner window, and blocks until the user has closed it;

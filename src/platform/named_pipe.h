@@ -1,9 +1,11 @@
 #pragma once
 
+#include <string>
+
 #include "platform/byte_stream.h"
 
-// The serving end of a local named pipe, for one client at a time. It is read and written with
-// platform/byte_stream.h.
+// The serving end of a local named pipe, for one client at a time, and a look at somebody else's.
+// Pipes are read and written with platform/byte_stream.h.
 // Windows side: CreateNamedPipeA and its companions (learn.microsoft.com, namedpipeapi.h). POSIX
 // twin: a local stream socket in the abstract name space; it is for tests. The process keeps the
 // name of its first instance, whatever later ones are called, so that clients can wait between two.
@@ -33,13 +35,19 @@ struct CallerTraits {
 };
 using OwnedCaller = Owned<CallerTraits>;
 
-// The calling thread. Empty when the system has no handle to give.
+// The calling thread. Empty when the system makes no handle for it.
 OwnedCaller currentCaller();
 
 // Breaks off the call on `pipe` in which `caller` is blocked: it fails. False when there was none;
 // the caller may be about to enter it. It must be in no other blocking call. Threads: any.
 // Windows side: CancelSynchronousIo. POSIX: the connection is of no use afterwards, and a read that
-// was broken off says `end`.
+// was broken off returns `end`.
 bool breakOffPipeCall(const OwnedCaller& caller, StreamId pipe);
+
+enum class PipeState { absent, listening, busy, unknown };
+
+// Whether a named pipe exists and, if so, whether its server waits for a client, without becoming
+// one (WaitNamedPipeA). Takes a few milliseconds at most. POSIX: always `unknown`.
+PipeState probePipe(const std::string& name);
 
 }  // namespace media::win::chrome_inspect

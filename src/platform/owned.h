@@ -4,7 +4,7 @@
 
 namespace media::win::chrome_inspect {
 
-// Owns one resource of the operating system and closes it exactly once. `Traits` gives `Raw`,
+// Owns one resource of the operating system and closes it exactly once. `Traits` has `Raw`,
 // `none()`, `valid(raw)` and `close(raw)`. An owner belongs to one thread, or lives under one lock.
 template <class Traits>
 class Owned {

@@ -45,8 +45,8 @@ OwnedProcess duplicateProcess(const OwnedProcess& process);
 // wait and not by the exit code: 259 is a code like any other.
 bool waitForExit(const OwnedProcess& process, std::uint32_t timeoutMs);
 
-// The code of a process that has ended; 0 when the system does not tell. POSIX: its low 8 bits, or
-// 128 and the signal's number.
+// The code of a process that has ended; 0 when the system does not report it. POSIX: its low 8
+// bits, or 128 and the signal's number.
 std::uint32_t exitCodeOf(const OwnedProcess& process);
 
 // Whether a process with this id runs. Ids are given to other processes again, so it may be a

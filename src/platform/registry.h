@@ -7,7 +7,7 @@
 
 // The system's registry (learn.microsoft.com, winreg.h). Keys are written with single backslashes,
 // without one at the end; the value with the empty name is the key's default value.
-// POSIX: there is none. Everything fails, with a system error of ENOSYS where one is told.
+// POSIX: there is none. Everything fails, with ENOSYS where a system error is an output.
 namespace media::win::chrome_inspect {
 
 enum class RegistryRoot { user, machine };  // HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE

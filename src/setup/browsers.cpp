@@ -21,9 +21,9 @@ bool isListed(RegistryRoot root, const Browser& browser) {
 }  // namespace
 
 const Browser* findBrowser(std::string_view name) {
-  const auto* const found =
+  const auto found =
       std::ranges::find_if(browsers, [&](const Browser& each) { return each.name == name; });
-  return found == browsers.end() ? nullptr : found;
+  return found == browsers.end() ? nullptr : &*found;
 }
 
 std::string browserNames() {
@@ -33,10 +33,7 @@ std::string browserNames() {
   return names;
 }
 
-std::wstring hostKeyOf(const Browser& browser) {
-  return std::wstring(L"Software\\") + browser.vendorKey + L"\\NativeMessagingHosts\\" +
-         toWide(nativeHostName);
-}
+std::wstring hostKeyOf(const Browser& browser) { return nativeHostKey(browser.vendorKey); }
 
 std::wstring policyKeyOf(const Browser& browser) {
   return std::wstring(L"Software\\Policies\\") + browser.policyKey;

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/product_names.h"
 #include "platform/registry.h"
 
 // The browsers that can start the host, and where each of them looks for it.
@@ -19,7 +20,7 @@ struct Browser {
 };
 
 inline constexpr std::array<Browser, 5> browsers = {{
-    {"chrome", "Chrome", L"Google\\Chrome", L"Google\\Chrome", L"Google Chrome"},
+    {"chrome", "Chrome", chromeVendorKey, chromeVendorKey, L"Google Chrome"},
     {"edge", "Edge", L"Microsoft\\Edge", L"Microsoft\\Edge", L"Microsoft Edge"},
     {"brave", "Brave", L"BraveSoftware\\Brave-Browser", L"BraveSoftware\\Brave", L"Brave"},
     {"vivaldi", "Vivaldi", L"Vivaldi", L"Vivaldi", L"Vivaldi"},

@@ -5,7 +5,6 @@
 
 #include "common/paths.h"
 #include "common/product_names.h"
-#include "platform/file_access.h"
 #include "setup/command_line.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
@@ -18,7 +17,6 @@ namespace {
 using nlohmann::json;
 
 constexpr std::string_view originScheme = "chrome-extension://";
-constexpr std::size_t maxFileBytes = 1024 * 1024;
 
 std::string ownOrigin() { return std::string(extensionOrigin) + "/"; }
 
@@ -94,17 +92,6 @@ bool readManifest(std::string_view text, std::string& program, std::string& erro
     return false;
   }
   program = lenientText(manifest, "path");
-  return true;
-}
-
-bool readSmallFile(const std::wstring& path, std::string& text) {
-  OwnedFile file;
-  FileFacts facts;
-  if (!openForReading(path, file, facts) || !facts.isRegular || facts.size > maxFileBytes)
-    return false;
-  std::string found(static_cast<std::size_t>(facts.size), '\0');
-  if (!readExactly(file, found.data(), found.size())) return false;
-  text = std::move(found);
   return true;
 }
 

@@ -21,7 +21,7 @@ std::string manifestText(const std::wstring& program,
 // says what is wrong.
 bool readManifest(std::string_view text, std::string& program, std::string& error);
 
-// Reads a whole small file; false when it is not there, no regular file, or larger than 1 MiB.
-bool readSmallFile(const std::wstring& path, std::string& text);
+// Of a manifest that is read, inclusive.
+inline constexpr std::size_t maxManifestBytes = 1024 * 1024;
 
 }  // namespace media::win::chrome_inspect

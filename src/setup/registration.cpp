@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/file_access.h"
+#include "common/whole_file.h"
 #include "platform/files.h"
 #include "platform/registry.h"
 #include "setup/browsers.h"
@@ -59,10 +59,6 @@ std::wstring registeredManifest(const Browser& browser) {
   return found ? toWide(text) : std::wstring();
 }
 
-bool isSamePath(const std::wstring& a, const std::wstring& b) {
-  return a.size() == b.size() && isSamePathText(a, b);
-}
-
 bool namesManifest(const Browser& browser, const std::wstring& manifest) {
   return isSamePath(registeredManifest(browser), manifest);
 }
@@ -101,7 +97,7 @@ bool putManifest(const std::wstring& path, const std::string& text) {
     (void)deleteFile(fresh);  // the failure that matters has been seen
     return false;
   }
-  return readSmallFile(path, written) && written == text;
+  return readWholeFile(path, maxManifestBytes, written) && written == text;
 }
 
 bool writeManifest(Work& work) {
@@ -113,7 +109,7 @@ bool writeManifest(Work& work) {
   }
   const std::string text = manifestText(program, work.options().extensionIds);
   std::string there;
-  if (readSmallFile(work.manifest(), there) && there == text) {
+  if (readWholeFile(work.manifest(), maxManifestBytes, there) && there == text) {
     work.say("manifest", "is right already: " + path);
   } else if (work.dryRun()) {
     work.say("manifest", "would be written: " + path);

@@ -13,7 +13,6 @@
 #include "common/bounded.h"
 #include "common/detached.h"
 #include "common/paths.h"
-#include "platform/file_access.h"
 #include "platform/files.h"
 #include "platform/shell.h"
 #include "text/json_read.h"

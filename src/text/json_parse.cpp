@@ -110,7 +110,7 @@ ParseOutcome parseJson(std::string_view text, nlohmann::json& value, std::string
   if (tryParse(text, value, firstError)) return ParseOutcome::ok;
   try {
     std::string repaired;
-    std::string ignored;  // the first message tells of the text as it was sent
+    std::string ignored;  // the first message is about the text as it was sent
     if (repairLoneSurrogates(text, repaired) && tryParse(repaired, value, ignored)) {
       return ParseOutcome::ok;
     }

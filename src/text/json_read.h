@@ -4,7 +4,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string_view>
 
-// Reading members by name. In all of them: a missing key, a null, and an `object` that is none give
+// Reading members by name. In all of them: a missing key, a null, and an `object` that is none are
 // `fallback`; a value of another type throws nlohmann::json::type_error with the library's text;
 // a number outside the range of the result is `fallback` (the library would wrap it silently).
 namespace media::win::chrome_inspect {

@@ -6,7 +6,7 @@
 
 #include "common/paths.h"
 #include "platform/clock.h"
-#include "platform/file_access.h"
+#include "platform/files.h"
 #include "text/utf8.h"
 #include "text/wide.h"
 #include "toolserver/local_files.h"
@@ -31,10 +31,6 @@ bool isKept(char c) {
 std::string_view trimEnd(std::string_view name) {
   const std::size_t last = name.find_last_not_of(" .");
   return name.substr(0, last == std::string_view::npos ? 0 : last + 1);
-}
-
-bool isSamePath(const std::wstring& a, const std::wstring& b) {
-  return a.size() == b.size() && isSamePathText(a, b);
 }
 
 // Makes the folder and sees that it is where it seems to be: deleting old files through a link

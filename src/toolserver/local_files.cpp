@@ -4,7 +4,8 @@
 #include <iterator>
 
 #include "common/paths.h"
-#include "platform/file_access.h"
+#include "common/whole_file.h"
+#include "platform/files.h"
 #include "text/ascii.h"
 #include "text/wide.h"
 
@@ -49,12 +50,10 @@ bool loadFrom(std::string_view path, std::string& body, std::wstring& finalPath)
   FileFacts facts;
   OwnedFile file;
   if (!folderFacts(workFolder, folder) || !openForReading(absolute, file, facts)) return false;
-  if (facts.isLink || !facts.isRegular) return false;
-  if (!isInsideFolder(facts.finalPath, folder.finalPath)) return false;
-  if (facts.size == 0 || facts.size > maxServedFileBytes) return false;
-  body.resize(static_cast<std::size_t>(facts.size));
+  if (facts.isLink || !isInsideFolder(facts.finalPath, folder.finalPath)) return false;
+  if (facts.size == 0) return false;
   finalPath = facts.finalPath;
-  return readExactly(file, body.data(), body.size());
+  return readWholeFile(file, facts, maxServedFileBytes, body);
 }
 
 }  // namespace
@@ -77,7 +76,7 @@ bool isInsideFolder(std::wstring_view finalPath, std::wstring_view folderFinalPa
   const std::size_t size = folderFinalPath.size();
   if (size == 0 || finalPath.size() <= size) return false;
   if (finalPath[size] != L'\\' && finalPath[size] != L'/') return false;
-  return isSamePathText(finalPath.substr(0, size), folderFinalPath);
+  return isSamePath(finalPath.substr(0, size), folderFinalPath);
 }
 
 std::string_view contentTypeFor(std::string_view path) {

@@ -12,7 +12,7 @@
 #include "channel/host_log.h"
 #include "common/detached.h"
 #include "platform/clock.h"
-#include "platform/random.h"
+#include "platform/crypto.h"
 #include "platform/sockets.h"
 #include "text/ascii.h"
 #include "text/leaked.h"

@@ -1,6 +1,6 @@
 #include "platform/posix/command_line_posix.h"
 
-#include "platform/posix/wide_text_posix.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 
@@ -13,7 +13,7 @@ std::vector<std::string> splitCommandLine(const std::wstring& line) {
     const bool quote = character == L'"';
     if (quote) inQuotes = !inQuotes;
     if (!inQuotes && (character == L' ' || character == L'\t')) {
-      if (inWord) words.push_back(narrowText(word));
+      if (inWord) words.push_back(toUtf8(word));
       word.clear();
       inWord = false;
       continue;

@@ -2,14 +2,14 @@
 
 #include <cstdlib>
 
-#include "platform/posix/wide_text_posix.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 
 bool readEnvironment(const std::wstring& name, std::size_t maxCharacters, std::wstring& value) {
-  const char* found = std::getenv(narrowText(name).c_str());
+  const char* found = std::getenv(toUtf8(name).c_str());
   if (found == nullptr) return false;
-  const std::wstring wide = wideText(found);
+  const std::wstring wide = toWide(found);
   if (wide.empty() || wide.size() >= maxCharacters) return false;
   value = wide;
   return true;

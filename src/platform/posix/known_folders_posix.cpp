@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "platform/posix/wide_text_posix.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -10,7 +10,7 @@ namespace {
 bool folderFrom(const char* variable, std::wstring& folder) {
   const char* value = std::getenv(variable);
   if (value == nullptr || *value == '\0') return false;
-  folder = wideText(value);
+  folder = toWide(value);
   while (folder.size() > 1 && folder.back() == L'/') folder.pop_back();
   return true;
 }

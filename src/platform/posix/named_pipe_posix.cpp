@@ -70,4 +70,6 @@ bool breakOffPipeCall(const OwnedCaller& /*caller*/, StreamId pipe) {
   return shutdown(descriptorOf(pipe), SHUT_RDWR) == 0;
 }
 
+PipeState probePipe(const std::string& /*name*/) { return PipeState::unknown; }
+
 }  // namespace media::win::chrome_inspect

@@ -17,7 +17,8 @@
 #include "platform/clock.h"
 #include "platform/posix/command_line_posix.h"
 #include "platform/posix/descriptor_posix.h"
-#include "platform/posix/wide_text_posix.h"
+#include "platform/posix/path_text_posix.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -57,7 +58,7 @@ class SpawnPlan {
     posix_spawnattr_destroy(&attributes_);
   }
 
-  // Each step gives an errno, 0 when it went well.
+  // Each step returns an errno, 0 when it went well.
   int planStreams(int output) {
     int error = posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     if (error == 0) error = posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO);
@@ -101,7 +102,7 @@ int startChild(const std::wstring& commandLine, const std::wstring& folder, int 
   if (words.empty()) return EINVAL;
   SpawnPlan plan;
   int error = plan.planStreams(output);
-  if (error == 0) error = plan.planFolder(narrowText(folder));
+  if (error == 0) error = plan.planFolder(toUtf8(folder));
   if (error == 0) error = plan.planSignals();
   return error == 0 ? plan.start(words, id) : error;
 }
@@ -147,7 +148,7 @@ SpawnResult spawnHidden(const std::wstring& commandLine, const std::wstring& fol
 }
 
 bool probeProcessStart(const std::wstring& path, std::uint32_t& systemError) {
-  if (::access(narrowPath(path).c_str(), X_OK) == 0) return true;
+  if (::access(pathText(path).c_str(), X_OK) == 0) return true;
   systemError = static_cast<std::uint32_t>(errno);
   return false;
 }
@@ -175,7 +176,7 @@ bool waitForExit(const OwnedProcess& process, std::uint32_t timeoutMs) {
 std::uint32_t exitCodeOf(const OwnedProcess& process) {
   siginfo_t status;
   if (!process || !exitStatus(childOf(process), WNOWAIT, status)) return 0;
-  constexpr int signalBase = 128;  // as shells tell it
+  constexpr int signalBase = 128;  // as shells report it
   return static_cast<std::uint32_t>(status.si_code == CLD_EXITED ? status.si_status
                                                                  : signalBase + status.si_status);
 }

@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "platform/posix/wide_text_posix.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 
@@ -12,7 +12,7 @@ bool ownProgramPath(std::wstring& path) {
   std::error_code error;
   const std::filesystem::path found = std::filesystem::read_symlink("/proc/self/exe", error);
   if (error) return false;
-  path = wideText(found.string());
+  path = toWide(found.string());
   return true;
 }
 

@@ -1,13 +1,11 @@
 #include "platform/byte_stream.h"
 
-#include <windows.h>
-
 #include <algorithm>
+
+#include "platform/win/handles_win.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-HANDLE handleOf(StreamId stream) { return reinterpret_cast<HANDLE>(stream); }
 
 DWORD oneCall(std::size_t size) { return static_cast<DWORD>(std::min<std::size_t>(size, MAXLONG)); }
 
@@ -15,9 +13,9 @@ DWORD oneCall(std::size_t size) { return static_cast<DWORD>(std::min<std::size_t
 
 void StreamTraits::close(Raw raw) { CloseHandle(handleOf(raw)); }
 
-StreamId standardInput() { return reinterpret_cast<StreamId>(GetStdHandle(STD_INPUT_HANDLE)); }
+StreamId standardInput() { return rawOf(GetStdHandle(STD_INPUT_HANDLE)); }
 
-StreamId standardOutput() { return reinterpret_cast<StreamId>(GetStdHandle(STD_OUTPUT_HANDLE)); }
+StreamId standardOutput() { return rawOf(GetStdHandle(STD_OUTPUT_HANDLE)); }
 
 void keepStandardStreamsFromChildren() {
   SetHandleInformation(GetStdHandle(STD_INPUT_HANDLE), HANDLE_FLAG_INHERIT, 0);
@@ -27,7 +25,7 @@ void keepStandardStreamsFromChildren() {
 ReadResult readSome(StreamId stream, char* buffer, std::size_t capacity, std::size_t& got) {
   DWORD count = 0;
   if (!ReadFile(handleOf(stream), buffer, oneCall(capacity), &count, nullptr)) {
-    // A pipe tells its closed far end as an error, where other streams give 0 bytes.
+    // A closed far end is an error on a pipe; other streams report it as 0 bytes read.
     return GetLastError() == ERROR_BROKEN_PIPE ? ReadResult::end : ReadResult::failed;
   }
   if (count == 0) return ReadResult::end;
@@ -48,8 +46,8 @@ bool makePipe(OwnedStream& readEnd, OwnedStream& writeEnd) {
   HANDLE reading = nullptr;
   HANDLE writing = nullptr;
   if (!CreatePipe(&reading, &writing, nullptr, 0)) return false;
-  readEnd.reset(reinterpret_cast<StreamId>(reading));
-  writeEnd.reset(reinterpret_cast<StreamId>(writing));
+  readEnd.reset(rawOf(reading));
+  writeEnd.reset(rawOf(writing));
   return true;
 }
 

@@ -1,16 +1,14 @@
 #include "platform/console.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <string>
+
+#include "platform/win/handles_win.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
 constexpr std::size_t consolePiece = 8000;  // a console takes no more than 64 KiB at once
-
-HANDLE handleOf(StreamId stream) { return reinterpret_cast<HANDLE>(stream); }
 
 std::wstring utf16Of(std::string_view text) {
   const int size = static_cast<int>(std::min<std::size_t>(text.size(), MAXLONG / 2));
@@ -32,7 +30,7 @@ void writeToConsole(HANDLE console, const std::wstring& text) {
 
 }  // namespace
 
-StreamId standardError() { return reinterpret_cast<StreamId>(GetStdHandle(STD_ERROR_HANDLE)); }
+StreamId standardError() { return rawOf(GetStdHandle(STD_ERROR_HANDLE)); }
 
 bool isConsole(StreamId stream) {
   DWORD mode = 0;

@@ -1,14 +1,12 @@
 #include "platform/named_pipe.h"
 
-#include <windows.h>
+#include "platform/win/handles_win.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
 constexpr DWORD bufferBytes = 1048576;
 constexpr DWORD defaultTimeoutMs = 5000;
-
-HANDLE handleOf(std::intptr_t raw) { return reinterpret_cast<HANDLE>(raw); }
 
 }  // namespace
 
@@ -18,7 +16,7 @@ bool createPipeInstance(const char* name, OwnedStream& pipe) {
                        PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS,
                        1, bufferBytes, bufferBytes, defaultTimeoutMs, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return false;
-  pipe.reset(reinterpret_cast<StreamId>(handle));
+  pipe.reset(rawOf(handle));
   return true;
 }
 
@@ -39,11 +37,19 @@ OwnedCaller currentCaller() {
   if (!DuplicateHandle(self, GetCurrentThread(), self, &thread, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
     return OwnedCaller();
   }
-  return OwnedCaller(reinterpret_cast<CallerTraits::Raw>(thread));
+  return OwnedCaller(rawOf(thread));
 }
 
 bool breakOffPipeCall(const OwnedCaller& caller, StreamId /*pipe*/) {
   return CancelSynchronousIo(handleOf(caller.get())) != 0;
+}
+
+PipeState probePipe(const std::string& name) {
+  constexpr DWORD shortestWaitMs = 1;  // 0 would mean the time-out that the server chose
+  if (WaitNamedPipeA(name.c_str(), shortestWaitMs)) return PipeState::listening;
+  const DWORD error = GetLastError();
+  if (error == ERROR_FILE_NOT_FOUND) return PipeState::absent;
+  return error == ERROR_SEM_TIMEOUT ? PipeState::busy : PipeState::unknown;
 }
 
 }  // namespace media::win::chrome_inspect

@@ -1,35 +1,32 @@
 #include "platform/process.h"
 
-#include <windows.h>
-
 #include <mutex>
 
+#include "platform/win/handles_win.h"
 #include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-struct KernelHandleTraits {
-  using Raw = HANDLE;
+struct HeapTraits {
+  using Raw = void*;
   static Raw none() { return nullptr; }
-  // CreateFile fails with INVALID_HANDLE_VALUE, OpenProcess with nullptr: neither is a handle.
-  static bool valid(Raw raw) { return raw != nullptr && raw != INVALID_HANDLE_VALUE; }
-  static void close(Raw raw) { CloseHandle(raw); }
+  static bool valid(Raw raw) { return raw != nullptr; }
+  static void close(Raw raw) { HeapFree(GetProcessHeap(), 0, raw); }
 };
-using OwnedHandle = Owned<KernelHandleTraits>;
 
-struct AttributeListTraits {
+struct AttributesTraits {
   using Raw = LPPROC_THREAD_ATTRIBUTE_LIST;
   static Raw none() { return nullptr; }
   static bool valid(Raw raw) { return raw != nullptr; }
-  static void close(Raw raw) {
-    DeleteProcThreadAttributeList(raw);
-    HeapFree(GetProcessHeap(), 0, raw);
-  }
+  static void close(Raw raw) { DeleteProcThreadAttributeList(raw); }
 };
-using OwnedAttributeList = Owned<AttributeListTraits>;
 
-HANDLE handleOf(const OwnedProcess& process) { return reinterpret_cast<HANDLE>(process.get()); }
+// The list lies in the memory, and is closed first.
+struct AttributeList {
+  Owned<HeapTraits> memory;
+  Owned<AttributesTraits> attributes;
+};
 
 OwnedHandle duplicateHandle(HANDLE handle, bool inheritable) {
   const HANDLE self = GetCurrentProcess();
@@ -57,21 +54,19 @@ struct InheritedHandles {
 };
 
 // An attribute list that names `inherited`, which must outlive it; empty when it cannot be made.
-OwnedAttributeList makeAttributeList(InheritedHandles& inherited) {
+AttributeList makeAttributeList(InheritedHandles& inherited) {
   SIZE_T bytes = 0;
-  InitializeProcThreadAttributeList(nullptr, 1, 0, &bytes);  // fails, and tells the size
-  auto* memory = static_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(HeapAlloc(GetProcessHeap(), 0, bytes));
-  if (memory == nullptr) return OwnedAttributeList();
-  if (!InitializeProcThreadAttributeList(memory, 1, 0, &bytes)) {
-    HeapFree(GetProcessHeap(), 0, memory);
-    return OwnedAttributeList();
-  }
-  OwnedAttributeList attributes(memory);
-  if (!UpdateProcThreadAttribute(memory, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, inherited.list,
+  InitializeProcThreadAttributeList(nullptr, 1, 0, &bytes);  // fails, and sets the size
+  AttributeList list;
+  list.memory.reset(HeapAlloc(GetProcessHeap(), 0, bytes));
+  auto* const raw = static_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(list.memory.get());
+  if (raw == nullptr || !InitializeProcThreadAttributeList(raw, 1, 0, &bytes)) return {};
+  list.attributes.reset(raw);
+  if (!UpdateProcThreadAttribute(raw, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, inherited.list,
                                  inherited.count * sizeof(HANDLE), nullptr, nullptr)) {
-    return OwnedAttributeList();
+    return {};
   }
-  return attributes;
+  return list;
 }
 
 STARTUPINFOEXW hiddenStart(HANDLE input, HANDLE output, LPPROC_THREAD_ATTRIBUTE_LIST attributes) {
@@ -110,13 +105,13 @@ std::mutex& spawnMutex() {
 
 }  // namespace
 
-void ProcessTraits::close(Raw raw) { CloseHandle(reinterpret_cast<HANDLE>(raw)); }
+void ProcessTraits::close(Raw raw) { CloseHandle(handleOf(raw)); }
 
 SpawnResult spawnHidden(const std::wstring& commandLine, const std::wstring& folder,
                         StreamId output, OwnedProcess& process, std::uint32_t& systemError) {
   std::wstring writableLine = commandLine;  // CreateProcessW may write into it
   const std::lock_guard lock(spawnMutex());
-  const OwnedHandle childOutput = duplicateHandle(reinterpret_cast<HANDLE>(output), true);
+  const OwnedHandle childOutput = duplicateHandle(handleOf(output), true);
   if (!childOutput) {
     systemError = GetLastError();
     return SpawnResult::failed;
@@ -125,10 +120,10 @@ SpawnResult spawnHidden(const std::wstring& commandLine, const std::wstring& fol
   InheritedHandles inherited;
   inherited.add(childOutput);
   inherited.add(childInput);
-  const OwnedAttributeList attributes = makeAttributeList(inherited);
-  if (!attributes) return SpawnResult::noAttributeList;
-  STARTUPINFOEXW start =
-      hiddenStart(childInput ? childInput.get() : nullptr, childOutput.get(), attributes.get());
+  const AttributeList list = makeAttributeList(inherited);
+  if (!list.attributes) return SpawnResult::noAttributeList;
+  STARTUPINFOEXW start = hiddenStart(childInput ? childInput.get() : nullptr, childOutput.get(),
+                                     list.attributes.get());
   PROCESS_INFORMATION started = {};
   if (!CreateProcessW(nullptr, writableLine.data(), nullptr, nullptr, TRUE,
                       CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr,
@@ -136,10 +131,10 @@ SpawnResult spawnHidden(const std::wstring& commandLine, const std::wstring& fol
     systemError = GetLastError();
     return SpawnResult::failed;
   }
-  CloseHandle(started.hThread);
-  AssignProcessToJobObject(childrenJob(),
-                           started.hProcess);  // without it only the clean-up is lost
-  process.reset(reinterpret_cast<ProcessTraits::Raw>(started.hProcess));
+  const OwnedHandle unused(started.hThread);
+  process.reset(rawOf(started.hProcess));
+  // When that fails, only the clean-up is lost.
+  AssignProcessToJobObject(childrenJob(), started.hProcess);
   return SpawnResult::ok;
 }
 
@@ -166,7 +161,7 @@ bool probeProcessStart(const std::wstring& path, std::uint32_t& systemError) {
 
 OwnedProcess duplicateProcess(const OwnedProcess& process) {
   OwnedHandle copy = duplicateHandle(handleOf(process), false);
-  return OwnedProcess(reinterpret_cast<ProcessTraits::Raw>(copy.release()));
+  return OwnedProcess(rawOf(copy.release()));
 }
 
 bool waitForExit(const OwnedProcess& process, std::uint32_t timeoutMs) {

@@ -41,7 +41,7 @@ bool readValue(const OwnedKey& key, const std::wstring& value, DWORD wantedType,
   return status == ERROR_SUCCESS && type == wantedType;
 }
 
-// The names that `next` gives, called with an index, room for a name and its size.
+// Collects the names that `next` writes; it takes an index, room for a name, and its size.
 using NextName = std::function<LSTATUS(DWORD index, wchar_t* name, DWORD& size)>;
 bool listNames(DWORD room, const NextName& next, std::vector<std::wstring>& names) {
   std::wstring name(room, L'\0');

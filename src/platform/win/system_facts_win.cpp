@@ -7,7 +7,7 @@ namespace {
 
 constexpr DWORD maxPath = 32768;
 
-// Tells the real version; the documented calls tell what the program's manifest names.
+// Returns the real version; the documented calls return what the program's manifest names.
 using GetVersionCall = LONG(WINAPI*)(OSVERSIONINFOW* info);
 
 }  // namespace

@@ -1,10 +1,11 @@
 #include "platform/threads.h"
 
-#include <windows.h>
 #include <process.h>
 
 #include <memory>
 #include <utility>
+
+#include "platform/win/handles_win.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -24,8 +25,8 @@ bool startThread(std::function<void()> body) {
   const std::uintptr_t thread = _beginthreadex(nullptr, stackBytes, runBody, owned.get(),
                                                STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
   if (thread == 0) return false;
-  (void)owned.release();  // the thread's own now
-  CloseHandle(reinterpret_cast<HANDLE>(thread));
+  const OwnedHandle unused(handleOf(static_cast<std::intptr_t>(thread)));  // nobody joins
+  (void)owned.release();                                                   // the thread's own now
   return true;
 }
 

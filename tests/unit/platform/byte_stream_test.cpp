@@ -4,53 +4,33 @@
 
 #include <string>
 
+#include "platform/console.h"
 #include "platform/process_control.h"
+#include "support/test_pipe.h"
 #include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-struct Pipe {
-  Pipe() { made = makePipe(readEnd, writeEnd); }
-
-  bool write(const std::string& bytes) const {
-    std::size_t written = 0;
-    for (std::size_t done = 0; done < bytes.size(); done += written) {
-      if (!writeSome(writeEnd.get(), bytes.data() + done, bytes.size() - done, written)) {
-        return false;
-      }
-    }
-    return true;
+bool writeAll(const OwnedStream& stream, const std::string& bytes) {
+  std::size_t written = 0;
+  for (std::size_t done = 0; done < bytes.size(); done += written) {
+    if (!writeSome(stream.get(), bytes.data() + done, bytes.size() - done, written)) return false;
   }
-
-  OwnedStream readEnd;
-  OwnedStream writeEnd;
-  bool made = false;
-};
-
-// Everything up to the end; `result` is what ended it.
-std::string readAll(StreamId stream, std::size_t capacity, ReadResult& result) {
-  std::string all;
-  std::string buffer(capacity, '\0');
-  std::size_t got = 0;
-  while ((result = readSome(stream, buffer.data(), capacity, got)) == ReadResult::data) {
-    all.append(buffer, 0, got);
-  }
-  return all;
+  return true;
 }
 
-TEST(MakePipe, GivesTwoEndsThatAreClosedByTheirOwners) {
-  for (int i = 0; i < 3000; ++i) {  // more than a process may have open at once
-    const Pipe pipe;
-    ASSERT_TRUE(pipe.made) << i;
+TEST(MakePipe, MakesTwoEndsThatTheirOwnersClose) {
+  for (int i = 0; i < 3000 && !testing::Test::HasFailure(); ++i) {  // more than may be open at once
+    const TestPipe pipe;
     ASSERT_TRUE(pipe.readEnd);
     ASSERT_TRUE(pipe.writeEnd);
   }
 }
 
 TEST(ReadSome, TakesWhatIsThereAndNoMoreThanFits) {
-  const Pipe pipe;
-  ASSERT_TRUE(pipe.write("abcde"));
+  const TestPipe pipe;
+  ASSERT_TRUE(writeAll(pipe.writeEnd, "abcde"));
   char buffer[8] = {};
   std::size_t got = 0;
   ASSERT_EQ(readSome(pipe.readEnd.get(), buffer, 2, got), ReadResult::data);
@@ -59,74 +39,51 @@ TEST(ReadSome, TakesWhatIsThereAndNoMoreThanFits) {
   EXPECT_EQ(std::string(buffer, got), "cde");
 }
 
-TEST(ReadSome, PassesEveryByteUnchanged) {
+TEST(ReadSome, WaitsForBytesAndPassesEveryOneUnchanged) {
   std::string bytes;
   for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
-  bytes += "\r\n\n\x1a after";
-  Pipe pipe;
-  ASSERT_TRUE(pipe.write(bytes));
-  pipe.writeEnd.reset();
-  ReadResult result = ReadResult::data;
-  EXPECT_EQ(readAll(pipe.readEnd.get(), 7, result), bytes);
-  EXPECT_EQ(result, ReadResult::end);
-}
-
-TEST(ReadSome, WaitsForTheFirstByte) {
-  const Pipe pipe;
-  TestThread writer([&pipe] { (void)pipe.write("x"); });
-  char byte = 0;
-  std::size_t got = 0;
-  EXPECT_EQ(readSome(pipe.readEnd.get(), &byte, 1, got), ReadResult::data);
-  EXPECT_EQ(byte, 'x');
-}
-
-TEST(ReadSome, TellsTheClosedFarEndAsTheEndAndLeavesTheCount) {
-  Pipe pipe;
-  pipe.writeEnd.reset();
-  char byte = 0;
-  std::size_t got = 42;
-  EXPECT_EQ(readSome(pipe.readEnd.get(), &byte, 1, got), ReadResult::end);
-  EXPECT_EQ(readSome(pipe.readEnd.get(), &byte, 1, got), ReadResult::end);
-  EXPECT_EQ(got, 42U);
-}
-
-TEST(ReadSome, FailsOnAStreamThatCannotBeRead) {
-  const Pipe pipe;
-  char byte = 0;
-  std::size_t got = 42;
-  EXPECT_EQ(readSome(pipe.writeEnd.get(), &byte, 1, got), ReadResult::failed);
-  EXPECT_EQ(got, 42U);
-}
-
-TEST(WriteSome, BringsAMegabyteThroughAPipe) {
-  Pipe pipe;
-  const std::string bytes(1'000'000, 'm');
+  bytes += "\r\n\n\x1a after" + std::string(1'000'000, 'm');  // more than a pipe holds
+  TestPipe pipe;
   bool wrote = false;
   TestThread writer([&] {
-    wrote = pipe.write(bytes);
+    wrote = writeAll(pipe.writeEnd, bytes);
     pipe.writeEnd.reset();
   });
-  ReadResult result = ReadResult::data;
-  EXPECT_EQ(readAll(pipe.readEnd.get(), 4096, result), bytes);
-  EXPECT_EQ(result, ReadResult::end);
+  EXPECT_EQ(readToEnd(pipe.readEnd, 4099), bytes);
   writer.join();
   EXPECT_TRUE(wrote);
 }
 
-TEST(WriteSome, IsFalseWhenTheReaderHasGoneAndTheProcessLives) {
+TEST(ReadSome, LeavesTheCountAtTheEndAndOnFailure) {
+  TestPipe pipe;
+  char byte = 0;
+  std::size_t got = 42;
+  EXPECT_EQ(readSome(pipe.writeEnd.get(), &byte, 1, got), ReadResult::failed);
+  pipe.writeEnd.reset();
+  EXPECT_EQ(readSome(pipe.readEnd.get(), &byte, 1, got), ReadResult::end);
+  EXPECT_EQ(readSome(pipe.readEnd.get(), &byte, 1, got), ReadResult::end);
+  EXPECT_EQ(got, 42U);
+}
+
+TEST(WriteSome, IsFalseWithoutAReaderAndOnWhatCannotBeWrittenAndTheProcessLives) {
   prepareProcess();
-  Pipe pipe;
-  pipe.readEnd.reset();
+  TestPipe pipe;
   std::size_t written = 42;
+  EXPECT_FALSE(writeSome(pipe.readEnd.get(), "x", 1, written));
+  pipe.readEnd.reset();
   EXPECT_FALSE(writeSome(pipe.writeEnd.get(), "x", 1, written));
   EXPECT_FALSE(writeSome(pipe.writeEnd.get(), "x", 1, written));
   EXPECT_EQ(written, 42U);
 }
 
-TEST(WriteSome, IsFalseOnAStreamThatCannotBeWritten) {
-  const Pipe pipe;
-  std::size_t written = 0;
-  EXPECT_FALSE(writeSome(pipe.readEnd.get(), "x", 1, written));
+TEST(WriteText, PassesTheBytesOnToWhatIsNoConsole) {
+  TestPipe pipe;
+  EXPECT_FALSE(isConsole(pipe.readEnd.get()));
+  EXPECT_FALSE(isConsole(pipe.writeEnd.get()));
+  const std::string text = "gr\xC3\xBC\xC3\x9F\n\xFF";
+  writeText(pipe.writeEnd.get(), text);
+  pipe.writeEnd.reset();
+  EXPECT_EQ(readToEnd(pipe.readEnd), text);
 }
 
 }  // namespace

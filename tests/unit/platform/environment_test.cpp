@@ -7,40 +7,27 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-constexpr const char* name = "MORVA_TEST_VARIABLE";
-constexpr const wchar_t* wideName = L"MORVA_TEST_VARIABLE";
-
-TEST(ReadEnvironment, GivesTheValue) {
-  setEnvironment(name, "C:\\A folder");
-  std::wstring value;
-  ASSERT_TRUE(readEnvironment(wideName, 32768, value));
-  EXPECT_EQ(value, L"C:\\A folder");
-}
-
-TEST(ReadEnvironment, RefusesWhatIsMissingOrEmpty) {
-  std::wstring value = L"before";
-  EXPECT_FALSE(readEnvironment(L"MORVA_TEST_NO_SUCH_VARIABLE", 32768, value));
-  setEnvironment(name, "");
-  EXPECT_FALSE(readEnvironment(wideName, 32768, value));
-  EXPECT_FALSE(readEnvironment(L"", 32768, value));
-  EXPECT_EQ(value, L"before");
-}
-
-TEST(ReadEnvironment, RefusesAsManyCharactersAsTheLimit) {
-  setEnvironment(name, "12345");
-  std::wstring value = L"before";
-  EXPECT_FALSE(readEnvironment(wideName, 0, value));
-  EXPECT_FALSE(readEnvironment(wideName, 5, value));
-  EXPECT_EQ(value, L"before");
-  EXPECT_TRUE(readEnvironment(wideName, 6, value));
-  EXPECT_EQ(value, L"12345");
-}
-
-TEST(ReadEnvironment, TakesALongValue) {
-  setEnvironment(name, std::string(30'000, 'x'));
-  std::wstring value;
-  EXPECT_TRUE(readEnvironment(wideName, 32768, value));
-  EXPECT_EQ(value.size(), 30'000U);
+TEST(ReadEnvironment, TakesAValueBelowTheLimitAndNoEmptyOne) {
+  const struct {
+    std::string stored;
+    std::size_t limit;
+    bool ok;
+  } cases[] = {
+      {"C:\\A folder", 32768, true},
+      {std::string(30'000, 'x'), 32768, true},
+      {"12345", 6, true},
+      {"12345", 5, false},
+      {"12345", 0, false},
+      {"", 32768, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.stored.size() << " of " << c.limit);
+    setEnvironment("MORVA_TEST_VARIABLE", c.stored);
+    std::wstring value = L"before";
+    EXPECT_EQ(readEnvironment(L"MORVA_TEST_VARIABLE", c.limit, value), c.ok);
+    EXPECT_EQ(value, c.ok ? std::wstring(c.stored.begin(), c.stored.end()) : L"before");
+    EXPECT_FALSE(readEnvironment(L"", c.limit, value));
+  }
 }
 
 }  // namespace

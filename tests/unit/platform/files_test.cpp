@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
 
 #include "support/test_folder.h"
 
@@ -13,78 +15,160 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path makeFile(const fs::path& path) {
-  std::ofstream(path) << "x";
-  return path;
+class Files : public testing::Test {
+ protected:
+  std::wstring path(const std::string& name) const { return (folder_.path() / name).wstring(); }
+  std::wstring put(const std::string& name, const std::string& bytes) const {
+    std::ofstream(folder_.path() / name, std::ios::binary) << bytes;
+    return path(name);
+  }
+  std::string contents(const std::string& name) const {
+    std::ifstream file(folder_.path() / name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  const TestFolder folder_;
+  const std::wstring folderPath_ = folder_.path().wstring();
+  OwnedFile file_;
+  FileFacts facts_;
+};
+
+TEST_F(Files, AreDistinguishedFromFoldersAndNothing) {
+  std::ofstream(folder_.path() / u8"caf\u00e9") << "x";
+  for (const std::wstring& file : {put("a file", "x"), put("empty", ""), path("") + L"caf\u00e9"}) {
+    EXPECT_TRUE(isExistingFile(file));
+    EXPECT_FALSE(isExistingFolder(file));
+  }
+  EXPECT_FALSE(isExistingFile(folderPath_));
+  EXPECT_TRUE(isExistingFolder(folderPath_));
+  for (const std::wstring& nothing : {path("missing"), std::wstring()}) {
+    EXPECT_FALSE(isExistingFile(nothing));
+    EXPECT_FALSE(isExistingFolder(nothing));
+    EXPECT_FALSE(openForReading(nothing, file_, facts_));
+    EXPECT_FALSE(folderFacts(nothing, facts_));
+    EXPECT_FALSE(visitFolder(nothing, [](const FolderEntry&) { return true; }));
+    EXPECT_FALSE(deleteFile(nothing));
+    EXPECT_FALSE(mayAddFiles(nothing));
+  }
+  EXPECT_TRUE(mayAddFiles(folderPath_));
 }
 
-TEST(IsExistingFile, TellsFilesFromFoldersAndNothing) {
-  const TestFolder folder;
-  const fs::path file = makeFile(folder.path() / "a file.txt");
-  makeFile(folder.path() / u8"caf\u00e9");
-  const fs::path empty = folder.path() / "empty";
-  std::ofstream(empty).close();
-  EXPECT_TRUE(isExistingFile(file.wstring()));
-  EXPECT_TRUE(isExistingFile(empty.wstring()));
-  EXPECT_TRUE(isExistingFile((folder.path() / "").wstring() + L"caf\u00e9"));
-  EXPECT_FALSE(isExistingFile(folder.path().wstring()));
-  EXPECT_FALSE(isExistingFile((folder.path() / "missing").wstring()));
-  EXPECT_FALSE(isExistingFile(L""));
-}
-
-TEST(IsExistingFolder, TellsFoldersFromFilesAndNothing) {
-  const TestFolder folder;
-  const fs::path file = makeFile(folder.path() / "file");
-  EXPECT_TRUE(isExistingFolder(folder.path().wstring()));
-  EXPECT_FALSE(isExistingFolder(file.wstring()));
-  EXPECT_FALSE(isExistingFolder((folder.path() / "missing").wstring()));
-  EXPECT_FALSE(isExistingFolder(L""));
-}
-
-TEST(MakeFolder, MakesOneLevelAndIsContentWithWhatIsThere) {
-  const TestFolder folder;
-  const std::wstring made = (folder.path() / "").wstring() + L"n\u00e9w";
+TEST_F(Files, AFolderIsMadeOneLevelAtATime) {
+  const std::wstring made = path("") + L"n\u00e9w";
   EXPECT_TRUE(makeFolder(made));
-  EXPECT_TRUE(fs::is_directory(folder.path() / u8"n\u00e9w"));
+  EXPECT_TRUE(fs::is_directory(folder_.path() / u8"n\u00e9w"));
   EXPECT_TRUE(makeFolder(made));
+  EXPECT_FALSE(makeFolder(path("a/b")));
+  EXPECT_FALSE(makeFolder(put("file", "x")));
+  EXPECT_FALSE(makeFolder(path("file/below")));
 }
 
-TEST(MakeFolder, FailsBelowNothingAndOnAFile) {
-  const TestFolder folder;
-  const fs::path file = makeFile(folder.path() / "file");
-  EXPECT_FALSE(makeFolder((folder.path() / "a" / "b").wstring()));
-  EXPECT_FALSE(makeFolder(file.wstring()));
-  EXPECT_FALSE(makeFolder((file / "below").wstring()));
-}
-
-TEST(SearchExecutable, FindsAFileInAFolderOfThePathVariable) {
-  const TestFolder folder;
-  const fs::path wanted = makeFile(folder.path() / "probe-of-search.exe");
-  const EnvironmentVariable path("PATH", folder.path().string());
-  std::wstring found;
-  ASSERT_TRUE(searchExecutable(L"probe-of-search.exe", found));
-  EXPECT_TRUE(fs::equivalent(found, wanted));
-}
-
-TEST(SearchExecutable, MissesWhatIsNotThereAndLeavesTheOutput) {
-  const TestFolder folder;
-  const EnvironmentVariable path("PATH", folder.path().string());
+TEST_F(Files, AnExecutableIsSearchedInThePathVariable) {
+  const EnvironmentVariable variable("PATH", folder_.path().string());
   std::wstring found = L"before";
   EXPECT_FALSE(searchExecutable(L"no-such-probe.exe", found));
   EXPECT_EQ(found, L"before");
-}
-
-TEST(SearchExecutable, TakesPathsOf259CharactersAndNoLonger) {
-  const TestFolder folder;
-  const std::size_t base = (folder.path() / "").wstring().size();
-  const EnvironmentVariable path("PATH", folder.path().string());
-  for (const std::size_t length : {259U, 260U}) {
+  const std::size_t base = path("").size();
+  for (const std::size_t length : {base + 10, std::size_t{259}, std::size_t{260}}) {
     const std::wstring name = std::wstring(length - base - 4, L'n') + L".exe";
     SCOPED_TRACE(length);
-    if (!std::ofstream(folder.path() / name)) continue;  // Windows itself may refuse the longer
-    std::wstring found;
-    EXPECT_EQ(searchExecutable(name, found), length == 259U);
+    if (!std::ofstream(folder_.path() / name)) continue;  // Windows itself may refuse the longest
+    EXPECT_EQ(searchExecutable(name, found), length <= 259U);
+    EXPECT_TRUE(fs::path(found).filename() == name || length > 259U);
   }
+}
+
+TEST_F(Files, AnOpenFileIsKnownAndReadExactlyAsOthersChangeIt) {
+  ASSERT_TRUE(openForReading(put("a.png", "hello"), file_, facts_));
+  EXPECT_TRUE(facts_.isRegular);
+  EXPECT_FALSE(facts_.isLink);
+  EXPECT_EQ(facts_.size, 5U);
+  EXPECT_TRUE(facts_.finalPath.ends_with(L"a.png"));
+  FileFacts folder;
+  ASSERT_TRUE(folderFacts(folderPath_, folder));
+  EXPECT_FALSE(folder.isRegular);
+  EXPECT_FALSE(folder.isLink);
+  EXPECT_TRUE(facts_.finalPath.starts_with(folder.finalPath));
+  put("a.png", "HELLO");
+  std::string bytes(3, ' ');
+  EXPECT_TRUE(readExactly(file_, bytes.data(), 3));
+  EXPECT_EQ(bytes, "HEL");
+  EXPECT_FALSE(readExactly(file_, bytes.data(), 3));
+  EXPECT_TRUE(deleteFile(path("a.png")));
+  EXPECT_FALSE(openForReading(folderPath_, file_, facts_) && facts_.isRegular);
+}
+
+TEST_F(Files, AbsolutePathsAreMadeByTheTextAlone) {
+  std::wstring absolute;
+  ASSERT_TRUE(absolutePath(path("x") + L"/../a/./b", absolute));
+  EXPECT_TRUE(absolute.ends_with(L"b"));
+  EXPECT_EQ(absolute.find(L".."), std::wstring::npos);
+  EXPECT_TRUE(isDrivePath(absolute));
+  EXPECT_TRUE(isSameDrive(absolute, path("x")));
+  EXPECT_FALSE(absolutePath(L"", absolute));
+  EXPECT_TRUE(isSamePath(L"a/b", L"a/b"));
+  for (const wchar_t* const other : {L"a/c", L"a/", L"a/bc"})
+    EXPECT_FALSE(isSamePath(L"a/b", other));
+}
+
+TEST_F(Files, AreWrittenAndRenamedWhole) {
+  const std::wstring name = path("new");
+  for (const std::string& bytes : {std::string(100'000, 'a'), std::string("b"), std::string()}) {
+    EXPECT_TRUE(writeWholeFile(name, bytes));
+    EXPECT_TRUE(contents("new") == bytes);
+  }
+  EXPECT_FALSE(writeWholeFile(path("missing/new"), "b"));
+  EXPECT_FALSE(writeWholeFile(folderPath_, "b"));
+  const std::wstring from = put("from", "newer");
+  EXPECT_TRUE(renameOver(from, name));
+  EXPECT_EQ(contents("new"), "newer");
+  EXPECT_FALSE(isExistingFile(from));
+  EXPECT_FALSE(renameOver(from, name));
+  EXPECT_TRUE(makeFolder(path("folder")));
+  EXPECT_FALSE(renameOver(name, path("folder")));
+  EXPECT_EQ(contents("new"), "newer");
+}
+
+TEST_F(Files, AFolderIsVisitedEntryByEntry) {
+  constexpr std::int64_t hourMs = 3'600'000;
+  const auto now = fs::file_time_type::clock::now();
+  put("a", "1");
+  put("b", "2");
+  fs::create_directory(folder_.path() / "sub");
+  fs::last_write_time(folder_.path() / "a", now - std::chrono::hours(48));
+  fs::last_write_time(folder_.path() / "b", now + std::chrono::hours(48));
+  std::map<std::wstring, FolderEntry> seen;
+  EXPECT_TRUE(visitFolder(folderPath_, [&seen](const FolderEntry& entry) {
+    seen[entry.name] = entry;
+    return true;
+  }));
+  EXPECT_TRUE(seen.at(L"a").isRegular && !seen.at(L"a").isFolder);
+  EXPECT_TRUE(!seen.at(L"sub").isRegular && seen.at(L"sub").isFolder);
+  EXPECT_NEAR(static_cast<double>(seen.at(L"a").ageMs), 48.0 * hourMs, 60'000);
+  EXPECT_NEAR(static_cast<double>(seen.at(L"b").ageMs), -48.0 * hourMs, 60'000);
+  int visited = 0;
+  EXPECT_TRUE(visitFolder(folderPath_, [&visited](const FolderEntry&) { return ++visited < 2; }));
+  EXPECT_EQ(visited, 2);
+}
+
+TEST_F(Files, LongPathsAreTaken) {
+  std::wstring deep = folderPath_;
+  for (int i = 0; i < 6; ++i) {
+    deep += pathSeparator + std::wstring(60, L'd');
+    ASSERT_TRUE(makeFolder(deep)) << deep.size();
+  }
+  const std::wstring name = deep + pathSeparator + L"a";
+  EXPECT_TRUE(writeWholeFile(name, "x"));
+  ASSERT_TRUE(openForReading(name, file_, facts_));
+  EXPECT_TRUE(facts_.finalPath.ends_with(name.substr(deep.size() - 120)));
+  file_.reset();
+  int visited = 0;
+  EXPECT_TRUE(visitFolder(deep, [&visited](const FolderEntry& entry) {
+    visited += entry.isRegular ? 1 : 0;
+    return true;
+  }));
+  EXPECT_EQ(visited, 1);
+  EXPECT_TRUE(deleteFile(name));
 }
 
 }  // namespace

@@ -7,18 +7,13 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-// Windows has the folders in any case; elsewhere these variables stand for them.
-class KnownFolders : public testing::Test {
- protected:
-  void SetUp() override {
-    setEnvironment("APPDATA", "/roaming/");
-    setEnvironment("LOCALAPPDATA", "/local");
-  }
-};
-
-TEST_F(KnownFolders, AreThereWithoutTrailingSeparator) {
+TEST(KnownFolders, HaveNoTrailingSeparatorAndNoPackage) {
+  // Windows has the folders in any case; elsewhere these variables stand for them.
+  setEnvironment("APPDATA", "/roaming/");
+  setEnvironment("LOCALAPPDATA", "/local");
   std::wstring roaming;
   std::wstring local;
+  std::wstring package = L"before";
   ASSERT_TRUE(roamingAppDataFolder(roaming));
   ASSERT_TRUE(localAppDataFolder(local));
   EXPECT_NE(roaming, local);
@@ -26,12 +21,8 @@ TEST_F(KnownFolders, AreThereWithoutTrailingSeparator) {
     ASSERT_FALSE(folder.empty());
     EXPECT_EQ(std::wstring(L"/\\").find(folder.back()), std::wstring::npos);
   }
-}
-
-TEST_F(KnownFolders, GiveNoPackageFolderOutsideAPackage) {
-  std::wstring folder = L"before";
-  EXPECT_FALSE(packageLocalStateFolder(folder));
-  EXPECT_EQ(folder, L"before");
+  EXPECT_FALSE(packageLocalStateFolder(package));
+  EXPECT_EQ(package, L"before");
 }
 
 }  // namespace

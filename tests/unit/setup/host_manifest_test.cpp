@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -106,20 +105,6 @@ TEST(ManifestPathFor, IsBesideTheProgram) {
   const std::filesystem::path program = folder.path() / "morva-chrome-host.exe";
   EXPECT_EQ(std::filesystem::path(manifestPathFor(program.wstring())),
             folder.path() / "com.quenlark.morva.chrome.json");
-}
-
-TEST(ReadSmallFile, ReadsAWholeFileUpToItsLimit) {
-  const TestFolder folder;
-  const std::filesystem::path file = folder.path() / "file";
-  std::string text = "before";
-  EXPECT_FALSE(readSmallFile(file.wstring(), text));
-  EXPECT_FALSE(readSmallFile(folder.path().wstring(), text));
-  std::ofstream(file, std::ios::binary) << std::string(1024 * 1024 + 1, 'x');
-  EXPECT_FALSE(readSmallFile(file.wstring(), text));
-  EXPECT_EQ(text, "before");
-  std::ofstream(file, std::ios::binary) << "a\r\nb";
-  EXPECT_TRUE(readSmallFile(file.wstring(), text));
-  EXPECT_EQ(text, "a\r\nb");
 }
 
 }  // namespace

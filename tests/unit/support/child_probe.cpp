@@ -1,5 +1,7 @@
 #include "support/child_probe.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <filesystem>
 
@@ -70,6 +72,19 @@ unsigned abandon() {
 }();
 
 }  // namespace
+
+Spawned spawn(const std::wstring& commandLine, const std::wstring& folder) {
+  Spawned spawned;
+  OwnedStream writeEnd;
+  EXPECT_TRUE(makePipe(spawned.output, writeEnd));
+  spawned.result =
+      spawnHidden(commandLine, folder, writeEnd.get(), spawned.process, spawned.systemError);
+  return spawned;
+}
+
+Spawned spawnProbe(const std::wstring& command, const std::wstring& folder) {
+  return spawn(childProbe(command), folder);
+}
 
 std::wstring childProbe(const std::wstring& command) {
   return L"\"" + ownExecutable() + L"\" --child-probe " + command;

@@ -1,26 +1,39 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/process.h"
 
 namespace media::win::chrome_inspect {
 
 // The test program, started once more, plays a child process: with "--child-probe" as its first
 // argument it does one of these instead of running tests.
 //   exit CODE      ends with the code
-//   describe ...   prints its arguments, its folder, what its standard input gives and which
+//   describe ...   prints its arguments, its folder, the state of its standard input and which
 //                  streams it has inherited, one line each
 //   wait           prints "ready" and stays until it is ended
 //   abandon        starts a "wait" of its own on its standard output and ends with 0 when that runs
 std::wstring childProbe(const std::wstring& command);
+
+// A child that was started by spawnHidden, with our end of its output.
+struct Spawned {
+  SpawnResult result = SpawnResult::failed;
+  std::uint32_t systemError = 0;
+  OwnedProcess process;
+  OwnedStream output;
+};
+Spawned spawn(const std::wstring& commandLine, const std::wstring& folder = L"");
+Spawned spawnProbe(const std::wstring& command, const std::wstring& folder = L"");
 
 // Of this process; each system has its own way.
 std::wstring ownExecutable();
 std::vector<std::string> ownArguments();
 std::string inheritedStreams();
 
-// What inheritedStreams gives in a child that got its three standard streams and nothing else.
+// What inheritedStreams returns in a child that got its three standard streams and nothing else.
 extern const std::string_view inheritedByChild;
 
 }  // namespace media::win::chrome_inspect

@@ -6,8 +6,8 @@
 #include <atomic>
 #include <csignal>
 
-#include "platform/byte_stream.h"
 #include "platform/clock.h"
+#include "support/test_pipe.h"
 #include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
@@ -17,28 +17,20 @@ bool closesOnExec(StreamId stream) {
   return (fcntl(static_cast<int>(stream), F_GETFD) & FD_CLOEXEC) != 0;
 }
 
-TEST(MakePipe, ClosesBothEndsInChildren) {
-  OwnedStream readEnd;
-  OwnedStream writeEnd;
-  ASSERT_TRUE(makePipe(readEnd, writeEnd));
-  EXPECT_TRUE(closesOnExec(readEnd.get()));
-  EXPECT_TRUE(closesOnExec(writeEnd.get()));
-}
-
-TEST(MakePipe, LeavesTheNumbersOfStandardStreamsAlone) {
-  ::close(STDIN_FILENO);
-  OwnedStream readEnd;
-  OwnedStream writeEnd;
-  ASSERT_TRUE(makePipe(readEnd, writeEnd));
-  EXPECT_GT(readEnd.get(), STDERR_FILENO);
-  EXPECT_GT(writeEnd.get(), STDERR_FILENO);
-  EXPECT_TRUE(closesOnExec(readEnd.get()));
-}
-
-TEST(KeepStandardStreamsFromChildren, MarksBoth) {
-  keepStandardStreamsFromChildren();
-  EXPECT_TRUE(closesOnExec(standardInput()));
-  EXPECT_TRUE(closesOnExec(standardOutput()));
+TEST(ByteStream, NoChildInheritsPipesAndStandardStreams) {
+  for (const bool isInputClosed : {false, true}) {  // whose number is then not to be used
+    if (isInputClosed) ::close(STDIN_FILENO);
+    const TestPipe pipe;
+    for (const StreamId end : {pipe.readEnd.get(), pipe.writeEnd.get()}) {
+      EXPECT_GT(end, STDERR_FILENO);
+      EXPECT_TRUE(closesOnExec(end));
+    }
+    if (!isInputClosed) {
+      keepStandardStreamsFromChildren();
+      EXPECT_TRUE(closesOnExec(standardInput()));
+      EXPECT_TRUE(closesOnExec(standardOutput()));
+    }
+  }
 }
 
 std::atomic<int> signals = 0;
@@ -47,20 +39,18 @@ TEST(ReadSome, IsNotEndedByASignal) {
   struct sigaction action = {};
   action.sa_handler = [](int) { signals.fetch_add(1); };  // without SA_RESTART
   ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
-  OwnedStream readEnd;
-  OwnedStream writeEnd;
-  ASSERT_TRUE(makePipe(readEnd, writeEnd));
-  TestThread disturber([reader = pthread_self(), &writeEnd] {
+  const TestPipe pipe;
+  TestThread disturber([reader = pthread_self(), &pipe] {
     for (int sent = 0; sent < 5; ++sent) {
       pthread_kill(reader, SIGUSR1);
       while (signals.load() <= sent) sleepMs(1);
     }
     std::size_t written = 0;
-    (void)writeSome(writeEnd.get(), "x", 1, written);
+    (void)writeSome(pipe.writeEnd.get(), "x", 1, written);
   });
   char byte = 0;
   std::size_t got = 0;
-  EXPECT_EQ(readSome(readEnd.get(), &byte, 1, got), ReadResult::data);
+  EXPECT_EQ(readSome(pipe.readEnd.get(), &byte, 1, got), ReadResult::data);
   EXPECT_EQ(byte, 'x');
 }
 

@@ -9,94 +9,12 @@
 namespace media::win::chrome_inspect {
 namespace {
 
+const std::string mark = "before";
 constexpr std::size_t roomEnough = 65536;
 
 // Each process has its own, as several run at a time.
 const std::wstring testParent =
     L"Software\\morva-unit-tests-" + std::to_wstring(GetCurrentProcessId());
-const std::wstring testKey = testParent + L"\\registry";
-
-class ReadUserRegistryString : public testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, testKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
-                              nullptr, &key_, nullptr),
-              ERROR_SUCCESS);
-  }
-  void TearDown() override {
-    RegCloseKey(key_);
-    RegDeleteKeyW(HKEY_CURRENT_USER, testKey.c_str());
-    RegDeleteKeyW(HKEY_CURRENT_USER, testParent.c_str());
-  }
-
-  void store(DWORD type, const std::string& bytes) {
-    ASSERT_EQ(RegSetValueExW(key_, L"cli", 0, type, reinterpret_cast<const BYTE*>(bytes.data()),
-                             static_cast<DWORD>(bytes.size())),
-              ERROR_SUCCESS);
-  }
-
-  static bool load(std::string& data, std::size_t maxBytes = roomEnough) {
-    return readUserRegistryString(testKey, L"cli", maxBytes, data);
-  }
-
- private:
-  HKEY key_ = nullptr;
-};
-
-struct ValueCase {
-  const char* name;
-  std::string bytes;
-};
-
-const ValueCase valueCases[] = {
-    {"terminated", std::string("C\0:\0\0\0", 6)},
-    {"without terminator", std::string("C\0:\0", 4)},
-    {"NUL inside", std::string("a\0\0\0b\0", 6)},
-    {"empty", ""},
-    {"as large as there is room", std::string(roomEnough - 2, 'x') + std::string(2, '\0')},
-};
-
-TEST_F(ReadUserRegistryString, GivesTheBytesAsStored) {
-  for (const ValueCase& c : valueCases) {
-    SCOPED_TRACE(c.name);
-    store(REG_SZ, c.bytes);
-    std::string data = "before";
-    EXPECT_TRUE(load(data));
-    // The system may add a terminator of its own.
-    EXPECT_TRUE(data == c.bytes || data == c.bytes + std::string(2, '\0')) << data.substr(0, 99);
-  }
-}
-
-TEST_F(ReadUserRegistryString, TakesAnOddNumberOfBytes) {
-  store(REG_SZ, std::string("C\0:", 3));
-  std::string data;
-  EXPECT_TRUE(load(data));
-  EXPECT_EQ(data.substr(0, 3), std::string("C\0:", 3));
-}
-
-TEST_F(ReadUserRegistryString, RefusesWhatIsLongerThanAsked) {
-  store(REG_SZ, std::string(8, 'x'));
-  std::string data = "before";
-  EXPECT_FALSE(load(data, 6));
-  EXPECT_EQ(data, "before");
-}
-
-TEST_F(ReadUserRegistryString, RefusesOtherTypes) {
-  for (const DWORD type : {DWORD{REG_EXPAND_SZ}, DWORD{REG_BINARY}, DWORD{REG_MULTI_SZ}}) {
-    SCOPED_TRACE(type);
-    store(type, std::string("C\0:\0\0\0", 6));
-    std::string data = "before";
-    EXPECT_FALSE(load(data));
-    EXPECT_EQ(data, "before");
-  }
-}
-
-TEST_F(ReadUserRegistryString, IsFalseForAMissingValueOrKey) {
-  std::string data = "before";
-  EXPECT_FALSE(load(data));
-  EXPECT_FALSE(readUserRegistryString(testParent + L"\\none", L"cli", roomEnough, data));
-  EXPECT_EQ(data, "before");
-}
 
 using Names = std::vector<std::wstring>;
 
@@ -107,8 +25,57 @@ class UserRegistry : public testing::Test {
       RegDeleteKeyW(HKEY_CURRENT_USER, (testParent + name).c_str());
     }
   }
+
+  bool store(DWORD type, const std::string& bytes) const {
+    return RegSetKeyValueW(HKEY_CURRENT_USER, testParent.c_str(), L"v", type, bytes.data(),
+                           static_cast<DWORD>(bytes.size())) == ERROR_SUCCESS;
+  }
+  // The value, "before" when it cannot be read.
+  std::string load(std::size_t maxBytes = roomEnough) const {
+    std::string data = mark;
+    EXPECT_EQ(readUserRegistryString(testParent, L"v", maxBytes, data), data != mark);
+    return data;
+  }
+
   std::uint32_t error_ = 0;
 };
+
+TEST_F(UserRegistry, ReadsTheBytesOfATextAsStored) {
+  EXPECT_EQ(load(), mark);
+  const struct {
+    const char* name;
+    std::string bytes;
+  } cases[] = {
+      {"terminated", std::string("C\0:\0\0\0", 6)},
+      {"without terminator", std::string("C\0:\0", 4)},
+      {"NUL inside", std::string("a\0\0\0b\0", 6)},
+      {"odd number of bytes", std::string("C\0:", 3)},
+      {"empty", ""},
+      {"as large as there is room", std::string(roomEnough - 2, 'x') + std::string(2, '\0')},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    ASSERT_TRUE(store(REG_SZ, c.bytes));
+    const std::string data = load();
+    EXPECT_TRUE(data.starts_with(c.bytes)) << data.substr(0, 99);
+    // The system may add a terminator of its own.
+    EXPECT_EQ(data.find_first_not_of('\0', c.bytes.size()), data.npos);
+    EXPECT_LE(data.size(), c.bytes.size() + 2);
+  }
+}
+
+TEST_F(UserRegistry, RefusesLongerTextsOtherTypesAndWhatIsMissing) {
+  const std::string text = std::string("C\0:\0\0\0", 6);
+  ASSERT_TRUE(store(REG_SZ, std::string(8, 'x')));
+  EXPECT_EQ(load(6), mark);
+  for (const DWORD type : {DWORD{REG_EXPAND_SZ}, DWORD{REG_BINARY}, DWORD{REG_MULTI_SZ}}) {
+    ASSERT_TRUE(store(type, text));
+    EXPECT_EQ(load(), mark) << type;
+  }
+  std::string data = mark;
+  EXPECT_FALSE(readUserRegistryString(testParent + L"\\none", L"v", roomEnough, data));
+  EXPECT_EQ(data, mark);
+}
 
 TEST_F(UserRegistry, WritesATextAndTheKeysAboveIt) {
   const std::wstring key = testParent + L"\\a\\b";
@@ -157,17 +124,14 @@ TEST_F(UserRegistry, WhatIsNotThereCountsAsRemoved) {
 }
 
 TEST_F(UserRegistry, ReadsANumberThatIsOne) {
-  const DWORD stored = 7;
-  ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, testParent.c_str(), L"n", REG_DWORD, &stored,
-                            sizeof stored),
-            ERROR_SUCCESS);
+  ASSERT_TRUE(store(REG_DWORD, std::string("\x07\0\0\0", 4)));
   EXPECT_TRUE(writeUserRegistryString(testParent, L"text", L"7", error_));
   std::uint32_t number = 1;
-  EXPECT_TRUE(readRegistryNumber(RegistryRoot::user, testParent, L"n", number));
+  EXPECT_TRUE(readRegistryNumber(RegistryRoot::user, testParent, L"v", number));
   EXPECT_EQ(number, 7U);
   EXPECT_FALSE(readRegistryNumber(RegistryRoot::user, testParent, L"text", number));
   EXPECT_FALSE(readRegistryNumber(RegistryRoot::user, testParent, L"none", number));
-  EXPECT_FALSE(readRegistryNumber(RegistryRoot::user, testParent + L"\\none", L"n", number));
+  EXPECT_FALSE(readRegistryNumber(RegistryRoot::user, testParent + L"\\none", L"v", number));
   EXPECT_EQ(number, 7U);
 }
 

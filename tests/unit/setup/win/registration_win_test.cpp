@@ -6,6 +6,7 @@
 #include <cwctype>
 #include <string>
 
+#include "common/whole_file.h"
 #include "platform/registry.h"
 #include "setup/browsers.h"
 #include "setup/host_manifest.h"
@@ -76,7 +77,7 @@ TEST_F(Registration, IsTakenBackExactly) {
   EXPECT_TRUE(registerHost(options()).ok);
   EXPECT_EQ(registered(), toUtf8(manifest()));
   std::string text;
-  EXPECT_TRUE(readSmallFile(manifest(), text));
+  EXPECT_TRUE(readWholeFile(manifest(), maxManifestBytes, text));
   EXPECT_EQ(text, manifestText(program(), {}));
   EXPECT_TRUE(unregisterHost(options()).ok);
   EXPECT_FALSE(hasKey(vendorKey));

@@ -1,23 +1,14 @@
-#include <windows.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "platform/owned.h"
-#include "platform/pipe_probe.h"
+#include "platform/named_pipe.h"
+#include "platform/win/handles_win.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-struct HandleTraits {
-  using Raw = HANDLE;
-  static Raw none() { return INVALID_HANDLE_VALUE; }
-  static bool valid(Raw raw) { return raw != INVALID_HANDLE_VALUE; }
-  static void close(Raw raw) { CloseHandle(raw); }
-};
-using OwnedHandle = Owned<HandleTraits>;
-
-TEST(ProbePipe, TellsAFreeNameFromAPipeThatWaitsAndOneThatServes) {
+TEST(ProbePipe, DistinguishesAFreeNameAPipeThatWaitsAndOneThatServes) {
   const std::string name = R"(\\.\pipe\morva-unit-)" + std::to_string(GetCurrentProcessId());
   EXPECT_EQ(probePipe(name), PipeState::absent);
   const OwnedHandle server(CreateNamedPipeA(
