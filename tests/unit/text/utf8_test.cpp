@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -99,68 +101,44 @@ TEST(MakeValidUtf8, AgreesWithTheLibraryAtEveryEdge) {
 const std::string mixed = "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80z";
 const std::vector<std::size_t> boundaries = {0, 1, 3, 6, 10, 11};
 
-std::size_t lastBoundaryUpTo(std::size_t offset) {
-  std::size_t last = 0;
-  for (const std::size_t boundary : boundaries) {
-    if (boundary <= offset) last = boundary;
-  }
-  return last;
-}
-
 TEST(CutUtf8, EndsAtTheLastWholeCharacterForEveryLimit) {
   for (std::size_t limit = 0; limit <= mixed.size() + 2; ++limit) {
     SCOPED_TRACE(limit);
-    EXPECT_EQ(cutUtf8(mixed, limit), mixed.substr(0, lastBoundaryUpTo(limit)));
+    const std::size_t size = *std::prev(std::ranges::upper_bound(boundaries, limit));
+    EXPECT_EQ(cutUtf8(mixed, limit), mixed.substr(0, size));
   }
+  EXPECT_EQ(cutUtf8(std::string(10, '\x80'), 7).size(), 7U);  // no UTF-8 is cut at the limit
 }
 
-TEST(CutUtf8, CutsWhatIsNotUtf8AtTheLimit) {
-  const std::string continuations(10, '\x80');
-  EXPECT_EQ(cutUtf8(continuations, 7).size(), 7U);
-}
-
-TEST(ForeignText, IsValidAndWithinItsLimitForEveryLimit) {
-  const std::string text = mixed + "\xFF\xFF" + mixed + "\xC3";
-  for (std::size_t limit = 0; limit <= text.size() + 8; ++limit) {
-    SCOPED_TRACE(limit);
-    const std::string result = foreignText(text, limit);
-    EXPECT_LE(result.size(), limit);
-    EXPECT_TRUE(isValidUtf8(result));
-  }
-}
-
-struct ForeignCase {
-  const char* name;
-  std::string text;
-  std::size_t limit;
-  std::string wanted;
-};
-
-const ForeignCase foreignCases[] = {
-    {"exactly the limit", std::string(1024, 'x'), 1024, std::string(1024, 'x')},
-    {"one byte more", std::string(1025, 'x'), 1024, std::string(1024, 'x')},
-    {"a character across the limit is dropped", std::string(1023, 'x') + "\xC3\xA9", 1024,
-     std::string(1023, 'x')},
-    {"a character up to the limit is kept", std::string(1022, 'x') + "\xC3\xA9y", 1024,
-     std::string(1022, 'x') + "\xC3\xA9"},
-    {"a broken character that was not cut is shown", "x\xC3", 1024, "x" + bad},
-    {"what grew is cut again", std::string(10, '\xFF'), 10, times(3, bad)},
-    {"nothing", "abc", 0, ""},
-};
-
-TEST(ForeignText, CutsAndRepairs) {
-  for (const ForeignCase& c : foreignCases) {
+TEST(ForeignText, CutsAndRepairsWithinItsLimit) {
+  const struct {
+    const char* name;
+    std::string text;
+    std::size_t limit;
+    std::string wanted;
+  } cases[] = {
+      {"exactly the limit", "xxxx", 4, "xxxx"},
+      {"a character across the limit is dropped", "xxx\xC3\xA9", 4, "xxx"},
+      {"a character up to the limit is kept", "xx\xC3\xA9y", 4, "xx\xC3\xA9"},
+      {"a broken character that was not cut is shown", "x\xC3", 4, "x" + bad},
+      {"what grew is cut again", std::string(10, '\xFF'), 10, times(3, bad)},
+      {"nothing", "abc", 0, ""},
+  };
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(foreignText(c.text, c.limit), c.wanted);
   }
-}
-
-TEST(ForeignText, HasALimitWithoutBeingAsked) {
   EXPECT_EQ(foreignText(std::string(4096, 'x')).size(), 4096U);
   EXPECT_EQ(foreignText(std::string(5000, 'x')).size(), 4096U);
+  const std::string text = mixed + "\xFF\xFF" + mixed + "\xC3";
+  for (std::size_t limit = 0; limit <= text.size() + 8; ++limit) {
+    SCOPED_TRACE(limit);
+    EXPECT_LE(foreignText(text, limit).size(), limit);
+    EXPECT_TRUE(isValidUtf8(foreignText(text, limit)));
+  }
 }
 
-TEST(SplitUtf8, GivesWholeCharactersThatMakeUpTheText) {
+TEST(SplitUtf8, ReturnsWholeCharactersThatMakeUpTheText) {
   const std::string text = times(5, mixed);
   for (std::size_t limit = 4; limit <= text.size() + 1; ++limit) {
     SCOPED_TRACE(limit);
@@ -176,10 +154,7 @@ TEST(SplitUtf8, GivesWholeCharactersThatMakeUpTheText) {
   EXPECT_TRUE(splitUtf8("", 4).empty());
   EXPECT_EQ(splitUtf8("abcd", 4).size(), 1U);
   EXPECT_EQ(splitUtf8("abcde", 4).size(), 2U);
-}
-
-TEST(SplitUtf8, ComesToAnEndOnWhatIsNotUtf8) {
-  EXPECT_EQ(splitUtf8(std::string(9, '\x80'), 4).size(), 3U);
+  EXPECT_EQ(splitUtf8(std::string(9, '\x80'), 4).size(), 3U);  // what is no UTF-8 ends too
 }
 
 }  // namespace

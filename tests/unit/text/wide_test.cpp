@@ -96,13 +96,10 @@ TEST(ToUtf8, ReplacesLoneSurrogates) {
 TEST(ToUtf8, KeepsEveryCharacter) {
   for (char32_t character = 1; character <= 0x10FFFF; character += 3) {
     if (character >= 0xD800 && character <= 0xDFFF) continue;
-    std::wstring wide;
-    if (sizeof(wchar_t) == 2 && character > 0xFFFF) {
-      wide += unit(0xD800 + ((character - 0x10000) >> 10U));
-      wide += unit(0xDC00 + ((character - 0x10000) & 0x3FFU));
-    } else {
-      wide += static_cast<wchar_t>(character);
-    }
+    const bool isPair = sizeof(wchar_t) == 2 && character > 0xFFFF;
+    const std::wstring wide = isPair ? std::wstring{unit(0xD800 + ((character - 0x10000) >> 10U)),
+                                                    unit(0xDC00 + ((character - 0x10000) & 0x3FFU))}
+                                     : std::wstring{unit(character)};
     const std::string text = toUtf8(wide);
     ASSERT_TRUE(isValidUtf8(text)) << std::hex << static_cast<unsigned>(character);
     ASSERT_EQ(toWide(text), wide) << std::hex << static_cast<unsigned>(character);
