@@ -1,6 +1,6 @@
 // Preloaded into a native host: makes the calls fail that MORVA_FAILING_CALLS names, so that tests
-// see what no healthy system shows. "pthread_create" fails from the moment on when the file that
-// MORVA_FAILING_FROM names exists.
+// see what no healthy system shows. "pthread_create" and "accept4" fail while the file exists that
+// MORVA_FAILING_FROM names.
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sys/random.h>
@@ -18,6 +18,18 @@ bool fails(const char* call) {
   return named != nullptr && std::strstr(named, call) != nullptr;
 }
 
+// As opposed to what the twin has in the place of a named pipe.
+bool isOfInternet(int socket) {
+  sockaddr address = {};
+  socklen_t size = sizeof address;
+  return getsockname(socket, &address, &size) == 0 && address.sa_family == AF_INET;
+}
+
+bool failsNow(const char* call) {
+  const char* from = std::getenv("MORVA_FAILING_FROM");
+  return fails(call) && from != nullptr && access(from, F_OK) == 0;
+}
+
 template <class Function>
 Function* next(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -28,8 +40,17 @@ Function* next(const char* name) {
 extern "C" {
 
 int listen(int socket, int backlog) {
-  if (!fails("listen")) return next<int(int, int)>("listen")(socket, backlog);
+  if (!fails("listen") || !isOfInternet(socket))
+    return next<int(int, int)>("listen")(socket, backlog);
   errno = EADDRINUSE;
+  return -1;
+}
+
+int accept4(int socket, sockaddr* address, socklen_t* size, int flags) {
+  if (!failsNow("accept4")) {
+    return next<int(int, sockaddr*, socklen_t*, int)>("accept4")(socket, address, size, flags);
+  }
+  errno = EMFILE;
   return -1;
 }
 
@@ -44,8 +65,7 @@ ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                    void* argument) {
   using Create = int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-  const char* from = std::getenv("MORVA_FAILING_FROM");
-  if (fails("pthread_create") && from != nullptr && access(from, F_OK) == 0) return EAGAIN;
+  if (failsNow("pthread_create")) return EAGAIN;
   return next<Create>("pthread_create")(thread, attributes, start, argument);
 }
 

@@ -17,7 +17,9 @@ TEST(IsHostAllowed, NeedsALoopbackNameAndThePort) {
   }
   for (const char* host :
        {"", "127.0.0.1", "localhost", "127.0.0.1:39271", "127.0.0.1:039270", "127.0.0.1:39270 ",
-        "127.0.0.1:39270.", "[::1]:39270", "localhost.:39270", "evil:39270", "127.0.0.1:"}) {
+        "127.0.0.1:39270.", "[::1]:39270", "localhost.:39270", "evil:39270",
+        "127.0.0.1:", "localhost", "127.1:39270", "0.0.0.0:39270", "user@127.0.0.1:39270",
+        "127.0.0.1:39270, evil", "\xC5\xBFocalhost:39270"}) {
     EXPECT_FALSE(isHostAllowed(host, 39270)) << host;
   }
   EXPECT_FALSE(isHostAllowed("127.0.0.1:0", 0));
@@ -53,9 +55,12 @@ TEST(IsRequestAllowed, GoesByTheOrigin) {
       {"GET", "/api/agent-tools", "", "", true},
       {"POST", "/api/agent-toolsX", "", "document", true},
       {"GET", "/api/agent-tool", "", "", false},
+      {"GET", "/API/agent-tools", "", "", false},
       {"GET", "/api/local-file", "", "image", true},
       {"GET", "/api/local-file", "", "media", true},
       {"GET", "/api/local-file", "", "document", false},
+      {"GET", "/api/local-file", "", "images", false},
+      {"GET", "/api/local-file", "", "image ", false},
       {"GET", "/api/local-file", "", "", false},
       {"POST", "/api/local-file", "", "image", false},
       {"GET", "/api/local-file/", "", "image", false},
@@ -90,6 +95,18 @@ TEST(JudgeRequest, AsksInOrder) {
   EXPECT_EQ(judgeRequest(request, 39270, token), Verdict::preflight);
   request.host = "evil";
   EXPECT_EQ(judgeRequest(request, 39270, token), Verdict::badRequest);
+}
+
+TEST(JudgeRequest, TakesNoOriginThatIsAlmostTheExtensions) {
+  const std::string own(extensionOrigin);
+  for (const std::string& origin : {own + "x", own + "/", own + " ", own + "\r\nX: y",
+                                    own.substr(0, own.size() - 1), "C" + own.substr(1)}) {
+    HttpRequest request = goodRequest();
+    request.origin = origin;
+    EXPECT_EQ(judgeRequest(request, 39270, token), Verdict::forbidden) << origin;
+    request.method = "OPTIONS";
+    EXPECT_EQ(judgeRequest(request, 39270, token), Verdict::forbidden) << origin;
+  }
 }
 
 TEST(JudgeRequest, LetsNobodyInWithoutATokenOfItsOwn) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -25,6 +26,7 @@ std::string repeated(const std::string& text, int count) {
 
 TEST(CleanDropName, KeepsWhatAFileMayBeCalled) {
   const std::string kana = "\xE3\x81\x82";
+  const std::string smile = "\xF0\x9F\x98\x80";
   const struct {
     std::string hint;
     std::string kept;
@@ -33,6 +35,9 @@ TEST(CleanDropName, KeepsWhatAFileMayBeCalled) {
       {"shot.png", "shot.png"},
       {"../../evil.exe", "evil.exe"},
       {"a\\b/c", "c"},
+      {"..\\..\\evil.exe", "evil.exe"},
+      {"C:\\Windows\\x.txt", "x.txt"},
+      {"C:x.txt", "Cx.txt"},
       {"a/", "file"},
       {"a<b>.txt", "ab.txt"},
       {"\"*:<>?|", "file"},
@@ -40,17 +45,22 @@ TEST(CleanDropName, KeepsWhatAFileMayBeCalled) {
       {"\x7F\x80\xFF", "\x7F\x80\xFF"},
       {"report. . .", "report"},
       {"..", "file"},
+      {"..a", "..a"},
       {" .", "file"},
       {" a", " a"},
-      {"a.?", "a"},
+      {"a. ?", "a"},
       {"CON", "CON"},
+      {"AUX.", "AUX"},
       {std::string(120, 'a'), std::string(120, 'a')},
       {std::string(121, 'a'), std::string(120, 'a')},
       {std::string(119, 'a') + " b", std::string(119, 'a')},
+      {std::string(119, 'a') + ".png", std::string(119, 'a')},
       {repeated(kana, 40), repeated(kana, 40)},
       {repeated(kana, 41), repeated(kana, 40)},
       {"a" + repeated(kana, 40), "a" + repeated(kana, 39)},
       {std::string(119, 'a') + "\xC3\xA9", std::string(119, 'a')},
+      {std::string(118, 'a') + "\xC3\xA9", std::string(118, 'a') + "\xC3\xA9"},
+      {"ab" + repeated(smile, 30), "ab" + repeated(smile, 29)},
   };
   for (const auto& c : cases) EXPECT_EQ(cleanDropName(c.hint), c.kept) << c.hint;
 }
@@ -99,8 +109,12 @@ TEST_F(Drops, KeepsTheBytesUnderANewName) {
 
 TEST_F(Drops, RefusesEmptyBodiesAndNamesThatAreNoText) {
   EXPECT_EQ(saveDroppedFile("a", "").dump(), R"({"error":"empty file","ok":false})");
-  EXPECT_EQ(saveDroppedFile("\xFF", "x").dump(),
-            R"({"error":"could not name the file","ok":false})");
+  for (const char* name : {"\xFF", "a\xC3", "\xED\xA0\x80",
+                           "a\xF5"
+                           "b"}) {
+    EXPECT_EQ(saveDroppedFile(name, "x").dump(),
+              R"({"error":"could not name the file","ok":false})");
+  }
 }
 
 TEST_F(Drops, CountsRecentFilesOnly) {
@@ -114,6 +128,26 @@ TEST_F(Drops, CountsRecentFilesOnly) {
     EXPECT_EQ(saveDroppedFile("a", "x").at("ok"), true);
     EXPECT_EQ(count(), 1U);
   }
+}
+
+TEST(IsRecentDrop, TakesADayInBothDirections) {
+  constexpr std::int64_t dayMs = 86'400'000;
+  for (const std::int64_t direction : {1, -1}) {
+    EXPECT_TRUE(isRecentDrop(direction * dayMs));
+    EXPECT_FALSE(isRecentDrop(direction * (dayMs + 1)));
+  }
+}
+
+TEST_F(Drops, NeitherCountsNorDeletesFolders) {
+  fill(maxRecentDrops - 1, std::chrono::hours(1));
+  for (const char* name : {"one", "two"}) {
+    fs::create_directory(folder() / name);
+    std::error_code error;  // not every system dates a folder so
+    fs::last_write_time(folder() / name, fs::file_time_type::clock::now() - std::chrono::hours(48),
+                        error);
+  }
+  EXPECT_EQ(saveDroppedFile("a", "x").at("ok"), true);
+  EXPECT_EQ(count(), maxRecentDrops + 2);
 }
 
 TEST_F(Drops, RefusesAFileInItsPlace) {

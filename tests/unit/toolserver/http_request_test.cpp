@@ -70,6 +70,9 @@ const struct {
     {"a length over the limit", posted("Content-Length: 1048577\r\n", ""), false},
     {"chunked", posted("Transfer-Encoding: chunked\r\n", "0\r\n\r\n"), false},
     {"folded", posted("X: a\r\n b\r\n", ""), false},
+    {"a first header that is folded", posted(" X: a\r\n", ""), false},
+    {"only ends of lines", "\r\n\r\n", false},
+    {"odd lines that are none of ours", posted("no colon\r\n: x\r\n\xC4: \xFF\r\n", ""), true},
 };
 
 TEST(ReadHttpRequest, RefusesWhatIsNoRequest) {
@@ -82,6 +85,50 @@ TEST(ReadHttpRequest, RefusesWhatIsNoRequest) {
   }
 }
 
+const std::string goodRequestLines[] = {"GET /x HTTP/1.1",
+                                        "OPTIONS /x HTTP/1.1",
+                                        "GET / HTTP/1.1",
+                                        "GET /?a=b HTTP/1.1",
+                                        "GET /x?u=http%3A%2F%2Fy HTTP/1.1",
+                                        "GET /x//y#z/../w HTTP/1.1",
+                                        "GET /\xE4\xFF\ry\nz HTTP/1.1"};
+
+const std::string badRequestLines[] = {"",
+                                       "GET",
+                                       "GET /x",
+                                       "GET /x ",
+                                       " /x HTTP/1.1",
+                                       " GET /x HTTP/1.1",
+                                       "GET  /x HTTP/1.1",
+                                       "GET /x  HTTP/1.1",
+                                       "GET /x HTTP/1.1 ",
+                                       "GET /x y HTTP/1.1",
+                                       "GET\t/x\tHTTP/1.1",
+                                       "GET /x HTTP/1.2",
+                                       "GET /x HTTP/2",
+                                       "GET /x http/1.1",
+                                       "get /x HTTP/1.1",
+                                       "Post /x HTTP/1.1",
+                                       "GETX /x HTTP/1.1",
+                                       "PUT /x HTTP/1.1",
+                                       "CONNECT 127.0.0.1:443 HTTP/1.1",
+                                       "PRI * HTTP/2.0",
+                                       "GET * HTTP/1.1",
+                                       "GET x HTTP/1.1",
+                                       "GET ?x=1 HTTP/1.1",
+                                       "GET http://127.0.0.1/x HTTP/1.1",
+                                       "GET /x://y HTTP/1.1",
+                                       "GET /\0 HTTP/1.1"s,
+                                       "\x16\x03\x01\x02\xFC",
+                                       "\r\nGET /x HTTP/1.1"};
+
+TEST(ReadHttpRequest, TakesOneFormOfRequestLine) {
+  const std::string rest = "\r\nHost: h\r\n\r\n";
+  HttpRequest request;
+  for (const std::string& line : goodRequestLines) EXPECT_TRUE(read(line + rest, request)) << line;
+  for (const std::string& line : badRequestLines) EXPECT_FALSE(read(line + rest, request)) << line;
+}
+
 std::string headOfSize(std::size_t size) {
   const std::string start = "GET / HTTP/1.1\r\nX: ";
   return start + std::string(size - start.size() - 4, 'x') + "\r\n\r\n";
@@ -91,6 +138,14 @@ TEST(ReadHttpRequest, TakesAHeadOf64KiB) {
   HttpRequest request;
   EXPECT_TRUE(read(headOfSize(maxHeaderBytes), request));
   EXPECT_FALSE(read(headOfSize(maxHeaderBytes + 1), request));
+  EXPECT_FALSE(read("GET / HTTP/1.1\r\nX: " + std::string(maxHeaderBytes, 'x'), request));
+}
+
+TEST(ReadHttpRequest, CountsBodyBytesThatCameWithTheHeadForItsLimit) {
+  const std::string bytes = headOfSize(maxHeaderBytes - 6) + std::string(2000, 'y');
+  HttpRequest request;
+  EXPECT_TRUE(read(bytes, request, 4096));  // the head is whole with its last full piece
+  EXPECT_FALSE(read(bytes, request, 4000));
 }
 
 TEST(ReadHttpRequest, SearchesALongHeadOnlyOnce) {
@@ -103,7 +158,8 @@ TEST(ReadHttpRequest, SearchesALongHeadOnlyOnce) {
 
 TEST(ReadHttpRequest, TakesBodiesUpToTheLimitOfTheirPath) {
   for (const auto& [path, limit] :
-       {std::pair("/x", maxBodyBytes), std::pair("/api/context-file", maxUploadBodyBytes)}) {
+       {std::pair("/x", maxBodyBytes), std::pair("/api/context-file", maxUploadBodyBytes),
+        std::pair("/api/context-file/", maxBodyBytes)}) {
     for (const std::size_t size : {limit, limit + 1}) {
       HttpRequest request;
       const std::string head =
@@ -181,13 +237,18 @@ TEST(ContentLengthOf, ParsesOneStrictNumber) {
       {"Content-Length: 1\t", -1},
       {"Content-Length: 1,1", -1},
       {"Content-Length: 0x1", -1},
-      {"Content-Length: ", -1},
+      {"Content-Length: -0", -1},
+      {"Content-Length: 1.0", -1},
+      {"Content-Length: 1e0", -1},
+      {"Content-Length: 1\r1", -1},
+      {"Content-Length: \t ", -1},
       {"Content-Length:", -1},
       {"Content-Length: one", -1},
       {"Content-Length: 1\r\nContent-Length: 1", -1},
       {"Content-Length : 5", 0},
       {"Content-Length", 0},
-      {"Transfer-Encoding: chunked", -1},
+      {"Content-Length: 1\r\nTransfer-Encoding: chunked", -1},
+      {"TRANSFER-ENCODING: identity", -1},
       {"transfer-encoding:", -1},
       {"Transfer-Encoding : chunked", 0},
       {"X: a\r\n folded", -1},

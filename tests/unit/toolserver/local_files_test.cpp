@@ -2,11 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
+#include <utility>
 
 #include "common/paths.h"
+#include "platform/files.h"
 #include "support/test_folder.h"
 #include "text/wide.h"
 
@@ -84,6 +88,9 @@ class Loaded : public testing::Test {
 
 const std::string refused = "file is not available";
 
+// Windows, where a path begins with a drive and the file system knows no letter case.
+bool isDriveLetterUsed() { return pathSeparator == L'\\'; }
+
 TEST_F(Loaded, FilesInsideAreGiven) {
   EXPECT_EQ(load(put("a.png", "one\0two"s)), "image/png:one\0two"s);
 }
@@ -112,10 +119,56 @@ TEST_F(Loaded, EverythingElseIsRefusedWithOneText) {
                                   "\\\\server\\share\\a.png"s,
                                   "//server/share/a.png"s,
                                   "/\\server/share/a.png"s,
-                                  "NUL"s,
-                                  "//./pipe/x"s,
-                                  "/dev/null"s}) {
+                                  std::string(40'000, 'a'),
+                                  inside + std::string(300, 'x'),
+                                  "file://" + inside}) {
     EXPECT_EQ(load(path), refused) << path;
+  }
+}
+
+// "{0}" is a file inside, "{1}" the same without its drive, "{2}" its folder.
+constexpr const char* oddForms = R"(
+  {0}::$DATA {0}:secret:$DATA {1}:secret a.png:secret C:a.png:secret {0}/ {0}\x {2}/
+  {2}/CON {2}/NUL {2}/COM1 {2}/LPT1 {2}/AUX {2}/PRN {2}/NUL.png CON NUL COM1 CONIN$ NUL: CON.png
+  C:\CON C:\x\NUL C:\x\CON.png \\?\{0} \\.\{0} \??\{0} \\.\CON \\.\pipe\x \\.\C:\a.png
+  \\.\PhysicalDrive0 \\?\UNC\server\share\a.png \\?\GLOBALROOT\Device\Null \Device\Null
+  //./pipe/x //./C:/a.png //127.0.0.1/c$/a.png \/server/share/a.png /dev/null /dev/tty
+  /proc/self/environ /proc/self/exe /etc/passwd \etc\passwd Z:\etc\passwd ~/a.png %APPDATA%\a.png
+  . .. / \ C: C:\ 1:\a.png
+)";
+
+TEST_F(Loaded, DevicesStreamsAndPlacesElsewhereAreRefused) {
+  const std::string inside = put("a.png", "x");
+  const std::size_t drive = isDriveLetterUsed() ? 2 : 0;
+  const std::pair<std::string, std::string> meanings[] = {
+      {"{0}", inside}, {"{1}", inside.substr(drive)}, {"{2}", toUtf8(folder().wstring())}};
+  std::istringstream forms(oddForms);
+  for (std::string path; forms >> path;) {
+    for (const auto& [mark, meaning] : meanings) {
+      const std::size_t at = path.find(mark);
+      if (at != std::string::npos) path.replace(at, mark.size(), meaning);
+    }
+    EXPECT_EQ(load(path), refused) << path;
+  }
+}
+
+TEST_F(Loaded, EverySpellingOfAFileIsThatFile) {
+  const std::string start = toUtf8(folder().wstring());
+  const std::string end = "/\xC3\x84/Picture.png";
+  fs::create_directory(fs::u8path(start + "/\xC3\x84"));
+  std::string file = start + end;
+  std::ranges::replace(file, '/', static_cast<char>(pathSeparator));
+  std::ofstream(fs::u8path(file)) << "x";
+  std::string slashes = file;
+  std::ranges::replace(slashes, '\\', '/');
+  for (const std::string& path : {file, slashes, start + "/." + end, start + "//x/.." + end}) {
+    EXPECT_EQ(load(path), "image/png:x") << path;
+  }
+  // Letter case, and what stands at the end of a name, count where the file system says so.
+  const std::string sometimes = isDriveLetterUsed() ? "image/png:x" : refused;
+  for (const std::string& path : {start + "/\xC3\xA4/Picture.png", start + "/\xC3\x84/PICTURE.PNG",
+                                  file + ".", file + " ", file + "..."}) {
+    EXPECT_EQ(load(path), sometimes) << path;
   }
 }
 
