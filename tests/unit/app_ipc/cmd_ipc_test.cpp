@@ -164,6 +164,8 @@ const ExchangeCase exchangeCases[] = {
      R"({"error":"busy","type":"error"})"},
     {"refused", challenge, frameOf(R"({"type":"error","error":"auth failed","x":1})"),
      "cmd_ipc authentication rejected"},
+    {"a note that is no refusal", challenge, frameOf(R"({"type":"note","error":"auth failed"})"),
+     R"({"error":"auth failed","type":"note"})"},
     {"nothing", "", "", "cmd_ipc recv failed"},
     {"half a length", lengthOf(9).substr(2), "", "cmd_ipc recv failed"},
     {"half a challenge", challenge.substr(0, challenge.size() - 1), "", "cmd_ipc recv failed"},
@@ -173,12 +175,15 @@ const ExchangeCase exchangeCases[] = {
     {"one byte too many", lengthOf(16777217), "", "cmd_ipc frame too large"},
     {"far too many", lengthOf(0xFFFFFFFF), "", "cmd_ipc frame too large"},
     {"no nonce", frameOf("{}"), "", "cmd_ipc proof failed"},
+    {"no object", frameOf(R"(["00fF"])"), "", "cmd_ipc proof failed"},
+    {"an empty nonce", frameOf(R"({"nonce":""})"), "", "cmd_ipc proof failed"},
     {"an odd nonce", frameOf(R"({"nonce":"000"})"), "", "cmd_ipc proof failed"},
     {"a nonce that is a number", frameOf(R"({"nonce":12})"), "", "cmd_ipc proof failed"},
     {"no reply", challenge, "", "cmd_ipc recv failed"},
     {"half a reply", challenge, frameOf("{}").substr(0, 5), "cmd_ipc recv failed"},
     {"a reply too large", challenge, lengthOf(16777217), "cmd_ipc frame too large"},
     {"a reply that is no JSON", challenge, frameOf("{]"), "cmd_ipc recv failed"},
+    {"a reply that is no UTF-8", challenge, frameOf("\"\xFF\""), "cmd_ipc recv failed"},
 };
 
 TEST_F(CmdIpc, GivesTheReplyOrTheFailuresText) {
