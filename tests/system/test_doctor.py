@@ -1,5 +1,5 @@
-"""The doctor: what it finds with everything there and with each thing missing, and that it changes
-nothing and tells no secret."""
+"""The doctor: what it sees with everything there and with each thing missing, and that it changes
+nothing and tells no secret. How it judges what it sees is tested in tests/unit/doctor."""
 
 import contextlib
 import json
@@ -89,34 +89,14 @@ def verdicts(findings, *ids):
 
 # --- Everywhere ---
 
-def test_a_bare_machine_has_a_remedy_for_every_problem(examine, folders):
+def test_a_bare_machine(program, examine, folders):
     findings = examine()
-    assert findings["browsers"]["verdict"] == "problem"
-    assert findings["agent"]["verdict"] == "problem"
-    for number in range(8090, 8095):
-        assert findings[f"agent.port.{number}"]["facts"]["answer"] == "none"
+    assert verdicts(findings, "browsers", "agent", "application") == ["problem", "problem", "note"]
     assert verdicts(findings, "toolServer", "folder", "drops") == ["ok"] * 3
-    assert findings["application"]["verdict"] == "note"
     assert findings["toolServer"]["facts"]["freePort"] == 39270
     assert not (folders[0] / "Quenlark").exists()  # it has only looked
-
-
-def test_the_table_says_what_the_json_says(program, examine):
-    findings = examine()
-    outcome = program.run("--doctor")
-    assert outcome.code == 1
-    lines = outcome.out.splitlines()
-    assert lines[0].startswith("morva-chrome-host ")
-    for finding in findings.values():
-        if finding["id"].startswith("agent.port"):
-            continue  # how long it took is different each time
-        start = f"{finding['verdict']:9}{finding['subject']}  "
-        (line,) = [each for each in lines if each.startswith(start)]
-        assert line.endswith("  " + finding["text"])
-        if finding["remedy"]:
-            assert lines[lines.index(line) + 1].strip() == f"-> {finding['remedy']}"
-    problems = [each for each in findings.values() if each["verdict"] == "problem"]
-    assert lines[-1] == f"{len(problems)} problems"
+    table = program.run("--doctor")
+    assert (table.code, table.out.splitlines()[-1]) == (1, "2 problems")
 
 
 def test_ports_tell_what_answers(examine):
@@ -125,7 +105,6 @@ def test_ports_tell_what_answers(examine):
         findings = examine()
     found = [findings[f"agent.port.{number}"]["facts"]["answer"] for number in range(8090, 8095)]
     assert found == ["none", "ready", "notReady", "foreign", "none"]
-    assert findings["agent.port.8091"]["verdict"] == "ok"
     assert findings["agent"]["verdict"] == "note"  # it runs, but could not be started anew
     assert findings["agent"]["facts"] == {"ready": True, "startable": False}
 
@@ -159,35 +138,21 @@ def test_taken_tool_server_ports_are_named(examine):
 
 
 def test_the_application_is_found_and_its_token_kept_secret(program, examine, folders):
-    instances = Instances(folders[0])
     with DesktopApp() as app:
-        instances.announce("app", app.port)
-        found = examine()["application"]
-        table = program.run("--doctor")
-        text = program.run("--doctor", "--json")
-    assert found["verdict"] == "ok"
-    assert found["facts"] == {"running": True, "port": app.port, "answers": True}
+        Instances(folders[0]).announce("app", app.port)
+        assert examine()["application"]["facts"] == {
+            "running": True, "port": app.port, "answers": True}
+        outcomes = program.run("--doctor"), program.run("--doctor", "--json")
     assert app.requests == []
-    for outcome in (table, text):
-        assert TOKEN.lower() not in (outcome.out + outcome.err).lower()
-
-
-def test_an_application_that_has_gone_silent_is_a_problem(examine, folders):
-    with DesktopApp() as gone:
-        Instances(folders[0]).announce("app", gone.port)
-    found = examine()["application"]
-    assert found["verdict"] == "problem"
-    assert found["facts"]["running"] is True and found["facts"]["answers"] is False
-
-
-def drops_folder(folders):
-    drops = folders[0] / "Quenlark" / "morva-viewer" / "chrome-extension" / "chat-paste"
-    drops.mkdir(parents=True)
-    return drops
+    assert not any(TOKEN.lower() in (each.out + each.err).lower() for each in outcomes)
+    gone = examine()["application"]
+    assert gone["verdict"] == "problem"
+    assert gone["facts"]["running"] is True and gone["facts"]["answers"] is False
 
 
 def test_a_full_drops_folder_is_a_problem_and_stays_full(examine, folders):
-    drops = drops_folder(folders)
+    drops = folders[0] / "Quenlark" / "morva-viewer" / "chrome-extension" / "chat-paste"
+    drops.mkdir(parents=True)
     for number in range(200):
         (drops / f"{number}-x").touch()
     (drops / "old").touch()
@@ -196,17 +161,15 @@ def test_a_full_drops_folder_is_a_problem_and_stays_full(examine, folders):
     assert found["verdict"] == "problem"
     assert (found["facts"]["files"], found["facts"]["recent"]) == (201, 200)
     assert len(list(drops.iterdir())) == 201
-    (drops / "0-x").unlink()
-    assert examine()["drops"]["verdict"] == "ok"
 
 
-def test_a_running_host_is_no_problem(examine, panel, own_server):
+def test_a_running_host_is_no_problem(examine, own_server):
     findings = examine()
     assert findings["toolServer"]["verdict"] == "ok"
     assert findings["toolServer"]["facts"]["taken"] == 1
     assert findings["pipe"]["verdict"] in ("ok", "note")
     own_server.is_well()
-    panel.end()
+    own_server.panel.end()
 
 
 # --- Browsers, which only Windows has here ---
@@ -221,10 +184,10 @@ def registered(program, registry):
 def test_all_is_well_after_registering(program, examine, registered, cli):
     registered.add(CLIENTS + r"\Google Chrome", "", "Chrome")
     registered.add(VENDOR_KEYS["chrome"] + r"\BLBeacon", "version", "126.0.1.2")
+    registered.add(CLIENTS + r"\Brave", "", "Brave")  # installed, but not registered
     findings = examine(cli.env())
-    assert [each["id"] for each in findings.values() if each["verdict"] == "problem"] == []
     ids = ["browser.chrome." + each for each in ("registration", "manifest", "policy")]
-    assert verdicts(findings, *ids) == ["ok"] * 3
+    assert verdicts(findings, *ids, "browser.brave.registration") == ["ok", "ok", "ok", "note"]
     assert findings[ids[0]]["facts"] == {
         "installed": True, "version": "126.0.1.2", "forAllUsers": False,
         "manifest": wine.windows_path(program.path.parent) + "\\com.quenlark.morva.chrome.json"}
@@ -232,46 +195,26 @@ def test_all_is_well_after_registering(program, examine, registered, cli):
     assert program.run("--doctor", environment=cli.env()).out.endswith("\nall is well\n")
 
 
-@pytest.mark.windows_only
-def test_an_installed_browser_that_is_not_registered_is_a_problem(examine, registry):
-    registry.add(CLIENTS + r"\Brave", "", "Brave")
-    findings = examine()
-    assert findings["browser.brave.registration"]["verdict"] == "problem"
-    assert findings["browser.brave.registration"]["remedy"] == (
-        "run: morva-chrome-host --register --browser brave")
-    assert "browsers" not in findings
-
-
 MANIFESTS = {
-    "missing": (None, "it cannot be read"),
     "no JSON": (lambda m: b"{", "it is no JSON object"),
-    "another name": (lambda m: {**m, "name": "x"}, "its name is not"),
-    "not ours to start": (lambda m: {**m, "allowed_origins": []}, "it does not allow"),
     "no program": (lambda m: {**m, "path": "gone.exe"}, "a program that is not there"),
     "another program": (lambda m: {**m, "path": "C:\\windows\\explorer.exe"}, "another program"),
+    "relative": (lambda m: {**m, "path": builds.PROGRAM.name}, ""),
 }
 
 
 @pytest.mark.windows_only
-@pytest.mark.parametrize("name", MANIFESTS)
-def test_a_manifest_that_does_not_work_is_told(program, examine, registered, name):
-    change, text = MANIFESTS[name]
+def test_a_manifest_that_does_not_work_is_told(program, examine, registered):
     manifest = json.loads(program.manifest.read_bytes())
-    program.manifest.unlink()
-    if change:
+    for name, (change, text) in MANIFESTS.items():
         changed = change(manifest)
         program.manifest.write_bytes(
             changed if isinstance(changed, bytes) else json.dumps(changed).encode())
-    found = examine()["browser.chrome.manifest"]
-    assert found["verdict"] == "problem" and text in found["text"]
-
-
-@pytest.mark.windows_only
-def test_a_manifest_may_name_its_program_relatively(program, examine, registered):
-    manifest = json.loads(program.manifest.read_bytes())
-    manifest["path"] = program.path.name
-    program.manifest.write_text(json.dumps(manifest))
-    assert examine()["browser.chrome.manifest"]["verdict"] == "ok"
+        found = examine()["browser.chrome.manifest"]
+        assert found["verdict"] == ("problem" if text else "ok"), name
+        assert text in found["text"], name
+    program.manifest.unlink()
+    assert "it cannot be read" in examine()["browser.chrome.manifest"]["text"]
 
 
 @pytest.mark.windows_only
@@ -296,5 +239,4 @@ def test_the_registrys_program_is_used_before_the_search_path(examine, registry,
     registry.add(host_key("chrome"), "cli", "C:\\windows\\explorer.exe")
     findings = examine(environment)
     assert findings["cli.registry"]["facts"]["used"] is True
-    assert findings["cli.searchPath"]["facts"] == {
-        "found": True, "used": False, "path": findings["cli.searchPath"]["facts"]["path"]}
+    assert findings["cli.searchPath"]["facts"]["used"] is False
