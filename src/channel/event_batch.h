@@ -10,8 +10,9 @@ namespace media::win::chrome_inspect {
 // Collects panel events, {"method": name, "args": [...]}, and sends them in "hostChatEvents"
 // frames. Normally one frame; what would not fit into a frame that Chrome takes goes into the next
 // one, and a single event that fits into none is replaced by an "appendText" line that names it and
-// its size. Events go out in the order of `add`. Belongs to one thread; hold no lock in `add` or
-// `send`.
+// its size. Events go out in the order of `add`. Belongs to one thread. `add` and `send` may block
+// on standard output: no lock may be held, but for the two that keep the events of a stream
+// together (docs/architecture.md, "Locks").
 class EventBatch {
  public:
   void add(std::string_view method, const nlohmann::json& args);

@@ -22,7 +22,7 @@ inline constexpr std::uint32_t maxInboundBody = 16 * 1024 * 1024;
 inline constexpr std::size_t maxOutboundBody = 0x7FFFFFFF;
 inline constexpr std::size_t maxBrowserBody = 1024 * 1024;
 
-// Reads the body of one frame, blocking until it is whole; a length of 0 gives "{}".
+// Reads the body of one frame, blocking until it is whole; a length of 0 means "{}".
 // Failure: false, and `error` is "unexpected EOF", "ReadFile failed", "frame too large" or
 // "out of memory". The stream is then out of step; read no more from it.
 // Threads: one reader per stream. The caller keeps the stream open and goes on owning it.

@@ -100,6 +100,22 @@ std::vector<json> argsOf(std::vector<LogLine> lines) {
   return args;
 }
 
+// The next lines, for the caller to send; none while another thread sends.
+std::vector<json> beginSending() {
+  LogState& log = logState();
+  const std::lock_guard lock(log.outputLock);
+  if (log.sending || log.debugLogQueue.empty()) return {};
+  std::vector<json> lines = argsOf(takeLines(log, maxLogLinesPerBatch));
+  log.sending = true;
+  return lines;
+}
+
+void finishSending() {
+  LogState& log = logState();
+  std::unique_lock lock(log.outputLock);
+  endSending(log, lock);
+}
+
 void runLogSender() {
   LogState& log = logState();
   std::unique_lock lock(log.outputLock);
@@ -140,19 +156,16 @@ std::vector<json> takeDebugLogEvents(std::size_t maxCount) {
   return argsOf(std::move(lines));
 }
 
-LogBatch::LogBatch() {
-  LogState& log = logState();
-  const std::lock_guard lock(log.outputLock);
-  if (log.sending || log.debugLogQueue.empty()) return;
-  lines_ = argsOf(takeLines(log, maxLogLinesPerBatch));
-  log.sending = true;
-}
-
-LogBatch::~LogBatch() {
-  if (lines_.empty()) return;
-  LogState& log = logState();
-  std::unique_lock lock(log.outputLock);
-  endSending(log, lock);
+void sendBehindLogLines(const WriteWithLines& write) {
+  const std::vector<json> lines = beginSending();
+  if (lines.empty()) return write(lines);
+  try {
+    write(lines);
+  } catch (...) {
+    finishSending();
+    throw;
+  }
+  finishSending();
 }
 
 }  // namespace media::win::chrome_inspect

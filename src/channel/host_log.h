@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
@@ -18,7 +19,9 @@ inline constexpr std::size_t maxLogLinesPerBatch = 40;
 
 // Queues one line; `level` is "trace" (also when empty), "warn" or "error". With `flushNow`, or
 // once 20 lines wait, this thread sends a batch, unless another is being sent: then the lines stay
-// for the next. So it may block on standard output: hold no lock. `text` need not be UTF-8.
+// for the next. So it may block on standard output, and must not be called with a lock held, but
+// for those that order whole streams of events (docs/architecture.md, "Locks"). `text` need not be
+// UTF-8.
 void appendDebugLog(std::string_view text, std::string_view level = "trace", bool flushNow = false);
 
 // For threads that must never wait for the browser, such as the one that empties a child's output:
@@ -28,18 +31,12 @@ void queueDebugLog(std::string_view text, std::string_view level = "trace");
 // Takes up to `maxCount` lines out of the queue, oldest first, as event arguments.
 std::vector<nlohmann::json> takeDebugLogEvents(std::size_t maxCount);
 
-// Takes lines, up to a batch of them, that its owner is about to send. Nobody else sends lines as
-// long as it lives, so that they keep their order; while somebody else does, it holds none.
-class LogBatch {
- public:
-  LogBatch();
-  ~LogBatch();
-  LogBatch(const LogBatch&) = delete;
-  LogBatch& operator=(const LogBatch&) = delete;
-  const std::vector<nlohmann::json>& lines() const { return lines_; }
-
- private:
-  std::vector<nlohmann::json> lines_;
-};
+// Writes events with log lines ahead of them: calls `write`, once, with the lines that wait, at
+// most a batch, oldest first, for it to send. Until it returns no other thread sends lines, so they
+// keep their order; while another thread sends some, `write` gets none. Then sends a batch for each
+// `flushNow` that came meanwhile. So it may block on standard output. What `write` throws is passed
+// on. Threads: any.
+using WriteWithLines = std::function<void(const std::vector<nlohmann::json>& lines)>;
+void sendBehindLogLines(const WriteWithLines& write);
 
 }  // namespace media::win::chrome_inspect

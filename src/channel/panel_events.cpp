@@ -1,6 +1,7 @@
 #include "channel/panel_events.h"
 
 #include <nlohmann/json.hpp>
+#include <vector>
 
 #include "channel/event_batch.h"
 #include "channel/host_log.h"
@@ -9,11 +10,12 @@ namespace media::win::chrome_inspect {
 
 void emitPanelMessage(std::string_view method, const nlohmann::json& args) {
   if (method.empty() || !args.is_array()) return;
-  const LogBatch log;
-  EventBatch batch;
-  for (const nlohmann::json& line : log.lines()) batch.add("appendDebugLog", line);
-  batch.add(method, args);
-  (void)batch.send();  // the browser is gone; the reader will notice
+  sendBehindLogLines([&](const std::vector<nlohmann::json>& lines) {
+    EventBatch batch;
+    for (const nlohmann::json& line : lines) batch.add("appendDebugLog", line);
+    batch.add(method, args);
+    (void)batch.send();  // the browser is gone; the reader will notice
+  });
 }
 
 void sendChatEventBatch(const nlohmann::json& events) {

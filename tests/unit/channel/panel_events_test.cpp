@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
 
 #include "channel/host_log.h"
 #include "support/captured_output.h"
@@ -14,40 +12,28 @@ namespace {
 
 using nlohmann::json;
 
-TEST(EmitPanelMessage, SendsOneEvent) {
+TEST(EmitPanelMessage, SendsOneEventBehindTheWaitingLogLines) {
+  appendDebugLog("line");
   CapturedOutput output;
   emitPanelMessage("setBusy", json::array({true}));
+  emitPanelMessage("m", json::array());
   EXPECT_EQ(output.finish(),
-            std::vector<std::string>{R"({"events":[{"args":[true],"method":"setBusy"}],)"
-                                     R"("kind":"hostChatEvents","source":"morva-chat"})"});
+            (CapturedOutput::Frames{
+                R"({"events":[{"args":[{"level":"trace","source":"agent","text":"line"}],)"
+                R"("method":"appendDebugLog"},{"args":[true],"method":"setBusy"}],)"
+                R"("kind":"hostChatEvents","source":"morva-chat"})",
+                R"({"events":[{"args":[],"method":"m"}],"kind":"hostChatEvents",)"
+                R"("source":"morva-chat"})"}));
 }
 
-TEST(EmitPanelMessage, DropsWhatIsNoEvent) {
+TEST(EmitPanelMessage, DropsWhatIsNoEventAndLeavesTheLogAlone) {
+  appendDebugLog("kept");
   CapturedOutput output;
   emitPanelMessage("", json::array());
   for (const json& args : {json::object(), json("a"), json(nullptr), json(1), json(true)}) {
     emitPanelMessage("m", args);
   }
   EXPECT_TRUE(output.finish().empty());
-}
-
-TEST(EmitPanelMessage, SendsWaitingLogLinesAheadAtMost40) {
-  // Lines pile up only while another batch is being written.
-  for (int i = 0; i < 19; ++i) appendDebugLog("line " + std::to_string(i));
-  CapturedOutput output;
-  emitPanelMessage("m", json::array());
-  const std::vector<std::string> frames = output.finish();
-  EXPECT_EQ(frames.size(), 1U);
-  const std::vector<std::string> events = eventsIn(frames);
-  ASSERT_EQ(events.size(), 20U);
-  EXPECT_EQ(events.front(), R"({"args":[{"level":"trace","source":"agent","text":"line 0"}],)"
-                            R"("method":"appendDebugLog"})");
-  EXPECT_EQ(events.back(), R"({"args":[],"method":"m"})");
-}
-
-TEST(EmitPanelMessage, LeavesLogLinesAloneWhenItSendsNothing) {
-  appendDebugLog("kept");
-  emitPanelMessage("m", json::object());
   EXPECT_EQ(takeDebugLogEvents(40).size(), 1U);
 }
 
@@ -56,8 +42,8 @@ TEST(SendChatEventBatch, SendsWholeEvents) {
   sendChatEventBatch(json::array());
   sendChatEventBatch(json::array({{{"method", "a"}, {"args", {1}}}, {{"method", "b"}}}));
   EXPECT_EQ(output.finish(),
-            std::vector<std::string>{R"({"events":[{"args":[1],"method":"a"},{"method":"b"}],)"
-                                     R"("kind":"hostChatEvents","source":"morva-chat"})"});
+            CapturedOutput::Frames{R"({"events":[{"args":[1],"method":"a"},{"method":"b"}],)"
+                                   R"("kind":"hostChatEvents","source":"morva-chat"})"});
 }
 
 }  // namespace
