@@ -13,7 +13,7 @@ namespace {
 using nlohmann::json;
 
 // After so many looks without a message the other thread sleeps until one comes.
-constexpr int quietLooks = 20;
+constexpr int quietLooksToSleep = 20;
 
 }  // namespace
 
@@ -22,10 +22,13 @@ struct PanelWork::State {
     json message;
     std::size_t bytes;
   };
+  explicit State(std::uint32_t betweenLooksMs) : patienceMs(betweenLooksMs) {}
+
+  const std::uint32_t patienceMs;
   std::mutex mutex;                  // guards what follows
   std::condition_variable looking;   // for the thread that does not read
   std::condition_variable progress;  // a message was taken, or answered
-  std::uint64_t readingTurn = 0;
+  std::uint64_t readerNumber = 0;
   bool reading = false;
   bool asleep = false;  // the other thread has stopped looking
   bool answering = false;
@@ -40,21 +43,32 @@ struct PanelWork::State {
 
   // Waits until one answer has been in progress from one look to the next.
   void waitUntilReaderIsHeldUp(std::unique_lock<std::mutex>& lock) {
-    int quiet = 0;
-    for (std::uint64_t seen = answers;; seen = answers) {
-      const bool wasAnswering = answering;
-      looking.wait_for(lock, std::chrono::milliseconds(answerPatienceMs));
-      if (wasAnswering && answering && answers == seen) return;
-      quiet = answers == seen ? quiet + 1 : 0;
-      if (quiet < quietLooks) continue;
-      asleep = true;
-      looking.wait(lock, [this] { return !asleep; });
-      quiet = 0;
+    ReaderCheck check;
+    for (auto result = check.look(answering, answers); result != ReaderCheck::Result::heldUp;
+         result = check.look(answering, answers)) {
+      if (result == ReaderCheck::Result::quiet) {
+        asleep = true;
+        looking.wait(lock, [this] { return !asleep; });
+      } else {
+        looking.wait_for(lock, std::chrono::milliseconds(patienceMs));
+      }
     }
   }
 };
 
-PanelWork::PanelWork() : state_(std::make_unique<State>()) {}
+ReaderCheck::Result ReaderCheck::look(bool answering, std::uint64_t answers) {
+  const bool sameAnswers = seenAnswers_ == answers;
+  const bool heldUp = wasAnswering_ && answering && sameAnswers;
+  wasAnswering_ = answering;
+  seenAnswers_ = answers;
+  if (heldUp) return Result::heldUp;
+  quietLooks_ = sameAnswers ? quietLooks_ + 1 : 0;
+  if (quietLooks_ < quietLooksToSleep) return Result::fine;
+  quietLooks_ = 0;
+  return Result::quiet;
+}
+
+PanelWork::PanelWork(std::uint32_t patienceMs) : state_(std::make_unique<State>(patienceMs)) {}
 PanelWork::~PanelWork() = default;
 
 std::uint64_t PanelWork::becomeReader() {
@@ -62,13 +76,18 @@ std::uint64_t PanelWork::becomeReader() {
   std::unique_lock lock(state.mutex);
   if (state.reading) state.waitUntilReaderIsHeldUp(lock);
   state.reading = true;
-  return ++state.readingTurn;
+  return ++state.readerNumber;
 }
 
-bool PanelWork::isReader(std::uint64_t turn) {
+bool PanelWork::isReader(std::uint64_t number) {
   State& state = *state_;
   const std::lock_guard lock(state.mutex);
-  return state.readingTurn == turn;
+  return state.readerNumber == number;
+}
+
+bool PanelWork::otherSleeps() {
+  const std::lock_guard lock(state_->mutex);
+  return state_->asleep;
 }
 
 Placed PanelWork::place(json& message, std::size_t bytes, std::uint32_t timeoutMs) {

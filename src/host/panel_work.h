@@ -14,6 +14,21 @@ inline constexpr std::size_t maxQueuedBytes = 64 * 1024 * 1024;
 // An answer that takes longer than this leaves reading to the other thread.
 inline constexpr std::uint32_t answerPatienceMs = 50;
 
+// Judges, from one look to the next, whether whoever reads is held up by an answer. Pure.
+class ReaderCheck {
+ public:
+  enum class Result { fine, heldUp, quiet };
+  // `answering`: an answer is in progress; `answers`: how many have been begun so far. `heldUp`:
+  // one answer was in progress at this look and the one before. `quiet`: none was begun between any
+  // of the last 20 looks; then they are counted anew.
+  Result look(bool answering, std::uint64_t answers);
+
+ private:
+  bool wasAnswering_ = false;
+  std::uint64_t seenAnswers_ = 0;
+  int quietLooks_ = 0;
+};
+
 enum class Placed { now, queued, full };
 
 // Shares reading messages and answering panel messages between two threads. Messages are answered
@@ -23,26 +38,30 @@ enum class Placed { now, queued, full };
 // times it sleeps.
 class PanelWork {
  public:
-  PanelWork();
+  // `patienceMs` is the time between two looks at whoever reads.
+  explicit PanelWork(std::uint32_t patienceMs = answerPatienceMs);
   ~PanelWork();
   PanelWork(const PanelWork&) = delete;
   PanelWork& operator=(const PanelWork&) = delete;
 
   // Waits until the caller is to read: because nobody does, or because whoever does has been held
-  // up by an answer. Gives the number of this turn of reading.
+  // up by an answer. Returns the number under which it reads.
   std::uint64_t becomeReader();
 
-  // Whether the turn with this number still lasts. To be asked after an answer.
-  bool isReader(std::uint64_t turn);
+  // Whether whoever reads under this number still does. To be asked after an answer.
+  bool isReader(std::uint64_t number);
+
+  // Whether the other thread sleeps until a message comes.
+  bool otherSleeps();
 
   // Called by the reader with a message that came as `bytes` bytes. `now`: the caller answers it,
-  // then all that `next` gives. `queued`: the other thread will; `message` has been taken. `full`:
-  // too much waits, and did so for `timeoutMs`; `message` is untouched. One message is always taken
-  // when none waits.
+  // then all that `next` returns. `queued`: the other thread will; `message` has been taken.
+  // `full`: too much waits, and did so for `timeoutMs`; `message` is untouched. One message is
+  // always taken when none waits.
   Placed place(nlohmann::json& message, std::size_t bytes, std::uint32_t timeoutMs);
 
-  // Called by whoever answers, when done with one: gives the next message, or says that there is
-  // none to answer any more.
+  // Called by whoever answers, when done with one. Takes the next message; false when none waits,
+  // and the caller answers no more.
   bool next(nlohmann::json& message);
 
   // Waits up to `timeoutMs` until everything that was placed has been answered.

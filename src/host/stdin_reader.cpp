@@ -12,8 +12,6 @@
 #include "common/detached.h"
 #include "host/dispatcher.h"
 #include "host/host_running.h"
-#include "host/panel_work.h"
-#include "platform/byte_stream.h"
 #include "platform/process_control.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
@@ -44,7 +42,7 @@ void storeRelayReply(json message, std::size_t bytes) {
 
 enum class Next { read, answer, end };
 
-// Sees to one message; `answer` means that the caller now has to answer it.
+// Stores, queues or drops one message; `answer` means that the caller now has to answer it.
 Next sortMessage(PanelWork& work, json& message, std::size_t bytes) {
   if (isPanelMessage(message)) {
     const Placed placed = work.place(message, bytes, roomWaitMs);
@@ -56,7 +54,7 @@ Next sortMessage(PanelWork& work, json& message, std::size_t bytes) {
   return Next::read;
 }
 
-// Sees to one frame. A body that is not JSON ends the reading.
+// Parses one frame and sorts its message. A body that is not JSON ends the reading.
 Next takeFrame(PanelWork& work, const std::string& body, json& message) {
   std::string error;
   switch (parseJson(body, message, error)) {
@@ -73,10 +71,10 @@ Next takeFrame(PanelWork& work, const std::string& body, json& message) {
 }
 
 // Reads frames until one is to be answered by the caller, or reading is over.
-Next readFrames(PanelWork& work, json& message) {
+Next readFrames(StreamId input, PanelWork& work, json& message) {
   std::string body;
   std::string error;
-  while (readFrameBody(standardInput(), body, error)) {
+  while (readFrameBody(input, body, error)) {
     try {
       const Next next = takeFrame(work, body, message);
       if (next != Next::read) return next;
@@ -95,29 +93,31 @@ Next readFrames(PanelWork& work, json& message) {
   exitProcess(0);
 }
 
-// Reads frames and answers panel messages for as long as it is this thread's turn to read.
-void readDuringTurn(PanelWork& work) {
-  const std::uint64_t turn = work.becomeReader();
-  json message;
-  do {
-    if (readFrames(work, message) == Next::end) endHost(work);
-    do {
-      answerQuietly(message);
-    } while (work.next(message));
-  } while (work.isReader(turn));
-}
-
-[[noreturn]] void readAndAnswer(PanelWork& work) {
-  for (;;) readDuringTurn(work);
+[[noreturn]] void readToTheEnd(PanelWork& work) {
+  while (readAndAnswer(standardInput(), work)) {
+  }
+  endHost(work);
 }
 
 }  // namespace
 
+bool readAndAnswer(StreamId input, PanelWork& work) {
+  const std::uint64_t number = work.becomeReader();
+  json message;
+  do {
+    if (readFrames(input, work, message) == Next::end) return false;
+    do {
+      answerQuietly(message);
+    } while (work.next(message));
+  } while (work.isReader(number));
+  return true;
+}
+
 void runStdinReader() {
   PanelWork& work = leaked<PanelWork>();
   // Without a second thread, nothing is read while a message is answered.
-  (void)runDetached("panel messages", [&work] { readAndAnswer(work); });
-  readAndAnswer(work);
+  (void)runDetached("panel messages", [&work] { readToTheEnd(work); });
+  readToTheEnd(work);
 }
 
 }  // namespace media::win::chrome_inspect

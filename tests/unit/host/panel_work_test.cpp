@@ -3,11 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <nlohmann/json.hpp>
 #include <numeric>
+#include <thread>
 #include <vector>
 
-#include "platform/clock.h"
 #include "support/run_threads.h"
 #include "support/test_thread.h"
 
@@ -15,6 +16,7 @@ namespace media::win::chrome_inspect {
 namespace {
 
 using nlohmann::json;
+using Check = ReaderCheck::Result;
 
 constexpr std::uint32_t patienceMs = 30'000;
 
@@ -22,9 +24,30 @@ Placed placeOne(PanelWork& work, json message, std::size_t bytes = 1, std::uint3
   return work.place(message, bytes, timeoutMs);
 }
 
-TEST(PanelWork, GivesAMessageToItsReaderWhenNobodyAnswers) {
+TEST(ReaderCheck, FindsTheReaderHeldUpByOneAnswerSeenTwice) {
+  ReaderCheck check;
+  EXPECT_EQ(check.look(true, 1), Check::fine);
+  EXPECT_EQ(check.look(true, 2), Check::fine);   // another answer
+  EXPECT_EQ(check.look(false, 2), Check::fine);  // none
+  EXPECT_EQ(check.look(true, 3), Check::fine);
+  EXPECT_EQ(check.look(true, 3), Check::heldUp);
+}
+
+TEST(ReaderCheck, CallsTwentyLooksWithoutAnAnswerQuiet) {
+  ReaderCheck check;
+  EXPECT_EQ(check.look(false, 1), Check::fine);
+  for (int round = 0; round < 2; ++round) {
+    for (int i = 0; i < 19; ++i) ASSERT_EQ(check.look(false, 1), Check::fine) << i;
+    EXPECT_EQ(check.look(false, 1), Check::quiet);
+  }
+  for (int i = 0; i < 19; ++i) ASSERT_EQ(check.look(false, 1), Check::fine) << i;
+  EXPECT_EQ(check.look(false, 2), Check::fine);  // counted anew
+  EXPECT_EQ(check.look(false, 2), Check::fine);
+}
+
+TEST(PanelWork, LetsItsReaderAnswerWhenNobodyDoes) {
   PanelWork work;
-  const std::uint64_t turn = work.becomeReader();
+  const std::uint64_t number = work.becomeReader();
   for (int i = 0; i < 3; ++i) {
     EXPECT_TRUE(work.waitUntilDone(0));
     EXPECT_EQ(placeOne(work, i), Placed::now);
@@ -32,52 +55,31 @@ TEST(PanelWork, GivesAMessageToItsReaderWhenNobodyAnswers) {
     json message = "before";
     EXPECT_FALSE(work.next(message));
     EXPECT_EQ(message, "before");
-    EXPECT_TRUE(work.isReader(turn));
+    EXPECT_TRUE(work.isReader(number));
   }
   EXPECT_TRUE(work.waitUntilDone(0));
 }
 
-// Two threads, of which the second wants to read.
-class HandOver : public testing::Test {
- protected:
-  void answerQuickly() {
-    json message;
-    ASSERT_EQ(placeOne(work_, 1), Placed::now);
-    ASSERT_FALSE(work_.next(message));
+// A second thread takes over reading, before and after it has gone to sleep.
+TEST(PanelWork, LeavesReadingToTheOtherThreadWhenAnAnswerTakesItsTime) {
+  EXPECT_EQ(answerPatienceMs, 50U);
+  for (const bool asleep : {false, true}) {
+    PanelWork work(1);
+    const std::uint64_t number = work.becomeReader();
+    std::atomic<std::uint64_t> otherNumber = 0;
+    TestThread other([&] { otherNumber = work.becomeReader(); });
+    while (asleep && !work.otherSleeps()) std::this_thread::yield();
+    EXPECT_TRUE(work.isReader(number));
+    ASSERT_EQ(placeOne(work, 1), Placed::now);
+    other.join();
+    EXPECT_FALSE(work.isReader(number));
+    EXPECT_TRUE(work.isReader(otherNumber));
+    EXPECT_FALSE(work.otherSleeps());
   }
-
-  PanelWork work_;
-  const std::uint64_t turn_ = work_.becomeReader();
-  std::atomic<std::uint64_t> otherTurn_ = 0;
-  TestThread other_{[this] { otherTurn_ = work_.becomeReader(); }};
-};
-
-TEST_F(HandOver, LeavesReadingToTheOtherWhenAnAnswerTakesItsTime) {
-  ASSERT_EQ(placeOne(work_, 1), Placed::now);
-  other_.join();
-  EXPECT_FALSE(work_.isReader(turn_));
-  EXPECT_TRUE(work_.isReader(otherTurn_));
-}
-
-TEST_F(HandOver, KeepsReadingThroughQuickAnswers) {
-  const std::uint64_t before = tickCountMs();
-  while (tickCountMs() - before < 5 * answerPatienceMs) answerQuickly();
-  EXPECT_TRUE(work_.isReader(turn_));
-  ASSERT_EQ(placeOne(work_, 1), Placed::now);
-  other_.join();
-}
-
-TEST_F(HandOver, WakesTheOtherAfterAQuietTime) {
-  sleepMs(30 * answerPatienceMs);  // it has stopped looking by then
-  EXPECT_TRUE(work_.isReader(turn_));
-  ASSERT_EQ(placeOne(work_, 1), Placed::now);
-  other_.join();
-  EXPECT_TRUE(work_.isReader(otherTurn_));
 }
 
 TEST(PanelWork, QueuesInOrderWhileOneIsAnswered) {
   PanelWork work;
-  work.becomeReader();
   ASSERT_EQ(placeOne(work, 0), Placed::now);
   for (int i = 1; i <= 3; ++i) EXPECT_EQ(placeOne(work, i), Placed::queued);
   json message;
@@ -94,7 +96,6 @@ TEST(PanelWork, QueuesInOrderWhileOneIsAnswered) {
 TEST(PanelWork, HoldsAsManyMessagesAsItsLimit) {
   EXPECT_EQ(maxQueuedMessages, 4096U);
   PanelWork work;
-  work.becomeReader();
   ASSERT_EQ(placeOne(work, 0), Placed::now);
   for (std::size_t i = 0; i < maxQueuedMessages; ++i) ASSERT_EQ(placeOne(work, 1), Placed::queued);
   json refused = {{"kind", "k"}};
@@ -106,36 +107,28 @@ TEST(PanelWork, HoldsAsManyMessagesAsItsLimit) {
   EXPECT_EQ(placeOne(work, 1), Placed::full);
 }
 
-TEST(PanelWork, HoldsAsManyBytesAsItsLimit) {
+TEST(PanelWork, HoldsAsManyBytesAsItsLimitOrOneMessage) {
   EXPECT_EQ(maxQueuedBytes, 64U * 1024 * 1024);
   PanelWork work;
-  work.becomeReader();
-  ASSERT_EQ(placeOne(work, 0, maxQueuedBytes), Placed::now);  // it does not wait
+  json message;
+  ASSERT_EQ(placeOne(work, 0, maxQueuedBytes), Placed::now);  // does not wait, so is not counted
   EXPECT_EQ(placeOne(work, 1, maxQueuedBytes - 1), Placed::queued);
   EXPECT_EQ(placeOne(work, 2, 2), Placed::full);
   EXPECT_EQ(placeOne(work, 2, 1), Placed::queued);
-  json message;
-  ASSERT_TRUE(work.next(message));  // gives back what it took
+  ASSERT_TRUE(work.next(message));
   EXPECT_EQ(placeOne(work, 3, maxQueuedBytes), Placed::full);
-  EXPECT_EQ(placeOne(work, 3, maxQueuedBytes - 1), Placed::queued);
-}
-
-TEST(PanelWork, TakesAnyOneMessageWhenNoneWaits) {
-  PanelWork work;
-  work.becomeReader();
-  ASSERT_EQ(placeOne(work, 0), Placed::now);
-  EXPECT_EQ(placeOne(work, 1, maxQueuedBytes + 1), Placed::queued);
-  EXPECT_EQ(placeOne(work, 2, 0), Placed::full);
+  ASSERT_TRUE(work.next(message));
+  EXPECT_EQ(placeOne(work, 4, maxQueuedBytes + 1), Placed::queued);
+  EXPECT_EQ(placeOne(work, 5, 0), Placed::full);
 }
 
 TEST(PanelWork, WaitsForRoom) {
   PanelWork work;
-  work.becomeReader();
   ASSERT_EQ(placeOne(work, 0), Placed::now);
   ASSERT_EQ(placeOne(work, 1, maxQueuedBytes), Placed::queued);
-  const std::uint64_t before = tickCountMs();
-  EXPECT_EQ(placeOne(work, 2, 1, 100), Placed::full);
-  EXPECT_GE(tickCountMs() - before + 16, 100U);
+  const auto before = std::chrono::steady_clock::now();
+  EXPECT_EQ(placeOne(work, 2, 1, 30), Placed::full);
+  EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(30));
   TestThread reader([&work] { EXPECT_EQ(placeOne(work, 2, 1, patienceMs), Placed::queued); });
   json message;
   EXPECT_TRUE(work.next(message));
@@ -144,20 +137,20 @@ TEST(PanelWork, WaitsForRoom) {
   EXPECT_EQ(message, 2);
 }
 
-// Two threads as the host has them; some answers take so long that reading is handed over.
+// Two threads as the host has them; some answers last until the other thread has taken over.
 class TwoThreads {
  public:
   explicit TwoThreads(int messageCount) : messageCount_(messageCount) {
     runThreads(2, [this](int) {
-      while (!ended_) readDuringTurn();
+      while (!ended_) readAndAnswer();
     });
   }
 
   std::vector<int> answered;  // written by whoever answers
 
  private:
-  void readDuringTurn() {
-    const std::uint64_t turn = work_.becomeReader();
+  void readAndAnswer() {
+    const std::uint64_t number = work_.becomeReader();
     if (ended_) return;
     do {
       json message = nextMessage();
@@ -165,9 +158,9 @@ class TwoThreads {
       // The last one is left unanswered, so that the other thread sees the end too.
       if (message.is_null()) return;
       do {
-        answer(message);
+        answer(message, number);
       } while (work_.next(message));
-    } while (work_.isReader(turn) && !ended_);
+    } while (work_.isReader(number) && !ended_);
   }
 
   // Null at the end.
@@ -179,15 +172,15 @@ class TwoThreads {
     return message;
   }
 
-  void answer(const json& message) {
+  void answer(const json& message, std::uint64_t number) {
     EXPECT_EQ(++answerers_, 1);
     if (!message.is_null()) answered.push_back(message);
-    if (message == 10 || message == 500) sleepMs(4 * answerPatienceMs);
+    while ((message == 10 || message == 500) && work_.isReader(number)) std::this_thread::yield();
     --answerers_;
   }
 
   const int messageCount_;
-  PanelWork work_;
+  PanelWork work_{5};
   std::atomic<int> readers_ = 0;
   std::atomic<int> answerers_ = 0;
   std::atomic<bool> ended_ = false;

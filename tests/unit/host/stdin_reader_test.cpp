@@ -1,0 +1,78 @@
+#include "host/stdin_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "channel/framing.h"
+#include "channel/host_log.h"
+#include "channel/pending_replies.h"
+#include "support/captured_output.h"
+#include "support/fed_pipe.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+const std::string ready = R"({"source":"morva-chat","kind":"ready","chromeRequestId":1})";
+const std::string ack = R"({"chromeRequestId":1,"kind":"ack","ok":true,"source":"morva-chat"})";
+
+// What is replied to `frames` until they end.
+CapturedOutput::Frames repliesTo(const std::string& frames) {
+  PanelWork work;
+  const FedPipe input(frames, 64);
+  CapturedOutput output;
+  EXPECT_FALSE(readAndAnswer(input.id(), work));
+  EXPECT_TRUE(work.waitUntilDone(0));
+  return output.finish();
+}
+
+TEST(ReadAndAnswer, RepliesToPanelMessagesInOrder) {
+  const std::string poll = R"({"source":"morva-chat","kind":"poll"})";
+  EXPECT_EQ(
+      repliesTo(frameOf(ready) + frameOf(poll) + frameOf(ready)),
+      (CapturedOutput::Frames{
+          ack, R"({"events":[],"kind":"hostChatEvents","ok":true,"source":"morva-chat"})", ack}));
+}
+
+TEST(ReadAndAnswer, StoresTheExtensionsAnswers) {
+  EXPECT_TRUE(repliesTo(frameOf(R"({"ok":true,"requestId":"r","n":1})") +
+                        frameOf(R"({"ok":true,"requestId":5})"))
+                  .empty());
+  json reply;
+  EXPECT_TRUE(waitForReply("r", 0, reply));
+  EXPECT_EQ(reply.at("n"), 1);
+}
+
+TEST(ReadAndAnswer, PassesOverWhatIsForNobody) {
+  const std::string deep = std::string(1001, '[') + std::string(1001, ']');
+  EXPECT_EQ(repliesTo(frameOf("[1]") + frameHeader(0) + frameOf(deep) + frameOf(ready)),
+            CapturedOutput::Frames{ack});
+  EXPECT_EQ(takeDebugLogEvents(40).at(0).at(0).dump(),
+            R"({"level":"error","source":"agent","text":"frame dropped: json nested too deeply"})");
+}
+
+TEST(ReadAndAnswer, EndsAtWhatIsNoFrame) {
+  for (const std::string& end :
+       {frameOf("{"), frameHeader(maxInboundBody + 1), std::string("\1")}) {
+    EXPECT_EQ(repliesTo(frameOf(ready) + end + frameOf(ready)), CapturedOutput::Frames{ack});
+  }
+}
+
+TEST(ReadAndAnswer, LeavesTheNextMessagesToWhoeverAnswers) {
+  PanelWork work;
+  json slow;
+  ASSERT_EQ(work.place(slow, 1, 0), Placed::now);  // another thread is at it
+  const FedPipe input(frameOf(ready), 64);
+  CapturedOutput output;
+  EXPECT_FALSE(readAndAnswer(input.id(), work));
+  EXPECT_TRUE(output.finish().empty());
+  json next;
+  EXPECT_TRUE(work.next(next));
+  EXPECT_EQ(next.at("kind"), "ready");
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect
