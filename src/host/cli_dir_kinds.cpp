@@ -43,10 +43,10 @@ json browse(const json& request) {
   std::string error;
   pickCliFolder(folder, error);
   if (!error.empty()) return cliDirError(request, error);
-  return folder.empty() ? replyCliDirGet(request) : saveAndDescribe(request, toUtf8(folder));
+  return folder.empty() ? answerCliDirGet(request) : saveAndDescribe(request, toUtf8(folder));
 }
 
-void browseAndAnswer(const json& request) {
+void browseAndReply(const json& request) {
   json reply;
   try {
     reply = browse(request);
@@ -58,22 +58,22 @@ void browseAndAnswer(const json& request) {
 
 }  // namespace
 
-json replyCliDirGet(const json& request) {
+json answerCliDirGet(const json& request) {
   return cliDirReply(request, true, {{"dir", toUtf8(savedCliDir())}});
 }
 
-json replyCliDirSet(const json& request) {
+json answerCliDirSet(const json& request) {
   return saveAndDescribe(request, readText(request, "dir"));
 }
 
-json replyCliDirApply(const json& request) {
-  json reply = replyCliDirSet(request);
+json answerCliDirApply(const json& request) {
+  json reply = answerCliDirSet(request);
   if (reply.value("ok", false)) (void)stopUnusedAgent();
   return reply;
 }
 
-json replyCliDirBrowse(const json& request) {
-  if (runDetached("cli folder picker", [request] { browseAndAnswer(request); })) return nullptr;
+json answerCliDirBrowse(const json& request) {
+  if (runDetached("cli folder picker", [request] { browseAndReply(request); })) return nullptr;
   return cliDirError(request, "folder picker did not open");
 }
 

@@ -2,21 +2,22 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-// The settings page's messages about the folder of the command-line program. Each answer is of the
-// kind "cliDir".
+// The settings page's messages about the folder of the command-line program. Each function returns
+// the reply, of the kind "cliDir".
 namespace media::win::chrome_inspect {
 
-nlohmann::json replyCliDirGet(const nlohmann::json& request);
+nlohmann::json answerCliDirGet(const nlohmann::json& request);
 
 // Saves the folder "dir" and tries the program that the next start uses.
-nlohmann::json replyCliDirSet(const nlohmann::json& request);
+nlohmann::json answerCliDirSet(const nlohmann::json& request);
 
 // The same; besides, an agent that the host started and that no turn uses is ended, so that the
 // next one is started from there.
-nlohmann::json replyCliDirApply(const nlohmann::json& request);
+nlohmann::json answerCliDirApply(const nlohmann::json& request);
 
-// Shows the folder picker on a thread of its own, which answers when the user is done: like a set
-// of the chosen folder, or, when nothing was chosen, like a get. Null: no reply for now.
-nlohmann::json replyCliDirBrowse(const nlohmann::json& request);
+// Shows the folder picker on a thread of its own, which sends the reply when the user has closed
+// it: that of a set of the chosen folder, or, when nothing was chosen, that of a get. Returns null,
+// or the reply when there is no such thread.
+nlohmann::json answerCliDirBrowse(const nlohmann::json& request);
 
 }  // namespace media::win::chrome_inspect

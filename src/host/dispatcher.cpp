@@ -38,14 +38,16 @@ void stopBackgroundStreams() {
   stopRealtimeEvents();
 }
 
-json replyAck(const json& request) { return ackReply(request); }
+// --- answerX(request) performs a message of kind X and returns its reply ---
 
-json replyBrowserSnapshot(const json& request) {
+json answerAck(const json& request) { return ackReply(request); }
+
+json answerBrowserSnapshot(const json& request) {
   if (const json* browser = findObject(request, "browser")) setBrowserContext(*browser);
   return ackReply(request);
 }
 
-json replyContextImportUrl(const json& request) {
+json answerContextImportUrl(const json& request) {
   const std::string url = contextFileUrl();
   if (url.empty()) return ackError(request, "file import is not ready");
   json reply = ackReply(request);
@@ -54,38 +56,38 @@ json replyContextImportUrl(const json& request) {
   return reply;
 }
 
-json replyPanelClosed(const json& request) {
+json answerPanelClosed(const json& request) {
   stopBackgroundStreams();
   return ackReply(request);
 }
 
-json replyPoll(const json& request) {
+json answerPoll(const json& request) {
   return stampMessage(
       {{"kind", "hostChatEvents"}, {"ok", true}, {"events", takePendingChatEvents()}}, request);
 }
 
-json replyChatSender(const json& request) {
+json answerChatSender(const json& request) {
   const std::int64_t after = readInt64(request, "after", 0);
   pointChatEvents(std::string(readText(request, "sender")),
                   static_cast<std::uint64_t>(std::max<std::int64_t>(after, 0)));
   return stampMessage({{"kind", "chatSender"}, {"ok", true}}, request);
 }
 
-json replyOpenPathInternal(const json& request) { return openPaths(request, false); }
+json answerOpenPathInternal(const json& request) { return openPaths(request, false); }
 
-json replyOpenPathFullscreen(const json& request) { return openPaths(request, true); }
+json answerOpenPathFullscreen(const json& request) { return openPaths(request, true); }
 
-json replyRealtimeStart(const json& request) {
+json answerRealtimeStart(const json& request) {
   startRealtime(request);
   return ackReply(request);
 }
 
-json replyRealtimeStop(const json& request) {
+json answerRealtimeStop(const json& request) {
   stopRealtime();
   return ackReply(request);
 }
 
-json replyPushToTalk(const json& request) {
+json answerPushToTalk(const json& request) {
   pushToTalk(request);
   return ackReply(request);
 }
@@ -94,23 +96,23 @@ json ackSpeech(const json& request, bool started) {
   return started ? ackReply(request) : ackError(request, "speech did not start");
 }
 
-json replySpeak(const json& request) {
+json answerSpeak(const json& request) {
   return ackSpeech(request, startSpeech(std::string(readText(request, "text"))));
 }
 
-json replySpeakStop(const json& request) {
+json answerSpeakStop(const json& request) {
   return ackSpeech(request, controlSpeech(SpeechControl::stop));
 }
 
-json replySpeakPause(const json& request) {
+json answerSpeakPause(const json& request) {
   return ackSpeech(request, controlSpeech(SpeechControl::pause));
 }
 
-json replySpeakResume(const json& request) {
+json answerSpeakResume(const json& request) {
   return ackSpeech(request, controlSpeech(SpeechControl::resume));
 }
 
-json replyAgentReload(const json& request) {
+json answerAgentReload(const json& request) {
   if (const std::uint16_t port = currentAgentPort(); port != 0) {
     (void)agentRequest(port, L"POST", L"/v1/speak/stop", "{}");
   }
@@ -120,14 +122,14 @@ json replyAgentReload(const json& request) {
   return ackError(request, error.empty() ? "llm agent did not reconnect" : error);
 }
 
-json replySend(const json& request) {
+json answerSend(const json& request) {
   if (readText(request, "prompt").empty()) {
     return stampMessage({{"kind", "error"}, {"ok", false}, {"error", "empty prompt"}}, request);
   }
   return startTurn(request) ? ackReply(request) : ackError(request, "chat turn did not start");
 }
 
-json replyStop(const json& request) {
+json answerStop(const json& request) {
   stopTurns();
   if (const std::uint16_t port = currentAgentPort(); port != 0) {
     // A pending consent question is cancelled too; that there is none is no failure.
@@ -137,64 +139,90 @@ json replyStop(const json& request) {
   return ackReply(request);
 }
 
-json replyOpenPathDefault(const json& request) { return openPath(request, PathAction::open); }
+json ackOutcome(const json& request, bool ok, const std::string& error) {
+  return ok ? ackReply(request) : ackError(request, error);
+}
 
-json replyRevealPath(const json& request) { return openPath(request, PathAction::reveal); }
+std::string_view targetOf(const json& request) {
+  const std::string_view path = readText(request, "path");
+  return path.empty() ? readText(request, "url") : path;
+}
 
-json replyOpenFolder(const json& request) { return openPath(request, PathAction::explore); }
+json answerOpenUrl(const json& request) {
+  std::string error;
+  const bool ok = openUrl(targetOf(request), error);
+  return ackOutcome(request, ok, error);
+}
+
+template <PathAction action>
+json answerOpenPath(const json& request) {
+  std::string error;
+  const bool ok = openPath(targetOf(request), action, error);
+  return ackOutcome(request, ok, error);
+}
+
+json answerAttachContextPaths(const json& request) {
+  if (const json* paths = findArray(request, "paths")) attachContextPaths(*paths);
+  return ackReply(request);
+}
+
+json answerPickContextPaths(const json& request) {
+  pickContextPaths(readText(request, "mode") == "folder");
+  return ackReply(request);
+}
 
 enum class Activity { none, user };
 
 struct Kind {
   std::string_view name;
   Activity activity;
-  json (*reply)(const json& request);
+  json (*answer)(const json& request);
 };
 
 // A kind that is not here is acknowledged and does nothing.
 constexpr Kind kinds[] = {
-    {"browserSnapshot", Activity::user, replyBrowserSnapshot},
-    {"panelClosed", Activity::user, replyPanelClosed},
-    {"poll", Activity::none, replyPoll},
-    {"cliDirGet", Activity::user, replyCliDirGet},
-    {"chatSender", Activity::user, replyChatSender},
-    {"cliDirSet", Activity::user, replyCliDirSet},
-    {"cliDirApply", Activity::user, replyCliDirApply},
-    {"cliDirBrowse", Activity::user, replyCliDirBrowse},
+    {"browserSnapshot", Activity::user, answerBrowserSnapshot},
+    {"panelClosed", Activity::user, answerPanelClosed},
+    {"poll", Activity::none, answerPoll},
+    {"cliDirGet", Activity::user, answerCliDirGet},
+    {"chatSender", Activity::user, answerChatSender},
+    {"cliDirSet", Activity::user, answerCliDirSet},
+    {"cliDirApply", Activity::user, answerCliDirApply},
+    {"cliDirBrowse", Activity::user, answerCliDirBrowse},
     {"providerRpc", Activity::user, answerProviderRpc},
-    {"openPathInternal", Activity::user, replyOpenPathInternal},
-    {"openPathFullscreen", Activity::user, replyOpenPathFullscreen},
-    {"openPathDefault", Activity::user, replyOpenPathDefault},
-    {"openUrlDefault", Activity::user, openUrl},
-    {"revealPathInExplorer", Activity::user, replyRevealPath},
-    {"selectPathInExplorer", Activity::user, replyRevealPath},
-    {"openFolderInExplorer", Activity::user, replyOpenFolder},
-    {"realtimeStart", Activity::user, replyRealtimeStart},
-    {"realtimeStop", Activity::user, replyRealtimeStop},
-    {"realtimePushToTalk", Activity::user, replyPushToTalk},
+    {"openPathInternal", Activity::user, answerOpenPathInternal},
+    {"openPathFullscreen", Activity::user, answerOpenPathFullscreen},
+    {"openPathDefault", Activity::user, answerOpenPath<PathAction::open>},
+    {"openUrlDefault", Activity::user, answerOpenUrl},
+    {"revealPathInExplorer", Activity::user, answerOpenPath<PathAction::reveal>},
+    {"selectPathInExplorer", Activity::user, answerOpenPath<PathAction::reveal>},
+    {"openFolderInExplorer", Activity::user, answerOpenPath<PathAction::explore>},
+    {"realtimeStart", Activity::user, answerRealtimeStart},
+    {"realtimeStop", Activity::user, answerRealtimeStop},
+    {"realtimePushToTalk", Activity::user, answerPushToTalk},
     {"consentReply", Activity::user, replyConsent},
-    {"speak", Activity::user, replySpeak},
-    {"speakStop", Activity::user, replySpeakStop},
-    {"speakPause", Activity::user, replySpeakPause},
-    {"speakResume", Activity::user, replySpeakResume},
+    {"speak", Activity::user, answerSpeak},
+    {"speakStop", Activity::user, answerSpeakStop},
+    {"speakPause", Activity::user, answerSpeakPause},
+    {"speakResume", Activity::user, answerSpeakResume},
     {"settings", Activity::user, openSettings},
-    {"attachContextPaths", Activity::user, attachContextPaths},
-    {"pickContextPaths", Activity::user, pickContextPaths},
-    {"contextImportUrl", Activity::user, replyContextImportUrl},
-    {"agentReload", Activity::user, replyAgentReload},
-    {"stop", Activity::user, replyStop},
-    {"send", Activity::user, replySend},
-    {"ready", Activity::none, replyAck},
-    {"chatWebState", Activity::none, replyAck},
-    {"requestContext", Activity::none, replyAck},
-    {"hostLog", Activity::none, replyAck},
-    {"getStatus", Activity::none, replyAck},
+    {"attachContextPaths", Activity::user, answerAttachContextPaths},
+    {"pickContextPaths", Activity::user, answerPickContextPaths},
+    {"contextImportUrl", Activity::user, answerContextImportUrl},
+    {"agentReload", Activity::user, answerAgentReload},
+    {"stop", Activity::user, answerStop},
+    {"send", Activity::user, answerSend},
+    {"ready", Activity::none, answerAck},
+    {"chatWebState", Activity::none, answerAck},
+    {"requestContext", Activity::none, answerAck},
+    {"hostLog", Activity::none, answerAck},
+    {"getStatus", Activity::none, answerAck},
 };
 
 Kind findKind(std::string_view name) {
   const auto* known = std::find_if(std::begin(kinds), std::end(kinds),
                                    [name](const Kind& kind) { return kind.name == name; });
-  return known != std::end(kinds) ? *known : Kind{name, Activity::user, replyAck};
+  return known != std::end(kinds) ? *known : Kind{name, Activity::user, answerAck};
 }
 
 void startWatchdogOnce() {
@@ -209,7 +237,7 @@ json handleMessage(const json& request) {
   startWatchdogOnce();
   const Kind kind = findKind(readText(request, "kind"));
   if (kind.activity == Activity::user) touchAgentActivity();
-  return kind.reply(request);
+  return kind.answer(request);
 }
 
 json failureReply(const json& request, std::string_view error) {

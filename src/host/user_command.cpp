@@ -14,8 +14,8 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-constexpr int exitWell = 0;
-constexpr int exitNotWell = 1;
+constexpr int exitSuccess = 0;
+constexpr int exitFailure = 1;  // or a problem that the doctor found
 constexpr int exitUsage = 2;
 
 void print(const std::string& text) { writeText(standardOutput(), text); }
@@ -24,21 +24,21 @@ int runRegistration(const CommandLine& line) {
   RegistrationOptions options{{}, line.browsers, line.extensionIds, line.dryRun};
   if (!ownProgramPath(options.program)) {
     writeText(standardError(), "the system does not tell where this program is\n");
-    return exitNotWell;
+    return exitFailure;
   }
-  const bool isIn = line.command == UserCommand::registerHost;
-  const RegistrationReport report = isIn ? registerHost(options) : unregisterHost(options);
+  const bool registers = line.command == UserCommand::registerHost;
+  const RegistrationReport report = registers ? registerHost(options) : unregisterHost(options);
   std::string text;
   for (const std::string& each : report.lines) text += each + "\n";
   if (line.dryRun) text += "nothing was changed\n";
   print(text);
-  return report.ok ? exitWell : exitNotWell;
+  return report.ok ? exitSuccess : exitFailure;
 }
 
 int runDoctor(const CommandLine& line) {
   const Diagnosis diagnosis = diagnose();
   print(line.json ? diagnosisJson(diagnosis) : diagnosisTable(diagnosis));
-  return isWell(diagnosis) ? exitWell : exitNotWell;
+  return isWell(diagnosis) ? exitSuccess : exitFailure;
 }
 
 }  // namespace
@@ -54,10 +54,10 @@ int runUserCommand(const Arguments& arguments) {
   switch (line.command) {
     case UserCommand::help:
       print(helpText());
-      return exitWell;
+      return exitSuccess;
     case UserCommand::version:
       print(std::string(programName) + " " + productVersion + "\n");
-      return exitWell;
+      return exitSuccess;
     case UserCommand::doctor:
       return runDoctor(line);
     case UserCommand::registerHost:

@@ -4,8 +4,9 @@
 
 namespace media::win::chrome_inspect {
 
-// Does what a person asked for and prints the outcome; a wrong command line is answered on standard
-// error. The exit code: 0 done and well, 1 something failed or is not well, 2 a wrong command line.
+// Performs a person's command and prints the outcome on standard output; what is wrong with a
+// command line goes to standard error. Returns the exit code: 0 success, 1 a failure or a problem
+// that the doctor found, 2 a wrong command line.
 int runUserCommand(const Arguments& arguments);
 
 }  // namespace media::win::chrome_inspect

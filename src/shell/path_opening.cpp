@@ -2,26 +2,21 @@
 
 #include <algorithm>
 #include <atomic>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
-#include "channel/envelope.h"
 #include "channel/host_log.h"
 #include "common/bounded.h"
 #include "common/detached.h"
 #include "common/paths.h"
 #include "platform/files.h"
 #include "platform/shell.h"
-#include "text/json_read.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 // A share whose server is away keeps the system busy for a minute.
 constexpr std::uint32_t lookMs = 5000;
@@ -30,17 +25,12 @@ constexpr std::uint32_t lookMs = 5000;
 constexpr int maxShellCalls = 16;
 std::atomic<int> shellCalls = 0;
 
-// What ShellExecuteW is given.
+// The arguments of ShellExecuteW.
 struct ShellCall {
   std::wstring file;
   const wchar_t* verb;
   std::wstring parameters;
 };
-
-std::string_view targetOf(const json& request) {
-  const std::string_view path = readText(request, "path");
-  return path.empty() ? readText(request, "url") : path;
-}
 
 bool isWebAddress(std::string_view target) {
   return target.starts_with("http://") || target.starts_with("https://");
@@ -49,7 +39,7 @@ bool isWebAddress(std::string_view target) {
 bool isControl(wchar_t c) { return c < L' ' || c == L'\x7F'; }
 
 // A NUL would cut the text short for the system; no control character belongs into a path or an
-// address. Empty when the target is of no use.
+// address. Empty when the target cannot be used.
 std::wstring wideTarget(std::string_view target) {
   std::wstring wide;
   if (!wideFromUtf8(target, wide) || std::any_of(wide.begin(), wide.end(), isControl)) return {};
@@ -62,25 +52,15 @@ void runShellCall(const ShellCall& call) {
   if (!ok) queueDebugLog("shell did not open " + toUtf8(call.file), "warn");
 }
 
-// False when too much is under way already, or there is no thread.
-bool startShellCall(ShellCall call) {
+// False when 16 calls are under way already, or no thread can be had.
+bool startShellCall(ShellCall call, std::string& error) {
   if (++shellCalls <= maxShellCalls &&
       runDetached("shell", [call = std::move(call)] { runShellCall(call); })) {
     return true;
   }
   --shellCalls;
+  error = "too many programs are being opened";
   return false;
-}
-
-json ackCall(const json& request, ShellCall call) {
-  if (startShellCall(std::move(call))) return ackReply(request);
-  return ackError(request, "too many programs are being opened");
-}
-
-json openAddress(const json& request, std::string_view target) {
-  std::wstring address = wideTarget(target);
-  if (address.empty()) return ackReply(request);
-  return ackCall(request, {std::move(address), L"open", L""});
 }
 
 bool isSeparator(wchar_t c) { return c == L'/' || c == L'\\'; }
@@ -123,15 +103,20 @@ ShellCall callFor(PathAction action, FoundPath found) {
 
 }  // namespace
 
-json openUrl(const json& request) { return openAddress(request, targetOf(request)); }
+bool openUrl(std::string_view target, std::string& error) {
+  std::wstring address = wideTarget(target);
+  return address.empty() || startShellCall({std::move(address), L"open", L""}, error);
+}
 
-json openPath(const json& request, PathAction action) {
-  const std::string_view target = targetOf(request);
-  if (isWebAddress(target)) return openAddress(request, target);
+bool openPath(std::string_view target, PathAction action, std::string& error) {
+  if (isWebAddress(target)) return openUrl(target, error);
   auto found =
       runBounded("path look-up", lookMs, [path = wideTarget(target)] { return findPath(path); });
-  if (!found || !*found) return ackError(request, "file not found");
-  return ackCall(request, callFor(action, std::move(**found)));
+  if (!found || !*found) {
+    error = "file not found";
+    return false;
+  }
+  return startShellCall(callFor(action, std::move(**found)), error);
 }
 
 }  // namespace media::win::chrome_inspect

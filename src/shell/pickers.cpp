@@ -7,11 +7,9 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "channel/envelope.h"
 #include "channel/panel_events.h"
 #include "common/detached.h"
 #include "platform/file_dialog.h"
-#include "text/json_read.h"
 #include "text/leaked.h"
 #include "text/wide.h"
 
@@ -40,34 +38,36 @@ OpenDialog& openDialog() {
   return dialog;
 }
 
-// The only dialog at a time: a second one would hide behind the first, or the first behind it.
-class DialogTurn {
+// Reserves the only dialog at a time: a second one would hide behind the first, or the first
+// behind it.
+class DialogReservation {
  public:
-  DialogTurn() {
+  DialogReservation() {
     OpenDialog& dialog = openDialog();
     std::unique_lock lock(dialog.mutex);
     mine_ = dialog.closed.wait_for(lock, closingTime, [&dialog] { return !dialog.isOpen; });
     if (mine_) dialog.isOpen = true;
   }
-  ~DialogTurn() {
+  ~DialogReservation() {
     if (!mine_) return;
     OpenDialog& dialog = openDialog();
     const std::lock_guard lock(dialog.mutex);
     dialog.isOpen = false;
     dialog.closed.notify_one();
   }
-  DialogTurn(const DialogTurn&) = delete;
-  DialogTurn& operator=(const DialogTurn&) = delete;
+  DialogReservation(const DialogReservation&) = delete;
+  DialogReservation& operator=(const DialogReservation&) = delete;
   bool granted() const { return mine_; }
 
  private:
   bool mine_ = false;
 };
 
-DialogOutcome showInTurn(const FileDialog& dialog, std::vector<std::wstring>& paths,
-                         std::uint32_t& systemError) {
-  const DialogTurn turn;
-  return turn.granted() ? showFileDialog(dialog, paths, systemError) : DialogOutcome::unavailable;
+DialogOutcome showAlone(const FileDialog& dialog, std::vector<std::wstring>& paths,
+                        std::uint32_t& systemError) {
+  const DialogReservation reservation;
+  return reservation.granted() ? showFileDialog(dialog, paths, systemError)
+                               : DialogOutcome::unavailable;
 }
 
 void reportNoDialog() {
@@ -75,19 +75,13 @@ void reportNoDialog() {
                    json::array({{{"role", "error"}, {"text", "File picker did not open"}}}));
 }
 
-void addToContext(const json& paths) {
-  json arguments = json::array();
-  arguments.push_back(paths);
-  emitPanelMessage("appendContextPaths", arguments);
-}
-
 void runContextPicker(const FileDialog& dialog) {
   std::vector<std::wstring> chosen;
   std::uint32_t systemError = 0;
-  if (showInTurn(dialog, chosen, systemError) == DialogOutcome::unavailable) reportNoDialog();
+  if (showAlone(dialog, chosen, systemError) == DialogOutcome::unavailable) reportNoDialog();
   json paths = json::array();
   for (const std::wstring& path : chosen) paths.push_back(toUtf8(path));
-  if (!paths.empty()) addToContext(paths);
+  attachContextPaths(paths);
 }
 
 std::string hexadecimal(std::uint32_t number) {
@@ -98,16 +92,16 @@ std::string hexadecimal(std::uint32_t number) {
 
 }  // namespace
 
-json pickContextPaths(const json& request) {
-  const FileDialog& dialog = readText(request, "mode") == "folder" ? folderDialog : filesDialog;
+void pickContextPaths(bool folders) {
+  const FileDialog& dialog = folders ? folderDialog : filesDialog;
   if (!runDetached("picker", [&dialog] { runContextPicker(dialog); })) reportNoDialog();
-  return ackReply(request);
 }
 
-json attachContextPaths(const json& request) {
-  const json* paths = findArray(request, "paths");
-  if (paths != nullptr && !paths->empty()) addToContext(*paths);
-  return ackReply(request);
+void attachContextPaths(const json& paths) {
+  if (paths.empty()) return;
+  json arguments = json::array();
+  arguments.push_back(paths);
+  emitPanelMessage("appendContextPaths", arguments);
 }
 
 void pickCliFolder(std::wstring& path, std::string& error) {
@@ -115,7 +109,7 @@ void pickCliFolder(std::wstring& path, std::string& error) {
   std::uint32_t systemError = 0;
   path.clear();
   error.clear();
-  const DialogOutcome outcome = showInTurn(cliFolderDialog, chosen, systemError);
+  const DialogOutcome outcome = showAlone(cliFolderDialog, chosen, systemError);
   if (outcome == DialogOutcome::unavailable) error = "folder picker did not open";
   if (outcome == DialogOutcome::failed) {
     error = "folder picker did not open (" + hexadecimal(systemError) + ")";

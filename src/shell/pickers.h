@@ -6,14 +6,14 @@
 // Letting the user choose files and folders. One dialog is open at a time.
 namespace media::win::chrome_inspect {
 
-// The acknowledgement of "pickContextPaths": the dialog is shown on a thread of its own, for
-// folders when "mode" is "folder", and what is chosen goes to the panel as an "appendContextPaths"
-// event. Cancelling sends nothing; a dialog that cannot be had is an "appendText" error line.
-nlohmann::json pickContextPaths(const nlohmann::json& request);
+// Shows a dialog for files, or for folders, on a thread of its own and returns at once; the chosen
+// paths go to the panel as an "appendContextPaths" event. Cancelling sends nothing; a dialog that
+// cannot be shown is reported by an "appendText" error line.
+void pickContextPaths(bool folders);
 
-// The acknowledgement of "attachContextPaths": "paths" goes back to the panel as an
-// "appendContextPaths" event unless it is empty.
-nlohmann::json attachContextPaths(const nlohmann::json& request);
+// Sends an array of paths, unless it is empty, to the panel as an "appendContextPaths" event. May
+// block on standard output.
+void attachContextPaths(const nlohmann::json& paths);
 
 // Lets the user choose the folder of the command-line program; blocks until the dialog is closed.
 // `path` and `error` are both empty when it was cancelled; else one of them is set. To be called on

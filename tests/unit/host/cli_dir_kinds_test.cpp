@@ -1,0 +1,53 @@
+#include "host/cli_dir_kinds.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "agent_process/cli_dir.h"
+#include "support/captured_output.h"
+#include "support/test_folder.h"
+#include "text/wide.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+const json request = {{"chromeRequestId", 1}};
+
+json asking(const std::string& dir) { return {{"chromeRequestId", 1}, {"dir", dir}}; }
+
+TEST(CliDirKinds, TellTheFolder) {
+  saveCliDir(L"here");
+  EXPECT_EQ(
+      answerCliDirGet(request).dump(),
+      R"({"chromeRequestId":1,"dir":"here","kind":"cliDir","ok":true,"source":"morva-chat"})");
+}
+
+TEST(CliDirKinds, SaveAFolderAndTryIt) {
+  const TestFolder folder;
+  const std::string dir = toUtf8(folder.path().wstring());
+  for (json (*const answer)(const json&) : {answerCliDirSet, answerCliDirApply}) {
+    saveCliDir(L"");
+    const json reply = answer(asking(dir));
+    EXPECT_EQ(reply.at("ok"), true);
+    EXPECT_EQ(reply.at("kind"), "cliDir");
+    EXPECT_EQ(reply.at("dir"), dir);
+    EXPECT_TRUE(reply.contains("feedback"));
+    EXPECT_EQ(toUtf8(savedCliDir()), dir);
+  }
+}
+
+TEST(CliDirKinds, KeepTheFolderWhenTheNewOneIsRefused) {
+  saveCliDir(L"here");
+  for (json (*const answer)(const json&) : {answerCliDirSet, answerCliDirApply}) {
+    EXPECT_EQ(answer(asking("a\"b")).dump(),
+              R"({"chromeRequestId":1,"dir":"here","error":"invalid folder","kind":"cliDir",)"
+              R"("ok":false,"source":"morva-chat"})");
+    EXPECT_THROW((void)answer({{"dir", 5}}), json::type_error);
+  }
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

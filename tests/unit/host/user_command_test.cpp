@@ -1,0 +1,66 @@
+#include "host/user_command.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "common/product_version.h"
+#include "setup/help_text.h"
+#include "support/standard_output.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+// Runs a command; `printed` is what it wrote to standard output, which is short.
+int run(const Arguments& arguments, std::string& printed) {
+  OwnedStream readEnd;
+  OwnedStream writeEnd;
+  EXPECT_TRUE(makePipe(readEnd, writeEnd));
+  const StreamId old = replaceStandardOutput(writeEnd.get());
+  const int code = runUserCommand(arguments);
+  restoreStandardOutput(old);
+  writeEnd.reset();
+  printed.clear();
+  char buffer[4096];
+  for (std::size_t got = 0; readSome(readEnd.get(), buffer, sizeof buffer, got) == ReadResult::data;
+       printed.append(buffer, got)) {
+  }
+  return code;
+}
+
+TEST(RunUserCommand, PrintsHelpAndVersion) {
+  std::string printed;
+  EXPECT_EQ(run({"--help"}, printed), 0);
+  EXPECT_EQ(printed, helpText());
+  EXPECT_EQ(run({"--version"}, printed), 0);
+  EXPECT_EQ(printed, "morva-chrome-host " + std::string(productVersion) + "\n");
+}
+
+TEST(RunUserCommand, PrintsNothingForAWrongCommandLine) {
+  std::string printed;
+  EXPECT_EQ(run({"--no-such-option"}, printed), 2);
+  EXPECT_EQ(printed, "");
+}
+
+TEST(RunUserCommand, SaysThatADryRunChangedNothing) {
+  for (const char* command : {"--register", "--unregister"}) {
+    std::string printed;
+    EXPECT_EQ(run({command, "--dry-run"}, printed), 0);
+    EXPECT_TRUE(printed.ends_with("\nnothing was changed\n")) << printed;
+    EXPECT_NE(printed.find(command[2] == 'r' ? "would be written" : "is not there"),
+              std::string::npos)
+        << printed;
+  }
+}
+
+TEST(RunUserCommand, FailsWhenTheDoctorFindsAProblem) {
+  std::string printed;
+  const int code = run({"--doctor", "--json"}, printed);
+  EXPECT_EQ(code, nlohmann::json::parse(printed).at("ok") == true ? 0 : 1);
+  EXPECT_EQ(run({"--doctor"}, printed), code);
+  EXPECT_TRUE(printed.starts_with("morva-chrome-host ")) << printed;
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect
