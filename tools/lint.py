@@ -23,7 +23,7 @@ import check_layers
 ROOT = Path(__file__).resolve().parent.parent
 CACHE = ROOT / "build" / "lint"
 JSON_INCLUDE = ROOT / "build" / "deps" / "usr" / "include"
-CODE_FOLDERS = ("src", "tests", "bench", "devkit", "cmake")
+CODE_FOLDERS = ("src", "tests", "bench", "devkit", "cmake", "tools")
 MOST_LINES = 400
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
 COMPILE = ["-std=c++20", "-I", str(ROOT / "src"), "-isystem", str(JSON_INCLUDE)]
