@@ -46,10 +46,10 @@ TEST_F(Files, AreDistinguishedFromFoldersAndNothing) {
     EXPECT_FALSE(isExistingFolder(nothing));
     EXPECT_FALSE(openForReading(nothing, file_, facts_));
     EXPECT_FALSE(folderFacts(nothing, facts_));
-    EXPECT_FALSE(visitFolder(nothing, [](const FolderEntry&) { return true; }));
     EXPECT_FALSE(deleteFile(nothing));
     EXPECT_FALSE(mayAddFiles(nothing));
   }
+  EXPECT_FALSE(visitFolder(path("missing"), [](const FolderEntry&) { return true; }));
   EXPECT_TRUE(mayAddFiles(folderPath_));
 }
 

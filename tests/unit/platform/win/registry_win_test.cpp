@@ -33,7 +33,8 @@ class UserRegistry : public testing::Test {
   // The value, "before" when it cannot be read.
   std::string load(std::size_t maxBytes = roomEnough) const {
     std::string data = mark;
-    EXPECT_EQ(readUserRegistryString(testParent, L"v", maxBytes, data), data != mark);
+    const bool isRead = readUserRegistryString(testParent, L"v", maxBytes, data);
+    EXPECT_EQ(isRead, data != mark);
     return data;
   }
 
