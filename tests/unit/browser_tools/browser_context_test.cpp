@@ -21,7 +21,7 @@ TEST(BrowserContext, IsNullAtFirstAndThenTheLastOne) {
 TEST(BrowserContext, IsAlwaysAWholeOne) {
   setBrowserContext({{"a", 0}, {"b", 0}});
   runThreads(4, [](int number) {
-    for (int i = 0; i < 500; ++i) {
+    for (int i = 0; i < 100; ++i) {
       setBrowserContext({{"a", number}, {"b", number}});
       const json seen = browserContext();
       ASSERT_EQ(seen.at("a"), seen.at("b"));

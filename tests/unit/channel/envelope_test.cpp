@@ -25,21 +25,17 @@ const MessageCase messageCases[] = {
     {R"({"source":"morva-chat","ok":true,"requestId":"r"})", true, true},
     {R"({"source":"morva-chat "})", false, false},
     {R"({"source":"Morva-chat"})", false, false},
-    {R"({"source":""})", false, false},
     {R"({"source":null})", false, false},
-    {R"({"source":5})", false, false},
     {R"({"source":["morva-chat"]})", false, false},
     {R"({"ok":true,"requestId":"r"})", false, true},
     {R"({"ok":null,"requestId":null})", false, true},
     {R"({"ok":true})", false, false},
     {R"({"requestId":"r"})", false, false},
-    {R"({})", false, false},
-    {R"("morva-chat")", false, false},
     {R"(["source","ok","requestId"])", false, false},
     {"null", false, false},
 };
 
-TEST(Classify, TellsPanelMessagesAndAnswersFromTheRest) {
+TEST(Classify, KnowsPanelMessagesAndAnswers) {
   for (const MessageCase& c : messageCases) {
     SCOPED_TRACE(c.text);
     EXPECT_EQ(isPanelMessage(json::parse(c.text)), c.panel);
@@ -52,7 +48,7 @@ const json request = {{"chromeRequestId", {1, "a"}}};
 TEST(StampMessage, SetsSourceAndToken) {
   EXPECT_EQ(stampMessage({{"kind", "k"}, {"source", "x"}, {"chromeRequestId", 9}}, request).dump(),
             R"({"chromeRequestId":[1,"a"],"kind":"k","source":"morva-chat"})");
-  EXPECT_EQ(stampMessage({{"chromeRequestId", 9}}, json::object()).dump(),
+  EXPECT_EQ(stampMessage({{"chromeRequestId", 9}}, 5).dump(),
             R"({"chromeRequestId":9,"source":"morva-chat"})");
   EXPECT_EQ(stampMessage(json::object(), {{"chromeRequestId", nullptr}}).dump(),
             R"({"chromeRequestId":null,"source":"morva-chat"})");
@@ -92,8 +88,6 @@ const ReplyCase replyCases[] = {
      {{"source", "s"}, {"chromeRequestId", 3}},
      R"({"chromeRequestId":3,"source":"s"})"},
     {"an array", request, json::array({1}), R"({"chromeRequestId":[1,"a"],"source":"morva-chat"})"},
-    {"a string, no token", json::object(), "text", R"({"source":"morva-chat"})"},
-    {"null", json::object(), nullptr, R"({"source":"morva-chat"})"},
     {"a request that is no object", 5, json::object(), R"({"source":"morva-chat"})"},
     {"what is not UTF-8",
      json::object(),
@@ -110,12 +104,11 @@ TEST(SendReply, SendsOneFrameWhateverTheReply) {
   }
 }
 
-TEST(SendReply, SaysThatAReplyIsTooLargeForTheBrowser) {
+TEST(SendReply, ReplacesAReplyThatIsTooLargeForTheBrowser) {
   limitFramesForBrowser();
-  // {"fill":"x...","kind":"k","source":"morva-chat"} around the text.
-  const std::size_t around = R"({"fill":"","kind":"k","source":"morva-chat"})"_json.dump().size();
-  const auto reply = [around](std::size_t size) {
-    return json{{"kind", "k"}, {"fill", std::string(size - around, 'x')}};
+  const std::string around = R"({"fill":"","kind":"k","source":"morva-chat"})";
+  const auto reply = [&around](std::size_t size) {
+    return json{{"kind", "k"}, {"fill", std::string(size - around.size(), 'x')}};
   };
   CapturedOutput output;
   sendReply(json::object(), reply(maxBrowserBody));
@@ -137,18 +130,20 @@ TEST(SendReply, KeepsTheTokensOfAReplyThatIsTooLargeUnlessTheyAre) {
   sendReply({{"chromeRequestId", fill}}, {{"kind", "k"}, {"id", longest + "i"}});
   const std::vector<std::string> frames = output.finish();
   ASSERT_EQ(frames.size(), 2U);
-  const json first = json::parse(frames[0]);
-  EXPECT_EQ(first.at("kind"), "ack");
-  EXPECT_EQ(first.at("chromeRequestId"), 1);
-  EXPECT_EQ(first.at("rpcId"), 2);
-  EXPECT_EQ(first.at("id"), longest);
-  const json second = json::parse(frames[1]);
-  EXPECT_EQ(second.at("ok"), false);
-  EXPECT_FALSE(second.contains("chromeRequestId"));
-  EXPECT_FALSE(second.contains("id"));
+  json first = json::parse(frames[0]);
+  first.erase("error");
+  EXPECT_EQ(first, (json{{"source", "morva-chat"},
+                         {"kind", "ack"},
+                         {"ok", false},
+                         {"chromeRequestId", 1},
+                         {"rpcId", 2},
+                         {"id", longest}}));
+  json second = json::parse(frames[1]);
+  second.erase("error");
+  EXPECT_EQ(second, (json{{"source", "morva-chat"}, {"kind", "k"}, {"ok", false}}));
 }
 
-TEST(SendHostStatus, TellsTheAgentsState) {
+TEST(SendHostStatus, NamesTheAgentsState) {
   CapturedOutput output;
   sendHostStatus("connected");
   EXPECT_EQ(output.finish(),

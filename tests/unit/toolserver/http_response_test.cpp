@@ -42,9 +42,6 @@ TEST(FileResponse, IsWrittenByteForByte) {
                                "Cache-Control: no-store\r\nContent-Length: 3\r\n"
                                "Connection: close\r\n\r\n");
   EXPECT_EQ(response.body, std::string(3, '\0'));
-  EXPECT_EQ(fileResponse("a/b", "x", "evil").head,
-            "HTTP/1.1 200 OK\r\nContent-Type: a/b\r\nCache-Control: no-store\r\n"
-            "Content-Length: 1\r\nConnection: close\r\n\r\n");
 }
 
 }  // namespace

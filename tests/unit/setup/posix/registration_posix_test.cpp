@@ -1,0 +1,80 @@
+// On the twin, which has no registry: what is reported, and what becomes of the manifest.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "common/whole_file.h"
+#include "setup/host_manifest.h"
+#include "setup/registration.h"
+#include "support/test_folder.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+class RegistrationReports : public testing::Test {
+ protected:
+  RegistrationOptions options(std::vector<std::string> browsers = {}, bool dryRun = false) const {
+    return {(folder_.path() / "host.exe").wstring(), std::move(browsers), {}, dryRun};
+  }
+
+  const TestFolder folder_;
+  const std::string manifest_ = (folder_.path() / "com.quenlark.morva.chrome.json").string();
+  const std::string chromeKey_ =
+      "HKCU\\Software\\Google\\Chrome\\NativeMessagingHosts\\com.quenlark.morva.chrome";
+};
+
+TEST_F(RegistrationReports, AnnounceWhatADryRunWouldDo) {
+  const RegistrationReport in = registerHost(options({}, true));
+  EXPECT_TRUE(in.ok);
+  EXPECT_EQ(in.lines, (Lines{"browsers  none was found here, so the host is registered with Chrome",
+                             "manifest  would be written: " + manifest_,
+                             "chrome    would be registered: " + chromeKey_}));
+  EXPECT_FALSE(fs::exists(manifest_));
+  (void)registerHost(options());
+  const RegistrationReport out = unregisterHost(options({"edge"}, true));
+  EXPECT_TRUE(out.ok);
+  EXPECT_EQ(out.lines,
+            (Lines{"edge      is not registered", "manifest  would be deleted: " + manifest_}));
+  EXPECT_TRUE(fs::exists(manifest_));
+}
+
+TEST_F(RegistrationReports, NameTheKeyThatCouldNotBeWritten) {
+  for (const char* state : {"written", "is right already"}) {
+    const RegistrationReport report = registerHost(options({"chrome"}));
+    EXPECT_FALSE(report.ok);
+    ASSERT_EQ(report.lines.size(), 2U);
+    EXPECT_EQ(report.lines[0], "manifest  " + std::string(state) + ": " + manifest_);
+    EXPECT_TRUE(report.lines[1].starts_with("chrome    FAILED: could not write " + chromeKey_ +
+                                            " (system error "))
+        << report.lines[1];
+  }
+  std::string text;
+  EXPECT_TRUE(readWholeFile(fs::path(manifest_).wstring(), 4096, text));
+  EXPECT_EQ(text, manifestText(options().program, {}));
+}
+
+TEST_F(RegistrationReports, LookAtAllBrowsersWhenNoneIsNamed) {
+  (void)registerHost(options());
+  for (const char* state : {"deleted", "is not there"}) {
+    const RegistrationReport report = unregisterHost(options());
+    EXPECT_TRUE(report.ok);
+    EXPECT_EQ(report.lines, (Lines{"chrome    is not registered", "edge      is not registered",
+                                   "brave     is not registered", "vivaldi   is not registered",
+                                   "chromium  is not registered",
+                                   "manifest  " + std::string(state) + ": " + manifest_}));
+  }
+}
+
+TEST_F(RegistrationReports, EndWithAManifestThatCannotBeWritten) {
+  fs::create_directory(manifest_);  // in its place
+  const RegistrationReport report = registerHost(options({"chrome"}));
+  EXPECT_FALSE(report.ok);
+  EXPECT_EQ(report.lines, Lines{"manifest  FAILED: could not write " + manifest_});
+  EXPECT_FALSE(fs::exists(manifest_ + ".new"));
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect
