@@ -10,28 +10,12 @@
 #include <vector>
 
 #include "platform/clock.h"
-#include "support/child_probe.h"
+#include "support/idle_child.h"
 #include "support/run_threads.h"
 #include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-// A child process that stays until it is ended.
-OwnedProcess idleChild() {
-  OwnedStream readEnd;
-  OwnedStream writeEnd;
-  OwnedProcess child;
-  std::uint32_t systemError = 0;
-  EXPECT_TRUE(makePipe(readEnd, writeEnd));
-  EXPECT_EQ(spawnHidden(childProbe(L"wait"), L"", writeEnd.get(), child, systemError),
-            SpawnResult::ok);
-  writeEnd.reset();
-  char byte = 0;
-  std::size_t got = 0;
-  EXPECT_EQ(readSome(readEnd.get(), &byte, 1, got), ReadResult::data);  // it runs
-  return child;
-}
 
 // --- The current agent ---
 

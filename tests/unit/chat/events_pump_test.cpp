@@ -62,6 +62,36 @@ TEST(ChatEvents, AreForwardedAsTheyCome) {
   EXPECT_EQ(eventsIn(output.finish()), (std::vector<std::string>{event(1), event(2)}));
 }
 
+struct ForwardCase {
+  const char* said;
+  const char* forwarded;
+};
+
+const ForwardCase forwardCases[] = {
+    {R"({"method":"m","args":[],"id":7,"sender":"w","x":1})",
+     R"({"args":[],"id":7,"method":"m","sender":"w"})"},
+    {R"({"method":"m","args":[],"id":{"a":1}})", R"({"args":[],"id":{"a":1},"method":"m"})"},
+    {R"({"method":"m","args":[],"id":null})", R"({"args":[],"id":null,"method":"m"})"},
+    {R"({"method":"m","args":[],"sender":""})", R"({"args":[],"method":"m","sender":""})"},
+    {R"({"method":"m","args":[],"sender":5})", R"({"args":[],"method":"m"})"},
+    {R"({"method":"agentDone","args":["r",true,""]})",
+     R"({"args":["r",true,""],"method":"agentDone"})"},
+};
+
+TEST(ChatEvents, KeepTheirIdAndSender) {
+  CapturedOutput output;
+  std::string stream(streamHead);
+  std::vector<std::string> wanted;
+  for (const ForwardCase& c : forwardCases) {
+    stream += std::string("data: ") + c.said + "\n\n";
+    wanted.emplace_back(c.forwarded);
+  }
+  AgentDouble agent([&stream](ServedConnection& connection) { (void)connection.send(stream); });
+  startChatEvents(agent.port(), false);
+  (void)output.waitFor(wanted.size());
+  EXPECT_EQ(eventsIn(output.finish()), wanted);
+}
+
 TEST(ChatEvents, HaveOnePumpHoweverManyAskForIt) {
   Gate gate;
   CapturedOutput output;

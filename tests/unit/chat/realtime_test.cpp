@@ -8,10 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "agent/agent_state.h"
 #include "platform/clock.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"
 #include "support/gate.h"
+#include "support/idle_child.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -78,6 +80,22 @@ const EndCase endCases[] = {
      "HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n",
      {failure("realtime session failed"), done}},
     {"no answer", "", {failure("agent request failed"), done}},
+    {"after events",
+     std::string(streamHead) + "data: {\"method\":\"realtimeA\",\"args\":[1],\"id\":5}\n\n",
+     {R"({"args":[1],"method":"realtimeA"})", done}},
+    {"with an unfinished block",
+     std::string(streamHead) + "data: {\"method\":\"realtimeA\",\"args\":[]}",
+     {R"({"args":[],"method":"realtimeA"})", done}},
+    {"with an error of the agent's",
+     std::string(streamHead) + "data: {\"method\":\"realtimeError\",\"args\":[\"e\"]}\n\n" +
+         "data: {\"method\":\"realtimeDone\",\"args\":[]}\n\n",
+     {failure("e"), done}},
+    {"another status with its own end",
+     "HTTP/1.1 404 No\r\n\r\ndata: {\"method\":\"realtimeDone\",\"args\":[]}\n\n",
+     {done}},
+    {"what is no event",
+     std::string(streamHead) + "data: {\n\ndata: {\"method\":\"\"}\n\n",
+     {done}},
 };
 
 TEST(Realtime, TellsTheEndOfTheStreamOnce) {
@@ -96,16 +114,106 @@ TEST(Realtime, TellsTheEndOfTheStreamOnce) {
   }
 }
 
-TEST(Realtime, AFailedStartIsToldAndOver) {
+struct BodyCase {
+  const char* request;
+  const char* body;
+};
+
+const BodyCase startCases[] = {
+    {"{}", R"({"acquire_timeout_ms":1500,"mic_send":true})"},
+    {R"({"preset":"p","chat_session_id":"c"})",
+     R"({"acquire_timeout_ms":1500,"chat_session_id":"c","mic_send":true,"preset":"p"})"},
+    {R"({"preset":"","chat_session_id":null})", R"({"acquire_timeout_ms":1500,"mic_send":true})"},
+    {R"({"mic_send":false,"acquire_timeout_ms":20})",
+     R"({"acquire_timeout_ms":20,"mic_send":false})"},
+    {R"({"mic_send":1,"acquire_timeout_ms":"9","preset":5,"chat_session_id":[1],"browser":[1]})",
+     R"({"acquire_timeout_ms":1500,"mic_send":true})"},
+    {R"({"acquire_timeout_ms":1e300})", R"({"acquire_timeout_ms":1500,"mic_send":true})"},
+};
+
+const BodyCase keyCases[] = {
+    {"{}", R"({"finishInputTurn":false,"held":true,"latched":false})"},
+    {R"({"held":false,"latched":true,"finishInputTurn":true})",
+     R"({"finishInputTurn":true,"held":false,"latched":true})"},
+    {R"({"held":null})", R"({"finishInputTurn":false,"held":true,"latched":false})"},
+};
+
+TEST(Realtime, PostsWhatThePanelSaysAndDefaults) {
   CapturedOutput output;
-  AgentDouble agent([](ServedConnection& connection) {
-    answerWith(connection, R"({"ok":false,"error":"no microphone"})");
+  AgentDouble agent([](ServedConnection& connection) { answerWith(connection, "{}"); });
+  agent.adopt();
+  for (const BodyCase& c : startCases) {
+    startRealtime(json::parse(c.request));
+    EXPECT_EQ(bodyOf(agent.requests("POST /v1/realtime/start ").back()), c.body);
+  }
+  for (const BodyCase& c : keyCases) {
+    pushToTalk(json::parse(c.request));
+    EXPECT_EQ(bodyOf(agent.requests("POST /v1/realtime/ptt ").back()), c.body);
+  }
+  stopRealtime();
+  EXPECT_EQ(bodyOf(agent.requests("POST /v1/realtime/stop ").back()), "{}");
+}
+
+struct FailedStartCase {
+  const char* status;
+  const char* body;
+  const char* error;
+};
+
+constexpr const char* startFailed = "realtime start failed";
+
+const FailedStartCase failedStartCases[] = {
+    {"200 OK", R"({"ok":false,"error":"no microphone"})", "no microphone"},
+    {"200 OK", R"({"ok":false,"error":""})", "realtime session failed"},
+    {"300 Choice", R"({"ok":true})", startFailed},
+    {"", "", "agent request failed"},  // hangs up
+};
+
+TEST(Realtime, AFailedStartIsToldAndOver) {
+  std::atomic<const FailedStartCase*> current = nullptr;
+  AgentDouble agent([&current](ServedConnection& connection) {
+    const FailedStartCase& c = *current;
+    if (*c.status != '\0') answerWith(connection, c.body, c.status);
   });
   agent.adopt();
-  startRealtime({{"preset", "p"}, {"mic_send", "x"}});
-  EXPECT_EQ(voiceEvents(output.finish()), (Events{failure("no microphone"), done}));
-  EXPECT_EQ(bodyOf(agent.requests("POST /v1/realtime/start").at(0)),
-            R"({"acquire_timeout_ms":1500,"mic_send":true,"preset":"p"})");
+  for (const FailedStartCase& c : failedStartCases) {
+    SCOPED_TRACE(std::string(c.status) + " " + c.body);
+    current = &c;
+    CapturedOutput output;
+    startRealtime(json::object());
+    EXPECT_EQ(voiceEvents(output.finish()), (Events{failure(c.error), done}));
+  }
+  EXPECT_TRUE(agent.requests("GET /v1/realtime/events").empty());
+}
+
+TEST(Realtime, AnySuccessStartsASession) {
+  CapturedOutput output;
+  AgentDouble agent(
+      [](ServedConnection& connection) { answerWith(connection, R"({"ok":true})", "299 Fine"); });
+  agent.adopt();
+  startRealtime(json::object());
+  (void)agent.waitForRequests("GET /v1/realtime/events ", 1);
+  (void)waitForVoice(output, 2);
+}
+
+// The clock of the looks is 200 s late: whatever happens now is activity after all of them.
+TEST(Realtime, AnEventIsUseOfTheAgent) {
+  Gate idle;
+  CapturedOutput output;
+  AgentDouble agent(session([&idle](ServedConnection& connection) {
+    (void)connection.send(streamHead);
+    idle.wait();
+    (void)connection.send("data: {\"method\":\"realtimeA\",\"args\":[]}\n\n");
+  }));
+  const std::uint64_t serial = adoptOwnedAgent(idleChild(), agent.port());
+  startRealtime(json::object());
+  (void)agent.waitForRequests("GET /v1/realtime/events ", 1);
+  const std::uint64_t start = tickCountMs() - 200'000;
+  for (std::uint64_t at = 0; at < 60'000; at += 5000) EXPECT_FALSE(stopIdleAgent(start + at));
+  idle.open();
+  (void)waitForVoice(output, 2);
+  EXPECT_FALSE(stopIdleAgent(start + 60'000));
+  stopOwnedAgent(serial);
 }
 
 TEST(Realtime, AStoppedSessionSaysNothingMore) {

@@ -7,8 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "agent/agent_state.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"
+#include "support/gate.h"
+#include "support/idle_child.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -89,6 +92,7 @@ const SpeakCase speakCases[] = {
     {"200 OK", "[true]", "speak failed"},
     {"201 Created", R"({"ok":true})", "speak failed"},
     {"500 No", R"({"ok":false,"error":"e"})", "speak failed"},
+    {"", "", "agent request failed"},  // hangs up
 };
 
 TEST(StartSpeech, EndsEachReadingOnce) {
@@ -96,6 +100,7 @@ TEST(StartSpeech, EndsEachReadingOnce) {
   AgentDouble agent([&current](ServedConnection& connection) {
     const bool speaks = connection.request.starts_with("POST /v1/speak ");
     const SpeakCase& c = *current;
+    if (speaks && *c.status == '\0') return;
     answerWith(connection, speaks ? c.body : "{}", speaks ? c.status : "200 OK");
   });
   agent.adopt();
@@ -109,6 +114,22 @@ TEST(StartSpeech, EndsEachReadingOnce) {
     EXPECT_EQ(waitForTold(output, wanted.size()), wanted);
   }
   EXPECT_EQ(bodyOf(agent.requests("POST /v1/speak ").at(0)), R"({"text":"a \"text\""})");
+}
+
+TEST(StartSpeech, IsUseOfTheAgentUntilItsEnd) {
+  Gate spoken;
+  CapturedOutput output;
+  AgentDouble agent([&spoken](ServedConnection& connection) {
+    spoken.wait();
+    answerWith(connection, R"({"ok":true})");
+  });
+  (void)adoptOwnedAgent(idleChild(), agent.port());
+  EXPECT_TRUE(startSpeech("a"));
+  (void)agent.waitForRequests("POST /v1/speak ", 1);
+  EXPECT_FALSE(stopUnusedAgent());
+  spoken.open();
+  (void)waitForTold(output, 2);
+  EXPECT_TRUE(stopUnusedAgent());
 }
 
 TEST(StartSpeech, DoesNothingWithoutText) {

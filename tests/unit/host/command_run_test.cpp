@@ -35,11 +35,13 @@ const RunCase runCases[] = {
     {"200 OK", R"({"ok":false,"needsUi":false})", nullptr, "commandRun failed"},
     {"500 No", R"({"ok":true})", nullptr, "commandRun failed"},
     {"500 No", R"({"error":"boom"})", nullptr, "boom"},
+    {"503 No", R"({"ok":false,"needsUi":true,"error":"e"})", nullptr, "e"},
     {"500 No", "<html>", nullptr, "commandRun failed"},
     {"404 Not Found", R"({"ok":true})", nullptr, notRunning},
     {"200 OK", R"({"ok":false,"needsUi":true})", nullptr, notRunning},
     {"200 OK", "{", nullptr, notRunning},
     {"200 OK", "", nullptr, notRunning},
+    {"", "", nullptr, "commandRun failed"},  // hangs up
 };
 
 TEST(CommandRun, LeavesToTheApplicationWhatTheAgentCannotDo) {
@@ -49,7 +51,7 @@ TEST(CommandRun, LeavesToTheApplicationWhatTheAgentCannotDo) {
   std::atomic<const RunCase*> current = nullptr;
   AgentDouble agent([&current](ServedConnection& connection) {
     const RunCase& c = *current;
-    answerWith(connection, c.body, c.status);
+    if (*c.status != '\0') answerWith(connection, c.body, c.status);
   });
   agent.adopt();
   for (const RunCase& c : runCases) {

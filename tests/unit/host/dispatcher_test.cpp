@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "agent/agent_state.h"
@@ -93,6 +94,69 @@ TEST(AnswerPanelMessage, RepliesOnceWhateverTheTypes) {
     CapturedOutput output;
     answerPanelMessage(c.request);
     EXPECT_EQ(output.finish(), CapturedOutput::Frames{c.reply}) << c.request;
+  }
+}
+
+struct TypedMember {
+  const char* request;
+  const char* member;
+  const char* type;
+};
+
+const TypedMember typedMembers[] = {
+    {R"({})", "kind", "string"},
+    {R"({"kind":"send"})", "prompt", "string"},
+    {R"({"kind":"speak"})", "text", "string"},
+    {R"({"kind":"settings"})", "section", "string"},
+    {R"({"kind":"cliDirSet"})", "dir", "string"},
+    {R"({"kind":"cliDirApply"})", "dir", "string"},
+    {R"({"kind":"chatSender"})", "sender", "string"},
+    {R"({"kind":"chatSender"})", "after", "number"},
+    {R"({"kind":"openPathInternal"})", "path", "string"},
+    {R"({"kind":"openPathFullscreen"})", "path", "string"},
+    {R"({"kind":"openPathDefault"})", "path", "string"},
+    {R"({"kind":"openUrlDefault"})", "path", "string"},
+    {R"({"kind":"revealPathInExplorer"})", "url", "string"},
+    {R"({"kind":"selectPathInExplorer"})", "url", "string"},
+    {R"({"kind":"openFolderInExplorer"})", "url", "string"},
+    {R"({"kind":"realtimePushToTalk"})", "held", "boolean"},
+    {R"({"kind":"realtimePushToTalk"})", "latched", "boolean"},
+    {R"({"kind":"realtimePushToTalk"})", "finishInputTurn", "boolean"},
+    {R"({"kind":"providerRpc","rpcId":1})", "method", "string"},
+    {R"({"kind":"providerRpc","rpcId":1,"method":"loadChatSession"})", "id", "string"},
+    {R"({"kind":"providerRpc","rpcId":1,"method":"deleteChatSession"})", "id", "string"},
+    {R"({"kind":"providerRpc","rpcId":1,"method":"commandRun"})", "id", "string"},
+    {R"({"kind":"providerRpc","rpcId":1,"method":"chatSkillsList"})", "cwd", "string"},
+    {R"({"kind":"providerRpc","rpcId":1,"method":"searchStart"})", "query", "string"},
+    {R"({"kind":"providerRpc","rpcId":1,"method":"searchStart"})", "headLimit", "number"},
+    {R"({"kind":"providerRpc","rpcId":1,"method":"vumboArtifactsGet"})", "limit", "number"},
+};
+
+// Numbers take truth values too.
+bool isOfType(const json& value, std::string_view type) {
+  return type == value.type_name() || (type == "number" && value.is_boolean());
+}
+
+TEST(AnswerPanelMessage, RefusesAnotherTypeWithTheLibrarysText) {
+  const json values[] = {"text", true, 5, -1.5, 1e300, json::array({1}), {{"a", 1}}};
+  for (const TypedMember& c : typedMembers) {
+    for (const json& value : values) {
+      if (isOfType(value, c.type)) continue;
+      json request = json::parse(c.request);
+      request[c.member] = value;
+      SCOPED_TRACE(request.dump());
+      json wanted = {{"kind", "ack"}, {"ok", false}, {"source", "morva-chat"}};
+      wanted["error"] = std::string("[json.exception.type_error.302] type must be ") + c.type +
+                        ", but is " + value.type_name();
+      if (request.contains("rpcId")) {
+        wanted["kind"] = "hostProviderRpc";
+        wanted["rpcId"] = 1;
+        if (request.contains("id")) wanted["id"] = request["id"];
+      }
+      CapturedOutput output;
+      answerPanelMessage(request);
+      EXPECT_EQ(output.finish(), CapturedOutput::Frames{wanted.dump()});
+    }
   }
 }
 
