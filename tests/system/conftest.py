@@ -6,6 +6,7 @@ import pytest
 
 from support import builds, own_network, protocol
 from support.cli_program import CliProgram
+from support.feeding_agent import FeedingAgent
 from support.panel_side import Panel
 from support.sanitizer_reports import sanitizer_environment, take_reports
 from support.scripted_agent import ScriptedAgent
@@ -73,7 +74,7 @@ def user_folders(tmp_path_factory):
 
 @pytest.fixture(scope="session")
 def launch(user_folders):
-    """launch(args=..., env=...) starts a host and says nothing about its end."""
+    """launch(args=..., env=...) starts a host and sees to nothing else."""
 
     def start(args=None, env=None, greet=True):
         environment = {**sanitizer_environment(), **(env or {})}
@@ -89,7 +90,7 @@ def launch(user_folders):
 
 @pytest.fixture
 def start_panel(launch):
-    """As `launch`; what a test leaves running is ended when it is over."""
+    """As `launch`; what a test leaves running must end in order when the test is over."""
     panels = []
 
     def start(**options):
@@ -97,9 +98,14 @@ def start_panel(launch):
         return panels[-1]
 
     yield start
-    for panel in panels:
-        panel.host.kill()
-        panel.check_stream()
+    try:
+        for panel in panels:
+            if panel.host.running:
+                panel.end(alive=False)
+    finally:
+        for panel in panels:
+            panel.host.kill()
+            panel.check_stream()
 
 
 @pytest.fixture
@@ -129,6 +135,13 @@ def shared_panel(module_panels, launch):
 def agent():
     """An agent on port 8090 that answers every turn with "hello"."""
     with ScriptedAgent() as listening:
+        yield listening
+
+
+@pytest.fixture
+def feeding():
+    """An agent on port 8090 that keeps its event streams open, and takes speech and voice."""
+    with FeedingAgent() as listening:
         yield listening
 
 

@@ -6,9 +6,11 @@ import threading
 import pytest
 
 from support import builds
+from support.feeding_agent import (
+    EVENTS, REALTIME_EVENTS, REALTIME_PTT, REALTIME_START, REALTIME_STOP, SPEAK, FeedingAgent)
 from support.panel_side import exit_limit_seconds
 from support.scripted_agent import (
-    COMPLETIONS, MODELS, READY, ScriptedAgent, delta, holds, streams, streams_then_holds)
+    COMPLETIONS, CONSENT, MODELS, READY, ScriptedAgent, delta, holds, streams, streams_then_holds)
 
 # The longest that an end may take when a child must be waited for.
 CHILD_LIMIT_SECONDS = 2.3
@@ -29,52 +31,87 @@ def ends_soon(start_busy, limit, alive=True):
     pytest.fail(f"the host took {took} s to end")
 
 
-def nothing():
-    pass
-
-
 def test_when_idle(start_panel):
-    ends_soon(lambda: (start_panel(), nothing), exit_limit_seconds())
+    ends_soon(lambda: (start_panel(), lambda: None), exit_limit_seconds())
 
 
 BUSY = {
-    "in the middle of an answer": {"turn": streams_then_holds(delta("a"))},
-    "before the answer begins": {"turn": holds},
-    "while the preset is looked up": {"models": holds},
-    "while the agent is looked for": {"ready": holds},
+    "in the middle of an answer": (COMPLETIONS, streams_then_holds(delta("a"))),
+    "before the answer begins": (COMPLETIONS, holds),
+    "while the preset is looked up": (MODELS, holds),
+    "while the agent is looked for": (READY, holds),
 }
-PATHS = {"turn": COMPLETIONS, "models": MODELS, "ready": READY}
 
 
 @pytest.mark.parametrize("name", BUSY)
 def test_in_a_turn(start_panel, name):
+    path, handler = BUSY[name]
+
     def start_busy():
-        agent = ScriptedAgent(**BUSY[name])
+        agent = ScriptedAgent()
+        agent.on[path] = handler
         panel = start_panel()
-        mark = panel.mark()
-        panel.send("send", prompt="hi", preset="" if "models" in BUSY[name] else "p")
-        (handler,) = BUSY[name]
-        agent.wait_for(PATHS[handler])
-        if name == "in the middle of an answer":
-            panel.wait_event("appendAssistantDelta", since=mark)
+        panel.start_turn(preset="" if path == MODELS else "p", until=(
+            "appendAssistantDelta" if name == "in the middle of an answer" else "agentStarted"))
+        agent.wait_for(path)
         return panel, agent.close
 
     ends_soon(start_busy, exit_limit_seconds())
 
 
-def test_in_twenty_turns_that_stream_as_fast_as_they_can(start_panel):
+# What is under way, and the path on which the agent says no more.
+STALLED = [
+    ("commandEventsSubscribe", EVENTS), ("speak", SPEAK), ("speakPause", f"{SPEAK}/pause"),
+    ("agentReload", f"{SPEAK}/stop"), ("realtimeStart", REALTIME_START),
+    ("realtimeStart", REALTIME_EVENTS), ("realtimeStop", REALTIME_STOP),
+    ("realtimePushToTalk", REALTIME_PTT), ("stop", CONSENT),
+]
+
+
+@pytest.mark.parametrize("kind,path", STALLED, ids=lambda value: value)
+def test_an_agent_that_stalls_does_not_hold_up_the_end(start_panel, kind, path):
+    """The dispatcher itself may be blocked, in a request; messages behind it wait."""
+    def start_busy():
+        agent = FeedingAgent()
+        agent.on[path] = holds
+        panel = start_panel()
+        panel.find_agent()
+        if kind.startswith("realtime") and kind != "realtimeStart":
+            panel.ask_for_ack("realtimeStart")
+        if kind != "commandEventsSubscribe":
+            panel.send(kind, **({"text": "a"} if kind == "speak" else {}))
+        agent.wait_until(lambda: [e for e in agent.exchanges if e.path.startswith(path)], path)
+        panel.send("getStatus")
+        return panel, agent.close
+
+    # 500 ms for what had arrived before the end, should the request not be cut off at once.
+    ends_soon(start_busy, 0.9, alive=False)
+
+
+def test_an_open_event_stream_does_not_hold_up_the_end(start_panel):
+    def start_busy():
+        agent = FeedingAgent()
+        panel = start_panel()
+        panel.ask_for_ack("realtimeStart")
+        agent.wait_feed(1)
+        agent.wait_feed(1, REALTIME_EVENTS)
+        return panel, agent.close
+
+    ends_soon(start_busy, exit_limit_seconds())
+
+
+def test_in_turns_that_stream_as_fast_as_they_can(start_panel):
     def start_busy():
         ended = threading.Event()
 
         def floods(exchange):
             exchange.stream()
             while not ended.is_set():
-                exchange.more(*(delta("word ") for _ in range(20)))
+                exchange.send(WORDS)
 
         agent = ScriptedAgent(turn=floods)
         panel = start_panel()
-        for _ in range(20):
-            panel.send("send", prompt="hi", preset="p")
+        panel.start_turn(20)
         agent.wait_for(COMPLETIONS, 20, timeout=30)
 
         def clean_up():
@@ -86,19 +123,7 @@ def test_in_twenty_turns_that_stream_as_fast_as_they_can(start_panel):
     ends_soon(start_busy, 0.6)
 
 
-def test_while_a_stop_waits_for_the_agent(start_panel):
-    """The dispatcher itself is blocked, in a request; messages behind it wait."""
-    def start_busy():
-        agent = ScriptedAgent(consent=holds)
-        panel = start_panel()
-        panel.run_turn()
-        panel.send("stop")
-        agent.wait_for("/v1/chat/consent")
-        panel.send("getStatus")
-        return panel, agent.close
-
-    # 500 ms for what had arrived before the end, should the request not be cut off at once.
-    ends_soon(start_busy, 0.9, alive=False)
+WORDS = b'data: {"choices":[{"delta":{"content":"word "}}]}\n\n' * 20
 
 
 def test_messages_that_had_arrived_still_get_their_replies(start_panel):
@@ -107,7 +132,7 @@ def test_messages_that_had_arrived_still_get_their_replies(start_panel):
 
     def slow(exchange):
         ended.wait(10)
-        threading.Event().wait(0.15)
+        threading.Event().wait(0.15)  # that the host has seen the end of its input shows nowhere
         exchange.answer({"ok": True})
 
     with ScriptedAgent(consent=slow) as agent:
@@ -115,7 +140,7 @@ def test_messages_that_had_arrived_still_get_their_replies(start_panel):
         panel.run_turn()
         mark = panel.mark()
         tokens = [panel.send("stop")] + [panel.send("getStatus") for _ in range(100)]
-        agent.wait_for("/v1/chat/consent")
+        agent.wait_for(CONSENT)
         panel.host.close_stdin()
         ended.set()
         panel.expect_exit()
@@ -123,13 +148,13 @@ def test_messages_that_had_arrived_still_get_their_replies(start_panel):
     assert [f["chromeRequestId"] for f in frames if "chromeRequestId" in f] == tokens
 
 
-@pytest.mark.parametrize("behaviour", [{"never_ready": 1}, {"mute": 1}])
+@pytest.mark.parametrize("behaviour", [{"never_ready": 1}, {"mute": 1}, {"exit": 1}], ids=str)
 def test_while_an_agent_starts(start_panel, cli, behaviour):
     def start_busy():
         begun = len(cli.starts())
         panel = start_panel(env=cli.env(**behaviour))
-        panel.send("send", prompt="hi", preset="p")
-        cli.wait_for_starts(begun + 1)
+        panel.start_turn()
+        cli.wait_for_starts(begun + (2 if "exit" in behaviour else 1))
         return panel, cli.wait_until_gone
 
     ends_soon(start_busy, CHILD_LIMIT_SECONDS)
@@ -139,77 +164,72 @@ def test_at_any_moment_of_a_start(start_panel, cli):
     """However far the start has come: no child is left behind."""
     for delay in (0, 0.01, 0.03, 0.05, 0.1, 0.2):
         panel = start_panel(env=cli.env())
-        mark = panel.mark()
-        panel.send("send", prompt="hi", preset="p")
-        panel.wait_event("agentStarted", since=mark)
-        threading.Event().wait(delay)
+        panel.start_turn()
+        threading.Event().wait(delay)  # the moment itself
         panel.end(alive=False)
         cli.wait_until_gone()
 
 
-def test_with_children_that_die_one_after_the_other(start_panel, cli):
-    panel = start_panel(env=cli.env(exit=1))
-    panel.send("send", prompt="hi", preset="p")
-    cli.wait_for_starts(2)
-    panel.end(limit=CHILD_LIMIT_SECONDS)
-    cli.wait_until_gone()
+AT_WORK = {
+    "quiet": ({"words": 1}, "appendAssistantDelta"),
+    "talking": ({"words": 100_000, "tokens_per_second": 1000}, "appendAssistantDelta"),
+    "printing": ({"lines": 5_000_000}, "appendDebugLog"),
+}
 
 
-@pytest.mark.parametrize("words", [1, 100_000])
-def test_an_owned_agent_goes_with_the_host(start_panel, cli, words):
+@pytest.mark.parametrize("name", AT_WORK)
+def test_an_owned_agent_goes_with_the_host(start_panel, cli, name):
+    behaviour, sign = AT_WORK[name]
+
     def start_busy():
-        panel = start_panel(env=cli.env(words=words, tokens_per_second=1000))
-        mark = panel.mark()
-        panel.send("send", prompt="hi", preset="p")
-        panel.wait_event("appendAssistantDelta", since=mark, timeout=30)
+        panel = start_panel(env=cli.env(**behaviour))
+        mark = panel.start_turn()
+        panel.wait_event(sign, lambda args: sign != "appendDebugLog"
+                         or args[0]["text"].startswith("line "), mark, timeout=30)
         assert cli.running()
         return panel, cli.wait_until_gone
 
     ends_soon(start_busy, CHILD_LIMIT_SECONDS)
 
 
-def test_a_found_agent_stays(start_panel):
-    with ScriptedAgent() as agent:
-        panel = start_panel()
-        panel.run_turn()
-        panel.end()
-        asked = len(agent.exchanges)
-        other = start_panel()
-        assert other.run_turn().text == "hello"
-        assert len(agent.exchanges) > asked
-        other.end()
-
-
-def test_in_a_flood_of_log_lines(start_panel, cli):
-    def start_busy():
-        panel = start_panel(env=cli.env(lines=5_000_000))
-        mark = panel.mark()
-        panel.send("send", prompt="hi", preset="p")
-        panel.wait_event(
-            "appendDebugLog", lambda a: a[0]["text"].startswith("line "), mark, timeout=30)
-        return panel, cli.wait_until_gone
-
-    ends_soon(start_busy, CHILD_LIMIT_SECONDS)
+def test_a_found_agent_stays(start_panel, agent):
+    panel = start_panel()
+    panel.run_turn()
+    panel.end()
+    assert start_panel().run_turn().text == "hello"
 
 
 def test_while_the_browser_does_not_read(start_panel):
     """Writers are blocked, and the end must not wait for them."""
-    def start_busy():
-        agent = ScriptedAgent(turn=streams(*(delta("x" * 1000) for _ in range(500))))
+    with ScriptedAgent(turn=streams(*(delta("x" * 1000) for _ in range(500)))) as agent:
         panel = start_panel()
         panel.host.pause_reading()
-        for _ in range(5):
-            panel.send("send", prompt="hi", preset="p")
+        panel.start_turn(5, until=None)
         agent.wait_for(COMPLETIONS, 1)
         panel.host.close_stdin()
-        return panel, agent.close
-
-    for _ in range(2):
-        panel, clean_up = start_busy()
         code = panel.host._process.wait(3)
         panel.host.resume_reading()
         assert code == 0
-        clean_up()
+
+
+def test_a_browser_that_does_not_read_for_a_while_loses_nothing(panel):
+    pieces = [f"{n} " + "x" * 500 for n in range(1000)]
+    with ScriptedAgent(turn=streams(*map(delta, pieces))) as agent:
+        mark = panel.mark()
+        panel.host.pause_reading()
+        for session in "abcd":
+            panel.start_turn(chat_session_id=session, until=None)
+        agent.wait_for(COMPLETIONS, 1)
+        tokens = [panel.send("getStatus") for _ in range(1000)]
+        panel.host.resume_reading()
+        panel.wait_ends(mark, 4)
+    replies = [f["chromeRequestId"] for f in panel.frames_since(mark)
+               if f.get("chromeRequestId") in set(tokens)]
+    assert replies == tokens
+    for session in "abcd":
+        assert [(a[0]["seq"], a[0]["delta"]) for m, a in panel.events_since(mark)
+                if m == "appendAssistantDelta" and a[0]["chatSessionId"] == session] == [
+                    *enumerate(pieces, 1)]
 
 
 def test_a_browser_that_closed_its_side_does_not_end_the_host(start_panel):
@@ -219,7 +239,7 @@ def test_a_browser_that_closed_its_side_does_not_end_the_host(start_panel):
         panel.prove_alive()
         panel.close_output()
         for n in range(3):
-            panel.send("send", prompt=f"turn {n}", preset="p")
+            panel.start_turn(until=None)
             agent.wait_for(COMPLETIONS, n + 1)
         agent.seen(COMPLETIONS)[-1].finished.wait(10)
         panel.end(alive=False)
@@ -227,7 +247,6 @@ def test_a_browser_that_closed_its_side_does_not_end_the_host(start_panel):
 
 def test_end_after_end_under_load(start_panel):
     """Two turns stream and messages arrive while the input is closed."""
-    count = 20
     ended = threading.Event()
 
     def streams_on(exchange):
@@ -236,10 +255,9 @@ def test_end_after_end_under_load(start_panel):
             exchange.more(delta("word "))
 
     with ScriptedAgent(turn=streams_on) as agent:
-        for n in range(count):
+        for n in range(20):
             panel = start_panel()
-            for _ in range(2):
-                panel.send("send", prompt="hi", preset="p")
+            panel.start_turn(2, until=None)
             agent.wait_for(COMPLETIONS, 2 * n + 1, timeout=30)
             for _ in range(n % 7):
                 panel.send("getStatus")
@@ -253,4 +271,3 @@ def test_a_signal_that_interrupts_reading_does_no_harm(panel):
         os.kill(panel.pid, 19)  # stop
         os.kill(panel.pid, 18)  # continue
         panel.prove_alive()
-    panel.end()

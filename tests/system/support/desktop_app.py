@@ -4,11 +4,10 @@ import contextlib
 import hashlib
 import json
 import os
-import socket
 import struct
-import threading
 
 from support.builds import IS_WINDOWS
+from support.listener import Listener, receive_exactly, reset
 from support.protocol import APPLICATION, HOST, findings
 
 from devkit.protocol_check.http_messages import body_value
@@ -78,8 +77,8 @@ class Connection:
 
     def receive(self):
         """The next frame's bytes; None when the host has hung up."""
-        header = self._exactly(4)
-        body = self._exactly(struct.unpack("<I", header)[0]) if header else None
+        header = receive_exactly(self.connection, 4)
+        body = header and receive_exactly(self.connection, struct.unpack("<I", header)[0])
         if body is not None:
             findings.message(HOST, "application", "request", body_value(body))
             self._app.requests.append(body)
@@ -94,17 +93,7 @@ class Connection:
         return data
 
     def reset(self):
-        self.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-        self.connection.close()
-
-    def _exactly(self, size):
-        data = b""
-        while len(data) < size:
-            piece = self.connection.recv(min(size - len(data), 1 << 20))
-            if not piece:
-                return None
-            data += piece
-        return data
+        reset(self.connection)
 
 
 def replies(value):
@@ -116,45 +105,13 @@ def replies(value):
     return script
 
 
-class DesktopApp:
+class DesktopApp(Listener):
     """Listens on a free port; each connection is played by the script."""
 
     def __init__(self, script=replies({"ok": True})):
         self.script = script
         self.requests = []
-        self.connections = 0
-        self.failures = []
-        self._listener = socket.create_server(("127.0.0.1", 0), backlog=64)
-        self.port = self._listener.getsockname()[1]
-        threading.Thread(target=self._accept, daemon=True).start()
+        super().__init__()
 
-    def close(self):
-        with contextlib.suppress(OSError):
-            self._listener.shutdown(socket.SHUT_RDWR)
-        self._listener.close()
-        assert not self.failures, self.failures
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()
-
-    def _accept(self):
-        while True:
-            try:
-                connection, _ = self._listener.accept()
-            except OSError:
-                return
-            self.connections += 1
-            threading.Thread(target=self._play, args=(connection,), daemon=True).start()
-
-    def _play(self, connection):
-        try:
-            self.script(Connection(self, connection))
-        except OSError:
-            pass  # the host hung up
-        except Exception as error:  # a mistake in a script must not pass unseen
-            self.failures.append(repr(error))
-        finally:
-            connection.close()
+    def serve(self, connection):
+        self.script(Connection(self, connection))

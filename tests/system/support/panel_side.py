@@ -15,6 +15,12 @@ from devkit.panel.host_process import HostError
 
 _tokens = itertools.count(1)
 
+ACK = {"source": "morva-chat", "kind": "ack", "ok": True}
+
+
+def _events_of(frame):
+    return frame["events"] if frame.get("kind") == "hostChatEvents" else []
+
 
 class Turn:
     """The events of one chat turn, from "setBusy" to "agentDone"."""
@@ -100,10 +106,19 @@ class Panel:
         token = self.send(kind, **keys)
         return dict(self.wait_frame(lambda f: f.get("chromeRequestId") == token, mark, timeout))
 
+    def ask_for_ack(self, kind, timeout=40, **keys):
+        """As `ask`, for what is acknowledged and no more."""
+        reply = self.ask(kind, timeout, **keys)
+        del reply["chromeRequestId"]
+        assert reply == ACK
+
+    def find_agent(self):
+        """Has the host look for its agent."""
+        assert self.ask("providerRpc", method="commandEventsSubscribe")["ok"] is True
+
     def prove_alive(self, timeout=15):
         """An exit code tells nothing about a stack overflow; an answer does."""
-        reply = self.ask("getStatus", timeout)
-        assert reply["kind"] == "ack" and reply["ok"] is True
+        self.ask_for_ack("getStatus", timeout)
 
     # --- Events ---
 
@@ -111,34 +126,70 @@ class Panel:
         """[method, args] of every panel event since the mark."""
         return [
             (event["method"], event["args"])
-            for frame in self.frames_since(mark)
-            if frame.get("kind") == "hostChatEvents"
-            for event in frame["events"]
+            for frame in self.frames_since(mark) for event in _events_of(frame)
         ]
 
     def wait_event(self, method, test=lambda args: True, since=0, timeout=15):
         """The arguments of the first such event since the mark."""
         def found(frame):
-            return frame.get("kind") == "hostChatEvents" and any(
-                event["method"] == method and test(event["args"]) for event in frame["events"])
+            return any(event["method"] == method and test(event["args"])
+                       for event in _events_of(frame))
 
         self.wait_frame(found, since, timeout)
         return next(a for m, a in self.events_since(since) if m == method and test(a))
+
+    def told(self, mark=0):
+        """The same without log lines."""
+        return [event for event in self.events_since(mark) if event[0] != "appendDebugLog"]
+
+    def wait_told(self, count, mark=0, timeout=60):
+        """The events since the mark, once there are so many; with any that comes right behind."""
+        self._wait_count(lambda method: method != "appendDebugLog", count, mark, timeout)
+        return self.told(mark)
 
     def log_lines(self, mark=0):
         """The text of every log line since the mark."""
         return [a[0]["text"] for m, a in self.events_since(mark) if m == "appendDebugLog"]
 
+    def _wait_count(self, test, count, mark, timeout):
+        seen = itertools.count(1)  # each frame is looked at once
+        self.wait_frame(lambda frame: any(
+            [next(seen) >= count for event in _events_of(frame) if test(event["method"])]),
+            mark, timeout)
+        self.prove_alive()
+
+    # --- Turns ---
+
+    def start_turn(self, count=1, until="agentStarted", **keys):
+        """Begins turns and returns the mark before them, once one has come so far."""
+        mark = self.mark()
+        for _ in range(count):
+            self.send("send", **{"prompt": "hi", "preset": "p", **keys})
+        if until:
+            self.wait_event(until, since=mark, timeout=30)
+        return mark
+
+    def wait_ends(self, mark, count=1, timeout=60):
+        """The "agentDone" of so many turns since the mark, by run id: each comes once."""
+        self._wait_count(lambda method: method == "agentDone", count, mark, timeout)
+        ends = [args for method, args in self.events_since(mark) if method == "agentDone"]
+        done = {run: (ok, error) for run, ok, error in ends}
+        assert len(done) == len(ends) == count, ends
+        return done
+
+    def finish_turn(self, mark, timeout=60):
+        """The one turn since the mark, when it has ended."""
+        self.wait_ends(mark, 1, timeout)
+        return Turn(self.events_since(mark))
+
     def run_turn(self, prompt="hi", timeout=20, **keys):
         """A whole chat turn; no other may be running."""
         mark = self.mark()
-        keys.setdefault("preset", "plain")
-        token = self.send("send", prompt=prompt, **keys)
+        token = self.send("send", prompt=prompt, **{"preset": "plain", **keys})
         self.wait_event("agentDone", since=mark, timeout=timeout)
         # The reply may come after the turn's last event, as the two are written by two threads.
         reply = self.wait_frame(lambda f: f.get("chromeRequestId") == token, mark, timeout)
-        assert reply == {
-            "source": "morva-chat", "kind": "ack", "ok": True, "chromeRequestId": token}
+        assert reply == {**ACK, "chromeRequestId": token}
         return Turn(self.events_since(mark))
 
     # --- The end ---
@@ -194,4 +245,4 @@ def exit_limit_seconds():
     return 0.5 if IS_WINDOWS else 0.3
 
 
-__all__ = ["HostError", "Panel", "Turn", "compact", "exit_limit_seconds"]
+__all__ = ["ACK", "HostError", "Panel", "Turn", "compact", "exit_limit_seconds"]

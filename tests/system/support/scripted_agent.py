@@ -4,13 +4,12 @@ Each path has a handler, a plain function that gets the Exchange and writes what
 Every connection has a thread of its own; everything that was asked is kept for the test to look at.
 """
 
-import contextlib
 import json
 import select
-import socket
 import threading
 import time
 
+from support.listener import Listener, receive_request, reset
 from support.protocol import AGENT, HOST, findings
 
 from devkit.protocol_check.http_messages import body_value, message_name, request_value
@@ -55,7 +54,6 @@ class Exchange:
         self.method, self.path, self.version = request_line.split(" ", 2)
         self.headers = [tuple(line.split(": ", 1)) for line in lines if line]
         self.finished = threading.Event()
-        self.error = None  # the socket error that ended the answer, when one did
 
     def header(self, name):
         """All values of a header."""
@@ -103,10 +101,7 @@ class Exchange:
                 return
 
     def reset(self):
-        """Breaks the connection off with a reset instead of an orderly end."""
-        linger = b"\x01\x00\x00\x00\x00\x00\x00\x00"
-        self.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, linger)
-        self.connection.close()
+        reset(self.connection)
 
 
 def answers(*args, **kwargs):
@@ -117,6 +112,22 @@ def answers(*args, **kwargs):
 def streams(*pieces):
     """A handler that streams the pieces and ends."""
     return lambda exchange: exchange.stream(*pieces)
+
+
+def sends(*pieces, then_resets=False):
+    """A handler that sends bytes as they are and ends the connection."""
+
+    def handler(exchange):
+        for piece in pieces:
+            exchange.send(piece)
+        if then_resets:
+            exchange.reset()
+
+    return handler
+
+
+hangs_up = sends()
+resets = sends(then_resets=True)
 
 
 def streams_then_holds(*pieces):
@@ -139,11 +150,11 @@ def cancels(exchange):
     exchange.answer({"ok": True})
 
 
-class ScriptedAgent:
-    """Listens on 127.0.0.1:`port`. `on` maps a path to its handler; unknown paths get 404."""
+class ScriptedAgent(Listener):
+    """Listens on 127.0.0.1:`port`. `on` maps a path, or one without its query, to its handler;
+    unknown paths get 404."""
 
     def __init__(self, port=8090, turn=None, **handlers):
-        self.port = port
         self.cancelled = threading.Event()
         self.on = {
             READY: handlers.get("ready", answers({"ready": True})),
@@ -152,11 +163,8 @@ class ScriptedAgent:
             COMPLETIONS: turn or streams(delta("hello"), "[DONE]"),
         }
         self.exchanges = []
-        self.failures = []
         self._changed = threading.Condition()
-        self._connections = set()
-        self._listener = socket.create_server(("127.0.0.1", port), backlog=128)
-        threading.Thread(target=self._accept, daemon=True).start()
+        super().__init__(port)
 
     def turn(self, handler):
         """Sets what the next turns are answered with."""
@@ -164,91 +172,40 @@ class ScriptedAgent:
         self.on[COMPLETIONS] = handler
 
     def seen(self, path):
+        return [exchange for exchange in list(self.exchanges) if exchange.path == path]
+
+    def wait_until(self, test, what, timeout=15):
+        """Until the test is true, which is asked with each request and each event stream."""
         with self._changed:
-            return [exchange for exchange in self.exchanges if exchange.path == path]
+            assert self._changed.wait_for(test, timeout), f"{what} within {timeout} s"
 
     def wait_for(self, path, count=1, timeout=15):
         """The `count`-th request for the path, as soon as it has come in."""
-        with self._changed:
-            arrived = self._changed.wait_for(lambda: len(self._on_path(path)) >= count, timeout)
-            assert arrived, f"request {count} for {path} did not come within {timeout} s"
-            return self._on_path(path)[count - 1]
+        self.wait_until(lambda: len(self.seen(path)) >= count, f"no request {count} for {path}",
+                        timeout)
+        return self.seen(path)[count - 1]
 
     def close(self):
-        # A thread blocked in accept keeps a socket alive that is only closed.
-        with contextlib.suppress(OSError):
-            self._listener.shutdown(socket.SHUT_RDWR)
-        self._listener.close()
         self.cancelled.set()
-        with self._changed:
-            connections = list(self._connections)
-        for connection in connections:
-            with contextlib.suppress(OSError):
-                connection.shutdown(socket.SHUT_RDWR)
-        assert not self.failures, self.failures
+        super().close()
 
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()
-
-    def _on_path(self, path):
-        return [exchange for exchange in self.exchanges if exchange.path == path]
-
-    def _accept(self):
-        while True:
-            try:
-                connection, _ = self._listener.accept()
-            except OSError:
-                return
-            threading.Thread(target=self._serve, args=(connection,), daemon=True).start()
-
-    def _serve(self, connection):
-        with self._changed:
-            self._connections.add(connection)
-        try:
-            exchange = self._receive(connection)
-            if exchange is not None:
-                self._handle(exchange)
-        except OSError:
-            pass  # hung up in the middle of its request
-        finally:
-            with self._changed:
-                self._connections.discard(connection)
-            connection.close()
-
-    def _receive(self, connection):
-        data = b""
-        while b"\r\n\r\n" not in data:
-            piece = connection.recv(65536)
-            if not piece:
-                return None
-            data += piece
-        head, _, body = data.partition(b"\r\n\r\n")
-        exchange = Exchange(self, connection, head, b"")
-        length = int((exchange.header("Content-Length") or ["0"])[0])
-        while len(body) < length:
-            piece = connection.recv(65536)
-            if not piece:
-                return None
-            body += piece
-        exchange.body = body
+    def serve(self, connection):
+        request = receive_request(connection)
+        if request is None:
+            return
+        exchange = Exchange(self, connection, *request)
         findings.message(
             HOST, "agent", message_name(exchange.method, exchange.path),
-            request_value(exchange.method, exchange.path, exchange.headers, body))
-        return exchange
-
-    def _handle(self, exchange):
-        with self._changed:
-            self.exchanges.append(exchange)
-            self._changed.notify_all()
-        handler = self.on.get(exchange.path, answers({"ok": False}, status="404 Not Found"))
+            request_value(exchange.method, exchange.path, exchange.headers, exchange.body))
+        self.note(self.exchanges, exchange)
+        handler = self.on.get(exchange.path) or self.on.get(
+            exchange.path.partition("?")[0], answers({"ok": False}, status="404 Not Found"))
         try:
             handler(exchange)
-        except OSError as error:
-            exchange.error = error
-        except Exception as error:  # a mistake in a test's handler must not pass unseen
-            self.failures.append(repr(error))
         finally:
             exchange.finished.set()
+
+    def note(self, where, what):
+        with self._changed:
+            where.append(what)
+            self._changed.notify_all()
