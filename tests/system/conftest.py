@@ -89,8 +89,10 @@ def launch(user_folders):
 
 
 @pytest.fixture
-def start_panel(launch):
+def start_panel(launch, request):
     """As `launch`; what a test leaves running must end in order when the test is over."""
+    if "cli" in request.fixturenames:
+        request.getfixturevalue("cli")  # looks for agents that are left when the hosts have ended
     panels = []
 
     def start(**options):
@@ -162,10 +164,13 @@ def shared_agent(module_agent):
 
 @pytest.fixture
 def cli(tmp_path):
-    """The program that the host starts an agent with."""
+    """The program that the host starts an agent with: none outlives its host."""
     program = CliProgram(tmp_path)
     yield program
-    program.end()
+    try:
+        program.wait_until_gone()
+    finally:
+        program.end()
 
 
 @pytest.fixture(autouse=True)

@@ -1,6 +1,5 @@
 """Where the command-line program is looked for, and what the log tells of each place."""
 
-
 import pytest
 
 from support import builds
@@ -13,10 +12,8 @@ KEY = r"HKCU\Software\Google\Chrome\NativeMessagingHosts\com.quenlark.morva.chro
 MISS = ("error", "cli SearchPath miss")
 NO_OPTIONS = ("trace", "cli options (none)")
 NO_REGISTRY = ("trace", "cli registry (none)")
-
-
-def cli_lines(turn):
-    return [line for line in turn.log_lines if line[1].startswith("cli ")]
+FINE = (True, "")
+NOT_FOUND = (False, f"{CLI_NAME} is not on PATH")
 
 
 @pytest.fixture
@@ -69,68 +66,53 @@ def raw_registry(registry, tmp_path):
     return write
 
 
-def missing_alias(alias):
+def looked(panel, timeout=20):
+    """The lines of a turn's look for the program, and how the turn ended."""
+    turn = panel.run_turn(timeout=timeout)
+    return [line for line in turn.log_lines if line[1].startswith("cli ")], turn.done
+
+
+def missing(alias):
     return ("warn", f"cli alias missing {alias[1]}")
 
 
-def test_four_lines_tell_that_there_is_none(start_panel, alias):
-    panel = start_panel()
+def test_each_place_leaves_a_line_and_each_turn_looks_anew(start_panel, cli, alias):
+    path, name = alias
+    panel = start_panel(env=cli.env())
+    cli.path.unlink()
     turn = panel.run_turn()
-    assert cli_lines(turn) == [NO_OPTIONS, NO_REGISTRY, missing_alias(alias), MISS]
+    assert [line for line in turn.log_lines if line[1].startswith("cli ")] == [
+        NO_OPTIONS, NO_REGISTRY, missing(alias), MISS]
     assert turn.log_lines[-1] == ("error", f"{CLI_NAME} is not on PATH")
-    assert turn.done == (False, f"{CLI_NAME} is not on PATH")
-    panel.end()
+    assert turn.done == NOT_FOUND
+    path.mkdir()  # a folder of that name is no program
+    cli.install()
+    assert looked(panel, 30) == ([NO_OPTIONS, NO_REGISTRY, missing(alias),
+                                  ("trace", f"cli SearchPath {seen_by_host(cli.path)}")], FINE)
 
 
 def test_the_alias_goes_before_the_search_path(start_panel, cli, alias):
     path, name = alias
     path.symlink_to(builds.CLI_PROGRAM)
-    panel = start_panel(env=cli.env())
-    turn = panel.run_turn()
-    assert cli_lines(turn) == [NO_OPTIONS, NO_REGISTRY, ("trace", f"cli alias {name}")]
-    assert turn.done == (True, "")
-    panel.end()
-    cli.wait_until_gone()
-
-
-def test_a_folder_of_that_name_is_no_program(start_panel, cli, alias):
-    alias[0].mkdir()
-    panel = start_panel(env=cli.env())
-    turn = panel.run_turn()
-    assert cli_lines(turn) == [
-        NO_OPTIONS, NO_REGISTRY, missing_alias(alias),
-        ("trace", f"cli SearchPath {seen_by_host(cli.path)}")]
-    panel.end()
-    cli.wait_until_gone()
+    assert looked(start_panel(env=cli.env())) == (
+        [NO_OPTIONS, NO_REGISTRY, ("trace", f"cli alias {name}")], FINE)
 
 
 def test_a_folder_on_the_search_path_is_no_program(start_panel, tmp_path, alias):
     (tmp_path / CLI_NAME).mkdir()
     folder = seen_by_host(tmp_path)
     panel = start_panel(env={"WINEPATH": folder} if builds.IS_WINDOWS else {"PATH": folder})
-    turn = panel.run_turn(timeout=30)
-    assert turn.done[0] is False
+    lines, (ok, _) = looked(panel, 30)
+    assert not ok
     if not builds.IS_WINDOWS:  # SearchPathW takes a folder; starting it then fails
-        assert cli_lines(turn)[-1] == MISS
-    panel.end()
+        assert lines[-1] == MISS
 
 
 @pytest.mark.posix_only
 def test_without_a_local_folder_there_is_no_alias(start_panel):
-    panel = start_panel(env={"LOCALAPPDATA": ""})
-    assert cli_lines(panel.run_turn()) == [
-        NO_OPTIONS, NO_REGISTRY, ("warn", "cli alias LocalAppData unavailable"), MISS]
-    panel.end()
-
-
-def test_each_turn_looks_anew(start_panel, cli):
-    panel = start_panel(env=cli.env())
-    cli.path.unlink()
-    assert cli_lines(panel.run_turn())[-1] == MISS
-    cli.install()
-    assert panel.run_turn(timeout=30).done == (True, "")
-    panel.end()
-    cli.wait_until_gone()
+    assert looked(start_panel(env={"LOCALAPPDATA": ""})) == (
+        [NO_OPTIONS, NO_REGISTRY, ("warn", "cli alias LocalAppData unavailable"), MISS],
+        NOT_FOUND)
 
 
 # --- The registry ---
@@ -141,31 +123,19 @@ def test_the_registry_goes_before_the_alias(start_panel, cli, alias, registry):
     path = cli.install()
     registry(path)
     panel = start_panel(env=cli.env(on_path=False))
-    turn = panel.run_turn()
-    assert cli_lines(turn) == [NO_OPTIONS, ("trace", f"cli registry {path}")]
-    assert turn.done == (True, "")
-    panel.end()
-    cli.wait_until_gone()
+    assert looked(panel) == ([NO_OPTIONS, ("trace", f"cli registry {path}")], FINE)
 
 
 @pytest.mark.windows_only
-@pytest.mark.parametrize("value", [
-    "C:\\nowhere\\x.exe", "C:\\windows", "relative.exe", "C:\\grüß\\漢.exe", "\"C:\\quoted.exe\""])
-def test_a_registry_value_that_names_no_file_is_told(start_panel, alias, registry, value):
-    registry(value)
-    panel = start_panel()
-    assert cli_lines(panel.run_turn()) == [
-        NO_OPTIONS, ("warn", f"cli registry missing {value}"), missing_alias(alias), MISS]
-    panel.end()
-
-
-@pytest.mark.windows_only
-@pytest.mark.parametrize("kind", ["REG_EXPAND_SZ", "REG_MULTI_SZ"])
-def test_a_registry_value_of_another_type_is_none(start_panel, cli, alias, registry, kind):
-    registry(cli.install(), kind)
-    panel = start_panel()
-    assert cli_lines(panel.run_turn()) == [NO_OPTIONS, NO_REGISTRY, missing_alias(alias), MISS]
-    panel.end()
+def test_a_registry_value_that_names_no_file_is_told(panel, cli, alias, registry):
+    for value in ("C:\\nowhere\\x.exe", "C:\\windows", "relative.exe", "C:\\grüß\\漢.exe",
+                  '"C:\\quoted.exe"'):
+        registry(value)
+        assert looked(panel) == ([NO_OPTIONS, ("warn", f"cli registry missing {value}"),
+                                  missing(alias), MISS], NOT_FOUND)
+    for kind in ("REG_EXPAND_SZ", "REG_MULTI_SZ"):
+        registry(cli.install() if not cli.path.exists() else seen_by_host(cli.path), kind)
+        assert looked(panel) == ([NO_OPTIONS, NO_REGISTRY, missing(alias), MISS], NOT_FOUND)
 
 
 RAW_VALUES = {
@@ -178,33 +148,14 @@ RAW_VALUES = {
 
 
 @pytest.mark.windows_only
-@pytest.mark.parametrize("name", RAW_VALUES)
-def test_a_registry_value_ends_where_its_text_ends(start_panel, cli, raw_registry, name):
-    path = cli.install()
-    raw_registry(RAW_VALUES[name](path))
-    panel = start_panel(env=cli.env(on_path=False))
-    assert cli_lines(panel.run_turn()) == [NO_OPTIONS, ("trace", f"cli registry {path}")]
-    panel.end()
-    cli.wait_until_gone()
-
-
-@pytest.mark.windows_only
-@pytest.mark.parametrize("size", [65536, 65538, 200_000])
-def test_a_huge_registry_value_does_no_harm(start_panel, raw_registry, size):
-    raw_registry(("x" * (size // 2 - 1) + "\0").encode("utf-16-le"))
-    panel = start_panel()
-    turn = panel.run_turn()
-    level, line = cli_lines(turn)[1]
-    if size <= 65536:
-        assert (level, line) == ("warn", ("cli registry missing " + "x" * 2000)[:1024])
-    else:
-        assert (level, line) == NO_REGISTRY
-    panel.end()
-
-
-@pytest.mark.windows_only
-def test_half_a_character_in_the_registry_does_no_harm(start_panel, raw_registry):
-    raw_registry(b"a\0" b"\x3d\xd8" b"b\0")
-    panel = start_panel()
-    assert cli_lines(panel.run_turn())[1] == ("warn", "cli registry missing a\ufffdb")
-    panel.end()
+def test_a_registry_value_ends_where_its_text_ends(panel, alias, raw_registry):
+    path = "C:\\nowhere\\x.exe"
+    for name, raw in RAW_VALUES.items():
+        raw_registry(raw(path))
+        assert looked(panel)[0][1] == ("warn", f"cli registry missing {path}"), name
+    raw_registry(b"a\0" b"\x3d\xd8" b"b\0")  # half a character
+    assert looked(panel)[0][1] == ("warn", "cli registry missing a\ufffdb")
+    for size in (65536, 65538, 200_000):
+        raw_registry(("x" * (size // 2 - 1) + "\0").encode("utf-16-le"))
+        assert looked(panel)[0][1] == (NO_REGISTRY if size > 65536 else (
+            "warn", ("cli registry missing " + "x" * 2000)[:1024])), size

@@ -1,173 +1,142 @@
-"""The table of kinds: what each is answered with, whatever its arguments are."""
+"""The table of kinds: what each is answered with, in the order of the messages.
+
+Which argument must be of which type is in a table of the unit tests.
+"""
 
 import itertools
 
 import pytest
 
-from support.scripted_agent import ScriptedAgent
+from support.panel_side import ACK
+from support.scripted_agent import ScriptedAgent, agent_event, delta, streams
 
 # Acknowledged, and nothing else happens.
-ACKNOWLEDGED = [
-    "ready", "chatWebState", "requestContext", "hostLog", "getStatus",
-    "", "noSuchKind", "Send", "send ", "stop\0",
-]
-
-# The arguments that each built kind reads.
-ARGUMENTS = {
-    "browserSnapshot": ["kind", "browser"],
-    "getStatus": ["kind"],
-    "noSuchKind": ["kind"],
-    "stop": ["kind"],
-    "providerRpc": ["kind", "method", "rpcId", "id"],
-    "send": ["kind", "prompt", "browser", "chat_session_id", "preset", "context_paths"],
-    "poll": ["x"],
-    "panelClosed": ["x"],
-    "chatSender": ["after", "sender"],
-    "consentReply": ["id", "answer"],
-    "settings": ["section"],
-    "openPathInternal": ["path", "paths"],
-    "openPathFullscreen": ["path", "paths"],
-    "realtimeStart": ["browser", "preset", "chat_session_id", "mic_send", "acquire_timeout_ms"],
-    "realtimePushToTalk": ["held", "latched", "finishInputTurn"],
-    "realtimeStop": ["x"],
-    "speak": ["text"],
-    "contextImportUrl": ["x"],
-    "cliDirGet": ["x"],
-    "cliDirSet": ["dir"],
-    "cliDirApply": ["dir"],
-    "openPathDefault": ["path", "url"],
-    "openUrlDefault": ["kind"],  # every text is handed to the shell
-    "revealPathInExplorer": ["path", "url"],
-    "selectPathInExplorer": ["path", "url"],
-    "openFolderInExplorer": ["path", "url"],
-}
-
-VALUES = {
-    "null": None,
-    "a number": 7,
-    "a negative fraction": -1.5,
-    "a huge number": 1e300,
-    "a string": "text",
-    "an empty string": "",
-    "an array": [1, "two", None],
-    "an object": {"a": 1},
-    "true": True,
-}
-
-GOOD_ARGUMENTS = {"prompt": "hi", "preset": "plain", "method": "noSuchMethod"}
-
-
-@pytest.mark.parametrize("kind", ACKNOWLEDGED)
-def test_is_only_acknowledged(shared_panel, kind):
-    reply = shared_panel.ask(kind, argument=5)
-    del reply["chromeRequestId"]
-    assert reply == {"source": "morva-chat", "kind": "ack", "ok": True}
-
-
-def test_a_provider_method_that_is_not_known_says_so(shared_panel):
-    reply = shared_panel.ask("providerRpc", method="chat.sessions", rpcId=1)
-    assert (reply["kind"], reply["ok"], reply["rpcId"]) == ("hostProviderRpc", False, 1)
-    assert "chat.sessions" in reply["error"]
-
-
-def test_a_message_without_a_kind_is_acknowledged(shared_panel):
-    mark = shared_panel.mark()
-    shared_panel.host.send({"source": "morva-chat", "chromeRequestId": "no kind"})
-    reply = shared_panel.wait_frame(lambda f: f.get("chromeRequestId") == "no kind", mark)
-    assert reply == {
-        "source": "morva-chat", "kind": "ack", "ok": True, "chromeRequestId": "no kind"}
-
-
-def test_a_browser_snapshot_is_acknowledged(shared_panel):
-    assert shared_panel.ask("browserSnapshot", browser={"currentUrl": "https://a/"})["ok"] is True
-
-
-WRONG_TYPES = [
-    (kind, argument, value)
-    for kind, arguments in ARGUMENTS.items()
-    for argument, value in itertools.product(arguments, VALUES)
-]
+ACKNOWLEDGED = ["ready", "chatWebState", "requestContext", "hostLog", "getStatus",
+                "", "noSuchKind", "Send", "send ", "stop\0", None]
 
 
 @pytest.mark.off_protocol("panel")
-@pytest.mark.parametrize("kind,argument,value", WRONG_TYPES)
-def test_an_argument_of_any_type_gets_exactly_one_reply(
-    shared_panel, shared_agent, kind, argument, value
-):
-    message = {"kind": kind, **GOOD_ARGUMENTS, argument: VALUES[value]}
+def test_some_kinds_are_only_acknowledged(shared_panel):
     mark = shared_panel.mark()
-    token = shared_panel.send(**message)
-    reply = shared_panel.wait_frame(lambda f: f.get("chromeRequestId") == token, mark)
-    assert isinstance(reply["ok"], bool)
-    assert reply["ok"] or reply["error"]
-    if message["kind"] == "send" and reply["ok"]:
-        shared_panel.wait_event("agentDone", since=mark)
+    for kind in ACKNOWLEDGED:
+        shared_panel.ask_for_ack(kind, argument=5, text="x", level="error")
+    shared_panel.host.send({"source": "morva-chat"})
+    shared_panel.ask_for_ack("browserSnapshot", browser={"currentUrl": "https://a/"})
+    assert shared_panel.frames_since(mark)[-2] == ACK  # without a kind and without a token
+    assert shared_panel.told(mark) == []
+
+
+@pytest.mark.off_protocol("panel")
+def test_what_cannot_be_read_is_refused_in_the_shape_of_its_replies(shared_panel):
+    mark = shared_panel.mark()
+    error = "[json.exception.type_error.302] type must be string, but is number"
+    for message in ({"kind": 5}, {"kind": "send", "prompt": 5}):
+        reply = shared_panel.ask(**message)
+        del reply["chromeRequestId"]
+        assert reply == {**ACK, "ok": False, "error": error}
+    reply = shared_panel.ask("providerRpc", method=5, rpcId=1)
+    assert (reply["kind"], reply["ok"], reply["rpcId"], reply["error"]) == (
+        "hostProviderRpc", False, 1, error)
+    for keys in ({}, {"prompt": ""}, {"prompt": None}):
+        reply = shared_panel.ask("send", **keys)
+        del reply["chromeRequestId"]
+        assert reply == {**ACK, "kind": "error", "ok": False, "error": "empty prompt"}
     shared_panel.prove_alive()
-    frames = shared_panel.frames_since(mark)
-    assert len([f for f in frames if f.get("chromeRequestId") == token]) == 1
-    done = [m for m, _ in shared_panel.events_since(mark) if m == "agentDone"]
-    assert len(done) == (1 if message["kind"] == "send" and reply["ok"] else 0)
+    assert shared_panel.told(mark) == []  # no turn has begun
 
 
-NO_TEXTS = [name for name, value in VALUES.items() if not isinstance(value, (str, type(None)))]
-
-
-@pytest.mark.off_protocol("panel")
-@pytest.mark.parametrize("value", NO_TEXTS)
-@pytest.mark.parametrize("kind", ["kind", "prompt"])
-def test_a_text_of_another_type_is_refused_with_the_librarys_text(shared_panel, kind, value):
-    message = {"kind": "send", "prompt": "hi", kind: VALUES[value]}
-    reply = shared_panel.ask(**message)
-    del reply["chromeRequestId"]
-    types = {int: "number", float: "number", list: "array", dict: "object", bool: "boolean"}
-    assert reply == {
-        "source": "morva-chat",
-        "kind": "ack",
-        "ok": False,
-        "error": "[json.exception.type_error.302] type must be string, but is "
-                 + types[type(VALUES[value])],
-    }
-
-
-@pytest.mark.off_protocol("panel")
-@pytest.mark.parametrize("prompt", ["", None, "missing"])
-def test_an_empty_prompt_is_an_error_and_starts_nothing(shared_panel, prompt):
-    mark = shared_panel.mark()
-    keys = {} if prompt == "missing" else {"prompt": prompt}
-    reply = shared_panel.ask("send", **keys)
-    del reply["chromeRequestId"]
-    assert reply == {
-        "source": "morva-chat", "kind": "error", "ok": False, "error": "empty prompt"}
-    shared_panel.prove_alive()
-    assert shared_panel.events_since(mark) == []
-
-
-def test_stop_without_a_known_agent_asks_nobody(start_panel):
+def test_stop_without_a_known_agent_asks_nobody(panel):
     with ScriptedAgent(port=8091) as agent:
-        panel = start_panel()
-        assert panel.ask("stop")["ok"] is True
+        panel.ask_for_ack("stop")
         assert agent.exchanges == []
-        panel.end()
 
 
-def test_replies_come_in_the_order_of_the_messages(shared_panel):
-    mark = shared_panel.mark()
+def test_replies_come_one_each_in_the_order_of_the_messages(panel):
+    """Also those to messages that have arrived when the input ends."""
     kinds = ["getStatus", "poll", "browserSnapshot", "stop", "noSuchKind", "providerRpc"]
-    tokens = [shared_panel.send(kind) for _, kind in itertools.product(range(20), kinds)]
-    shared_panel.wait_frame(lambda f: f.get("chromeRequestId") == tokens[-1], mark)
-    frames = shared_panel.frames_since(mark)
-    assert [f["chromeRequestId"] for f in frames if "chromeRequestId" in f] == tokens
-
-
-def test_a_burst_followed_by_the_end_of_input_still_gets_its_replies(panel):
-    mark = panel.mark()
-    tokens = [panel.send("getStatus") for _ in range(500)]
+    tokens = [panel.send(kind) for _, kind in itertools.product(range(200), kinds)]
+    panel.wait_frame(lambda f: f.get("chromeRequestId") == tokens[-1], timeout=60)
+    tokens += [panel.send("getStatus") for _ in range(500)]
     panel.end(alive=False)
-    assert [f.get("chromeRequestId") for f in panel.frames_since(mark)] == tokens
+    assert [f["chromeRequestId"] for f in panel.frames_since(0) if "chromeRequestId" in f] == tokens
 
 
-def test_two_thousand_messages_are_answered_one_each(shared_panel):
+# --- Frames that the browser would not take ---
+
+LIMIT = 1_048_576
+BIG = 1_200_000
+OVERSIZED = agent_event("consent", payload="x" * BIG)
+
+
+def largest(panel, mark):
+    return max(len(body) for body in panel.host.bodies[mark:])
+
+
+@pytest.mark.parametrize("text", ["x" + "é" * (BIG // 2), "\x01" * (BIG // 4)],
+                         ids=["an odd start", "growing sixfold"])
+def test_long_texts_are_split_between_characters(shared_panel, shared_agent, text):
+    shared_agent.turn(streams(delta(text), agent_event("thinking", text=text), agent_event(
+        "tool_file_progress", id="r", chunk=text, stream="stderr")))
     mark = shared_panel.mark()
-    tokens = [shared_panel.send("getStatus") for _ in range(2000)]
-    shared_panel.wait_frame(lambda f: f.get("chromeRequestId") == tokens[-1], mark, timeout=60)
-    assert [f.get("chromeRequestId") for f in shared_panel.frames_since(mark)] == tokens
+    turn = shared_panel.run_turn(timeout=40)
+    assert largest(shared_panel, mark) <= LIMIT
+    deltas = [args[0] for args in turn.args_of("appendAssistantDelta")]
+    assert len(deltas) > 1
+    assert "".join(piece["delta"] for piece in deltas) == text
+    assert [piece["seq"] for piece in deltas] == list(range(1, len(deltas) + 1))
+    assert "".join(a[0]["text"] for a in turn.args_of("appendThinking")) == text
+    chunks = turn.args_of("appendRunChunk")
+    assert "".join(chunk for _, chunk, _ in chunks) == text
+    assert {(run, stream) for run, _, stream in chunks} == {("r", "stderr")}
+    assert turn.done == (True, "")
+
+
+def test_any_other_event_that_is_too_large_becomes_an_error_line(shared_panel, shared_agent):
+    shared_agent.turn(streams(OVERSIZED, *[delta("x" * 100_000)] * 20))
+    mark = shared_panel.mark()
+    turn = shared_panel.run_turn(timeout=40)
+    assert largest(shared_panel, mark) <= LIMIT
+    assert turn.done == (True, "") and turn.text is None
+    lines = [line for (line,) in turn.args_of("appendText")]
+    for line, method in zip(lines, ("consentRequest", "completeAssistantText"), strict=True):
+        assert line["role"] == "error"
+        assert line["text"].startswith(f"event {method} left out: too large for the browser (")
+
+
+@pytest.mark.off_protocol("panel")
+def test_a_reply_that_is_too_large_becomes_a_refusal(shared_panel):
+    empty = len('{"chromeRequestId":"","kind":"ack","ok":true,"source":"morva-chat"}')
+    for size, fits in ((LIMIT - empty, True), (LIMIT - empty + 1, False), (BIG, False)):
+        mark = shared_panel.mark()
+        shared_panel.send("getStatus", chromeRequestId="x" * size)
+        reply = shared_panel.wait_frame(lambda f: f.get("kind") == "ack", mark)
+        assert (reply["ok"], largest(shared_panel, mark) == LIMIT) == (fits, fits)
+        if not fits:
+            assert reply["error"].startswith("reply too large for the browser (")
+            assert "chromeRequestId" not in reply
+    reply = shared_panel.ask("providerRpc", method="m", rpcId=5, id="x" * BIG)
+    assert (reply["kind"], reply["ok"], reply["rpcId"]) == ("hostProviderRpc", False, 5)
+    assert "id" not in reply
+    assert reply["error"].startswith("reply too large for the browser (")
+
+
+@pytest.mark.parametrize("args", [
+    [], ["chrome-extension:/x"], ["https://a/"], ["--parent-window=0", "chrome-extension://x/"],
+    ["Chrome-extension://x/"], [""]])
+def test_only_an_origin_as_first_argument_means_a_browser(start_panel, args):
+    panel = start_panel(args=args)
+    panel.send("getStatus", chromeRequestId="x" * BIG)
+    assert panel.wait_frame(lambda f: f.get("kind") == "ack")["ok"] is True
+
+
+def test_without_a_browser_nothing_is_split(start_panel, shared_agent):
+    panel = start_panel(args=[])
+    shared_agent.turn(streams(
+        delta("é" * BIG), agent_event("thinking", text="x" * BIG),
+        agent_event("tool_file_progress", id="r", chunk="y" * BIG), OVERSIZED))
+    turn = panel.run_turn(timeout=40)
+    assert [args[0]["delta"] for args in turn.args_of("appendAssistantDelta")] == ["é" * BIG]
+    assert [len(args[0]["text"]) for args in turn.args_of("appendThinking")] == [BIG]
+    assert [len(args[1]) for args in turn.args_of("appendRunChunk")] == [BIG]
+    assert len(turn.args_of("consentRequest")[0][0]["payload"]) == BIG
+    assert turn.text == "é" * BIG

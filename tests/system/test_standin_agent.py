@@ -23,52 +23,38 @@ FAULTS = {
 }
 
 
-def one_turn(start_panel, *arguments):
-    with StandInProcess(["--port", "8090", *arguments]):
-        panel = start_panel()
-        turn = panel.run_turn("hello there", preset="", timeout=60)
-        panel.end()
-    return turn
+def test_a_scenario_is_a_good_turn(panel):
+    with StandInProcess(["--port", "8090"]):
+        for name in SCENARIOS:
+            turn = panel.run_turn(f"/scenario {name} hello there", preset="", timeout=60)
+            assert turn.done == (True, ""), name
+            deltas = "".join(args[0]["delta"] for args in turn.args_of("appendAssistantDelta"))
+            assert turn.text == deltas and deltas, name
 
 
-@pytest.mark.parametrize("name", SCENARIOS)
-def test_a_scenario_is_a_good_turn(start_panel, name):
-    turn = one_turn(start_panel, "--scenario", name)
-    assert turn.done == (True, "")
-    deltas = "".join(args[0]["delta"] for args in turn.args_of("appendAssistantDelta"))
-    assert turn.text == deltas and deltas
+@pytest.mark.parametrize("name", [*FAULTS, "drop"])
+def test_a_fault_ends_the_turn_with_its_reason(shared_panel, name):
+    with StandInProcess(["--port", "8090", "--fault", name]):
+        mark = shared_panel.start_turn(preset="", until=None)
+        ((ok, error),) = shared_panel.wait_ends(mark).values()
+        if name != "drop":
+            assert (ok, FAULTS[name][1]) == (FAULTS[name][0], error[:len(FAULTS[name][1])])
 
 
-@pytest.mark.parametrize("name", FAULTS)
-def test_a_fault_ends_the_turn_with_its_reason(start_panel, name):
-    ok, error = FAULTS[name]
-    turn = one_turn(start_panel, "--fault", name)
-    assert turn.done[0] is ok and turn.done[1].startswith(error), turn.done
-
-
-def test_a_dropped_stream_ends_once(start_panel):
-    assert len(one_turn(start_panel, "--fault", "drop").args_of("agentDone")) == 1
-
-
-def test_a_consent_question_is_shown_and_a_stop_ends_it(start_panel):
+def test_a_consent_question_is_shown_and_a_stop_ends_it(panel):
     with StandInProcess(["--port", "8090", "--scenario", "consent"]):
-        panel = start_panel()
         mark = panel.mark()
-        panel.send("send", prompt="hi")
+        panel.start_turn(preset="")
         (question,) = panel.wait_event("consentRequest", since=mark)
         assert not {"object", "type", "model"} & set(question)
-        assert panel.ask("stop")["ok"] is True
-        assert panel.wait_event("agentDone", since=mark)[1:] == [False, "cancelled"]
-        panel.end()
+        panel.ask_for_ack("stop")
+        assert panel.finish_turn(mark).done == (False, "cancelled")
 
 
-def test_tokens_come_one_by_one_when_the_agent_is_slow(start_panel):
+def test_tokens_come_one_by_one_when_the_agent_is_slow(panel):
     with StandInProcess(["--port", "8090", "--scenario", "long", "--tokens-per-second", "200"]):
-        panel = start_panel()
-        mark = panel.mark()
-        panel.send("send", prompt="hi")
+        mark = panel.start_turn(preset="")
         for seq in range(1, 31):
             panel.wait_event("appendAssistantDelta", lambda a, n=seq: a[0]["seq"] == n, mark)
-        panel.ask("stop")
-        panel.wait_event("agentDone", since=mark, timeout=20 * builds.SLOWER)
-        panel.end()
+        panel.ask_for_ack("stop")
+        panel.wait_ends(mark, timeout=20 * builds.SLOWER)

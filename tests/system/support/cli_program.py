@@ -87,7 +87,7 @@ class CliProgram:
             time.sleep(0.01)
 
     def end(self):
-        """Ends what a test left running, which is not in order but must not disturb the next."""
+        """Ends what is left running, which must not disturb the next test."""
         left = self.running()
         for process in left:
             process.kill()

@@ -198,6 +198,7 @@ const VerdictCase verdictCases[] = {
     {{"200 OK", R"({"ok":false,"error":"no such thing"})"}, false, "no such thing"},
     {{"200 OK", R"({"ok":false})"}, false, nullptr},
     {{"200 OK", ""}, false, nullptr},
+    {{"200 OK", "{"}, false, nullptr},
     {{"500 No", R"({"ok":true})"}, false, nullptr},
     {{"500 No", R"({"ok":false,"error":"e"})"}, false, "e"},
     {{"", ""}, false, nullptr},

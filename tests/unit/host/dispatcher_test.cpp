@@ -2,14 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "agent/agent_state.h"
 #include "browser_tools/browser_context.h"
+#include "platform/clock.h"
 #include "support/captured_output.h"
+#include "support/idle_child.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -68,6 +72,31 @@ TEST(HandleMessage, StopStopsTheTurnsDispatchedBefore) {
   (void)handleMessage({{"kind", "stop"}});
   EXPECT_TRUE(turn.stopped());
   EXPECT_FALSE(RunningTurn().stopped());
+}
+
+using KindAndActivity = std::pair<std::string, bool>;
+
+class Activity : public testing::TestWithParam<KindAndActivity> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, Activity,
+    testing::Values(KindAndActivity{"poll", false}, KindAndActivity{"ready", false},
+                    KindAndActivity{"chatWebState", false},
+                    KindAndActivity{"requestContext", false}, KindAndActivity{"hostLog", false},
+                    KindAndActivity{"getStatus", false}, KindAndActivity{"browserSnapshot", true},
+                    KindAndActivity{"send", true}, KindAndActivity{"speak", true},
+                    KindAndActivity{"noSuchKind", true}),
+    [](const auto& info) { return info.param.first; });
+
+// The clock of the looks is 200 s late: whatever happens now is activity after all of them.
+TEST_P(Activity, KeepsTheAgentFromBeingIdle) {
+  const std::uint64_t serial = adoptOwnedAgent(idleChild(), 8090);
+  const std::uint64_t start = tickCountMs() - 200'000;
+  for (std::uint64_t at = 0; at < 60'000; at += 5000) EXPECT_FALSE(stopIdleAgent(start + at));
+  const auto& [kind, isActivity] = GetParam();
+  (void)handleMessage({{"kind", kind}});
+  EXPECT_EQ(stopIdleAgent(start + 60'000), !isActivity);
+  stopOwnedAgent(serial);
 }
 
 // A wrong type fails the message in the reply's own kind, with the token of the request.
