@@ -114,7 +114,8 @@ class Channel {
     return false;
   }
 
-  // Gives the next read or write its time: that of a step, or what is left. False when none is.
+  // Sets the time-out of the next read or write: that of a step, or what is left. False when
+  // nothing is left.
   bool limitNextStep() {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - SteadyClock::now());
     if (left <= std::chrono::milliseconds::zero()) return false;

@@ -17,8 +17,8 @@ namespace media::win::chrome_inspect {
 bool commandRun(const nlohmann::json& request, nlohmann::json& reply, std::string& error);
 bool cmdIpcExchange(const nlohmann::json& message, nlohmann::json& reply, std::string& error);
 
-// The proof for a challenge: SHA-256 of nonce and token, both given and decoded from hexadecimal,
-// in hexadecimal. Empty when either is not hexadecimal, or is empty.
+// The proof for a challenge: SHA-256 of nonce and token, both decoded from hexadecimal, as
+// hexadecimal digits. Empty when either is not hexadecimal, or is empty.
 std::string cmdIpcProof(std::string_view nonce, std::string_view token);
 
 }  // namespace media::win::chrome_inspect

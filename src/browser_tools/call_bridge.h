@@ -6,7 +6,7 @@
 namespace media::win::chrome_inspect {
 
 // Has the extension run one browser tool: checks the call {"name", "arguments"}, relays it, waits
-// up to 25 s for the answer, screens and compacts what came of the page. Gives the result for the
+// up to 25 s for the answer, screens and compacts what came of the page. Returns the result for the
 // agent; a failure is {"error", "ok": false, "tool"}. Never throws for what the agent or the
 // extension sent. Threads: any number at once.
 nlohmann::json callBrowserTool(const nlohmann::json& request);

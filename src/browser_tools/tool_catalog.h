@@ -5,7 +5,7 @@
 
 namespace media::win::chrome_inspect {
 
-// The document that tells the agent which browser tools there are; always the same.
+// The document that lists the browser tools for the agent; always the same.
 nlohmann::json agentToolCatalog();
 
 // One entry of it, with parameters that are left open: the descriptions steer the agent, and calls

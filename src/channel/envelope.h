@@ -28,7 +28,7 @@ nlohmann::json providerRpcReply(const nlohmann::json& request, bool ok, nlohmann
 // goes out as a not-ok reply of the same kind that says so.
 void sendReply(const nlohmann::json& request, nlohmann::json reply);
 
-// Tells the panel in what state the agent is, for example "connected".
+// Sends the panel the state of the agent, for example "connected". May block on standard output.
 void sendHostStatus(std::string_view agentText);
 
 // The answer to a client of the inspect pipe that could not be served. `requestId` empty:

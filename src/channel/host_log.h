@@ -12,7 +12,7 @@
 namespace media::win::chrome_inspect {
 
 inline constexpr std::size_t maxLogTextBytes = 1024;   // a longer line is cut to that
-inline constexpr std::size_t maxQueuedLogLines = 800;  // then the oldest give way
+inline constexpr std::size_t maxQueuedLogLines = 800;  // then the oldest are dropped
 inline constexpr std::size_t droppedLogLines = 200;    // so many at a time
 inline constexpr std::size_t logLinesThatSend = 20;
 inline constexpr std::size_t maxLogLinesPerBatch = 40;

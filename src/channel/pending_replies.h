@@ -16,7 +16,7 @@ namespace media::win::chrome_inspect {
 inline constexpr std::string_view ownRequestPrefix = "cht-";
 
 // Other answers that nobody has asked for are kept, up to so many and so many bytes of frames; then
-// the oldest give way.
+// the oldest are dropped.
 inline constexpr std::size_t maxUnclaimedReplies = 256;
 inline constexpr std::size_t maxUnclaimedBytes = 64 * 1024 * 1024;
 

@@ -2,9 +2,9 @@
 
 namespace media::win::chrome_inspect {
 
-// Has whatever depends on the agent follow it: an agent that answers is told of our tools, the
-// panel of the agent, and its chat events are forwarded until it is gone. Called once, before any
-// thread starts.
+// Sets the agent listener. For an agent that answers it registers our tools with the agent, sends
+// the state "connected" to the panel and forwards the agent's chat events; for one that was stopped
+// it ends the forwarding and sends "disconnected". Called once, before any thread starts.
 void followAgent();
 
 }  // namespace media::win::chrome_inspect

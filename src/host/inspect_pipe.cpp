@@ -32,7 +32,7 @@ json relay(const json& request, std::uint32_t replyMs) {
     return pipeErrorReply(id, "EXTENSION_UNAVAILABLE", "Chrome extension channel is unavailable");
   }
   json reply = pipeErrorReply(id, "TIMEOUT", "Extension did not respond in time");
-  // An answer to a request without an id could not be told from others: nobody waits for it.
+  // An answer to a request without an id could not be recognised: nobody waits for it.
   if (!id.empty()) (void)waitForReply(id, replyMs, reply);
   return reply;
 }
@@ -50,7 +50,8 @@ Answer answerTo(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settin
           settings.refusalMs};
 }
 
-// Whatever a request makes of us, memory that runs out above all, its client hears of it.
+// The client gets an answer also when its request makes something throw, such as memory that runs
+// out.
 Answer answerOrRefuse(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settings) {
   try {
     return answerTo(pipe, watchdog, settings);

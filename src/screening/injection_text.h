@@ -15,7 +15,7 @@ struct InjectionVerdict {
   bool detected = false;
 };
 
-// Judges a text by fixed phrases, ASCII letter case aside: does it tell the agent to ignore its
+// Judges a text by fixed phrases, ASCII letter case aside: does it ask the agent to ignore its
 // instructions, to pipe a download into a shell, to download and run something, or to send
 // credentials away? It finds what is written plainly, no more. Linear in the text; threads: any.
 InjectionVerdict classifyInjectionText(std::string_view text);

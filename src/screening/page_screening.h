@@ -18,7 +18,7 @@ inline constexpr std::size_t maxGatheredText = 200000;
 InjectionVerdict screenPageModel(const nlohmann::json& page);
 
 // Blanks the fields of `page` that alone are reason enough, and writes the verdict into it together
-// with an error that tells the agent to stop.
+// with an error that asks the agent to stop.
 void markPageModelFlagged(nlohmann::json& page, const InjectionVerdict& verdict);
 
 // The two walks: collecting the text, one field a line, and blanking fields.

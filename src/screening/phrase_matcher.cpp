@@ -47,7 +47,7 @@ void PhraseMatcher::addPhrase(const Phrase& phrase) {
 }
 
 // Completes the moves of each state, in order of depth, by those of its longest proper suffix that
-// is a state too, and gives it that suffix's groups.
+// is a state too, and adds that suffix's groups to it.
 void PhraseMatcher::linkStates() {
   std::vector<std::uint32_t> suffix(groups_.size(), 0);
   std::deque<std::uint32_t> order = {0};

@@ -4,15 +4,15 @@
 #include <string_view>
 #include <vector>
 
-// The file that tells a browser which program a native-messaging host is and which extensions may
-// start it (developer.chrome.com, "Native messaging", host manifest).
+// The file in which a browser reads which program a native-messaging host is and which extensions
+// may start it (developer.chrome.com, "Native messaging", host manifest).
 namespace media::win::chrome_inspect {
 
 // Where a program's manifest lies: beside it.
 std::wstring manifestPathFor(const std::wstring& program);
 
 // The manifest for the program with this full path, for the assistant's extension and those with
-// `moreExtensionIds`. The same arguments always give the same bytes.
+// `moreExtensionIds`. The same arguments always make the same bytes.
 std::string manifestText(const std::wstring& program,
                          const std::vector<std::string>& moreExtensionIds);
 

@@ -20,7 +20,8 @@ constexpr auto headLimit = std::chrono::seconds(10);
 constexpr auto requestLimit = std::chrono::seconds(60);
 constexpr auto answerLimit = std::chrono::seconds(60);
 
-// Given to the system at once: what must leave within one step's time-out, however slow the peer.
+// Handed to the system in one call: what must leave within one step's time-out, however slow the
+// peer.
 constexpr std::size_t sendPieceBytes = 262144;
 
 // Up to here copying a body behind its header costs less than one more packet.

@@ -34,7 +34,7 @@ struct ConnectionThreads::State {
   void serve(const OwnedSocket& connection) const {
     try {
       handler(connection);
-    } catch (...) {  // one connection's failure, which its peer sees; the place is given back
+    } catch (...) {  // one connection's failure, which its peer sees; its place is freed
     }
   }
 

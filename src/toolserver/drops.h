@@ -19,8 +19,9 @@ inline constexpr const wchar_t* dropsFolderName = L"chat-paste";
 bool isRecentDrop(std::int64_t ageMs);
 
 // Keeps the bytes of a pasted or dropped file as a new file in the "chat-paste" folder below the
-// host's data folder, deleting files there that are older than a day. Gives {"ok":true,"path":...}
-// or {"ok":false,"error":...}. `nameHint` is meant to be UTF-8. Threads: any.
+// host's data folder, deleting files there that are older than a day. Returns
+// {"ok":true,"path":...} or {"ok":false,"error":...}. `nameHint` is meant to be UTF-8. Threads:
+// any.
 nlohmann::json saveDroppedFile(std::string_view nameHint, const std::string& body);
 
 // The part of a name hint that is kept: the last path component without control characters and

@@ -93,8 +93,9 @@ struct BodySize {
   std::size_t limit = 0;
 };
 
-// Reads the rest of a body of which `arrived` bytes are there already and gives each piece, which
-// may reach beyond the body's end, to `take`. What comes behind the body counts for the limit.
+// Reads the rest of a body of which `arrived` bytes are there already and hands on each piece,
+// which may reach beyond the body's end, to `take`. What comes behind the body counts for the
+// limit.
 template <class Take>
 bool readBody(const ReceiveBytes& receive, std::size_t arrived, BodySize size, const Take& take) {
   std::array<char, readSize> piece{};

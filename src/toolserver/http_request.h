@@ -35,12 +35,12 @@ bool readHttpRequest(const ReceiveBytes& receive,
                      const std::function<bool(const HttpRequest&)>& wantsBody,
                      HttpRequest& request);
 
-// The value of the first header line whose name is `lowerName` (given in lower case), leading
+// The value of the first header line whose name is `lowerName` (in lower case), leading
 // blanks skipped, or an empty text. `headBlock` is the request line and the header lines.
 std::string_view headerValue(std::string_view headBlock, std::string_view lowerName);
 
 // The announced length of the body, 0 when none is. `ok` is false, and the result -1, for a length
-// that is malformed or given twice, a transfer coding, a folded line or a NUL byte in the block.
+// that is malformed or there twice, a transfer coding, a folded line or a NUL byte in the block.
 std::int32_t contentLengthOf(std::string_view headBlock, bool& ok);
 
 }  // namespace media::win::chrome_inspect

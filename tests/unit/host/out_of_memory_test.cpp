@@ -47,7 +47,7 @@ TEST(OutOfMemory, ParsingNeverThrows) {
 }
 
 // Calls `use` as failEachAllocation does and catches what the callers of the product's functions
-// catch. Gives the frames of each call.
+// catch. Returns the frames of each call.
 template <class Use>
 std::vector<CapturedOutput::Frames> framesOfEachCall(const Use& use) {
   std::vector<CapturedOutput::Frames> calls;

@@ -30,12 +30,12 @@ class CapturedOutput {
   void closeReader();
   // Takes one byte of what was written to a stalled one, waiting for it.
   void waitForFirstByte();
-  // Waits until the frames so far are enough, at most 30 s, and gives their bodies.
+  // Waits until the frames so far are enough, at most 30 s, and returns their bodies.
   using Frames = std::vector<std::string>;
   Frames waitUntil(const std::function<bool(const Frames&)>& enough);
   // Waits until `count` frames have come.
   Frames waitFor(std::size_t count);
-  // Puts the old standard output back and gives the bodies of all frames.
+  // Puts the old standard output back and returns the bodies of all frames.
   Frames finish();
 
  private:

@@ -16,7 +16,7 @@ class FailingNew {
 };
 
 // Calls `use` again and again, each time with the next allocation failing, until it runs through.
-// Gives how many failures there were.
+// Returns how many failures there were.
 template <class Use>
 long failEachAllocation(const Use& use) {
   for (long number = 0;; ++number) {

@@ -30,7 +30,7 @@ extern const Phrases shellPhrases;
 // Every list.
 std::vector<const Phrases*> allPhraseLists();
 
-// A text of up to `maxPieces` phrases and ordinary words, in any letter case; `next` gives random
+// A text of up to `maxPieces` phrases and ordinary words, in any letter case; `next` returns random
 // numbers.
 template <class Next>
 std::string madeOfPhrases(Next& next, std::size_t maxPieces) {

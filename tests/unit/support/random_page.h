@@ -8,7 +8,7 @@
 namespace media::win::chrome_inspect {
 
 // Makes up results of browser tools as an extension might send them, well formed or not. The same
-// numbers give the same pages. `Next` is called for random numbers; nothing but zeros would never
+// numbers make the same pages. `Next` is called for random numbers; nothing but zeros would never
 // come to an end, nothing but ones makes small pages.
 class RandomPage {
  public:
@@ -16,7 +16,7 @@ class RandomPage {
   RandomPage(Next next, void* source) : next_(next), source_(source) {}
 
   // A result of one of the tools. When `wellFormed`, every member has the type that the extension
-  // gives it; else any part may be anything.
+  // uses; else any part may be anything.
   nlohmann::json result(bool wellFormed);
   // The text that every "pageText" holds, so that a test finds it wherever it got to.
   static constexpr std::string_view pageText = "the text of the page";

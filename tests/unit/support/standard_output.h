@@ -4,7 +4,8 @@
 
 namespace media::win::chrome_inspect {
 
-// Makes `stream` the process's standard output; the caller goes on owning it. Gives what was it.
+// Makes `stream` the process's standard output; the caller goes on owning it. Returns what it was
+// before.
 StreamId replaceStandardOutput(StreamId stream);
 void restoreStandardOutput(StreamId old);
 
