@@ -1,7 +1,9 @@
-"""What is said about failed tests."""
+"""How results are counted, and what is said about failed tests."""
 
 import sys
 from pathlib import Path
+
+import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent))
 import run_tests  # noqa: E402
@@ -13,20 +15,42 @@ JUNIT = """<testsuites><testsuite tests="4">
 <testcase classname="b" name="breaks"><error message="m">raised</error></testcase>
 <testcase classname="b" name="waits"><skipped/></testcase>
 </testsuite></testsuites>"""
+GOOD = '<testsuite><testcase classname="a" name="passes"/></testsuite>'
 
 
-def finished(tmp_path, monkeypatch, xml, log):
+@pytest.fixture
+def finished(tmp_path, monkeypatch):
+    """finished(xml, log, exit_code): a suite that ended so, judged."""
     monkeypatch.setattr(run_tests, "ROOT", tmp_path)
     monkeypatch.setattr(run_tests, "RESULTS", tmp_path)
-    suite = run_tests.Suite("unit x", [])
-    suite.log.write_text(log)
-    if xml:
-        suite.xml.write_text(xml)
-    return suite
+
+    def finish(xml, log="", exit_code=1):
+        suite = run_tests.Suite("unit x", [])
+        suite.log.write_text(log)
+        if xml:
+            suite.xml.write_text(xml)
+        run_tests.judge(suite, exit_code)
+        return suite
+
+    return finish
 
 
-def test_each_failed_test_is_shown_with_what_it_said(tmp_path, monkeypatch, capsys):
-    run_tests.print_failures(finished(tmp_path, monkeypatch, JUNIT, "whole log"))
+@pytest.mark.parametrize("xml, exit_code, wanted, problem", [
+    (JUNIT, 1, "1 passed, 2 failed, 1 skipped", ""),
+    (GOOD, 0, "1 passed, 0 failed", ""),
+    (GOOD, 3, "1 passed, 1 failed", "exit code 3"),
+    ("<testsuite/>", 0, "0 passed, 1 failed", "ran no test"),
+    (GOOD[:-5], 0, "0 passed, 1 failed", "no results"),
+    (None, 0, "0 passed, 1 failed", "no results"),
+])
+def test_a_suite_that_shows_no_success_counts_as_failed(finished, xml, exit_code, wanted, problem):
+    suite = finished(xml, exit_code=exit_code)
+    assert run_tests.summary(suite.counts) == wanted
+    assert suite.problem.startswith(problem) and bool(suite.problem) == bool(problem)
+
+
+def test_each_failed_test_is_shown_with_what_it_said(finished, capsys):
+    run_tests.print_failures(finished(JUNIT, "whole log"))
     shown = capsys.readouterr().out
     assert "-- a fails:\n" in shown and "   | one < two\n" in shown
     assert "-- b breaks:\n   | raised\n" in shown
@@ -34,9 +58,8 @@ def test_each_failed_test_is_shown_with_what_it_said(tmp_path, monkeypatch, caps
         assert other not in shown
 
 
-def test_without_results_the_end_of_the_log_is_shown(tmp_path, monkeypatch, capsys):
-    log = "".join(f"line {number}\n" for number in range(100))
-    run_tests.print_failures(finished(tmp_path, monkeypatch, None, log))
+def test_without_results_the_end_of_the_log_is_shown(finished, capsys):
+    run_tests.print_failures(finished(None, "".join(f"line {n}\n" for n in range(100))))
     shown = capsys.readouterr().out
     assert shown.startswith("-- unit-x.log:\n   | line 40\n")
     assert shown.endswith("   | line 99\n")
