@@ -32,15 +32,3 @@ def test_a_hostile_page_is_flagged_and_redacted(panel, tools, site, picture):
     assert panel.answer.startswith("Flagged: instruction_override. Element d")
     assert "reads: [redacted: prompt-injection content removed]. " in panel.answer
     assert "evil.example" not in panel.answer
-
-
-def test_what_the_agent_gets_of_a_hostile_page(tools, site):
-    tools.goto(f"{site.url}/reviews.html")
-    result = tools.call("read")
-    assert result["prompt_injection_detected"] is True
-    assert result["prompt_injection_kind"] == "instruction_override"
-    assert result["error"].startswith("Prompt injection detected in page content (page content ")
-    names = [item["name"] for item in result["data"]["items"]]
-    assert "[redacted: prompt-injection content removed]" in names
-    assert "Save the review" in names
-    assert not any("curl" in name for name in names)

@@ -5,6 +5,8 @@ import json
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
 
+from support.panel_turns import whole_turn
+
 
 def test_the_panel_connects_and_its_message_is_acknowledged(panel):
     assert panel.link_text == "Connected"
@@ -26,9 +28,8 @@ def test_a_turn_streams_its_text_in_order_and_shows_its_usage(panel, agent):
       }).observe(document.getElementById('chat'), {subtree: true, childList: true});
     """)
     agent.set(tokens_per_second=100)
-    before = panel.turns_over
-    panel.type("Tell me something")
-    panel.wait_for(lambda: panel.turns_over > before, "the turn did not end")
+    with whole_turn(panel):
+        panel.type("Tell me something")
 
     wanted = ("Hello! This is the stand-in agent. You said: Tell me something\n\n"
               "Every word of this answer came as an event of its own.")
@@ -56,12 +57,11 @@ def test_characters_of_every_length_arrive_whole(panel):
 
 def test_escape_stops_an_answer_in_mid_stream(panel, agent):
     agent.set(tokens_per_second=30)
-    before = panel.turns_over
-    panel.type("/scenario long 5000")
-    panel.wait_for(lambda: panel.answer.count(" ") > 3, "no answer")
-    assert panel.busy
-    ActionChains(panel.driver).send_keys(Keys.ESCAPE).perform()
-    panel.wait_for(lambda: panel.turns_over > before, "the turn did not end")
+    with whole_turn(panel):
+        panel.type("/scenario long 5000")
+        panel.wait_for(lambda: panel.answer.count(" ") > 3, "no answer")
+        assert panel.busy
+        ActionChains(panel.driver).send_keys(Keys.ESCAPE).perform()
 
     assert not panel.busy and not panel.rows_of("error")
     assert panel.rows[-1].text == "Stopped."
@@ -75,27 +75,20 @@ def test_escape_stops_an_answer_in_mid_stream(panel, agent):
     assert "and again" in panel.answer
 
 
-def ask_for_consent(panel):
-    panel.send("/scenario consent")
-    card = panel.wait_for_question()
-    assert card.text.startswith("Delete 3 files?\nrm report-1 report-2 report-3")
-    return panel.turns_over
+def test_consent_is_given_with_the_mouse_and_refused_with_the_keyboard(panel):
+    def refuse():
+        ActionChains(panel.driver).key_down(Keys.ALT).send_keys("n").key_up(Keys.ALT).perform()
 
-
-def test_consent_is_given_with_the_mouse(panel):
-    before = ask_for_consent(panel)
-    panel.allow()
-    panel.wait_for(lambda: panel.turns_over > before, "the turn did not end")
-    assert panel.answer == "That needs your consent. Thank you, done."
-    assert panel.rows_of("consent")[0].text.endswith("Allowed.")
-
-
-def test_consent_is_refused_with_the_keyboard(panel):
-    before = ask_for_consent(panel)
-    ActionChains(panel.driver).key_down(Keys.ALT).send_keys("n").key_up(Keys.ALT).perform()
-    panel.wait_for(lambda: panel.turns_over > before, "the turn did not end")
-    assert panel.answer == "That needs your consent. Then I leave them."
-    assert panel.rows_of("consent")[0].text.endswith("Not allowed.")
+    for act, answer, decision in ((panel.allow, "Thank you, done.", "Allowed."),
+                                  (refuse, "Then I leave them.", "Not allowed.")):
+        panel.new_chat()
+        with whole_turn(panel):
+            panel.send("/scenario consent")
+            card = panel.wait_for_question()
+            assert card.text.startswith("Delete 3 files?\nrm report-1 report-2 report-3")
+            act()
+        assert panel.answer == f"That needs your consent. {answer}"
+        assert panel.rows_of("consent")[0].text.endswith(decision)
 
 
 def test_tools_files_and_commands_are_shown(panel):
@@ -110,38 +103,29 @@ def test_tools_files_and_commands_are_shown(panel):
     assert rows[-2].text == "C:\\Users\\user\\Documents\\summary.pdf"
 
 
-def test_an_error_of_the_agent_is_shown(panel):
+def test_an_error_of_the_agent_is_shown_and_the_log_when_asked_for(panel):
+    panel.run("document.getElementById('host-details').open = true")
     rows = panel.turn("/scenario error")
     assert [row.text for row in rows if row.kind == "error"] == ["the model is overloaded"]
     assert panel.answer == "I will try. "
-
-
-def test_the_debug_log_is_shown_when_asked_for(panel):
-    panel.run("document.getElementById('host-details').open = true")
-    panel.turn("hello")
     panel.wait_for(lambda: panel.log_lines, "no log lines")
     panel.run("document.getElementById('host-details').open = false")
 
 
 def test_a_chat_of_three_mebibytes_is_refused_and_the_port_stays_open(panel):
-    def request(**message):
-        return panel.request(kind="providerRpc", **message)
-
     # To the host it may be that large, back from it not.
     text = "three mebibytes " * (3 * 1024 * 1024 // 16)
     session = {"id": "s-huge", "title": "A huge chat", "updatedUnixMs": 1, "preset": "standin",
                "messages": [{"role": "user", "content": text}]}
-    assert request(method="saveChatSession", session=session)["ok"] is True
+    assert panel.request(kind="providerRpc", method="saveChatSession", session=session)["ok"]
     panel.run("document.getElementById('open-chats').click()")
     button = "return document.querySelector('[data-load=s-huge]')"
-    panel.wait_for(lambda: panel.run(button), "the chat is not listed")
-    panel.run("document.querySelector('[data-load=s-huge]').click()")
+    panel.wait_for(lambda: panel.run(button), "the chat is not listed").click()
     panel.wait_for(lambda: panel.rows_of("error"), "no error")
-    assert request(method="deleteChatSession", id="s-huge")["ok"] is True
+    assert panel.request(kind="providerRpc", method="deleteChatSession", id="s-huge")["ok"]
     error = panel.rows_of("error")[0].text
     assert error.startswith("The chat was not opened: reply too large for the browser (3")
     assert error.endswith(" bytes)")
-    assert panel.link_state == "connected"
     panel.turn("still there?")
     assert "still there?" in panel.answer
 

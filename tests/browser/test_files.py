@@ -4,6 +4,8 @@ import json
 
 import pytest
 
+from support.panel_turns import say
+
 # Puts a file into a DataTransfer and lets the panel see it as the browser would.
 GIVE_FILE = """
   const [name, size, how, done] = arguments;
@@ -44,13 +46,9 @@ def test_an_image_is_uploaded_shown_and_goes_with_the_message(panel, how):
     assert image["path"].endswith("-my picture ü.png")
     assert "\\chrome-extension\\chat-paste\\" in image["path"]
 
-    before = panel.turns_over
-    panel.send("/scenario echo")
-    panel.wait_for(lambda: panel.turns_over > before, "the turn did not end")
+    say(panel, "/scenario echo")
     assert json.loads(panel.answer)["morva"]["selection"] == [image["path"]]
-    before = panel.turns_over
-    panel.send("/scenario echo")
-    panel.wait_for(lambda: panel.turns_over > before, "the turn did not end")
+    say(panel, "/scenario echo")
     assert "selection" not in json.loads(panel.answer)["morva"], "the file went twice"
 
 
@@ -61,9 +59,7 @@ def test_paths_that_the_host_gives_go_with_the_message(panel):
     listed = "return [...document.querySelectorAll('#attachments li')].map((e) => e.dataset.path)"
     panel.wait_for(lambda: panel.run(listed) == paths, "the paths are not listed")
     panel.run("document.querySelector('#attachments li:last-child button').click()")
-    before = panel.turns_over
-    panel.send("/scenario echo")
-    panel.wait_for(lambda: panel.turns_over > before, "the turn did not end")
+    say(panel, "/scenario echo")
     assert json.loads(panel.answer)["morva"]["selection"] == paths[:1]
 
 
@@ -94,7 +90,6 @@ def test_a_web_page_gets_nothing_from_the_tool_server(panel, tools, page, site):
         .then((answer) => done(`status ${answer.status}`), (error) => done(`refused: ${error}`));
     """
     page("return 1")
-    panel.driver.set_script_timeout(30)
     answer = panel.driver.execute_async_script(script, tools.url)
     assert answer.startswith("refused: TypeError")
     image = panel.driver.execute_async_script("""

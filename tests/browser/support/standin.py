@@ -45,11 +45,8 @@ class StandIn:
             return json.load(answer)
 
     def post(self, path, body):
-        return post_json(f"http://127.0.0.1:{PORT}{path}", body)
-
-
-def post_json(url, body, headers=None):
-    request = urllib.request.Request(
-        url, json.dumps(body).encode(), {"Content-Type": "application/json", **(headers or {})})
-    with urllib.request.urlopen(request, timeout=60) as answer:
-        return json.load(answer)
+        headers = {"Content-Type": "application/json"}
+        request = urllib.request.Request(
+            f"http://127.0.0.1:{PORT}{path}", json.dumps(body).encode(), headers)
+        with urllib.request.urlopen(request, timeout=60) as answer:
+            return json.load(answer)
