@@ -8,7 +8,6 @@ import time
 
 import pytest
 
-from support.builds import SLOWER
 from support.extension_side import NO_ANSWER, Extension, ToolCall, failure
 from support.panel_side import compact
 from support.scripted_agent import COMPLETIONS, ScriptedAgent, answers
@@ -60,12 +59,10 @@ def test_a_call_is_relayed_as_it_came(server, extension, shared_panel):
 
 
 @pytest.mark.parametrize("body, wanted", [
-    (b"", {"error": "missing tool name", "ok": False}),
     (b"[" * 5000, {"error": "missing tool name", "ok": False}),
-    (b'{"name":"\xff"}', {"error": "missing tool name", "ok": False}),
     (b'{"name":"shell"}', failure("shell", "tool is not allowed")),
     (b'{"name":"browser_batch","arguments":{"steps":[]}}',
-     failure("browser_batch", "tool is not allowed"))], ids=range(5))
+     failure("browser_batch", "tool is not allowed"))], ids=range(3))
 def test_a_call_that_is_refused_does_not_reach_the_extension(server, extension, body, wanted):
     assert ToolCall(server, "", body=body).result() == wanted
     extension.panel.prove_alive()
@@ -85,17 +82,6 @@ def test_what_the_extension_says_becomes_the_answer(server, extension, reply, wa
     assert call(server, extension, reply) == wanted
 
 
-@pytest.mark.off_protocol("extension")
-def test_an_answer_too_deep_to_parse_is_dropped_and_the_next_one_counts(server, extension):
-    running = ToolCall(server, "browser_read")
-    command = extension.take()
-    extension.reply_raw(command, '"ok":true,"data":' + "[" * 1500 + "]" * 1500)
-    extension.panel.prove_alive()
-    assert running.is_alive()
-    extension.reply(command, ok=True, data={"tool": "browser_read"})
-    assert running.result() == {"tool": "browser_read"}
-
-
 def test_a_page_is_screened_and_cut_down(server, extension):
     items = [{"ref": f"e{i}", "role": "link", "name": f"link {i}", "html": "x" * 50}
              for i in range(400)]
@@ -103,67 +89,35 @@ def test_a_page_is_screened_and_cut_down(server, extension):
     page = {"tool": "browser_read", "title": "t", "url": "https://a/?" + "q" * 200, "tabId": 9,
             "data": {"count": 400, "items": items, "pageText": "word " * 8000}}
     result = call(server, extension, '"ok":true,"data":' + json.dumps(page))
-    reason = "page content tries to override agent instructions and coerce shell/exfil actions"
-    blanked = "[redacted: prompt-injection content removed]"
-    kept = [{"ref": "e100", "role": "textbox", "name": blanked}] + [
-        {"ref": f"e{i}", "role": "link", "name": f"link {i}"} for i in range(11)]
-    assert result == {
-        "tool": "browser_read", "url": ("https://a/?" + "q" * 200)[:120] + "...", "tabId": 9,
-        "data": {"count": 400, "items": kept, "itemsOmitted": 388, "truncated": True,
-                 "pageTextOmitted": True},
-        "prompt_injection_detected": True, "prompt_injection_kind": "instruction_override",
-        "prompt_injection_reason": reason,
-        "error": f"Prompt injection detected in page content ({reason}). Page text is untrusted — "
-                 "refusing to continue this turn. "}
-
-
-@pytest.mark.off_protocol("extension")
-def test_sixteen_calls_at_once_get_each_its_own_answer(server, extension):
-    running = [ToolCall(server, "browser_find", {"n": n}) for n in range(16)]
-    commands = [extension.take() for _ in running]
-    for command in reversed(commands):
-        extension.reply(command, ok=True, data={"echo": command["payload"]["arguments"]})
-    assert [each.result() for each in running] == [{"echo": {"n": n}} for n in range(16)]
-
-
-def test_a_call_that_chrome_would_not_take_fails_at_once(server, extension):
-    started = time.monotonic()
-    running = ToolCall(server, "browser_type", {"text": "x" * 1_048_500})
-    assert running.result() == failure("browser_type", NO_ANSWER)
-    assert time.monotonic() - started < 5 * SLOWER
-    extension.panel.prove_alive()
-    assert not extension.commands_waiting()
+    assert result["url"] == ("https://a/?" + "q" * 200)[:120] + "..."
+    assert result["prompt_injection_kind"] == "instruction_override"
+    assert result["error"].startswith("Prompt injection detected in page content (page content ")
+    assert result["data"] == {
+        "count": 400, "itemsOmitted": 388, "truncated": True, "pageTextOmitted": True, "items": [
+            {"ref": "e100", "role": "textbox",
+             "name": "[redacted: prompt-injection content removed]"},
+            *({"ref": f"e{i}", "role": "link", "name": f"link {i}"} for i in range(11))]}
 
 
 # --- Time ---
 
 @pytest.mark.long
 @pytest.mark.off_protocol("extension")
-def test_calls_wait_for_25_seconds_and_late_answers_reach_nobody(own_server):
-    panel = own_server.panel
-    extension = Extension(panel)
+def test_a_call_waits_for_25_seconds_and_a_late_answer_reaches_nobody(own_server):
+    extension = Extension(own_server.panel)
     started = time.monotonic()
-    running = [ToolCall(own_server, "browser_read", {"n": n}) for n in range(4)]
-    unanswered = [extension.take() for _ in running]
-    # Meanwhile everything else goes on: other calls, and answers to others that wake the waiters.
-    while time.monotonic() - started < WAIT_S - 3:
+    running = ToolCall(own_server, "browser_read")
+    late = extension.take()
+    for _ in range(5):  # answers to others wake the waiter
         quick = ToolCall(own_server, "browser_find")
         extension.reply(extension.take(), ok=True, data={"quick": True})
-        assert quick.result(15) == {"quick": True}
-        panel.prove_alive()
-        time.sleep(0.2)
-    for each in running:
-        assert each.result(15) == failure("browser_read", NO_ANSWER)
+        assert quick.result() == {"quick": True}
+    assert running.result() == failure("browser_read", NO_ANSWER)
     assert WAIT_S - 0.02 <= time.monotonic() - started <= WAIT_S * 1.2
 
-    for command in unanswered:
-        extension.reply(command, ok=True, data={"late": True})
+    extension.reply(late, ok=True, data={"late": True})
     last = ToolCall(own_server, "browser_read")
-    command = extension.take()
-    assert command["requestId"] not in [each["requestId"] for each in unanswered]
-    panel.prove_alive()
-    assert last.is_alive()
-    extension.reply(command, ok=True, data={"in time": True})
+    extension.reply(extension.take(), ok=True, data={"in time": True})
     assert last.result() == {"in time": True}
 
 

@@ -99,14 +99,44 @@ def test_a_bare_machine(program, examine, folders):
     assert (table.code, table.out.splitlines()[-1]) == (1, "2 problems")
 
 
-def test_ports_tell_what_answers(examine):
+def test_everything_that_is_there_is_seen(program, examine, folders, cli):
+    drops = folders[0] / "Quenlark" / "morva-viewer" / "chrome-extension" / "chat-paste"
+    drops.mkdir(parents=True)
+    for number in range(200):
+        (drops / f"{number}-x").touch()
+    (drops / "old").touch()
+    os.utime(drops / "old", (1, 1))
     with (ScriptedAgent(8091), ScriptedAgent(8092, ready=answers({"ready": False})),
-          ScriptedAgent(8093, ready=answers({}, status="404 Not Found"))):
-        findings = examine()
+          ScriptedAgent(8093, ready=answers({}, status="404 Not Found")), DesktopApp() as app,
+          socket.create_server(("127.0.0.1", 39270)), socket.create_server(("127.0.0.1", 39271))):
+        Instances(folders[0]).announce("app", app.port)
+        findings = examine(cli.env())
+        table = program.run("--doctor", environment=cli.env())
     found = [findings[f"agent.port.{number}"]["facts"]["answer"] for number in range(8090, 8095)]
     assert found == ["none", "ready", "notReady", "foreign", "none"]
-    assert findings["agent"]["verdict"] == "note"  # it runs, but could not be started anew
-    assert findings["agent"]["facts"] == {"ready": True, "startable": False}
+    assert verdicts(findings, "agent", "toolServer", "application", "drops") == [
+        "ok", "ok", "ok", "problem"]
+    assert findings["agent"]["facts"] == {"ready": True, "startable": True}
+    assert findings["cli.searchPath"]["facts"]["used"] is True and cli.starts() == []
+    assert findings["toolServer"]["facts"] == {"freePort": 39272, "taken": 2}
+    assert findings["application"]["facts"] == {"running": True, "port": app.port, "answers": True}
+    assert app.requests == []
+    assert findings["drops"]["facts"]["files"] == 201 == len(list(drops.iterdir()))
+    assert findings["drops"]["facts"]["recent"] == 200
+    assert TOKEN.lower() not in (table.out + table.err + json.dumps(findings)).lower()
+
+
+def test_nothing_is_left(examine, folders):
+    with contextlib.ExitStack() as stack:
+        for port in range(39270, 39280):
+            stack.enter_context(socket.create_server(("127.0.0.1", port)))
+        with DesktopApp() as gone:
+            Instances(folders[0]).announce("app", gone.port)
+        findings = examine()
+    assert verdicts(findings, "toolServer", "application", "agent") == ["problem"] * 3
+    assert findings["toolServer"]["facts"] == {"freePort": 0, "taken": 10}
+    facts = findings["application"]["facts"]
+    assert facts["running"] is True and facts["answers"] is False
 
 
 @pytest.mark.long
@@ -116,51 +146,6 @@ def test_a_port_that_never_answers_does_not_hold_the_doctor_up(examine):
         findings = examine()
     facts = findings["agent.port.8090"]["facts"]
     assert facts["answer"] == "none" and 4000 <= facts["ms"] <= 30000
-
-
-def test_the_program_on_the_search_path_is_found(examine, cli):
-    findings = examine(cli.env())
-    assert findings["cli.searchPath"]["facts"]["used"] is True
-    assert findings["agent"]["verdict"] == "ok"
-    assert findings["agent"]["facts"] == {"ready": False, "startable": True}
-    assert cli.starts() == []  # looked at, not started
-
-
-def test_taken_tool_server_ports_are_named(examine):
-    with contextlib.ExitStack() as stack:
-        taken = [stack.enter_context(socket.create_server(("127.0.0.1", port)))
-                 for port in range(39270, 39280)]
-        full = examine()["toolServer"]
-        taken[3].close()
-        found = examine()["toolServer"]
-    assert full["verdict"] == "problem" and full["facts"] == {"freePort": 0, "taken": 10}
-    assert found["verdict"] == "ok" and found["facts"] == {"freePort": 39273, "taken": 3}
-
-
-def test_the_application_is_found_and_its_token_kept_secret(program, examine, folders):
-    with DesktopApp() as app:
-        Instances(folders[0]).announce("app", app.port)
-        assert examine()["application"]["facts"] == {
-            "running": True, "port": app.port, "answers": True}
-        outcomes = program.run("--doctor"), program.run("--doctor", "--json")
-    assert app.requests == []
-    assert not any(TOKEN.lower() in (each.out + each.err).lower() for each in outcomes)
-    gone = examine()["application"]
-    assert gone["verdict"] == "problem"
-    assert gone["facts"]["running"] is True and gone["facts"]["answers"] is False
-
-
-def test_a_full_drops_folder_is_a_problem_and_stays_full(examine, folders):
-    drops = folders[0] / "Quenlark" / "morva-viewer" / "chrome-extension" / "chat-paste"
-    drops.mkdir(parents=True)
-    for number in range(200):
-        (drops / f"{number}-x").touch()
-    (drops / "old").touch()
-    os.utime(drops / "old", (1, 1))
-    found = examine()["drops"]
-    assert found["verdict"] == "problem"
-    assert (found["facts"]["files"], found["facts"]["recent"]) == (201, 200)
-    assert len(list(drops.iterdir())) == 201
 
 
 def test_a_running_host_is_no_problem(examine, own_server):

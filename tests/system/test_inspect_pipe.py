@@ -156,14 +156,6 @@ def test_a_request_that_the_browser_would_not_take(panel, connect):
     panel.end()
 
 
-@pytest.mark.long
-def test_a_browser_that_is_gone(panel, connect):
-    panel.close_output()
-    answers = [connect().ask(request("a"))["error"]["code"] for _ in range(2)]
-    assert answers[-1] == "EXTENSION_UNAVAILABLE"
-    panel.end(alive=False)
-
-
 @pytest.mark.parametrize("busy", ["silent", "inside a frame", "waiting"])
 def test_the_end_of_the_host_does_not_wait_for_a_client(panel, connect, busy):
     client = connect()

@@ -1,7 +1,9 @@
-"""Sixteen connections, time, memory: what nobody may use up for the others."""
+"""Sixteen connections, time, memory: what nobody may use up for the others; and sixteen clients
+that do everything at once."""
 
 import contextlib
 import os
+import random
 import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
@@ -12,7 +14,8 @@ from support.builds import IS_SANITIZED
 from support.memory import peak_mib
 from support.sockets import has_left, wait_until_accepted
 from support.tool_server_client import (
-    BAD_REQUEST, NO_ROUTE_CORS, UNAUTHORIZED_CORS, UPLOAD, receive_all)
+    BAD_REQUEST, NO_FILE, NO_ROUTE_CORS, PREFLIGHT, UNAUTHORIZED_CORS, UPLOAD, file_answer,
+    receive_all)
 
 PLACES = 16
 MIB = 1 << 20
@@ -75,6 +78,57 @@ def test_sixteen_clients_in_a_row_lose_no_request(own_server):
         return sum(own_server.exchange(head).data != NO_ROUTE_CORS for _ in range(30))
 
     assert sum(in_parallel(PLACES, client)) == 0
+
+
+# --- Load ---
+
+BODY = bytes(range(256)) * 400
+
+
+def upload(server):
+    result = server.upload("a b.png", b"x" * 3000)
+    return result["ok"] or result["error"] == "drops folder is full"  # which takes 200
+
+
+def hang_up(server):
+    with server.connect() as connection:
+        connection.sendall(b"POST /api/con")
+        connection.shutdown(1)
+        return receive_all(connection)
+
+
+# What a client does, and what comes of it.
+ACTIONS = {
+    "download": (lambda server, path: server.download(path).data, file_answer("image/png", BODY)),
+    "miss a file": (lambda server, path: server.download(path + "x").data, NO_FILE),
+    "miss a route": (lambda server, _: server.request("GET", "/api/x").data, NO_ROUTE_CORS),
+    "have no token": (
+        lambda server, _: server.request("POST", UPLOAD, b"x" * 9000, token="0" * 64).data,
+        UNAUTHORIZED_CORS),
+    "ask before": (lambda server, _: server.request("OPTIONS", UPLOAD).data, PREFLIGHT),
+    "be malformed": (lambda server, _: server.exchange(b"GET\r\n\r\n").data, BAD_REQUEST),
+    "hang up": (lambda server, _: hang_up(server), BAD_REQUEST),
+    "upload": (lambda server, _: upload(server), True),
+}
+
+
+def test_sixteen_clients_mix_what_they_ask_for(own_server, work):
+    path = work.put("a.png", BODY)
+
+    def client(number):
+        names = list(ACTIONS) * 6
+        random.Random(number).shuffle(names)
+        results = [(name, ACTIONS[name][0](own_server, path)) for name in names]
+        return [name for name, result in results if result != ACTIONS[name][1]]
+
+    with ThreadPoolExecutor(PLACES) as threads:
+        running = [threads.submit(client, number) for number in range(PLACES)]
+        for _ in range(50):
+            own_server.panel.prove_alive()
+            assert own_server.panel.ask("contextImportUrl")["token"] == own_server.token
+        assert [each.result() for each in running] == [[]] * PLACES
+    own_server.is_well()
+    own_server.panel.end()
 
 
 # --- Time ---
@@ -159,8 +213,8 @@ def test_large_bodies_take_no_more_memory_than_they_must(own_server, work):
         Path(f"/proc/{panel.pid}/clear_refs").write_text("5")
         return peak_mib(panel)
 
-    answers = in_parallel(8, lambda _: own_server.exchange(refused + body).data)
-    assert answers == [UNAUTHORIZED_CORS] * 8
+    answers = in_parallel(4, lambda _: own_server.exchange(refused + body).data)
+    assert answers == [UNAUTHORIZED_CORS] * 4
     assert peak_mib(panel) < 100
     idle = reset_peak()
     assert own_server.upload("large", body)["ok"] is True

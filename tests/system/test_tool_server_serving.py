@@ -10,7 +10,8 @@ import threading
 import pytest
 
 from support.builds import IS_WINDOWS
-from support.tool_server_client import CORS, NO_FILE, file_answer
+from support.cli_program import seen_by_host
+from support.tool_server_client import NO_FILE, file_answer
 
 LARGEST = 16777216
 
@@ -26,33 +27,19 @@ def test_a_file_is_served_byte_for_byte(server, work, name, content_type):
     assert server.download(path).data == file_answer(content_type, b"\0\r\n\xff bytes")
 
 
-def test_a_page_element_gets_it_without_cors_lines(server, work):
-    path = work.put("a.png", b"x")
-    answer = server.download(path, origin="", more=["Sec-Fetch-Dest: image"])
-    assert answer.data == file_answer("image/png", b"x", cors=False)
-    answer = server.download(work.name_of("b.png"), origin="", more=["Sec-Fetch-Dest: media"])
-    assert answer.data == NO_FILE.replace(CORS.encode(), b"")
-
-
 def test_the_largest_file(server, work):
     body = os.urandom(1024) * (LARGEST // 1024)
     assert server.download(work.put("a.gif", body)).data == file_answer("image/gif", body)
     assert refused(server, work.put("a.gif", body + b"x"))
 
 
-@pytest.mark.off_protocol("client")
-def test_paths_that_name_no_file_inside(server, work, tmp_path):
-    inside = work.put("a.png", b"inside")
+def test_a_file_outside_is_refused(server, work, tmp_path):
     (tmp_path / "a.png").write_bytes(b"outside")
-    neighbour = work.local.parent / "chrome-extension-2"
-    neighbour.mkdir(exist_ok=True)
-    (neighbour / "a.png").write_bytes(b"neighbour")
-    up = "..\\" if IS_WINDOWS else "../"
-    for path in ("", "a.png", work.name_of(), inside + "\0", b"\xff\xfe", str(tmp_path / "a.png"),
-                 "//server/share/a.png", work.name_of(up + "chrome-extension-2", "a.png")):
-        assert refused(server, path), path
-    (neighbour / "a.png").unlink()
-    neighbour.rmdir()
+    assert refused(server, seen_by_host(tmp_path / "a.png"))
+    neighbour = work.local.parent / "a.png"
+    neighbour.write_bytes(b"outside")
+    assert refused(server, work.name_of("..", "a.png")) and refused(server, b"\xff\xfe")
+    neighbour.unlink()
 
 
 # --- Links ---
@@ -124,7 +111,7 @@ def test_a_folder_exchanged_while_it_is_asked_for_never_shows_the_outside(server
             os.rename(door, way_in)
 
     with Changing(swap):
-        bodies = [server.download(work.name_of("door", "a.png")).body for _ in range(1000)]
+        bodies = [server.download(work.name_of("door", "a.png")).body for _ in range(400)]
     assert set(bodies) == {b"inside", NO_FILE.partition(b"\r\n\r\n")[2]}
 
 

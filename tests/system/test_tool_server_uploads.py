@@ -56,12 +56,6 @@ def test_the_first_name_in_the_query_counts_and_is_decoded(server, work):
         "error": "could not name the file", "ok": False}
 
 
-def test_what_comes_behind_the_body_is_dropped(server, work):
-    head = server.head("POST", f"{UPLOAD}?name=a", 5)
-    answer = server.exchange(head + b"hello and more\r\n\r\n")
-    assert work.to_local(answer.json()["path"]).read_bytes() == b"hello"
-
-
 def test_an_uploaded_file_can_be_downloaded(server, work):
     answer = server.download(server.upload("pic ture.PNG", BYTES)["path"])
     assert answer.body == BYTES and b"Content-Type: image/png\r\n" in answer.head
