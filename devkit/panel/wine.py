@@ -13,7 +13,6 @@ TEMPLATE_PREFIX = ROOT / "build" / "wine" / "prefix"
 
 # Debian's `wine` is a script that complains about the missing 32-bit loader; these it calls.
 _LOADERS = ("/usr/lib/wine/wine64", "wine64", "wine")
-_ATTEMPTS = 3
 _SERVERS = ("/usr/lib/wine/wineserver64", "wineserver")
 
 
@@ -56,23 +55,15 @@ def make_prefix(prefix: Path, template: Path | None = None) -> None:
     )
 
 
-def run(prefix: Path, *command: str | Path, check: bool = True,
+def run(prefix: Path, *command: str | Path, check: bool = True, may_be_silent: bool = True,
         **options: Any) -> subprocess.CompletedProcess[bytes]:
-    """Runs a Windows program to its end; `options` are those of subprocess.run.
-
-    A fault of the program is an exit code. Of a signal only Wine itself dies, about once in some
-    thousand ends of a process, and then the program is run again.
-    """
+    """Runs a Windows program to its end, again when Wine lost it (see tools/wine-run): also when it
+    said nothing, unless it may be silent. `options` are those of subprocess.run."""
     silent = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL,
               "stderr": subprocess.DEVNULL, "timeout": 120}
     settings = {"env": os.environ | environment(prefix)} | silent | options
-    for _ in range(_ATTEMPTS):
-        done = subprocess.run([loader(), *command], check=False, **settings)
-        if done.returncode >= 0:
-            break
-    if check:
-        done.check_returncode()
-    return done
+    wine_run = [ROOT / "tools" / "wine-run", *(["--may-be-silent"] if may_be_silent else [])]
+    return subprocess.run([*wine_run, *command], check=check, **settings)
 
 
 def set_registry_text(prefix: Path, key: str, name: str, value: str) -> None:

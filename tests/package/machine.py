@@ -4,7 +4,6 @@ import json
 import re
 import shutil
 import subprocess
-import tempfile
 import time
 from pathlib import Path, PureWindowsPath
 
@@ -40,14 +39,10 @@ class Machine:
     # --- Doing ---
 
     def run(self, program, *arguments):
-        """Exit code and output of a program that ends by itself. Through a file, not a pipe: an
-        installer's window brings up Wine's desktop, which inherits the output and stays for as long
-        as any program runs."""
-        with tempfile.TemporaryFile() as output:
-            done = wine.run(self.prefix, program, *arguments, check=False, stdout=output,
-                            stderr=subprocess.STDOUT, timeout=WAIT_S)
-            output.seek(0)
-            return done.returncode, output.read().decode("utf-8", "replace")
+        """Exit code and output of a program that ends by itself."""
+        done = wine.run(self.prefix, program, *arguments, check=False, stdout=subprocess.PIPE,
+                        stderr=subprocess.STDOUT, timeout=WAIT_S)
+        return done.returncode, done.stdout.decode("utf-8", "replace")
 
     def install(self, setup):
         return self.run(setup, "/S")[0]

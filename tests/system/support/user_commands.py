@@ -55,19 +55,15 @@ class Program:
         return self.path.parent / MANIFEST_NAME
 
     def run(self, *arguments, stdin=subprocess.DEVNULL, environment=None):
-        # About one start in 3000 under Wine ends before the program runs, and says nothing.
-        for _ in range(3):
-            done = self._run_once(
-                *arguments, stdin=stdin, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                timeout=TIMEOUT_S, env=self._environment | (environment or {}))
-            if done.stdout or done.stderr:
-                break
-        return Outcome(done.returncode, done.stdout.decode(), done.stderr.decode())
-
-    def _run_once(self, *arguments, **options):
+        options = {"stdin": stdin, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
+                   "timeout": TIMEOUT_S, "env": self._environment | (environment or {}),
+                   "check": False}
+        command = [self.path, *arguments]
         if builds.IS_WINDOWS:
-            return wine.run(builds.wine_prefix(), self.path, *arguments, check=False, **options)
-        return subprocess.run([self.path, *arguments], check=False, **options)
+            done = wine.run(builds.wine_prefix(), *command, may_be_silent=False, **options)
+        else:
+            done = subprocess.run(command, **options)
+        return Outcome(done.returncode, done.stdout.decode(), done.stderr.decode())
 
     def doctor(self, environment=None):
         """The whole diagnosis, its findings by id, and the exit code."""
