@@ -2,16 +2,11 @@
 
 #include <mutex>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 #include <utility>
 
-#include "agent/agent_request.h"
-#include "agent/agent_state.h"
-#include "agent/event_feed.h"
-#include "agent/event_splitter.h"
+#include "agent/feed_pump.h"
 #include "channel/host_log.h"
 #include "channel/panel_events.h"
-#include "common/detached.h"
 #include "text/leaked.h"
 #include "text/wide.h"
 
@@ -20,52 +15,32 @@ namespace {
 
 using nlohmann::json;
 
-struct PumpState {
-  // Held while an event is written, and when the next pump begins: an event that was let through
-  // and then held up would otherwise come after those of the next pump. Taken before `mutex`.
-  std::mutex speaking;
-  std::mutex mutex;  // guards what follows; not held while an event is sent or a request made
-  std::uint64_t chatPumpGeneration = 0;
-  std::uint16_t chatPumpPort = 0;  // of the agent whose pump runs; 0 when none does
+void forwardChatEvent(json& event);
+void chatEventsEnded(const AgentResponse& response);
+
+struct ChatEvents {
+  FeedPump pump{{"chat events", CancelSlot::events, forwardChatEvent, chatEventsEnded}};
+  std::mutex mutex;        // guards what follows; taken last, and not held while an event is sent
+  std::uint16_t port = 0;  // of the agent whose stream is read; 0 when none is
   std::string sender;
   std::uint64_t after = 0;
 };
 
-PumpState& pumpState() {
-  static PumpState& state = leaked<PumpState>();
-  return state;
+ChatEvents& chatEvents() {
+  static ChatEvents& events = leaked<ChatEvents>();
+  return events;
 }
 
-// What one pump was started with. It is current for as long as nobody has started or stopped one
-// since.
-struct Pump {
-  std::uint64_t generation = 0;
-  std::uint16_t port = 0;
-  std::string sender;
-  std::uint64_t after = 0;
-};
-
-bool isCurrent(std::uint64_t generation) {
-  const std::lock_guard lock(pumpState().mutex);
-  return pumpState().chatPumpGeneration == generation;
-}
-
-// Remembers how far the panel has come, so that the next pump repeats nothing. False when the pump
-// is no longer current: its events are not for the panel any more.
-bool noteEvent(std::uint64_t generation, const json& event) {
-  PumpState& state = pumpState();
+// Remembers how far the panel has come, so that the next stream repeats nothing.
+void noteId(const json& event) {
   const auto id = event.find("id");
-  const std::lock_guard lock(state.mutex);
-  if (state.chatPumpGeneration != generation) return false;
-  if (id != event.end() && id->is_number_unsigned()) state.after = id->get<std::uint64_t>();
-  return true;
+  if (id == event.end() || !id->is_number_unsigned()) return;
+  const std::lock_guard lock(chatEvents().mutex);
+  chatEvents().after = id->get<std::uint64_t>();
 }
 
-void forwardBlock(std::uint64_t generation, std::string_view block) {
-  json event;
-  if (!readFeedEvent(block, event)) return;
-  const std::lock_guard lock(pumpState().speaking);
-  if (!noteEvent(generation, event)) return;
+void forwardChatEvent(json& event) {
+  noteId(event);
   json forwarded = {{"method", event["method"]}, {"args", std::move(event["args"])}};
   if (event.contains("id")) forwarded["id"] = std::move(event["id"]);
   const auto sender = event.find("sender");
@@ -73,108 +48,73 @@ void forwardBlock(std::uint64_t generation, std::string_view block) {
   sendChatEventBatch(json::array({std::move(forwarded)}));
 }
 
-void feedPump(const Pump& pump, EventSplitter& splitter, std::string_view chunk) {
-  if (!isCurrent(pump.generation)) return;
-  try {
-    splitter.feed(chunk, [&pump](std::string_view block) { forwardBlock(pump.generation, block); });
-  } catch (const std::length_error&) {
-    splitter = EventSplitter();  // a block without end: what it would have been is lost
-  }
+// How it ended is of no interest to the panel; the next agent that answers starts a new one.
+void chatEventsEnded(const AgentResponse&) {
+  const std::lock_guard lock(chatEvents().mutex);
+  chatEvents().port = 0;
 }
 
-void endPump(const Pump& pump) {
-  PumpState& state = pumpState();
-  const std::lock_guard lock(state.mutex);
-  if (state.chatPumpGeneration == pump.generation) state.chatPumpPort = 0;
-}
-
-std::wstring eventsPath(const Pump& pump) {
-  std::wstring path = L"/v1/chat/events?after=" + std::to_wstring(pump.after);
-  if (!pump.sender.empty()) path += L"&sender=" + toWide(pump.sender);
+std::wstring eventsPath(const ChatEvents& events) {
+  std::wstring path = L"/v1/chat/events?after=" + std::to_wstring(events.after);
+  if (!events.sender.empty()) path += L"&sender=" + toWide(events.sender);
   return path;
 }
 
-void pump_chat_events(const Pump& pump) {
-  EventSplitter splitter;
-  // How it ended is of no interest to the panel; the next agent that answers starts a new one.
-  (void)agentFeed(
-      pump.port, eventsPath(pump), CancelSlot::events,
-      [&pump] { return isCurrent(pump.generation); },
-      [&](std::string_view chunk) { feedPump(pump, splitter, chunk); });
-  forwardBlock(pump.generation, splitter.pending());
+void pump_chat_events(std::uint16_t port, std::wstring path, std::uint64_t stream) {
+  chatEvents().pump.read(stream, port, std::move(path));
 }
 
-// Ends the duty of a pump however its thread ends.
-class PumpRun {
- public:
-  explicit PumpRun(Pump pump) : pump_(std::move(pump)) {}
-  ~PumpRun() { endPump(pump_); }
-  PumpRun(const PumpRun&) = delete;
-  PumpRun& operator=(const PumpRun&) = delete;
-  void run() const { pump_chat_events(pump_); }
-
- private:
-  Pump pump_;
-};
-
-void launch(Pump pump) {
-  abortRequests(CancelSlot::events);  // of the pump before, which is no longer current
-  const auto run = std::make_shared<const PumpRun>(std::move(pump));
-  // Without a thread the pump has ended; the next agent that answers tries again.
-  (void)runDetached("chat events", [run] { run->run(); });
+bool runsOn(std::uint16_t port) {
+  const std::lock_guard lock(chatEvents().mutex);
+  return chatEvents().port == port;
 }
 
-bool runsOn(PumpState& state, std::uint16_t port) {
-  const std::lock_guard lock(state.mutex);
-  return state.chatPumpPort == port;
-}
-
-// Begins the next pump, for the agent on `port`. Lock held.
-Pump nextPump(PumpState& state, std::uint16_t port) {
-  state.chatPumpPort = port;
-  return {++state.chatPumpGeneration, port, state.sender, state.after};
+// Ends the stream that is read and reads the next one, from the agent on the port that `choose`
+// leaves in the state, if there is one. `choose` is called with the lock held; when it returns
+// false, nothing happens.
+void restart(const std::function<bool(ChatEvents&)>& choose) {
+  ChatEvents& events = chatEvents();
+  std::uint16_t port = 0;
+  std::wstring path;
+  const std::uint64_t stream = events.pump.begin([&] {
+    const std::lock_guard lock(events.mutex);
+    if (!choose(events)) return false;
+    port = events.port;
+    path = eventsPath(events);
+    return true;
+  });
+  if (stream != 0 && port != 0) pump_chat_events(port, std::move(path), stream);
 }
 
 }  // namespace
 
 void startChatEvents(std::uint16_t port, bool fresh) {
-  PumpState& state = pumpState();
-  if (!fresh && runsOn(state, port)) return;  // mostly; without waiting for an event's writing
-  Pump pump;
-  {
-    const std::scoped_lock lock(state.speaking, state.mutex);
-    if (!fresh && state.chatPumpPort == port) return;
-    pump = nextPump(state, port);
-  }
-  launch(std::move(pump));
+  if (!fresh && runsOn(port)) return;  // mostly; without waiting for an event's writing
+  restart([port, fresh](ChatEvents& events) {
+    if (!fresh && events.port == port) return false;
+    events.port = port;
+    return true;
+  });
 }
 
 void pointChatEvents(const std::string& sender, std::uint64_t after) {
-  PumpState& state = pumpState();
-  Pump pump;
-  {
-    const std::scoped_lock lock(state.speaking, state.mutex);
-    state.sender = sender;
-    state.after = after;
-    if (state.chatPumpPort == 0) return;
-    pump = nextPump(state, state.chatPumpPort);
-  }
-  launch(std::move(pump));
+  restart([&sender, after](ChatEvents& events) {
+    events.sender = sender;
+    events.after = after;
+    return events.port != 0;
+  });
 }
 
 std::string chatEventsSender() {
-  const std::lock_guard lock(pumpState().mutex);
-  return pumpState().sender;
+  const std::lock_guard lock(chatEvents().mutex);
+  return chatEvents().sender;
 }
 
 void stopChatEvents() {
-  {
-    PumpState& state = pumpState();
-    const std::scoped_lock lock(state.speaking, state.mutex);
-    ++state.chatPumpGeneration;
-    state.chatPumpPort = 0;
-  }
-  abortRequests(CancelSlot::events);
+  restart([](ChatEvents& events) {
+    events.port = 0;
+    return true;
+  });
 }
 
 json takePendingChatEvents() {

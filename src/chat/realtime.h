@@ -2,21 +2,28 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-// A voice conversation that the agent runs. Called by the dispatcher; the session's events are
-// forwarded to the panel by a thread of its own.
+#include "agent/agent_request.h"
+
+// A voice conversation that the agent runs. Called by the dispatcher; each function blocks as long
+// as its request to the agent takes. The session's events reach the panel from a thread of its own.
 namespace media::win::chrome_inspect {
 
-// Has the agent start a session; whatever fails is told to the panel as "realtimeError" and
-// "realtimeDone". A session that ran before is no longer forwarded.
+// Has the agent start a session; a failure is reported to the panel by "realtimeError" and
+// "realtimeDone". No event of a session that ran before is forwarded any more.
 void startRealtime(const nlohmann::json& request);
 
-// Passes the state of the push-to-talk key on to the agent, if one is known.
+// Posts the state of the push-to-talk key to the agent, if one is known. Throws
+// nlohmann::json::type_error for members of a wrong type.
 void pushToTalk(const nlohmann::json& request);
 
-// Ends the session: the agent is told, if one is known, and the panel gets "realtimeDone".
+// Ends the session: asks the agent to, if one is known, and sends "realtimeDone" to the panel.
 void stopRealtime();
 
-// Ends the forwarding without a word.
+// Ends the forwarding; nothing is sent to the agent or the panel.
 void stopRealtimeEvents();
+
+// What the end of a session's event stream is to the panel: "realtimeError", unless the status is
+// 200, and "realtimeDone"; nothing when the agent has said "realtimeDone" itself.
+void reportVoiceStreamEnd(const AgentResponse& response, bool saidDone);
 
 }  // namespace media::win::chrome_inspect

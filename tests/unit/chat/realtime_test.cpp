@@ -98,20 +98,28 @@ const EndCase endCases[] = {
      {done}},
 };
 
-TEST(Realtime, TellsTheEndOfTheStreamOnce) {
+// One session after the other: an event too many would stand before those of the next.
+TEST(Realtime, ReportsTheEndOfTheStreamOnce) {
+  CapturedOutput output;
+  std::atomic<const EndCase*> current = nullptr;
+  AgentDouble agent(session(
+      [&current](ServedConnection& connection) { (void)connection.send(current.load()->answer); }));
+  agent.adopt();
+  Events wanted;
   for (const EndCase& c : endCases) {
     SCOPED_TRACE(c.name);
-    CapturedOutput output;
-    {
-      AgentDouble agent(
-          session([&c](ServedConnection& connection) { (void)connection.send(c.answer); }));
-      agent.adopt();
-      startRealtime(json::object());
-      (void)waitForVoice(output, c.events.size());
-      sleepMs(50);
-    }
-    EXPECT_EQ(voiceEvents(output.finish()), c.events);
+    current = &c;
+    startRealtime(json::object());
+    wanted.insert(wanted.end(), c.events.begin(), c.events.end());
+    EXPECT_EQ(waitForVoice(output, wanted.size()), wanted);
   }
+}
+
+TEST(Realtime, ReportsNoSecondEnd) {
+  const AgentResponse failed{0, "", "agent request failed"};
+  CapturedOutput output;
+  reportVoiceStreamEnd(failed, true);
+  EXPECT_TRUE(output.finish().empty());
 }
 
 struct BodyCase {
@@ -219,21 +227,21 @@ TEST(Realtime, AnEventIsUseOfTheAgent) {
 TEST(Realtime, AStoppedSessionSaysNothingMore) {
   Gate stopped;
   CapturedOutput output;
-  {
-    AgentDouble agent(session([&stopped](ServedConnection& connection) {
-      (void)connection.send(std::string(streamHead) +
-                            "data: {\"method\":\"realtimeA\",\"args\":[]}\n\n");
-      stopped.wait();
-      (void)connection.send("data: {\"method\":\"realtimeDone\",\"args\":[]}\n\n");
-    }));
-    agent.adopt();
-    startRealtime(json::object());
-    (void)waitForVoice(output, 1);
-    stopRealtime();
-    stopped.open();
-  }
-  sleepMs(100);
-  EXPECT_EQ(voiceEvents(output.finish()), (Events{R"({"args":[],"method":"realtimeA"})", done}));
+  AgentDouble agent(session([&stopped](ServedConnection& connection) {
+    (void)connection.send(std::string(streamHead) +
+                          "data: {\"method\":\"realtimeA\",\"args\":[]}\n\n");
+    stopped.wait();
+    (void)connection.send("data: {\"method\":\"realtimeB\",\"args\":[]}\n\n");
+  }));
+  agent.adopt();
+  startRealtime(json::object());
+  (void)waitForVoice(output, 1);
+  stopRealtime();
+  stopped.open();
+  startRealtime(json::object());  // a whole one
+  const std::string a = R"({"args":[],"method":"realtimeA"})";
+  const std::string b = R"({"args":[],"method":"realtimeB"})";
+  EXPECT_EQ(waitForVoice(output, 5), (Events{a, done, a, b, done}));
 }
 
 // Sessions whose streams end by themselves while they are being stopped: nothing of a session comes
@@ -242,23 +250,17 @@ TEST(Realtime, KeepsSessionsApartOverManyStartsAndStops) {
   constexpr int rounds = 100;
   CapturedOutput output;
   std::atomic<int> round = 0;
-  {
-    AgentDouble agent([&round](ServedConnection& connection) {
-      if (!connection.request.starts_with("GET /v1/realtime/events")) {
-        return answerWith(connection, R"({"ok":true})");
-      }
-      const std::string event =
-          "data: {\"method\":\"realtimeN\",\"args\":[" + std::to_string(round) + "]}\n\n";
-      (void)connection.send(std::string(streamHead) + event);
-    });
-    agent.adopt();
-    for (round = 0; round < rounds; ++round) {
-      startRealtime(json::object());
-      if (round % 2 == 0) (void)agent.waitForRequests("GET /v1/realtime", 1);
-      stopRealtime();
-    }
+  AgentDouble agent(session([&round](ServedConnection& connection) {
+    const std::string event =
+        "data: {\"method\":\"realtimeN\",\"args\":[" + std::to_string(round) + "]}\n\n";
+    (void)connection.send(std::string(streamHead) + event);
+  }));
+  agent.adopt();
+  for (round = 0; round < rounds; ++round) {
+    startRealtime(json::object());
+    if (round % 2 == 0) (void)agent.waitForRequests("GET /v1/realtime", 1);
+    stopRealtime();  // nothing of the session comes after this
   }
-  sleepMs(100);
   const Events events = voiceEvents(output.finish());
   EXPECT_GE(std::count(events.begin(), events.end(), done), rounds);
   int ended = 0;  // ends that stopRealtime told

@@ -1,0 +1,82 @@
+#include "agent/feed_pump.h"
+
+#include <exception>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "agent/event_feed.h"
+#include "common/detached.h"
+
+namespace media::win::chrome_inspect {
+
+// One stream from its start to its end, which its destructor reports: whatever is thrown, and
+// though there be no thread for it.
+class FeedPump::Stream {
+ public:
+  Stream(FeedPump& pump, std::uint64_t number) : pump_(pump), number_(number) {}
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  ~Stream() {
+    try {
+      whileCurrent([this] { pump_.user_.ended(response_); });
+    } catch (const std::exception&) {  // no memory for the last word
+    }
+  }
+
+  void run(std::uint16_t port, const std::wstring& path) {
+    response_ = agentFeed(
+        port, path, pump_.user_.slot, [this] { return isCurrent(); },
+        [this](std::string_view chunk) { take(chunk); });
+    forward(splitter_.pending());
+  }
+
+ private:
+  bool isCurrent() const { return pump_.current_ == number_; }
+
+  void whileCurrent(const std::function<void()>& action) {
+    const std::lock_guard lock(pump_.speaking_);
+    if (isCurrent()) action();
+  }
+
+  void forward(std::string_view block) {
+    nlohmann::json event;
+    if (readFeedEvent(block, event)) whileCurrent([&] { pump_.user_.forward(event); });
+  }
+
+  void take(std::string_view chunk) {
+    if (!isCurrent()) return;
+    try {
+      splitter_.feed(chunk, [this](std::string_view block) { forward(block); });
+    } catch (const std::length_error&) {
+      splitter_ = EventSplitter();  // a block without end: what it would have been is lost
+    }
+  }
+
+  FeedPump& pump_;
+  const std::uint64_t number_;
+  EventSplitter splitter_;
+  AgentResponse response_;
+};
+
+std::uint64_t FeedPump::begin(const std::function<bool()>& change) {
+  std::uint64_t number = 0;
+  {
+    const std::lock_guard lock(speaking_);
+    if (change && !change()) return 0;
+    number = ++current_;
+  }
+  abortRequests(user_.slot);  // of the stream before, which is no longer current
+  return number;
+}
+
+void FeedPump::read(std::uint64_t number, std::uint16_t port, std::wstring path) {
+  const auto stream = std::make_shared<Stream>(*this, number);
+  (void)runDetached(user_.threadName,
+                    [stream, port, path = std::move(path)] { stream->run(port, path); });
+}
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,180 @@
+#include "agent/feed_pump.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "support/gate.h"
+#include "support/scripted_server.h"
+#include "support/test_thread.h"
+#include "text/leaked.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// What a pump has done, one line each.
+class Record {
+ public:
+  void add(const std::string& line) {
+    const std::lock_guard lock(mutex_);
+    lines_.push_back(line);
+    changed_.notify_all();
+  }
+  Lines waitFor(const std::string& last) {
+    std::unique_lock lock(mutex_);
+    const bool came = changed_.wait_for(lock, std::chrono::seconds(30),
+                                        [&] { return !lines_.empty() && lines_.back() == last; });
+    if (!came) ADD_FAILURE() << last << " did not come";
+    return lines_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  Lines lines_;
+};
+
+Record& record() {
+  static Record& all = leaked<Record>();
+  return all;
+}
+
+Gate& held() {
+  static Gate& gate = leaked<Gate>();
+  return gate;
+}
+
+void forward(nlohmann::json& event) {
+  const std::string method = event.at("method");
+  if (method == "throw") throw std::runtime_error("x");
+  if (method == "hold") {
+    record().add("holding");
+    held().wait();
+  }
+  record().add(method);
+}
+
+void ended(const AgentResponse& response) {
+  record().add("ended " + std::to_string(response.status) + response.error);
+}
+
+FeedPump& pump() {
+  static FeedPump& pump = leaked<FeedPump>(FeedUser{"feed", CancelSlot::events, forward, ended});
+  return pump;
+}
+
+std::string event(const std::string& method) {
+  return "data: {\"method\":\"" + method + "\",\"args\":[]}\n\n";
+}
+
+void readNext(ScriptedServer& server, std::wstring path = L"/feed") {
+  pump().read(pump().begin(), server.port(), std::move(path));
+}
+
+struct FeedCase {
+  const char* name;
+  std::string answer;
+  Lines lines;
+};
+
+const FeedCase feedCases[] = {
+    {"events and other blocks",
+     std::string(streamHead) + event("a") + ": c\n\n" + event("b"),
+     {"a", "b", "ended 200"}},
+    {"the last block needs no blank line",
+     std::string(streamHead) + "data: {\"method\":\"a\",\"args\":[]}",
+     {"a", "ended 200"}},
+    {"broken off",
+     "HTTP/1.1 200 OK\r\nContent-Length: 99\r\n\r\n" + event("a"),
+     {"a", "ended 200agent response truncated"}},
+    {"another status", answerText("", "500 No"), {"ended 500"}},
+    {"no answer", "", {"ended 0agent request failed"}},
+    {"a user that throws", std::string(streamHead) + event("throw") + event("a"), {"ended 0"}},
+};
+
+TEST(FeedPump, ForwardsTheEventsAndReportsTheEndOnce) {
+  Lines wanted;
+  for (const FeedCase& c : feedCases) {
+    SCOPED_TRACE(c.name);
+    ScriptedServer server(sendInPieces(c.answer, 7));
+    readNext(server);
+    wanted.insert(wanted.end(), c.lines.begin(), c.lines.end());
+    EXPECT_EQ(record().waitFor(wanted.back()), wanted);
+    EXPECT_EQ(server.requests("GET /feed HTTP/1.1\r\n").size(), 1U);  // it is not tried again
+    record().add("next");                                             // two cases end alike
+    wanted.push_back("next");
+  }
+}
+
+TEST(FeedPump, LosesABlockWithoutEndAndGoesOn) {
+  ScriptedServer server([](ServedConnection& connection) {
+    (void)connection.send(streamHead);
+    const std::string piece(1 << 20, 'x');
+    for (std::size_t sent = 0; sent <= maxEventBlock; sent += piece.size()) {
+      (void)connection.send(piece);
+    }
+    (void)connection.send("\n\n" + event("a"));
+  });
+  readNext(server);
+  EXPECT_EQ(record().waitFor("ended 200"), (Lines{"a", "ended 200"}));
+}
+
+TEST(FeedPump, ForwardsNothingOfAStreamThatWasReplaced) {
+  Gate replaced;
+  ScriptedServer server([&replaced](ServedConnection& connection) {
+    (void)connection.send(std::string(streamHead) + event("first"));
+    replaced.wait();
+    (void)connection.send(event("late") + "data: {\"method\":\"unfinished\",\"args\":[]}");
+  });
+  readNext(server);
+  (void)record().waitFor("first");
+  const std::uint64_t second = pump().begin();
+  const std::uint64_t third = pump().begin();
+  replaced.open();
+  ScriptedServer other(sendInPieces(std::string(streamHead) + event("third"), 1000));
+  pump().read(second, other.port(), L"/second");
+  pump().read(third, other.port(), L"/third");
+  EXPECT_EQ(record().waitFor("ended 200"), (Lines{"first", "third", "ended 200"}));
+  EXPECT_TRUE(other.requests("GET /second").empty());
+}
+
+TEST(FeedPump, BeginsNoNextStreamWhileAnEventIsForwarded) {
+  Gate begun;
+  ScriptedServer server([&begun](ServedConnection& connection) {
+    (void)connection.send(std::string(streamHead) + event("hold"));
+    begun.wait();
+  });
+  readNext(server);
+  (void)record().waitFor("holding");
+  TestThread next([] {
+    (void)pump().begin();
+    record().add("begun");
+  });
+  held().open();
+  EXPECT_EQ(record().waitFor("begun"), (Lines{"holding", "hold", "begun"}));
+  begun.open();
+}
+
+TEST(FeedPump, KeepsTheStreamWhenTheChangeIsRefused) {
+  Gate refused;
+  ScriptedServer server([&refused](ServedConnection& connection) {
+    (void)connection.send(std::string(streamHead) + event("a"));
+    refused.wait();
+    (void)connection.send(event("b"));
+  });
+  readNext(server);
+  (void)record().waitFor("a");
+  EXPECT_EQ(pump().begin([] { return false; }), 0U);
+  refused.open();
+  EXPECT_EQ(record().waitFor("ended 200"), (Lines{"a", "b", "ended 200"}));
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect
