@@ -6,8 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "agent/agent_state.h"
 #include "agent/agent_stream.h"
+#include "agent/request_slots.h"
+#include "agent/running_turns.h"
 
 // The one way to speak HTTP with the agent, which listens on 127.0.0.1. There is one entry for each
 // kind of request; they differ in who may abort it, how long it may take, and where its body goes.

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "agent/agent_state.h"
+#include "agent/agent_end.h"
+#include "agent/agent_starts.h"
+#include "agent/current_agent.h"
 #include "agent_process/child_output.h"
 #include "agent_process/port_scan.h"
 #include "channel/host_log.h"

@@ -15,7 +15,7 @@ std::wstring agentCommandLine(const std::wstring& path, std::uint16_t port);
 // Starts `cli`, whose path is not empty, as the owned agent on `port` and waits until it answers:
 // true. False when it could not be started, ended, or did not answer within `readyDeadlineMs` and
 // one last look; the reason is in the host log, and the child this call started has been ended.
-// Blocks up to 16 s. Threads: one at a time (agent/agent_state.h, joinStart).
+// Blocks up to 16 s. Threads: one at a time (agent/agent_starts.h, joinStart).
 bool spawnAgent(const CliLocation& cli, std::uint16_t port);
 
 }  // namespace media::win::chrome_inspect

@@ -6,7 +6,7 @@
 #include <span>
 
 #include "agent/agent_ready.h"
-#include "agent/agent_state.h"
+#include "agent/current_agent.h"
 
 namespace media::win::chrome_inspect {
 

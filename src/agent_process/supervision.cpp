@@ -1,6 +1,8 @@
 #include "agent_process/supervision.h"
 
-#include "agent/agent_state.h"
+#include "agent/agent_end.h"
+#include "agent/agent_starts.h"
+#include "agent/current_agent.h"
 #include "agent_process/agent_launch.h"
 #include "agent_process/cli_location.h"
 #include "agent_process/port_scan.h"
@@ -80,12 +82,12 @@ bool findOrStartAgent(Answering& agent, std::string& error) {
     if (agent.port != 0) return true;
     std::string othersError;
     switch (joinStart(seenStarts, othersError)) {
-      case StartTurn::leader:
+      case StartRole::leader:
         return lead(agent, error);
-      case StartTurn::ending:
+      case StartRole::ending:
         error = "cancelled";
         return false;
-      case StartTurn::follower:
+      case StartRole::follower:
         break;
     }
     if (!othersError.empty()) {

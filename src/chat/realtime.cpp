@@ -5,8 +5,9 @@
 
 #include "agent/agent_answer.h"
 #include "agent/agent_request.h"
-#include "agent/agent_state.h"
+#include "agent/current_agent.h"
 #include "agent/feed_pump.h"
+#include "agent/request_slots.h"
 #include "agent_process/supervision.h"
 #include "browser_tools/browser_context.h"
 #include "channel/panel_events.h"

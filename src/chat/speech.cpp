@@ -6,7 +6,8 @@
 
 #include "agent/agent_answer.h"
 #include "agent/agent_request.h"
-#include "agent/agent_state.h"
+#include "agent/current_agent.h"
+#include "agent/running_turns.h"
 #include "agent_process/supervision.h"
 #include "channel/panel_events.h"
 #include "common/detached.h"

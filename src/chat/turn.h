@@ -3,7 +3,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
-#include "agent/agent_state.h"
+#include "agent/running_turns.h"
 
 namespace media::win::chrome_inspect {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "agent/agent_state.h"
+#include "agent/current_agent.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "agent/agent_state.h"
+#include "agent/current_agent.h"
 #include "agent_process/cli_dir.h"
 #include "agent_process/cli_settings.h"
 #include "channel/envelope.h"

@@ -9,7 +9,8 @@
 #include <utility>
 
 #include "agent/agent_request.h"
-#include "agent/agent_state.h"
+#include "agent/current_agent.h"
+#include "agent/running_turns.h"
 #include "agent_process/supervision.h"
 #include "browser_tools/browser_context.h"
 #include "channel/envelope.h"

@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "agent/agent_state.h"
+#include "agent/agent_end.h"
 #include "channel/envelope.h"
 #include "channel/framing.h"
 #include "channel/host_log.h"

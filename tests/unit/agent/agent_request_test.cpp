@@ -6,6 +6,9 @@
 #include <stdexcept>
 #include <string>
 
+#include "agent/agent_end.h"
+#include "agent/request_slots.h"
+#include "agent/running_turns.h"
 #include "platform/clock.h"
 #include "support/gate.h"
 #include "support/http_outcome.h"

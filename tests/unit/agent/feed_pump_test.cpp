@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/request_slots.h"
 #include "support/gate.h"
 #include "support/scripted_server.h"
 #include "support/test_thread.h"

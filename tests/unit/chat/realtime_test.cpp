@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/agent_state.h"
+#include "agent/current_agent.h"
 #include "platform/clock.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"

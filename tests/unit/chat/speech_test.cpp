@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/agent_state.h"
+#include "agent/current_agent.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"
 #include "support/gate.h"

@@ -9,7 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "agent/agent_state.h"
+#include "agent/current_agent.h"
+#include "agent/running_turns.h"
 #include "browser_tools/browser_context.h"
 #include "platform/clock.h"
 #include "support/captured_output.h"

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "agent/agent_state.h"
+#include "agent/current_agent.h"
 
 namespace media::win::chrome_inspect {
 namespace {

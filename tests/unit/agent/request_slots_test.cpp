@@ -1,3 +1,5 @@
+#include "agent/request_slots.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -7,7 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "agent/agent_state.h"
+#include "agent/agent_end.h"
+#include "agent/running_turns.h"
 #include "platform/clock.h"
 #include "support/run_threads.h"
 #include "support/scripted_exchange.h"

@@ -1,23 +1,17 @@
-#include "agent/agent_state.h"
+#include "agent/current_agent.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <memory>
 #include <optional>
-#include <string>
 #include <utility>
-#include <vector>
 
+#include "agent/agent_end.h"
+#include "agent/running_turns.h"
 #include "platform/clock.h"
 #include "support/idle_child.h"
-#include "support/run_threads.h"
-#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-// --- The current agent ---
 
 TEST(CurrentAgent, IsNoneAtFirst) {
   EXPECT_EQ(currentAgentPort(), 0);
@@ -89,8 +83,6 @@ TEST(CurrentAgent, AChildThatComesTooLateIsEndedAtOnce) {
   EXPECT_TRUE(waitForExit(watched, 10'000));
   EXPECT_EQ(currentAgentPort(), 0);
 }
-
-// --- The idle stop ---
 
 // Our own clock: it begins with the first look, which counts as activity, as does a long gap.
 class IdleStop : public testing::Test {
@@ -176,149 +168,6 @@ TEST_F(IdleStop, CountsATurnUnderAStoppedAgentOnlyForItself) {
   old.reset();  // must not take the new turn's count with it
   EXPECT_TRUE(staysUntil(5000, 400'000));
   stopOwnedAgent(serial);
-}
-
-// --- Starting ---
-
-TEST(JoinStart, LetsOneStartAndTheOthersWait) {
-  constexpr int callers = 8;
-  std::atomic<int> arrived = 0;
-  std::atomic<int> leaders = 0;
-  std::atomic<int> followers = 0;
-  runThreads(callers, [&](int) {
-    const std::uint64_t seen = finishedStarts();
-    // All have looked before anybody starts.
-    ++arrived;
-    while (arrived < callers) sleepMs(1);
-    std::string error = "untouched";
-    if (joinStart(seen, error) == StartTurn::leader) {
-      ++leaders;
-      EXPECT_EQ(error, "untouched");
-      finishStart("no luck");
-    } else {
-      ++followers;
-      EXPECT_EQ(error, "no luck");
-    }
-  });
-  EXPECT_EQ(leaders, 1);
-  EXPECT_EQ(followers, callers - 1);
-  EXPECT_EQ(finishedStarts(), 1U);
-}
-
-TEST(JoinStart, NeverHasTwoLeadersAtATime) {
-  std::atomic<int> starting = 0;
-  std::atomic<int> led = 0;
-  runThreads(4, [&](int) {
-    for (int i = 0; i < 500; ++i) {
-      std::string error;
-      if (joinStart(finishedStarts(), error) != StartTurn::leader) continue;
-      EXPECT_EQ(++starting, 1);
-      ++led;
-      --starting;
-      finishStart("");
-    }
-  });
-  EXPECT_EQ(finishedStarts(), static_cast<std::uint64_t>(led));
-}
-
-TEST(JoinStart, MakesALeaderOfWhoHasSeenTheLastStart) {
-  std::string error;
-  ASSERT_EQ(joinStart(0, error), StartTurn::leader);
-  finishStart("");
-  error = "before";
-  EXPECT_EQ(joinStart(0, error), StartTurn::follower);
-  EXPECT_EQ(error, "");
-  EXPECT_EQ(joinStart(1, error), StartTurn::leader);
-}
-
-TEST(JoinStart, EndsWithTheHost) {
-  std::string error;
-  ASSERT_EQ(joinStart(0, error), StartTurn::leader);
-  TestThread waiting([] {
-    std::string ignored;
-    EXPECT_EQ(joinStart(0, ignored), StartTurn::ending);
-  });
-  cancelAllAgentRequests();
-  waiting.join();
-  EXPECT_EQ(joinStart(0, error), StartTurn::ending);
-}
-
-TEST(SpawnPermit, IsGrantedUntilTheHostEnds) {
-  { EXPECT_TRUE(SpawnPermit().granted()); }
-  cancelAllAgentRequests();
-  EXPECT_FALSE(SpawnPermit().granted());
-}
-
-TEST(SpawnPermit, HoldsUpTheEndUntilTheChildIsAdopted) {
-  std::optional<SpawnPermit> permit(std::in_place);
-  TestThread ending([] { cancelAllAgentRequests(); });
-  while (waitUnlessEnding(0)) sleepMs(1);
-  OwnedProcess child = idleChild();
-  const OwnedProcess watched = duplicateProcess(child);
-  (void)adoptOwnedAgent(std::move(child), 8090);
-  permit.reset();
-  ending.join();
-  EXPECT_TRUE(waitForExit(watched, 10'000));
-}
-
-// --- Turns ---
-
-TEST(RunningTurn, IsStoppedByAStopThatComesAfterIt) {
-  stopTurns();
-  const RunningTurn first;
-  EXPECT_FALSE(first.stopped());
-  EXPECT_TRUE(first.beginRequest());
-  const RunningTurn second;
-  stopTurns();
-  const RunningTurn third;
-  EXPECT_TRUE(first.stopped());
-  EXPECT_TRUE(second.stopped());
-  EXPECT_FALSE(second.beginRequest());
-  EXPECT_FALSE(third.stopped());
-  EXPECT_TRUE(third.beginRequest());
-}
-
-TEST(RunningTurn, IsStoppedByTheEndOfTheHost) {
-  const RunningTurn turn;
-  cancelAllAgentRequests();
-  EXPECT_TRUE(turn.stopped());
-  EXPECT_FALSE(turn.beginRequest());
-}
-
-TEST(CancelRequested, StaysUntilATurnBeginsItsRequest) {
-  EXPECT_FALSE(cancelRequested());
-  stopTurns();
-  EXPECT_TRUE(cancelRequested());
-  const RunningTurn turn;
-  EXPECT_TRUE(cancelRequested());
-  EXPECT_TRUE(turn.beginRequest());
-  EXPECT_FALSE(cancelRequested());
-  stopTurns();
-  EXPECT_FALSE(turn.beginRequest());
-  EXPECT_TRUE(cancelRequested());
-}
-
-// --- The end ---
-
-TEST(WaitUnlessEnding, WaitsAndIsCutShortByTheEnd) {
-  const std::uint64_t before = tickCountMs();
-  EXPECT_TRUE(waitUnlessEnding(50));
-  EXPECT_GE(tickCountMs() - before + 16, 50U);  // the tick count may be that coarse
-  TestThread waiting([] { EXPECT_FALSE(waitUnlessEnding(60'000)); });
-  cancelAllAgentRequests();
-  waiting.join();
-  EXPECT_LT(tickCountMs() - before, 30'000U);
-  EXPECT_FALSE(waitUnlessEnding(0));
-}
-
-TEST(CancelAll, EndsTheOwnedAgent) {
-  OwnedProcess child = idleChild();
-  const OwnedProcess watched = duplicateProcess(child);
-  (void)adoptOwnedAgent(std::move(child), 8090);
-  cancelAllAgentRequests();
-  EXPECT_TRUE(waitForExit(watched, 0));  // it was waited for
-  EXPECT_EQ(currentAgentPort(), 0);
-  cancelAllAgentRequests();
 }
 
 }  // namespace

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "platform/process.h"
+
+// Which agent is current, who owns it, and when it was last wanted. Threads: any.
+namespace media::win::chrome_inspect {
+
+// Where agents are looked for and started, in this order.
+inline constexpr std::array<std::uint16_t, 5> agentPorts = {8090, 8091, 8092, 8093, 8094};
+
+inline constexpr std::uint64_t agentIdleLimitMs = 60000;
+
+// The port of the current agent; 0 when none is known.
+std::uint16_t currentAgentPort();
+
+// Records that the user, or a turn, wants something of the agent now.
+void touchAgentActivity();
+
+// The port to look at first: the current one, unless it belonged to a child of ours that has ended,
+// which is then forgotten. 0 when there is none.
+std::uint16_t candidateAgentPort();
+
+// Makes an agent that answers on `port`, and is not ours, the current one; the port of an agent
+// that we own is never overwritten.
+void adoptFoundAgent(std::uint16_t port);
+
+// Makes a child we started the owned and current agent; the one owned before is ended. Returns the
+// serial number of the ownership, or 0 when the host is ending: the child is then ended at once.
+std::uint64_t adoptOwnedAgent(OwnedProcess process, std::uint16_t port);
+
+// Ends the owned agent, waiting up to 2 s for it, if it still is the one with this number. An agent
+// that was only found is left alone.
+void stopOwnedAgent(std::uint64_t serial);
+
+// Ends the owned agent when, at the tick count `nowMs`, it has been idle for `agentIdleLimitMs`: no
+// use of it, no activity. To be called every few seconds; a gap of more than 15 s means that the
+// machine slept, which is not idleness. True when the agent was ended.
+bool stopIdleAgent(std::uint64_t nowMs);
+
+// Ends the owned agent unless it is in use. True when it was ended.
+bool stopUnusedAgent();
+
+}  // namespace media::win::chrome_inspect

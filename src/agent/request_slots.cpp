@@ -1,0 +1,43 @@
+#include "agent/request_slots.h"
+
+#include <mutex>
+#include <vector>
+
+#include "agent/agent_shared.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using Requests = std::vector<std::shared_ptr<HttpExchange>>;
+
+Requests& slotOf(AgentShared& shared, CancelSlot slot) {
+  return shared.slots.at(static_cast<std::size_t>(slot));
+}
+
+}  // namespace
+
+bool publishRequest(CancelSlot slot, const std::shared_ptr<HttpExchange>& request) {
+  AgentShared& shared = agentShared();
+  const std::lock_guard lock(shared.agentMutex);
+  if (shared.ending) return false;
+  slotOf(shared, slot).push_back(request);
+  return true;
+}
+
+void takeBackRequest(CancelSlot slot, const std::shared_ptr<HttpExchange>& request) {
+  AgentShared& shared = agentShared();
+  const std::lock_guard lock(shared.agentMutex);
+  std::erase(slotOf(shared, slot), request);
+}
+
+void abortRequests(CancelSlot slot) {
+  AgentShared& shared = agentShared();
+  Requests taken;
+  {
+    const std::lock_guard lock(shared.agentMutex);
+    taken.swap(slotOf(shared, slot));
+  }
+  for (const auto& request : taken) request->abort();
+}
+
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+
+// Use of the agent, and the chat turns that may be stopped. Threads: any.
+namespace media::win::chrome_inspect {
+
+// Keeps the idle stop away from the agent from construction to destruction, the end of which counts
+// as activity.
+class AgentInUse {
+ public:
+  AgentInUse();
+  ~AgentInUse();
+  AgentInUse(const AgentInUse&) = delete;
+  AgentInUse& operator=(const AgentInUse&) = delete;
+};
+
+// One running chat turn, counted from construction to destruction: the idle stop waits for it, and
+// "stop" reaches it from the first moment on.
+class RunningTurn {
+ public:
+  RunningTurn();
+  // Whether "stop" came, or the host began to end, after this turn was counted.
+  bool stopped() const;
+  // Begins the turn's own request, unless the turn was stopped: from here on a failing request is
+  // not blamed on an older cancellation. False when it was.
+  bool beginRequest() const;
+
+ private:
+  AgentInUse inUse_;
+  std::uint64_t stopsBefore_;
+};
+
+// Stops every running turn: marks it as stopped and aborts its request.
+void stopTurns();
+
+// Set by a stop, or by the end of the host; cleared by the next turn that begins its request.
+bool cancelRequested();
+
+}  // namespace media::win::chrome_inspect
