@@ -5,7 +5,7 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-// What the system says is available sizes the buffer, up to this.
+// The bytes that are available size the buffer, up to this.
 constexpr std::size_t maxPiece = 1024 * 1024;
 
 }  // namespace

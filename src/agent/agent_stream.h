@@ -15,7 +15,7 @@ using ChunkSink = std::function<void(std::string_view)>;
 
 // Drains the body of a response whose header has been received: into `sink` when there is one, else
 // appended to `target`. `shouldStop`, when given, is asked before each read. True when the body
-// came to its end; false on a failure, or when told to stop. What the sink throws passes through.
+// came to its end; false on a failure, or when it was stopped. What the sink throws passes through.
 // Blocks as long as the exchange's receive time-out allows for each piece.
 bool readAgentBody(HttpExchange& request, std::string& target, const ChunkSink& sink,
                    const std::function<bool()>& shouldStop);

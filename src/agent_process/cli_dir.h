@@ -4,8 +4,8 @@
 
 namespace media::win::chrome_inspect {
 
-// The folder in which the user says that the command-line program lives; empty when not set. Kept
-// for the life of the process. Threads: any.
+// The folder that the user has chosen for the command-line program; empty when none. Kept for the
+// life of the process. Threads: any.
 std::wstring savedCliDir();
 void saveCliDir(std::wstring folder);
 

@@ -20,8 +20,8 @@ struct CliLocation {
 // lock. Threads: any.
 CliLocation locateCli();
 
-// What one of the sources has to say, `index` counting in the order above: the look-up behind
-// locateCli, without a line in the log.
+// Looks in one of the sources only, `index` counting in the order above, and leaves no line in the
+// log.
 enum class CliOutcome { found, missing, notSet, insideWindowsApps, unavailable, notOnPath };
 struct CliLook {
   const char* source;  // what its line in the log begins with

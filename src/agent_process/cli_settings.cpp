@@ -75,12 +75,12 @@ nlohmann::json describeCliDir() {
   const std::wstring folder = savedCliDir();
   const CliLocation cli = locateCli();
   const std::string probe = probeCliStart(cli.path);
-  nlohmann::json told = {{"dir", toUtf8(folder)},
+  nlohmann::json answer = {{"dir", toUtf8(folder)},
                          {"cli", cli.pathUtf8},
                          {"probe", probe},
                          {"feedback", cliDirFeedback(folder, cli.path, probe)}};
-  if (probe != "ok") told["warning"] = didNotStart(probe);
-  return told;
+  if (probe != "ok") answer["warning"] = didNotStart(probe);
+  return answer;
 }
 
 std::string cliDirFeedback(const std::wstring& folder, const std::wstring& cli,

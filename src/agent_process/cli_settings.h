@@ -6,12 +6,12 @@
 #include <string>
 #include <string_view>
 
-// The user's say in where the command-line program lives.
+// The folder that the user has chosen for the command-line program.
 namespace media::win::chrome_inspect {
 
 // Replaces the saved folder; empty clears it. False, and nothing changed, with `error` "invalid
 // folder" (over 1,024 bytes, a double quote or a control character in it, not UTF-8), "that folder
-// is inside WindowsApps", or "folder does not exist" (also when the system cannot tell within 5 s).
+// is inside WindowsApps", or "folder does not exist" (also when the system has not answered within 5 s).
 bool validateAndSaveCliDir(std::string_view dirUtf8, std::string& error);
 
 // How a trial start is made; see probeProcessStart in platform/process.h.
@@ -22,7 +22,7 @@ using StartTrial = std::function<bool(const std::wstring& path, std::uint32_t& s
 std::string probeCliStart(const std::wstring& path, StartTrial trial);
 std::string probeCliStart(const std::wstring& path);
 
-// What a set or an apply tells the panel, without its kind: looks for the program again and tries
+// The answer to a set or an apply, without its kind: looks for the program again and tries to start
 // it. To be called after validateAndSaveCliDir has succeeded.
 nlohmann::json describeCliDir();
 

@@ -16,12 +16,12 @@ namespace {
 
 using nlohmann::json;
 
-struct Turn {
+struct TurnIds {
   const std::string& runId;
   const std::string& chatSessionId;
 };
 
-void showThinking(const Turn& turn, json& event) {
+void showThinking(const TurnIds& turn, json& event) {
   for (const std::string_view piece : piecesForBrowser(readText(event, "text"))) {
     emitPanelMessage(
         "appendThinking",
@@ -50,11 +50,11 @@ json toolLine(const json& event, bool running) {
   return line;
 }
 
-void showToolCall(const Turn&, json& event) {
+void showToolCall(const TurnIds&, json& event) {
   emitPanelMessage("appendText", json::array({toolLine(event, true)}));
 }
 
-void showToolResult(const Turn&, json& event) {
+void showToolResult(const TurnIds&, json& event) {
   const std::string_view path = readText(event, "path");
   emitPanelMessage("appendText", json::array({toolLine(event, false)}));
   if (path.empty()) return;
@@ -62,7 +62,7 @@ void showToolResult(const Turn&, json& event) {
   emitPanelMessage("appendText", json::array({{{"role", role}, {"text", path}}}));
 }
 
-void showCommandRun(const Turn&, json& event) {
+void showCommandRun(const TurnIds&, json& event) {
   const std::string_view id = readText(event, "id");
   const std::string_view step = readText(event, "event");
   if (id.empty()) return;
@@ -84,17 +84,17 @@ json consentPayload(json event) {
   return json::array({std::move(event)});
 }
 
-void askConsent(const Turn&, json& event) {
+void askConsent(const TurnIds&, json& event) {
   emitPanelMessage("consentRequest", consentPayload(std::move(event)));
 }
 
-void dismissConsent(const Turn&, json& event) {
+void dismissConsent(const TurnIds&, json& event) {
   emitPanelMessage("dismissConsent", consentPayload(std::move(event)));
 }
 
 struct EventType {
   std::string_view type;
-  void (*show)(const Turn& turn, json& event);  // may take parts out of the event
+  void (*show)(const TurnIds& turn, json& event);  // may take parts out of the event
 };
 
 constexpr EventType eventTypes[] = {

@@ -2,17 +2,19 @@
 
 #include <string>
 
-// Has the agent read text aloud. Both return at once; what comes of it the panel learns by events.
+// Has the agent read text aloud. Both return at once; events report to the panel what comes of it.
 namespace media::win::chrome_inspect {
 
 enum class SpeechControl { pause, resume, stop };
 
-// Tells the panel "ttsStarted", then speaks on a thread of its own and ends with "ttsDone"; an
-// empty text does nothing. False when there is no thread to be had.
+// Sends "ttsStarted", has the text spoken on a thread of its own, which shows a failure as an error
+// line, and sends "ttsDone". An empty text does nothing. False when no thread could be started; the
+// panel has got both events.
 bool startSpeech(const std::string& text);
 
-// Passes a control on to the agent, if one is known, and tells the panel. Controls reach the agent
-// in the order of these calls. False when there is no thread to be had.
+// Posts a control to the agent, if one is known, and sends its event to the panel, on a thread of
+// its own and in the order of these calls. False, and nothing is done, when no thread could be
+// started.
 bool controlSpeech(SpeechControl control);
 
 }  // namespace media::win::chrome_inspect

@@ -13,8 +13,8 @@ namespace media::win::chrome_inspect {
 // the message was dispatched, so that a "stop" since then is seen.
 void run_turn(const nlohmann::json& message, const RunningTurn& running);
 
-// Starts `run_turn` on a thread of its own. False, and nothing is running, when there is no thread
-// to be had.
+// Starts `run_turn` on a thread of its own. False, and nothing runs, when no thread could be
+// started.
 bool startTurn(const nlohmann::json& message);
 
 }  // namespace media::win::chrome_inspect

@@ -184,17 +184,17 @@ json answerProviderRpc(const json& request) {
   return failed(request, "chrome host does not handle " + name);
 }
 
-json openPaths(const json& request, bool fullscreen) {
+json answerOpenPathsByAgent(const json& request, bool fullscreen) {
   return postForAck(request, L"/v1/ui/open-file",
                     {{"paths", pathsOf(request)}, {"fullscreen", fullscreen}}, "file did not open");
 }
 
-json openSettings(const json& request) {
+json answerSettings(const json& request) {
   return postForAck(request, L"/v1/ui/open", {{"section", readText(request, "section", "chat")}},
                     "settings did not open");
 }
 
-json replyConsent(const json& request) {
+json answerConsentReply(const json& request) {
   json body = request;
   body.erase("kind");
   return postForAck(request, L"/v1/chat/consent", body, requestFailed);

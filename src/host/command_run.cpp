@@ -20,7 +20,7 @@ using nlohmann::json;
 
 constexpr const char* runFailed = "commandRun failed";
 
-// Answers with what the agent, or the application, says of the command.
+// The reply that passes on what the agent, or the application, has answered.
 json answerWith(const json& request, json answer) {
   if (!lenientBool(answer, "ok", false)) {
     return providerRpcReply(request, false, lenientText(answer, "error", runFailed));
@@ -31,8 +31,8 @@ json answerWith(const json& request, json answer) {
 // Whom the agent leaves the command to.
 enum class RunBy { agent, application };
 
-// Asks the agent. `application` when there is no agent, it does not know the command, cannot be
-// understood, or says that the command needs the application's window.
+// Asks the agent. `application` when there is no agent, when it does not know the command (404),
+// and when its answer with status 200 is no JSON or has "needsUi".
 RunBy runByAgent(const json& command, json& answer) {
   std::string error;
   const auto port = ensureAgent(error);

@@ -74,9 +74,9 @@ json answerChatSender(const json& request) {
   return stampMessage({{"kind", "chatSender"}, {"ok", true}}, request);
 }
 
-json answerOpenPathInternal(const json& request) { return openPaths(request, false); }
+json answerOpenPathInternal(const json& request) { return answerOpenPathsByAgent(request, false); }
 
-json answerOpenPathFullscreen(const json& request) { return openPaths(request, true); }
+json answerOpenPathFullscreen(const json& request) { return answerOpenPathsByAgent(request, true); }
 
 json answerRealtimeStart(const json& request) {
   startRealtime(request);
@@ -201,12 +201,12 @@ constexpr Kind kinds[] = {
     {"realtimeStart", Activity::user, answerRealtimeStart},
     {"realtimeStop", Activity::user, answerRealtimeStop},
     {"realtimePushToTalk", Activity::user, answerPushToTalk},
-    {"consentReply", Activity::user, replyConsent},
+    {"consentReply", Activity::user, answerConsentReply},
     {"speak", Activity::user, answerSpeak},
     {"speakStop", Activity::user, answerSpeakStop},
     {"speakPause", Activity::user, answerSpeakPause},
     {"speakResume", Activity::user, answerSpeakResume},
-    {"settings", Activity::user, openSettings},
+    {"settings", Activity::user, answerSettings},
     {"attachContextPaths", Activity::user, answerAttachContextPaths},
     {"pickContextPaths", Activity::user, answerPickContextPaths},
     {"contextImportUrl", Activity::user, answerContextImportUrl},
