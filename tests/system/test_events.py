@@ -9,10 +9,9 @@ import random
 import pytest
 
 from support import builds
-from support.feeding_agent import EVENTS, SPEAK
-from support.growth import expect_no_growth, held
-from support.scripted_agent import (
-    COMPLETIONS, answers, delta, hangs_up, resets, streams)
+from support.feeding_agent import EVENTS, REALTIME_EVENTS, SPEAK
+from support.memory import expect_no_growth, held
+from support.scripted_agent import COMPLETIONS, delta
 
 
 def listen(panel, agent, count=1):
@@ -49,20 +48,6 @@ def test_the_stream_is_asked_for_once_an_agent_is_there(panel, feeding):
     for _ in range(5):
         panel.find_agent()
     assert len(feeding.feeds_of()) == 1
-
-
-def test_twenty_at_once_open_one_stream(panel, feeding):
-    for count in (1, 2):
-        mark = panel.mark()
-        for _ in range(20):
-            panel.send("speak", text="a")
-            panel.send("providerRpc", method="commandEventsSubscribe")
-        told = panel.wait_told(40, mark)
-        assert [method for method, _ in told].count("ttsDone") == 20
-        feed = feeding.wait_feed(count)
-        assert wait_forwarded(panel, feed, mark)[-1]["method"] == "ttsDone"
-        assert len(feeding.feeds_of()) == count
-        feed.end()
 
 
 # --- What is forwarded ---
@@ -161,26 +146,6 @@ def test_a_cursor_is_a_number_that_is_not_negative(panel, feeding):
 
 # --- The end of a stream, and the next one ---
 
-ENDINGS = [hangs_up, resets, answers({"ok": False}, status="404 Not Found"), streams(),
-           streams({"method": "e", "args": [], "id": 1})]
-
-
-def test_a_stream_that_ends_at_once_is_asked_for_no_more_often_than_the_agent(panel, feeding):
-    def asked():
-        return [e for e in feeding.exchanges if e.path.startswith(EVENTS)]
-
-    finds = 0
-    for ending in ENDINGS:
-        feeding.on[EVENTS] = ending
-        for _ in range(5):
-            panel.find_agent()
-            finds += 1
-            assert len(asked()) <= finds
-    feeding.wait_until(asked, "the stream was not asked for")
-    panel.prove_alive()
-    assert len(asked()) <= finds
-
-
 def test_a_closed_panel_hears_nothing_more_until_it_asks_again(panel, feeding):
     feed = listen(panel, feeding)
     feed.tell("a", [], id=4)
@@ -207,25 +172,34 @@ def test_reloading_stops_speech_and_begins_a_new_stream(panel, feeding):
     assert feeding.wait_feed(2).path == f"{EVENTS}?after=4"
 
 
-ROUNDS = 50 if builds.IS_WINDOWS else 300
+ROUNDS = 50 if builds.IS_WINDOWS else 200
 
 
 def test_beginning_and_ending_again_and_again_leaves_nothing_behind(panel, feeding):
-    """No thread, no handle, no event twice."""
+    """No thread, no handle, no event twice; of the voice sessions neither."""
     def rounds(first, count):
         for number in range(first, first + count):
-            feed = listen(panel, feeding, number)
-            feed.tell("numbered", [number], id=number)
+            chat = listen(panel, feeding, number)
+            panel.ask_for_ack("realtimeStart")
+            voice = feeding.wait_feed(number, REALTIME_EVENTS)
+            for feed, method in ((chat, "chat"), (voice, "voice")):
+                feed.tell(method, [number], id=number)
+            panel.send("realtimeStop")
             panel.send("panelClosed")
-            feed.expect_left()
+            chat.expect_left()
+            voice.expect_left()
         panel.prove_alive(60)
 
     rounds(1, 10)
     before = held(panel)
     rounds(11, ROUNDS - 10)
     expect_no_growth(panel, before)
-    numbers = [event["args"][0] for event in forwarded(panel)]
-    assert numbers == sorted(set(numbers))
+    told = panel.told()
+    for method in ("chat", "voice"):
+        numbers = [args[0] for each, args in told if each == method]
+        assert numbers == sorted(set(numbers))
+    assert told.count(("realtimeDone", [])) == ROUNDS
+    assert {method for method, _ in told} <= {"chat", "voice", "realtimeDone"}
     feed = listen(panel, feeding, ROUNDS + 1)
     mark = panel.mark()
     assert wait_forwarded(panel, feed, mark) == []

@@ -10,6 +10,7 @@ from support import builds
 from support.cli_program import seen_by_host
 from support.memory import peak_mib
 from support.scripted_agent import ScriptedAgent, delta, streams
+from support.waiting import until
 
 PORTS = range(8090, 8095)
 NOT_READY = "llm agent --serve did not become ready"
@@ -45,17 +46,17 @@ def test_the_child_gets_this_command_line_and_these_handles(start_panel, cli, us
 
 def collect_log(panel, mark, beginning, timeout=20):
     """All log lines since the mark, once one with this beginning is there."""
-    deadline = time.monotonic() + timeout
-    while not any(line.startswith(beginning) for line in panel.log_lines(mark)):
-        assert time.monotonic() < deadline, panel.log_lines(mark)
+    def there():
         panel.run_turn()  # what is queued goes ahead of every event
+        return any(line.startswith(beginning) for line in panel.log_lines(mark))
+
+    until(there, f"no line {beginning}", timeout)
     return panel.log_lines(mark)
 
 
 def test_the_output_of_the_child_is_in_the_log(start_panel, cli):
     panel = start_panel(env=cli.env(output="invalid-utf8"))
     mark = panel.mark()
-    panel.run_turn()
     lines = collect_log(panel, mark, "not UTF-8: ")
     assert "a line that ends as Windows programs end them" in lines
     assert "serving on 127.0.0.1:8090 — grüß dich" in lines
@@ -65,7 +66,6 @@ def test_the_output_of_the_child_is_in_the_log(start_panel, cli):
 def test_a_character_cut_at_the_limit_is_dropped(start_panel, cli):
     panel = start_panel(env=cli.env(output="cut-character"))
     mark = panel.mark()
-    panel.run_turn()
     assert "a" * 1023 in collect_log(panel, mark, "aaaa")
     assert panel.run_turn().done == FINE  # later events arrive
 

@@ -5,7 +5,7 @@ import pytest
 from support.builds import CLI_NAME
 from support.cli_program import seen_by_host
 from support.panel_side import exit_limit_seconds
-from support.virtual_display import VirtualDisplay, until
+from support.virtual_display import VirtualDisplay, act_until
 
 FILES = "Add files to chat"
 FOLDER = "Select a folder to add to chat"
@@ -26,8 +26,8 @@ def panel_with_display(start_panel, display):
 
 
 def close(display, title):
-    until(lambda: not display.is_open(title),
-          lambda: display.is_open(title) and display.press(title, "Escape"))
+    act_until(lambda: not display.is_open(title),
+              lambda: display.is_open(title) and display.press(title, "Escape"))
 
 
 @pytest.mark.windows_only
@@ -51,8 +51,8 @@ def test_what_is_chosen_goes_to_the_panel_and_cancelling_posts_nothing(
             close(display, title)
             continue
         wanted.append([[seen_by_host(target)]])
-        until(lambda: len(chosen()) == len(wanted),
-              lambda: display.is_open(title) and display.enter(title, seen_by_host(target)))
+        act_until(lambda: len(chosen()) == len(wanted),
+                  lambda: display.is_open(title) and display.enter(title, seen_by_host(target)))
         assert chosen() == wanted
     panel.end()
 
@@ -85,7 +85,7 @@ def test_browsing_for_the_folder_of_the_program(panel_with_display, display, cli
         def replies():
             return [f for f in panel.frames_since(mark) if f.get("chromeRequestId") == token]
 
-        until(replies, lambda: display.is_open(CLI_FOLDER) and act())
+        act_until(replies, lambda: display.is_open(CLI_FOLDER) and act())
         (reply,) = replies()
         return {k: v for k, v in reply.items() if k not in ("chromeRequestId", "source")}
 

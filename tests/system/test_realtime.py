@@ -9,10 +9,8 @@ import urllib.request
 
 import pytest
 
-from support import builds
 from support.feeding_agent import (
     REALTIME_EVENTS, REALTIME_PTT, REALTIME_START, REALTIME_STOP)
-from support.growth import expect_no_growth, held
 from support.scripted_agent import READY, answers, delta, streams
 
 DONE = ("realtimeDone", [])
@@ -151,25 +149,3 @@ def test_a_session_does_not_touch_the_turn_that_runs(panel, feeding):
     mark = panel.mark()
     assert panel.run_turn("hi").done == (True, "")
     assert DONE not in panel.told(mark)
-
-
-ROUNDS = 50 if builds.IS_WINDOWS else 300
-
-
-def test_starting_and_stopping_again_and_again_leaves_nothing_behind(panel, feeding):
-    def rounds(first, count):
-        for number in range(first, first + count):
-            feed = start(panel, feeding, number)
-            feed.tell("numbered", [number])
-            panel.ask_for_ack("realtimeStop")
-            feed.expect_left()
-
-    rounds(1, 10)
-    before = held(panel)
-    rounds(11, ROUNDS - 10)
-    expect_no_growth(panel, before)
-    seen = panel.told()
-    numbers = [args[0] for method, args in seen if method == "numbered"]
-    assert numbers == sorted(set(numbers))
-    assert seen.count(DONE) == ROUNDS
-    assert {method for method, _ in seen} <= {"numbered", "realtimeDone"}

@@ -5,7 +5,7 @@ import threading
 import pytest
 
 from support import builds
-from support.growth import expect_no_growth, held
+from support.memory import expect_no_growth, held
 from support.scripted_agent import (
     COMPLETIONS, CONSENT, MODELS, READY, answers, delta, holds, streams, streams_then_holds)
 

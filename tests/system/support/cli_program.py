@@ -1,14 +1,13 @@
 """The stand-in for the command-line program: where the host finds it and what became of it."""
 
-import contextlib
 import json
 import os
 import socket
-import time
 
 import psutil
 
 from support.builds import CLI_NAME, CLI_PROGRAM, IS_WINDOWS
+from support.waiting import until
 
 from devkit.panel import wine
 
@@ -51,20 +50,19 @@ class CliProgram:
         return [json.loads(line) for line in self.report.read_text().splitlines()]
 
     def wait_for_starts(self, count=1, timeout=20):
-        deadline = time.monotonic() + timeout
-        while len(self.starts()) < count:
-            assert time.monotonic() < deadline, f"{len(self.starts())} of {count} starts"
-            time.sleep(0.01)
+        until(lambda: len(self.starts()) >= count, f"no start number {count}", timeout)
         return self.starts()
 
-    def wait_until_serving(self, port, timeout=60):
+    def wait_until_serving(self, port):
         """The program opens its port when all that it prints has been taken."""
-        deadline = time.monotonic() + timeout
-        while True:
-            with contextlib.suppress(OSError):
-                return socket.create_connection(("127.0.0.1", port), timeout=1).close()
-            assert time.monotonic() < deadline, f"nothing listens on port {port}"
-            time.sleep(0.02)
+        def serves():
+            try:
+                socket.create_connection(("127.0.0.1", port), timeout=1).close()
+            except OSError:
+                return False
+            return True
+
+        until(serves, f"nothing listens on port {port}", 60)
 
     def running(self):
         """The processes of this test's program that are still there."""
@@ -81,10 +79,7 @@ class CliProgram:
         return found
 
     def wait_until_gone(self, timeout=5):
-        deadline = time.monotonic() + timeout
-        while left := self.running():
-            assert time.monotonic() < deadline, f"still running: {left}"
-            time.sleep(0.01)
+        until(lambda: not self.running(), "agents do not end", timeout)
 
     def end(self):
         """Ends what is left running, which must not disturb the next test."""

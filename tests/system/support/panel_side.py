@@ -4,14 +4,12 @@ import fcntl
 import itertools
 import json
 import os
-import struct
 import termios
 import time
 import warnings
 
 from support.builds import IS_WINDOWS, SLOWER
-
-from devkit.panel.host_process import HostError
+from support.waiting import until
 
 _tokens = itertools.count(1)
 
@@ -87,11 +85,8 @@ class Panel:
         """Sends bytes and waits until the host has taken them, so that no more can join them."""
         self.host.send_raw(data)
         stdin = self.host._process.stdin.fileno()
-        deadline = time.monotonic() + 10
-        waiting = struct.pack("i", 1)
-        while struct.unpack("i", waiting)[0]:
-            assert time.monotonic() < deadline, "the host does not read"
-            waiting = fcntl.ioctl(stdin, termios.FIONREAD, waiting)
+        until(lambda: not any(fcntl.ioctl(stdin, termios.FIONREAD, b"\0\0\0\0")),
+              "the host does not read", pause=0)
 
     def send(self, kind, **keys):
         """Sends a panel message and returns its token."""
@@ -243,6 +238,3 @@ def compact(value):
 def exit_limit_seconds():
     """How long after its input is closed the host may still be there."""
     return 0.5 if IS_WINDOWS else 0.3
-
-
-__all__ = ["ACK", "HostError", "Panel", "Turn", "compact", "exit_limit_seconds"]

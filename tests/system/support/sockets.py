@@ -1,8 +1,9 @@
 """What the system knows of the host's TCP connections, under Wine too: the ones that wait to be
 accepted, and the ones that the host has closed."""
 
-import time
 from pathlib import Path
+
+from support.waiting import until
 
 _ESTABLISHED, _LISTENING = "01", "0A"
 
@@ -17,10 +18,8 @@ def _rows(port):
 
 def wait_until_accepted(port, patience=10):
     """Waits until no connection to the port waits for its acceptance."""
-    deadline = time.monotonic() + patience
-    while any(state == _LISTENING and queue for _, state, queue in _rows(port)):
-        assert time.monotonic() < deadline, "connections are not accepted"
-        time.sleep(0.001)
+    until(lambda: not any(state == _LISTENING and queue for _, state, queue in _rows(port)),
+          "connections are not accepted", patience, 0.001)
 
 
 def has_left(port, connection):

@@ -3,11 +3,11 @@
 import contextlib
 import json
 import socket
-import time
 from urllib.parse import quote
 
 from support.builds import IS_WINDOWS
 from support.protocol import CLIENT, HOST, findings
+from support.waiting import until
 
 from devkit.protocol_check.http_messages import answer_value, message_name, request_value
 
@@ -94,14 +94,15 @@ def check_answer(request, answer):
 class ToolServer:
     def __init__(self, panel):
         self.panel = panel
-        deadline = time.monotonic() + 10
-        reply = panel.ask("contextImportUrl")
-        while not reply["ok"] and time.monotonic() < deadline:
-            time.sleep(0.02)  # the panel may ask before the port is bound
-            reply = panel.ask("contextImportUrl")
-        assert reply["ok"], reply
-        self.upload_url = reply["url"]
-        self.token = reply["token"]
+        asked = {}
+
+        def ready():  # the panel may ask before the port is bound
+            asked.update(panel.ask("contextImportUrl"))
+            return asked["ok"]
+
+        until(ready, "the tool server does not listen", 10)
+        self.upload_url = asked["url"]
+        self.token = asked["token"]
         self.port = int(self.upload_url.split(":")[2].split("/")[0])
 
     def connect(self, timeout=30):

@@ -4,6 +4,8 @@ import os
 import subprocess
 import time
 
+from support.waiting import until
+
 
 class VirtualDisplay:
     """An X server without hardware, from construction to close()."""
@@ -26,16 +28,10 @@ class VirtualDisplay:
 
     def window(self, title, timeout=60):
         """The number of the visible window with this title, once it is there."""
-        deadline = time.monotonic() + timeout
-        while True:
-            found = self._do("search", "--onlyvisible", "--name", f"^{title}$").split()
-            if found:
-                return found[0]
-            assert time.monotonic() < deadline, f"no window {title!r}"
-            time.sleep(0.1)
+        return until(lambda: self._windows(title), f"no window {title!r}", timeout, 0.1)[0]
 
     def is_open(self, title):
-        return bool(self._do("search", "--onlyvisible", "--name", f"^{title}$").split())
+        return bool(self._windows(title))
 
     def press(self, title, *keys):
         self._focus(title)
@@ -48,6 +44,9 @@ class VirtualDisplay:
         self._do("type", "--delay", "2", text)
         self._do("key", "Return")
 
+    def _windows(self, title):
+        return self._do("search", "--onlyvisible", "--name", f"^{title}$").split()
+
     def _focus(self, title):
         self._do("windowfocus", "--sync", self.window(title))
 
@@ -58,13 +57,10 @@ class VirtualDisplay:
             text=True, check=False).stdout
 
 
-def until(done, act, timeout=90):
+def act_until(done, act, timeout=90):
     """Acts until it had its effect: a window that is just being opened may miss a key."""
-    deadline = time.monotonic() + timeout
-    while True:
+    def effect():
         act()
-        for _ in range(40):
-            if done():
-                return
-            time.sleep(0.1)
-        assert time.monotonic() < deadline, "nothing came of it"
+        return any(done() or time.sleep(0.1) for _ in range(40))
+
+    until(effect, "nothing came of it", timeout)
