@@ -139,8 +139,8 @@ def test_a_registry_value_that_names_no_file_is_told(panel, cli, alias, registry
     registry(cli.install(), "REG_EXPAND_SZ")
     assert line() == NO_REGISTRY
     for data, text in ((b"a\0b\0\0\0c\0", "ab"), (b"a\0" b"\x3d\xd8" b"b\0c", "a\ufffdb"),
-                       (b"x\0" * 32768, ("cli registry missing " + "x" * 2000)[21:1024])):
+                       (b"x\0" * 32767 + b"\0\0", "x" * (1024 - len("cli registry missing ")))):
         raw_registry(data)
         assert line() == ("warn", f"cli registry missing {text}")
-    raw_registry(b"x\0" * 32769)
+    raw_registry(b"x\0" * 32768 + b"\0\0")
     assert line() == NO_REGISTRY
