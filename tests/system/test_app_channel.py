@@ -4,6 +4,7 @@ Finding it, and every fault of an exchange, is tested in tests/unit/app_ipc.
 """
 
 import json
+import threading
 import time
 from concurrent.futures import ThreadPoolExecutor
 
@@ -158,19 +159,20 @@ def drips(connection):
 
 @pytest.mark.long
 def test_an_application_that_is_silent_or_drips_is_left(start_panel, app):
-    """The first connection is silent, the second one drips."""
-    scripts = [says_nothing, drips]
-    app.script = lambda connection: scripts.pop(0)(connection)
+    panels = [start_panel(), start_panel()]
+    for panel in panels:
+        assert run(panel)["ok"] is True  # it knows its agent now
 
     def leave(panel, least, most):
         began = time.monotonic()
         assert run(panel, timeout=60) == failed(RECV_FAILED)
         assert least <= time.monotonic() - began <= most * builds.SLOWER
 
-    with ThreadPoolExecutor(2) as threads:
-        first = threads.submit(leave, start_panel(), 14, 17)
-        while not app.connections:
-            assert not first.done()
-            time.sleep(0.01)
-        leave(start_panel(), 29, 32)
+    is_played = threading.Event()
+    app.script = lambda connection: [is_played.set(), says_nothing(connection)]
+    with ThreadPoolExecutor(1) as threads:
+        first = threads.submit(leave, panels[0], 14, 17)
+        assert is_played.wait(10)
+        app.script = drips
+        leave(panels[1], 29, 32)
         first.result()
