@@ -87,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
                     KindAndActivity{"getStatus", false}, KindAndActivity{"browserSnapshot", true},
                     KindAndActivity{"send", true}, KindAndActivity{"speak", true},
                     KindAndActivity{"noSuchKind", true}),
-    [](const auto& info) { return info.param.first; });
+    [](const auto& row) { return row.param.first; });
 
 // The clock of the looks is 200 s late: whatever happens now is activity after all of them.
 TEST_P(Activity, KeepsTheAgentFromBeingIdle) {
