@@ -16,9 +16,9 @@ import sys
 import time
 from functools import lru_cache
 from pathlib import Path
-from xml.sax.saxutils import escape, quoteattr
 
 import check_layers
+import junit
 
 ROOT = Path(__file__).resolve().parent.parent
 CACHE = ROOT / "build" / "lint"
@@ -223,18 +223,6 @@ CHECKS = {
 }
 
 
-def write_junit(path, results):
-    cases = ""
-    for name, found in results.items():
-        text = re.sub(r"[^\t\n\x20-\ufffd]", "?", "\n".join(found))
-        cases += f"<testcase name={quoteattr(name)} classname=\"lint\">"
-        cases += f"<failure>{escape(text)}</failure>" if found else ""
-        cases += "</testcase>\n"
-    failed = sum(1 for found in results.values() if found)
-    path.write_text(f'<testsuite name="lint" tests="{len(results)}" failures="{failed}" '
-                    f'errors="0" skipped="0">\n{cases}</testsuite>\n')
-
-
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--junit", type=Path)
@@ -249,7 +237,7 @@ def main():
         verdict = "FAILED" if results[name] else "ok"
         print(f"{name:<8} {verdict}  ({time.monotonic() - begin:.1f} s)", flush=True)
     if arguments.junit:
-        write_junit(arguments.junit, results)
+        junit.write(arguments.junit, "lint", results)
     return 1 if any(results.values()) else 0
 
 

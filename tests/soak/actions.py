@@ -25,45 +25,34 @@ def check(wanted, text):
         raise Failed(text)
 
 
-# --- Turns ---
-
-def _long(random):
-    count = random.randint(20, 400)
-    return f"/scenario long {count}", "".join(f"word{number} " for number in range(count))
-
-
-def _plain(scenario):
-    return lambda random: (f"/scenario {scenario} {random.getrandbits(30)}", None)
-
-
-SCENARIOS = (
-    (4, _long), (3, _plain("hello")), (2, _plain("unicode")), (2, _plain("browse")),
-    (2, _plain("tools")), (1, _plain("commands")), (1, _plain("consent")), (1, _plain("echo")),
-)
+# Weight and name of each scenario; "long" takes a number of words.
+SCENARIOS = {"long": 4, "hello": 3, "unicode": 2, "browse": 2, "tools": 2, "commands": 1,
+             "consent": 1, "echo": 1}
 TAB = {"currentUrl": "https://example.org/", "currentTitle": "Soak"}
 
 
 def turn(life):
     began = time.monotonic()
-    weights, makers = zip(*SCENARIOS)
-    (make,) = life.random().choices(makers, weights)
-    prompt, expected = make(life.random())
+    random = life.random()
+    (scenario,) = random.choices(list(SCENARIOS), SCENARIOS.values())
+    count = random.randint(20, 400)
+    prompt = f"/scenario {scenario} {count}"
+    expected = None
+    if scenario == "long":
+        expected = "".join(f"word{number} " for number in range(count))
     session = f"soak-{next(_numbers)}"
     record = life.ledger.expect_turn(life.number, session, expected)
-    pending = life.panel.post("send", prompt=prompt, browser=TAB, chat_session_id=session,
-                              preset="plain")
-    reply = life.panel.reply_to(pending)
+    reply = life.panel.ask("send", prompt=prompt, browser=TAB, chat_session_id=session,
+                           preset="plain")
     check(reply["ok"], f"not accepted: {reply}")
     if not record.done.wait(REPLY_TIMEOUT_S):
-        life.ledger.fault(f"turn {session} ({prompt[:40]}) does not end")
+        life.ledger.fault(f"turn {session} ({prompt}) does not end")
     if record.cut:
         raise LifeOver
-    if life.ledger.disturbances.overlap(began, time.monotonic()):
+    if life.ledger.disturbances.overlap(began):
         record.expected = None  # an answer that lasts until the agent hangs up may end anywhere
-    check(record.ok, f"{prompt[:40]}: {record.error}")
+    check(record.ok, f"{prompt}: {record.error}")
 
-
-# --- The panel's other messages ---
 
 def rpc(method, **members):
     def run(life):
@@ -79,8 +68,6 @@ def small_messages(life):
     for each in pending:
         check(life.panel.reply_to(each)["ok"], each.kind)
 
-
-# --- The tool server ---
 
 def upload(life):
     """A file goes in, comes back the same, and is deleted as the application does it."""
@@ -98,19 +85,16 @@ def upload(life):
 
 
 def tool_call(life):
-    server = life.tool_server()
     name, arguments = life.random().choice(
         [("browser_read", {}), ("browser_find", {"query": "lamp"}), ("browser_scope", {})])
     body = json.dumps({"name": name, "arguments": arguments}).encode()
-    answer = server.request("POST", "/api/agent-tools/call", body, origin=None)
+    answer = life.tool_server().request("POST", "/api/agent-tools/call", body, origin=None)
     result = answer.json()
     check(answer.status == 200 and result.get("ok"), f"{name}: {str(result)[:200]}")
 
 
-# --- Local programs ---
-
 def pipe_request(life):
-    """A local program asks the extension, which gives back what it was sent."""
+    """A local program asks the extension, which answers with what it was sent."""
     asked = {"command": PIPE_COMMAND, "requestId": f"soak-pipe-{next(_numbers)}",
              "text": life.random().randbytes(life.random().randint(1, 50_000)).hex()}
     prefix = builds.wine_prefix() if builds.IS_WINDOWS else None
@@ -120,10 +104,8 @@ def pipe_request(life):
         raise LifeOver
     check(answer is not None and answer.get("ok"), f"pipe: {str(answer)[:200]}")
     if (answer["requestId"], answer["text"]) != (asked["requestId"], asked["text"]):
-        life.ledger.fault(f"a program that asked as {asked['requestId']} was told something else")
+        life.ledger.fault(f"a program that asked as {asked['requestId']} got another answer")
 
-
-# --- The agent's events ---
 
 def event(life):
     """One that is published while the host listens must come, unless the agent dies meanwhile."""
@@ -133,7 +115,7 @@ def event(life):
     number, listeners = published
 
     def excused():
-        return life.is_over() or life.ledger.disturbances.overlap(began, time.monotonic())
+        return life.is_over() or life.ledger.disturbances.overlap(began)
 
     if listeners and not life.ledger.wait_for_event(life.number, number, excused, REPLY_TIMEOUT_S):
         if not excused():
@@ -150,7 +132,7 @@ class Action:
     needs_agent: bool = False
 
 
-# One list per thread, from which it chooses at random. What gives False has not been done.
+# One list per thread, from which it chooses at random. What returns False has not been done.
 ACTORS = {
     "chat 1": [Action("turn", turn, True)],
     "chat 2": [Action("turn", turn, True)],
@@ -166,5 +148,6 @@ ACTORS = {
     "events": [Action("event", event, True)],
     "local program": [Action("pipe request", pipe_request)],
 }
+ACTIONS = list(dict.fromkeys(action.name for actions in ACTORS.values() for action in actions))
 # A program that waits for the pipe may find the next host there instead; nobody waits for it.
 OUTLIVES_THE_HOST = ("local program",)

@@ -4,16 +4,13 @@ from __future__ import annotations
 
 import http.client
 import json
-import subprocess
-import sys
 import threading
 import urllib.request
 
-from devkit.panel.wine import ROOT
+from devkit.panel.standin_process import StandInProcess
 
 PORT = 8090
 TOKENS_PER_SECOND = 400  # slow enough for a stop or a crash to fall into a turn
-_START_ATTEMPTS = 5  # its port may be a moment late to be free
 _ANSWER_TIMEOUT_S = 60
 
 
@@ -22,32 +19,25 @@ class AgentProcess:
         self.crashes = 0
         self._published = 0
         self._publishing = threading.Lock()
-        self._process = None
         self.start()
 
     def start(self):
-        for _ in range(_START_ATTEMPTS):
-            self._process = subprocess.Popen(
-                [sys.executable, "-m", "standin_agent", "--port", str(PORT), "--tokens-per-second",
-                 str(TOKENS_PER_SECOND)],
-                cwd=ROOT / "devkit", stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                stderr=subprocess.DEVNULL, text=True)
-            if self._process.stdout.readline().startswith("ready on port "):
+        for last in (False, False, False, True):  # its port may be a moment late to be free
+            try:
+                self._process = StandInProcess(["--port", str(PORT), "--tokens-per-second",
+                                                str(TOKENS_PER_SECOND)]).__enter__()
                 return
-            self.end()
-        raise RuntimeError("the stand-in agent does not start")
+            except RuntimeError:
+                if last:
+                    raise
 
     def crash(self):
         """Ends without a word to anybody: connections are reset, what it knew is gone."""
         self.crashes += 1
         self._process.kill()
-        self.end()
 
     def end(self):
-        if self._process.poll() is None:
-            self._process.terminate()
-        self._process.wait()
-        self._process.stdout.close()
+        self._process.kill()
 
     def ask(self, path, body=None):
         """A JSON answer of the agent itself; None when it is not there."""
@@ -66,8 +56,7 @@ class AgentProcess:
         with self._publishing:
             running = self.ask("/test/running")
             self._published += 1
-            number = self._published
-            event = {"method": "soakEvent", "args": [{"number": number}]}
+            event = {"method": "soakEvent", "args": [{"number": self._published}]}
             if running is None or self.ask("/test/events", event) is None:
                 return None
-            return number, running["events"]
+            return self._published, running["events"]

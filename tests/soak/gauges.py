@@ -12,7 +12,6 @@ from pathlib import Path
 
 from devkit.panel import wine
 
-SOURCE = Path(__file__).with_name("process_gauges.cpp")
 FEWEST_RESTS = 4  # with fewer there is no early and late
 SETTLE_S = 15.0
 
@@ -59,10 +58,8 @@ def growths(samples, allowed):
     found = []
     for life in sorted({sample.life for sample in samples}):
         looks = [sample for sample in samples if sample.life == life][1:]
-        if len(looks) + 1 < FEWEST_RESTS:
-            continue
         third = max(1, len(looks) // 3)
-        for what, limit in allowed.items():
+        for what, limit in allowed.items() if len(looks) + 1 >= FEWEST_RESTS else ():
             values = [getattr(sample, what) for sample in looks]
             found.append(Growth(life, what, statistics.median(values[:third]),
                                 statistics.median(values[-third:]), limit))
@@ -72,16 +69,16 @@ def growths(samples, allowed):
 class Gauges:
     """Looks at host processes of one build. Under Wine a program of ours counts the handles."""
 
-    def __init__(self, is_windows, prefix, folder):
+    def __init__(self, prefix, folder):
         self._began = time.monotonic()
         self._counter = None
-        if is_windows:
+        if prefix:
             program = folder / "process_gauges.exe"
             subprocess.run(["x86_64-w64-mingw32-g++-posix", "-O1", "-municode", "-static", "-o",
-                            program, SOURCE], check=True)
+                            program, Path(__file__).with_name("process_gauges.cpp")], check=True)
             self._counter = subprocess.Popen(
                 [wine.loader(), program, "morva-chrome-host.exe"], stdin=subprocess.PIPE,
-                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, bufsize=1,
                 env=os.environ | wine.environment(prefix))
 
     def elapsed(self):
@@ -91,7 +88,7 @@ class Gauges:
         """A sample once the threads that only end have ended: twice the same, or the last."""
         deadline = time.monotonic() + SETTLE_S
         before = None
-        while (now := (self._threads(pid), self._handles(pid))) != before:
+        while (now := (self._count(pid, "task"), self._handles(pid))) != before:
             before = now
             if time.monotonic() > deadline:
                 break
@@ -101,16 +98,15 @@ class Gauges:
         return Sample(self.elapsed(), life, memory, *now)
 
     def close(self):
-        if self._counter is not None:
+        if self._counter:
             self._counter.stdin.close()
             self._counter.wait(30)
 
-    def _threads(self, pid):
-        return len(os.listdir(f"/proc/{pid}/task"))
+    def _count(self, pid, what):
+        return len(os.listdir(f"/proc/{pid}/{what}"))
 
     def _handles(self, pid):
-        if self._counter is None:
-            return len(os.listdir(f"/proc/{pid}/fd"))
-        self._counter.stdin.write(b"\n")
-        self._counter.stdin.flush()
-        return int(self._counter.stdout.readline().split()[1])
+        if not self._counter:
+            return self._count(pid, "fd")
+        self._counter.stdin.write("\n")
+        return int(self._counter.stdout.readline())

@@ -2,10 +2,10 @@
 
 from __future__ import annotations
 
-import bisect
 import itertools
 import threading
 import time
+from collections import Counter, defaultdict
 from dataclasses import dataclass, field
 
 REPLY_TIMEOUT_S = 120.0  # far past the 60 s that the host gives the agent, and a loaded machine
@@ -24,25 +24,23 @@ class Pending:
     reply: dict | None = None
     count: int = 0
     cut: bool = False  # the host was ended first
-    arrived: threading.Event = field(default_factory=threading.Event)
+    done: threading.Event = field(default_factory=threading.Event)
 
 
 @dataclass
 class TurnRecord:
-    """What the panel was told about one turn."""
+    """What the panel heard about one turn."""
 
     life: int
     session: str
-    run: str = ""
+    expected: str | None = None  # the whole answer, where it is known beforehand
     starts: int = 0
     ends: int = 0
     ok: bool = False
     error: str = ""
     deltas: list = field(default_factory=list)
     whole: str | None = None
-    expected: str | None = None  # the whole answer, where it is known beforehand
     cut: bool = False
-    disturbed: bool = False
     done: threading.Event = field(default_factory=threading.Event)
 
 
@@ -50,55 +48,41 @@ class Disturbances:
     """When the agent was gone or everything was stopped: what ran then may have failed."""
 
     def __init__(self):
-        self._spans = []  # [begin, end]; end is None while it lasts
-        self._lock = threading.Lock()
+        self._spans = []  # [begin, end]; the end of one that lasts is far away
 
     def begin(self):
-        with self._lock:
-            self._spans.append([time.monotonic(), None])
+        self._spans.append([time.monotonic(), float("inf")])
 
     def end(self):
-        with self._lock:
-            self._spans[-1][1] = time.monotonic()
+        self._spans[-1][1] = time.monotonic()
 
-    def overlap(self, since, until):
-        with self._lock:
-            return any(begin <= until and (end is None or end >= since)
-                       for begin, end in self._spans)
+    def overlap(self, since):
+        """Whether there was one since then."""
+        return any(end >= since for _, end in list(self._spans))
 
 
 class Ledger:
     """Thread-safe. `faults` are sentences; a run without any is a good one."""
 
     def __init__(self):
-        self._lock = threading.Lock()
+        self._lock = threading.RLock()
+        self._event_arrived = threading.Condition(self._lock)
         self._ids = itertools.count(1)
         self._pending = {}
         self._turns = {}  # by chat session, which every turn has of its own
-        self._runs = {}  # by (life, run id)
-        self._events = {}  # (life, number) to how often it came
-        self._event_arrived = threading.Condition(self._lock)
+        self._runs = {}  # turns by (life, run id)
+        self._events = Counter()  # by (life, number)
         self.faults = []
         self.disturbances = Disturbances()
-        self.latencies = {}  # action to sorted milliseconds
-        self.refused = {}  # action to how often it failed while the agent was disturbed
-        self.unexpected = {}  # action to how often it failed without a reason
-        self.replies = 0
-        self.events_received = 0
+        self.latencies = defaultdict(list)  # milliseconds by action
+        self.refused = Counter()  # actions that failed while the agent was disturbed
+        self.unexpected = Counter()  # actions that failed without a reason
+        self.replies = self.events = 0
 
     def fault(self, text):
         with self._lock:
             if text not in self.faults:
                 self.faults.append(text)
-
-    def measured(self, action, seconds):
-        with self._lock:
-            bisect.insort(self.latencies.setdefault(action, []), seconds * 1000)
-
-    def failed(self, action, disturbed):
-        with self._lock:
-            table = self.refused if disturbed else self.unexpected
-            table[action] = table.get(action, 0) + 1
 
     # --- Replies ---
 
@@ -109,82 +93,72 @@ class Ledger:
             return number, self._pending[number]
 
     def note_reply(self, life, frame):
-        number = frame["chromeRequestId"]
         with self._lock:
-            pending = self._pending.get(number)
-            if pending is not None:
-                pending.count += 1
-                pending.reply = pending.reply or frame
-        if pending is None:
-            self.fault(f"a reply to something never asked: {str(frame)[:200]}")
-        elif pending.count > 1:
-            self.fault(f"{pending.count} replies to one \"{pending.kind}\"")
-        elif pending.life != life:
-            self.fault(f"host {life} answered what host {pending.life} was asked")
-        else:
-            self.replies += 1
-        if pending is not None:
-            pending.arrived.set()
+            pending = self._pending.get(frame["chromeRequestId"])
+            if pending is None:
+                self.fault(f"a reply to something never asked: {str(frame)[:200]}")
+                return
+            pending.count += 1
+            pending.reply = pending.reply or frame
+            pending.done.set()
+            if pending.count > 1:
+                self.fault(f"{pending.count} replies to one \"{pending.kind}\"")
+            elif pending.life != life:
+                self.fault(f"host {life} answered what host {pending.life} was asked")
+            else:
+                self.replies += 1
 
-    # --- Turns ---
+    # --- Turns and events ---
 
     def expect_turn(self, life, session, expected):
         with self._lock:
-            turn = TurnRecord(life, session, expected=expected)
-            self._turns[session] = turn
-            return turn
+            self._turns[session] = TurnRecord(life, session, expected)
+            return self._turns[session]
 
     def note_event(self, life, event):
         """One event of the panel, as the host sent it."""
-        handler = self._HANDLERS.get(event.method)
-        if handler is not None:
+        noted = {"agentStarted": self._started, "appendAssistantDelta": self._delta,
+                 "completeAssistantText": self._completed, "agentDone": self._done,
+                 "soakEvent": self._fed}.get(event.method)
+        if noted:
             with self._lock:
-                handler(self, life, event.args)
+                noted(life, *event.args)
 
-    def _started(self, life, args):
-        turn = self._turns.get(args[0]["chat_session_id"])
-        if turn is None or turn.life != life:
-            self.faults.append(f"a turn that nobody asked for: {args[0]}")
+    def _started(self, life, turn):
+        record = self._turns.get(turn["chat_session_id"])
+        if record is None or record.life != life:
+            self.fault(f"a turn that nobody asked for: {turn}")
             return
-        turn.starts += 1
-        turn.run = args[0]["id"]
-        self._runs[life, turn.run] = turn
+        record.starts += 1
+        self._runs[life, turn["id"]] = record
 
-    def _delta(self, life, args):
-        turn = self._runs.get((life, args[0]["runId"]))
-        if turn is None:
-            self.faults.append(f"text of an unknown turn: {args[0]['runId']}")
-            return
-        turn.deltas.append(args[0]["delta"])
-        if args[0]["seq"] != len(turn.deltas):
-            self.faults.append(
-                f"piece {args[0]['seq']} of a text came as number {len(turn.deltas)}")
+    def _run(self, life, run_id):
+        if (life, run_id) not in self._runs:
+            self.fault(f"something of an unknown turn: {run_id}")
+        return self._runs.get((life, run_id), TurnRecord(life, ""))
 
-    def _completed(self, life, args):
-        if turn := self._runs.get((life, args[0]["runId"])):
-            turn.whole = args[0]["text"]
+    def _delta(self, life, piece):
+        deltas = self._run(life, piece["runId"]).deltas
+        deltas.append(piece["delta"])
+        if piece["seq"] != len(deltas):
+            self.fault(f"piece {piece['seq']} of a text came as number {len(deltas)}")
 
-    def _done(self, life, args):
-        turn = self._runs.get((life, args[0]))
-        if turn is None:
-            self.faults.append(f"the end of an unknown turn: {args}")
-            return
-        turn.ends += 1
-        turn.ok, turn.error = args[1], args[2]
-        turn.done.set()
+    def _completed(self, life, text):
+        self._run(life, text["runId"]).whole = text["text"]
 
-    def _fed(self, life, args):
-        key = (life, args[0]["number"])
-        self._events[key] = self._events.get(key, 0) + 1
-        self.events_received += 1
+    def _done(self, life, run_id, ok, error):
+        record = self._run(life, run_id)
+        record.ends += 1
+        record.ok, record.error = ok, error
+        record.done.set()
+
+    def _fed(self, life, event):
+        key = (life, event["number"])
+        self._events[key] += 1
+        self.events += 1
         if self._events[key] > 1:
-            self.faults.append(f"event {key[1]} came {self._events[key]} times")
+            self.fault(f"event {key[1]} came {self._events[key]} times")
         self._event_arrived.notify_all()
-
-    _HANDLERS = {
-        "agentStarted": _started, "appendAssistantDelta": _delta,
-        "completeAssistantText": _completed, "agentDone": _done, "soakEvent": _fed,
-    }
 
     def wait_for_event(self, life, number, give_up, timeout):
         """Whether the event came; `give_up` is asked now and then."""
@@ -201,32 +175,24 @@ class Ledger:
     def life_ended(self, life):
         """What host `life` has not answered until now, it never will."""
         with self._lock:
-            for pending in self._pending.values():
-                if pending.life == life and not pending.arrived.is_set():
-                    pending.cut = True
-                    pending.arrived.set()
-            for turn in self._turns.values():
-                if turn.life == life and not turn.done.is_set():
-                    turn.cut = True
-                    turn.done.set()
+            for each in [*self._pending.values(), *self._turns.values()]:
+                if each.life == life and not each.done.is_set():
+                    each.cut = True
+                    each.done.set()
 
     def audit_turns(self):
-        """Every turn began and ended once, and its pieces are its text."""
+        """Every turn began and ended once, and its pieces are its text. How many there were."""
         with self._lock:
-            turns = list(self._turns.values())
-        for turn in turns:
-            for fault in faults_of(turn):
-                self.fault(f"turn {turn.session}: {fault}")
-        return len(turns)
+            for turn in self._turns.values():
+                for fault in faults_of(turn):
+                    self.fault(f"turn {turn.session}: {fault}")
+            return len(self._turns)
 
-    def forget_life(self, life):
+    def forget(self):
         """Drops what has been audited, so that a run of hours does not fill the memory."""
         with self._lock:
-            self._pending = {number: each for number, each in self._pending.items()
-                             if each.life != life}
-            self._turns = {name: each for name, each in self._turns.items() if each.life != life}
-            self._runs = {key: each for key, each in self._runs.items() if key[0] != life}
-            self._events = {key: each for key, each in self._events.items() if key[0] != life}
+            for table in (self._pending, self._turns, self._runs, self._events):
+                table.clear()
 
 
 def faults_of(turn):
@@ -235,11 +201,9 @@ def faults_of(turn):
     allowed = (0, 1) if turn.cut else (1,)
     if turn.starts not in allowed or turn.ends not in allowed:
         faults.append(f"{turn.starts} starts and {turn.ends} ends")
-    if turn.cut:
-        return faults
     text = "".join(turn.deltas)
-    if turn.whole is not None and turn.whole != text:
+    if not turn.cut and turn.whole not in (None, text):
         faults.append(f"its pieces are {len(text)} characters, its text {len(turn.whole)}")
-    if turn.ok and turn.expected is not None and text != turn.expected:
+    if not turn.cut and turn.ok and turn.expected not in (None, text):
         faults.append(f"{len(text)} characters came of {len(turn.expected)}")
     return faults

@@ -17,10 +17,7 @@ class Panel:
     """Its `ask` is what the clients of the system tests want of a panel, too."""
 
     def __init__(self, host, life, ledger, random):
-        self.host = host
-        self.life = life
-        self.ledger = ledger
-        self._random = random
+        self.host, self.life, self.ledger, self._random = host, life, ledger, random
         self._browser = StandInBrowser()
         self._sending = threading.Lock()
         self._ending = False
@@ -38,7 +35,7 @@ class Panel:
         return self.reply_to(self.post(kind, **members))
 
     def reply_to(self, pending):
-        if not pending.arrived.wait(REPLY_TIMEOUT_S):
+        if not pending.done.wait(REPLY_TIMEOUT_S):
             self.ledger.fault(f"no reply to \"{pending.kind}\" within {REPLY_TIMEOUT_S:.0f} s")
             raise LifeOver
         if pending.cut:
@@ -68,31 +65,29 @@ class Panel:
     def _take_all(self):
         while True:
             try:
-                frame = self.host.read(1)
+                self._take(self.host.read(1))
             except HostTimeout:
                 continue
+            except LifeOver:
+                pass  # what is still to come is counted, but answered no more
             except HostError as error:
                 if not self._ending:
                     self.ledger.fault(f"host {self.life} ended by itself: {error}")
                     self.ledger.life_ended(self.life)
                 return
-            self._take(frame)
 
     def _take(self, frame):
         if not isinstance(frame, dict):
             self.ledger.fault(f"a frame that is no object: {str(frame)[:200]}")
             return
-        try:
-            if self._browser.is_command(frame):
-                self._send(self._browser.answer(frame))
-            if frame.get("command") == PIPE_COMMAND:
-                self._send({"requestId": frame["requestId"], "ok": True, "text": frame["text"]})
-            if "chromeRequestId" in frame:
-                self.ledger.note_reply(self.life, frame)
-            for event in events_of(frame):
-                self.ledger.note_event(self.life, event)
-                if event.method == "consentRequest":
-                    allow = self._random.random() < 0.5
-                    self.post("consentReply", id=event.first.get("id"), allow=allow)
-        except LifeOver:
-            pass  # what is still to come is counted, but answered no more
+        if "chromeRequestId" in frame:
+            self.ledger.note_reply(self.life, frame)
+        for event in events_of(frame):
+            self.ledger.note_event(self.life, event)
+            if event.method == "consentRequest":
+                allow = self._random.random() < 0.5
+                self.post("consentReply", id=event.first.get("id"), allow=allow)
+        if self._browser.is_command(frame):
+            self._send(self._browser.answer(frame))
+        if frame.get("command") == PIPE_COMMAND:
+            self._send({"requestId": frame["requestId"], "ok": True, "text": frame["text"]})

@@ -1,4 +1,4 @@
-// Prints "handles N" for each line on its standard input: how many handles the process named in the
+// Prints a number for each line on its standard input: how many handles the process named in the
 // first argument has open. Under Wine only a Windows program can tell.
 #include <windows.h>
 #include <tlhelp32.h>
@@ -22,7 +22,7 @@ DWORD processNamed(const wchar_t* name) {
   return found;
 }
 
-// The whole system's handles, as SystemHandleInformation gives them: Wine's GetProcessHandleCount
+// The whole system's handles, in the form of SystemHandleInformation: Wine's GetProcessHandleCount
 // always says 0.
 struct HandleEntry {
   ULONG process;
@@ -42,12 +42,10 @@ constexpr ULONG systemHandleInformation = 16;
 long handlesOf(DWORD id) {
   static const auto query = reinterpret_cast<Query>(reinterpret_cast<void*>(
       GetProcAddress(GetModuleHandleW(L"ntdll"), "NtQuerySystemInformation")));
-  static std::vector<char> buffer(1 << 20);
+  static std::vector<char> buffer(64u << 20);
   ULONG size = 0;
-  while (query(systemHandleInformation, buffer.data(), static_cast<ULONG>(buffer.size()), &size) <
-         0) {
-    if (buffer.size() > (64u << 20)) return -1;
-    buffer.resize(buffer.size() * 2);
+  if (query(systemHandleInformation, buffer.data(), static_cast<ULONG>(buffer.size()), &size) < 0) {
+    return -1;
   }
   const auto* list = reinterpret_cast<const HandleList*>(buffer.data());
   return std::count_if(list->entries, list->entries + list->count,
@@ -59,7 +57,7 @@ long handlesOf(DWORD id) {
 int wmain(int argc, wchar_t** argv) {
   char line[16];
   while (argc == 2 && std::fgets(line, sizeof line, stdin) != nullptr) {
-    std::printf("handles %ld\n", handlesOf(processNamed(argv[1])));
+    std::printf("%ld\n", handlesOf(processNamed(argv[1])));
     std::fflush(stdout);
   }
   return 0;

@@ -26,15 +26,6 @@ ROOT = Path(__file__).resolve().parents[2]
 RESULTS = ROOT / "build" / "soak"
 BUILDS = ("windows", "asan", "tsan", "native")
 
-LONGEST_LIFE_S = 600.0
-SHORT_LIFE_S = (1.0, 5.0)
-FEWEST_LIVES = 3
-FEWEST_SAMPLES = 5
-LONGEST_EXTRA_S = 240.0  # for a machine that is too slow to show everything in time
-BUSY_S = (1.5, 3.5)  # between two rests
-AGENT_AWAY_S = (0.0, 1.5)
-STOP_REACHES_S = 1.0  # so long after a "stop" the agent may still cancel what runs
-
 
 def arguments():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
@@ -45,28 +36,47 @@ def arguments():
     return parser.parse_args()
 
 
-class Run:
-    def __init__(self, options):
-        from agent_process import AgentProcess
-        from gauges import Gauges
-        from ledger import Ledger
-        from support import builds
-        from support.tool_server_client import WorkFolder
-        from support.tool_server_fixtures import empty, roaming_folder
+options = arguments()
+os.environ["MORVA_HOST_BUILD"] = options.build  # read when the modules below are loaded
+sys.path[:0] = [str(ROOT), str(ROOT / "tests" / "system"), str(ROOT / "tools")]
 
-        self.options = options
+import junit  # noqa: E402
+import report  # noqa: E402
+from actions import ACTIONS  # noqa: E402
+from agent_process import AgentProcess  # noqa: E402
+from gauges import ALLOWED, Gauges, growths  # noqa: E402
+from ledger import Ledger  # noqa: E402
+from life import Life  # noqa: E402
+from support import builds  # noqa: E402
+from support.sanitizer_reports import sanitizer_environment, take_reports  # noqa: E402
+from support.tool_server_client import WorkFolder  # noqa: E402
+from support.tool_server_fixtures import empty, roaming_folder  # noqa: E402
+
+from devkit.panel.host_process import HostError, HostProcess  # noqa: E402
+
+LONGEST_LIFE_S = 600.0
+SHORT_LIFE_S = (1.0, 5.0)
+FEWEST_LIVES = 3
+FEWEST_SAMPLES = 5
+LONGEST_EXTRA_S = 240.0  # for a machine that is too slow to show everything in time
+BUSY_S = (1.5, 3.5)  # between two rests
+AGENT_AWAY_S = (0.0, 1.5)
+STOP_REACHES_S = 1.0  # so long after a "stop" the agent may still cancel what runs
+
+
+class Run:
+    def __init__(self):
         self.random = random.Random(options.seed)
         self.prefix = builds.wine_prefix() if builds.IS_WINDOWS else None
         self.scratch = Path(tempfile.mkdtemp(prefix="morva-soak-"))
         self.folders = {}
-        if not builds.IS_WINDOWS:
-            for name in ("APPDATA", "LOCALAPPDATA"):
-                (self.scratch / name).mkdir()
-                self.folders[name] = str(self.scratch / name)
+        for name in () if self.prefix else ("APPDATA", "LOCALAPPDATA"):
+            (self.scratch / name).mkdir()
+            self.folders[name] = str(self.scratch / name)
         self.work = WorkFolder(*roaming_folder(self.folders))
         empty(self.work.local)
         self.ledger = Ledger()
-        self.gauges = Gauges(builds.IS_WINDOWS, self.prefix, self.scratch)
+        self.gauges = Gauges(self.prefix, self.scratch)
         self.agent = AgentProcess()
         self.lives = self.turns = self.stops = 0
         self.samples, self.marks = [], []
@@ -94,12 +104,14 @@ class Run:
                 self.live(self.random.uniform(5.0, longest), rests=True)
 
     def live(self, seconds, rests):
-        from life import Life
-
         self.lives += 1
         self.marks.append((self.gauges.elapsed(), "host"))
-        host = self.start_host()
-        life = Life(self.lives, self.options.seed, host, self.agent, self.work, self.ledger)
+        # What has been freed is kept for a while, otherwise up to 256 MiB, which would look like a
+        # leak.
+        environment = {**self.folders, **sanitizer_environment()}
+        environment["ASAN_OPTIONS"] += ":quarantine_size_mb=16"
+        host = HostProcess(builds.BUILD, None, environment, self.prefix, builds.PROGRAM).start()
+        life = Life(self.lives, options.seed, host, self.agent, self.work, self.ledger)
         life.begin()
         until = time.monotonic() + seconds
         try:
@@ -113,26 +125,9 @@ class Run:
 
     def wants_more(self):
         """The first host has not shown enough yet, and there is still patience."""
-        if self.lives > 1 or self.left() < -LONGEST_EXTRA_S:
-            return False
-        missing = self.action_names() - self.ledger.latencies.keys()
-        return bool(missing) or len(self.samples) < FEWEST_SAMPLES or not self.agent.crashes
-
-    def action_names(self):
-        from actions import ACTORS
-
-        return {action.name: None for actions in ACTORS.values() for action in actions}.keys()
-
-    def start_host(self):
-        from devkit.panel.host_process import HostProcess
-        from support import builds
-        from support.sanitizer_reports import sanitizer_environment
-
-        environment = {**self.folders, **sanitizer_environment()}
-        # What has been freed is kept for a while, otherwise up to 256 MiB, which would look like a
-        # leak.
-        environment["ASAN_OPTIONS"] += ":quarantine_size_mb=16"
-        return HostProcess(builds.BUILD, None, environment, self.prefix, builds.PROGRAM).start()
+        return self.lives == 1 and self.left() > -LONGEST_EXTRA_S and (
+            len(self.ledger.latencies) < len(ACTIONS) or len(self.samples) < FEWEST_SAMPLES
+            or not self.agent.crashes)
 
     def be_busy(self, life, until):
         """Some seconds of everything, with a crash or a stop in most of them."""
@@ -161,48 +156,33 @@ class Run:
         self.ledger.disturbances.end()
 
     def end_life(self, life, host):
-        from devkit.panel.host_process import HostError
-        from support.sanitizer_reports import take_reports
-
+        wrong = []
         try:
             code = life.end()
-            if code < 0 and self.prefix is not None:
+            if code < 0 and self.prefix:
                 # A fault of a Windows program becomes its exit code; of a signal only Wine itself
                 # dies, about once in some thousand ends of a process.
                 print(f"   Wine died of signal {-code} while host {life.number} ended", flush=True)
             elif code != 0:
-                self.ledger.fault(f"host {life.number} ended with {code}: {host.stderr[-2000:]}")
+                wrong.append(f"ended with {code}: {host.stderr[-2000:]}")
         except HostError as error:
-            self.ledger.fault(f"host {life.number}: {error}")
+            wrong.append(str(error))
             host.kill()
-        for wrong in (host.stream_fault, take_reports()[:20_000]):
-            if wrong:
-                self.ledger.fault(f"host {life.number}: {wrong}")
+        for text in filter(None, [*wrong, host.stream_fault, take_reports()[:20_000]]):
+            self.ledger.fault(f"host {life.number}: {text}")
         self.turns += self.ledger.audit_turns()
-        self.ledger.forget_life(life.number)
-
-    # --- The end ---
+        self.ledger.forget()
 
     def outcome(self):
-        from gauges import ALLOWED, growths
-        from report import Outcome
-
-        ledger, build = self.ledger, self.options.build
-        return Outcome(
-            build, self.options.seed, self.gauges.elapsed(), self.lives, self.agent.crashes,
-            self.stops, self.turns, ledger.replies, ledger.events_received, ledger.latencies,
-            ledger.refused, ledger.unexpected, ledger.faults, self.samples,
-            growths(self.samples, ALLOWED[build]), list(self.action_names()), self.marks)
+        return report.Outcome(
+            options.build, options.seed, self.gauges.elapsed(), self.lives, self.agent.crashes,
+            self.stops, self.turns, self.ledger, self.samples,
+            growths(self.samples, ALLOWED[options.build]), self.marks)
 
 
 def main():
-    options = arguments()
-    os.environ["MORVA_HOST_BUILD"] = options.build  # read when the modules below are loaded
-    sys.path[:0] = [str(ROOT), str(ROOT / "tests" / "system")]
-    import report
-
     print(f"soak of {options.build}, {options.minutes:g} minutes, seed {options.seed}", flush=True)
-    run = Run(options)
+    run = Run()
     try:
         run.all_lives()
     finally:
@@ -214,9 +194,10 @@ def main():
     report.draw(outcome, RESULTS / f"{options.build}.png")
     print(f"plot: {(RESULTS / options.build).relative_to(ROOT)}.png")
     report.print_verdicts(outcome)
+    verdicts = outcome.verdicts()
     if options.junit:
-        report.write_junit(outcome, options.junit)
-    return 1 if any(outcome.verdicts().values()) else 0
+        junit.write(options.junit, "soak", verdicts)
+    return 1 if any(verdicts.values()) else 0
 
 
 if __name__ == "__main__":

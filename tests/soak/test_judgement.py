@@ -6,9 +6,10 @@ from pathlib import Path
 import pytest
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path[:0] = [str(ROOT)]
+sys.path[:0] = [str(ROOT), str(ROOT / "tests" / "system")]
 
 from devkit.panel.panel_session import PanelEvent  # noqa: E402
+from actions import ACTIONS  # noqa: E402
 from gauges import ALLOWED, Sample, growths  # noqa: E402
 from ledger import Ledger, TurnRecord, faults_of  # noqa: E402
 from report import Outcome  # noqa: E402
@@ -61,22 +62,25 @@ def test_a_turn_is_audited(record, wanted):
     assert faults_of(record) == wanted
 
 
-def test_replies_come_once_to_what_was_asked():
-    ledger = Ledger()
+@pytest.fixture
+def ledger():
+    return Ledger()
+
+
+def test_replies_come_once_to_what_was_asked(ledger):
     number, pending = ledger.expect_reply("poll", 1)
     ledger.note_reply(1, {"chromeRequestId": number, "ok": True})
-    assert pending.arrived.is_set() and ledger.faults == []
+    assert pending.done.is_set() and ledger.faults == []
     ledger.note_reply(1, {"chromeRequestId": number, "ok": True})
     ledger.note_reply(1, {"chromeRequestId": 99})
-    assert ledger.faults[0] == '2 replies to one "poll"'
-    assert ledger.faults[1].startswith("a reply to something never asked")
     number, _ = ledger.expect_reply("poll", 1)
     ledger.note_reply(2, {"chromeRequestId": number})
-    assert ledger.faults[2:] == ["host 2 answered what host 1 was asked"]
+    assert ledger.faults == [
+        '2 replies to one "poll"', "a reply to something never asked: {'chromeRequestId': 99}",
+        "host 2 answered what host 1 was asked"]
 
 
-def test_events_come_once():
-    ledger = Ledger()
+def test_events_come_once(ledger):
     event = PanelEvent("soakEvent", [{"number": 5}])
     ledger.note_event(1, event)
     ledger.note_event(2, event)  # a new host gets the agent's old events anew
@@ -86,8 +90,7 @@ def test_events_come_once():
     assert not ledger.wait_for_event(1, 6, lambda: False, 0)
 
 
-def test_pieces_of_a_text_come_in_order():
-    ledger = Ledger()
+def test_pieces_of_a_text_come_in_order(ledger):
     record = ledger.expect_turn(1, "s", None)
     ledger.note_event(1, PanelEvent("agentStarted", [{"id": "chrome-1", "chat_session_id": "s"}]))
     for number in (1, 3):
@@ -98,8 +101,16 @@ def test_pieces_of_a_text_come_in_order():
     assert ledger.faults == ["piece 3 of a text came as number 2"]
 
 
-def test_what_the_end_of_a_host_cuts_off_is_no_fault():
-    ledger = Ledger()
+@pytest.mark.parametrize("method, args, wanted", [
+    ("agentStarted", [{"id": "chrome-2", "chat_session_id": "t"}], "a turn that nobody asked for"),
+    ("agentDone", ["chrome-9", True, ""], "something of an unknown turn: chrome-9"),
+])
+def test_what_nobody_asked_for_is_a_fault(ledger, method, args, wanted):
+    ledger.note_event(1, PanelEvent(method, args))
+    assert len(ledger.faults) == 1 and ledger.faults[0].startswith(wanted)
+
+
+def test_what_the_end_of_a_host_cuts_off_is_no_fault(ledger):
     _, pending = ledger.expect_reply("poll", 1)
     record = ledger.expect_turn(1, "s", None)
     ledger.life_ended(1)
@@ -107,26 +118,27 @@ def test_what_the_end_of_a_host_cuts_off_is_no_fault():
     assert ledger.audit_turns() == 1 and ledger.faults == []
 
 
-def outcome(**members):
-    members = {
-        "latencies": {"turn": [5.0] * 100}, "refused": {}, "unexpected": {}, "faults": [],
-        "samples": samples([20] * 7), "growths": growths(samples([20] * 7), ALLOWED["native"]),
-        "crashes": 1, "lives": 2} | members
-    return Outcome(build="native", seed=1, seconds=60, stops=0, turns=100, replies=1, events=1,
-                   actions=["turn"], **members)
+FLAT = growths(samples([20] * 7), ALLOWED["native"])
+RISING = growths(samples([20, 30, 60, 90]), ALLOWED["native"])
 
 
-@pytest.mark.parametrize("members, subject", [
-    ({}, None),
-    ({"faults": ["event 5 came 2 times"]}, "replies, events, turns and ends"),
-    ({"growths": growths(samples([20, 30, 60, 90]), ALLOWED["native"])}, "flat memory"),
-    ({"unexpected": {"turn": 3}}, None),
-    ({"unexpected": {"turn": 4}}, "failures without a reason"),
-    ({"latencies": {}}, "everything happened"),
-    ({"crashes": 0}, "everything happened"),
-    ({"lives": 1}, "everything happened"),
-    ({"growths": []}, "everything happened"),
+@pytest.mark.parametrize("members, faults, unexpected, done, subject", [
+    ({}, [], 0, ACTIONS, None),
+    ({}, ["event 5 came 2 times"], 0, ACTIONS, "replies, events, turns and ends"),
+    ({"growths": RISING}, [], 0, ACTIONS, "flat memory"),
+    ({}, [], 3, ACTIONS, None),
+    ({}, [], 4, ACTIONS, "failures without a reason"),
+    ({}, [], 0, ACTIONS[1:], "everything happened"),
+    ({"crashes": 0}, [], 0, ACTIONS, "everything happened"),
+    ({"lives": 1}, [], 0, ACTIONS, "everything happened"),
+    ({"growths": []}, [], 0, ACTIONS, "everything happened"),
 ])
-def test_the_verdict_names_what_is_wrong(members, subject):
-    wrong = [name for name, texts in outcome(**members).verdicts().items() if texts]
+def test_the_verdict_names_what_is_wrong(ledger, members, faults, unexpected, done, subject):
+    ledger.faults += faults
+    ledger.unexpected["turn"] += unexpected
+    ledger.latencies.update({name: [5.0] * 10 for name in done})
+    outcome = Outcome("native", 1, 60.0, **{
+        "lives": 2, "crashes": 1, "stops": 0, "turns": 100, "ledger": ledger, "samples": [],
+        "growths": FLAT} | members)
+    wrong = [name for name, texts in outcome.verdicts().items() if texts]
     assert wrong == ([subject] if subject else [])
