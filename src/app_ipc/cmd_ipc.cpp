@@ -4,7 +4,6 @@
 #include <bit>
 #include <chrono>
 #include <cstring>
-#include <mutex>
 #include <nlohmann/json.hpp>
 
 #include "app_ipc/instance_discovery.h"
@@ -15,6 +14,7 @@
 #include "text/json_parse.h"
 #include "text/json_read.h"
 #include "text/leaked.h"
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -32,9 +32,9 @@ constexpr const char* recvFailed = "cmd_ipc recv failed";
 constexpr const char* sendFailed = "cmd_ipc send failed";
 
 struct InstanceCache {
-  std::mutex mutex;  // guards what follows; not held while folders are read
-  AppInstance instance;
-  std::uint64_t lookedUpMs = 0;
+  Mutex mutex;  // not held while folders are read
+  AppInstance instance MORVA_GUARDED_BY(mutex);
+  std::uint64_t lookedUpMs MORVA_GUARDED_BY(mutex) = 0;
 };
 
 InstanceCache& instanceCache() {
@@ -45,7 +45,7 @@ InstanceCache& instanceCache() {
 // The instance last looked up, unless that was too long ago or found none.
 bool cachedInstance(AppInstance& instance) {
   InstanceCache& cache = instanceCache();
-  const std::lock_guard lock(cache.mutex);
+  const Lock lock(cache.mutex);
   if (cache.instance.port == 0 || tickCountMs() - cache.lookedUpMs >= lookupLastsMs) return false;
   instance = cache.instance;
   return true;
@@ -56,7 +56,7 @@ AppInstance currentInstance() {
   if (cachedInstance(instance)) return instance;
   instance = discoverAppInstance();
   InstanceCache& cache = instanceCache();
-  const std::lock_guard lock(cache.mutex);
+  const Lock lock(cache.mutex);
   cache.instance = instance;
   cache.lookedUpMs = tickCountMs();
   return instance;
@@ -64,7 +64,7 @@ AppInstance currentInstance() {
 
 void forgetInstance() {
   InstanceCache& cache = instanceCache();
-  const std::lock_guard lock(cache.mutex);
+  const Lock lock(cache.mutex);
   cache.instance.port = 0;
 }
 

@@ -1,17 +1,17 @@
 #include "browser_tools/browser_context.h"
 
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "text/leaked.h"
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
 struct BrowserContext {
-  std::mutex mutex;  // guards what follows
-  nlohmann::json browser;
+  Mutex mutex;
+  nlohmann::json browser MORVA_GUARDED_BY(mutex);
 };
 
 BrowserContext& context() {
@@ -23,12 +23,12 @@ BrowserContext& context() {
 
 void setBrowserContext(const nlohmann::json& browser) {
   nlohmann::json copy = browser.is_object() ? browser : nlohmann::json::object();
-  const std::lock_guard lock(context().mutex);
+  const Lock lock(context().mutex);
   std::swap(context().browser, copy);
 }
 
 nlohmann::json browserContext() {
-  const std::lock_guard lock(context().mutex);
+  const Lock lock(context().mutex);
   return context().browser;
 }
 

@@ -3,11 +3,11 @@
 #include <atomic>
 #include <bit>
 #include <cstring>
-#include <mutex>
 #include <new>
 #include <nlohmann/json.hpp>
 
 #include "text/leaked.h"
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -17,8 +17,8 @@ static_assert(std::endian::native == std::endian::little);  // lengths are read 
 std::atomic<std::size_t> outboundBodyLimit = maxOutboundBody;
 
 struct StandardOutput {
-  std::mutex stdoutMutex;  // one whole frame at a time; no other lock is taken while it is held
-  bool failed = false;
+  Mutex stdoutMutex;  // one whole frame at a time; no other lock is taken while it is held
+  bool failed MORVA_GUARDED_BY(stdoutMutex) = false;
 };
 
 StandardOutput& standardOutputState() {
@@ -92,7 +92,7 @@ bool writeMessage(const nlohmann::json& message) { return writeMessageText(messa
 bool writeMessageText(std::string_view body) {
   if (body.size() > outboundLimit()) return false;
   StandardOutput& output = standardOutputState();
-  const std::lock_guard lock(output.stdoutMutex);
+  const Lock lock(output.stdoutMutex);
   if (!output.failed) output.failed = !writeFrame(standardOutput(), body);
   return !output.failed;
 }

@@ -1,15 +1,14 @@
 #include "channel/host_log.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "channel/event_batch.h"
 #include "common/detached.h"
 #include "text/leaked.h"
+#include "text/locks.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
@@ -23,12 +22,13 @@ struct LogLine {
 };
 
 struct LogState {
-  std::mutex outputLock;  // guards what follows; not held while a frame is written
-  std::condition_variable enoughLines;
-  std::deque<LogLine> debugLogQueue;
-  bool sending = false;        // a thread is writing a batch; others leave their lines queued
-  bool flushWanted = false;    // asked for while a batch was being written
-  bool senderStarted = false;  // the thread behind queueDebugLog
+  Mutex outputLock;  // not held while a frame is written
+  Condition enoughLines;
+  std::deque<LogLine> debugLogQueue MORVA_GUARDED_BY(outputLock);
+  // A thread is writing a batch; others leave their lines queued.
+  bool sending MORVA_GUARDED_BY(outputLock) = false;
+  bool flushWanted MORVA_GUARDED_BY(outputLock) = false;    // asked for while a batch was written
+  bool senderStarted MORVA_GUARDED_BY(outputLock) = false;  // the thread behind queueDebugLog
 };
 
 LogState& logState() {
@@ -36,7 +36,8 @@ LogState& logState() {
   return state;
 }
 
-void pushLine(LogState& log, std::string_view text, std::string_view level) {
+void pushLine(LogState& log, std::string_view text, std::string_view level)
+    MORVA_REQUIRES(log.outputLock) {
   std::deque<LogLine>& queue = log.debugLogQueue;
   if (queue.size() >= maxQueuedLogLines) {
     queue.erase(queue.begin(), queue.begin() + static_cast<std::ptrdiff_t>(droppedLogLines));
@@ -45,7 +46,7 @@ void pushLine(LogState& log, std::string_view text, std::string_view level) {
       {foreignText(level.empty() ? "trace" : level, 16), foreignText(text, maxLogTextBytes)});
 }
 
-std::vector<LogLine> takeLines(LogState& log, std::size_t maxCount) {
+std::vector<LogLine> takeLines(LogState& log, std::size_t maxCount) MORVA_REQUIRES(log.outputLock) {
   std::deque<LogLine>& queue = log.debugLogQueue;
   const auto count = static_cast<std::ptrdiff_t>(std::min(maxCount, queue.size()));
   std::vector<LogLine> lines(std::make_move_iterator(queue.begin()),
@@ -65,32 +66,31 @@ void sendLines(std::vector<LogLine> lines) {
   (void)batch.send();  // the browser is gone; the reader will notice
 }
 
-bool enoughToSend(const LogState& log) {
+bool enoughToSend(const LogState& log) MORVA_REQUIRES(log.outputLock) {
   return !log.sending && log.debugLogQueue.size() >= logLinesThatSend;
 }
 
-// Sends one batch. `lock` is held at the beginning and the end; whoever calls is the one who sends.
-void sendBatch(LogState& log, std::unique_lock<std::mutex>& lock) {
+// Sends one batch, without the lock; whoever calls is the one who sends.
+void sendBatch(LogState& log) MORVA_REQUIRES(log.outputLock) {
   try {
     std::vector<LogLine> lines = takeLines(log, maxLogLinesPerBatch);
-    lock.unlock();
+    const Unlocked unlocked(log.outputLock);
     sendLines(std::move(lines));
   } catch (const std::exception&) {  // out of memory: these lines are lost, the log goes on
   }
-  if (!lock.owns_lock()) lock.lock();
 }
 
 // Ends sending, after a batch for each flush that was asked for meanwhile.
-void endSending(LogState& log, std::unique_lock<std::mutex>& lock) {
-  while (std::exchange(log.flushWanted, false)) sendBatch(log, lock);
+void endSending(LogState& log) MORVA_REQUIRES(log.outputLock) {
+  while (std::exchange(log.flushWanted, false)) sendBatch(log);
   log.sending = false;
-  log.enoughLines.notify_one();  // lines that came meanwhile may be enough for the sender thread
+  log.enoughLines.notifyOne();  // lines that came meanwhile may be enough for the sender thread
 }
 
-void sendBatches(LogState& log, std::unique_lock<std::mutex>& lock) {
+void sendBatches(LogState& log) MORVA_REQUIRES(log.outputLock) {
   log.sending = true;
-  sendBatch(log, lock);
-  endSending(log, lock);
+  sendBatch(log);
+  endSending(log);
 }
 
 std::vector<json> argsOf(std::vector<LogLine> lines) {
@@ -103,7 +103,7 @@ std::vector<json> argsOf(std::vector<LogLine> lines) {
 // The next lines, for the caller to send; none while another thread sends.
 std::vector<json> beginSending() {
   LogState& log = logState();
-  const std::lock_guard lock(log.outputLock);
+  const Lock lock(log.outputLock);
   if (log.sending || log.debugLogQueue.empty()) return {};
   std::vector<json> lines = argsOf(takeLines(log, maxLogLinesPerBatch));
   log.sending = true;
@@ -112,16 +112,16 @@ std::vector<json> beginSending() {
 
 void finishSending() {
   LogState& log = logState();
-  std::unique_lock lock(log.outputLock);
-  endSending(log, lock);
+  const Lock lock(log.outputLock);
+  endSending(log);
 }
 
 void runLogSender() {
   LogState& log = logState();
-  std::unique_lock lock(log.outputLock);
+  const Lock lock(log.outputLock);
   for (;;) {
-    log.enoughLines.wait(lock, [&log] { return enoughToSend(log); });
-    sendBatches(log, lock);
+    while (!enoughToSend(log)) log.enoughLines.wait(log.outputLock);
+    sendBatches(log);
   }
 }
 
@@ -129,28 +129,28 @@ void runLogSender() {
 
 void appendDebugLog(std::string_view text, std::string_view level, bool flushNow) {
   LogState& log = logState();
-  std::unique_lock lock(log.outputLock);
+  const Lock lock(log.outputLock);
   pushLine(log, text, level);
   if (log.sending) {
     log.flushWanted = log.flushWanted || flushNow;
   } else if (flushNow || enoughToSend(log)) {
-    sendBatches(log, lock);
+    sendBatches(log);
   }
 }
 
 void queueDebugLog(std::string_view text, std::string_view level) {
   LogState& log = logState();
-  const std::lock_guard lock(log.outputLock);
+  const Lock lock(log.outputLock);
   pushLine(log, text, level);
   if (!log.senderStarted) log.senderStarted = runDetached("log sender", runLogSender);
-  if (enoughToSend(log)) log.enoughLines.notify_one();
+  if (enoughToSend(log)) log.enoughLines.notifyOne();
 }
 
 std::vector<json> takeDebugLogEvents(std::size_t maxCount) {
   LogState& log = logState();
   std::vector<LogLine> lines;
   {
-    const std::lock_guard lock(log.outputLock);
+    const Lock lock(log.outputLock);
     lines = takeLines(log, maxCount);
   }
   return argsOf(std::move(lines));

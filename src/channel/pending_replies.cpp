@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <unordered_map>
@@ -12,12 +10,12 @@
 
 #include "channel/framing.h"
 #include "text/leaked.h"
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
 using nlohmann::json;
-using SteadyClock = std::chrono::steady_clock;
 
 struct Unclaimed {
   json reply;
@@ -25,14 +23,15 @@ struct Unclaimed {
 };
 
 struct PendingReplies {
-  std::mutex mutex;  // guards what follows; not held while a frame is written
-  std::condition_variable arrived;
-  std::unordered_map<std::string, std::optional<json>> expected;  // by our own running requests
-  std::unordered_map<std::string, Unclaimed> unclaimed;
-  std::deque<std::string> order;  // the ids in `unclaimed`, oldest first
-  std::size_t bytes = 0;          // of all in `unclaimed`
+  Mutex mutex;  // not held while a frame is written
+  Condition arrived;
+  // By our own running requests.
+  std::unordered_map<std::string, std::optional<json>> expected MORVA_GUARDED_BY(mutex);
+  std::unordered_map<std::string, Unclaimed> unclaimed MORVA_GUARDED_BY(mutex);
+  std::deque<std::string> order MORVA_GUARDED_BY(mutex);  // the ids in `unclaimed`, oldest first
+  std::size_t bytes MORVA_GUARDED_BY(mutex) = 0;          // of all in `unclaimed`
 
-  void drop(const std::string& id) {
+  void drop(const std::string& id) MORVA_REQUIRES(mutex) {
     const auto entry = unclaimed.find(id);
     if (entry == unclaimed.end()) return;
     bytes -= entry->second.bytes;
@@ -40,7 +39,7 @@ struct PendingReplies {
     std::erase(order, id);
   }
 
-  void keep(const std::string& id, Unclaimed reply) {
+  void keep(const std::string& id, Unclaimed reply) MORVA_REQUIRES(mutex) {
     drop(id);
     bytes += reply.bytes;
     unclaimed.emplace(id, std::move(reply));
@@ -50,7 +49,7 @@ struct PendingReplies {
     }
   }
 
-  bool takeUnclaimed(const std::string& id, json& reply) {
+  bool takeUnclaimed(const std::string& id, json& reply) MORVA_REQUIRES(mutex) {
     const auto entry = unclaimed.find(id);
     if (entry == unclaimed.end()) return false;
     reply = std::move(entry->second.reply);
@@ -58,7 +57,7 @@ struct PendingReplies {
     return true;
   }
 
-  bool takeExpected(const std::string& id, json& reply) {
+  bool takeExpected(const std::string& id, json& reply) MORVA_REQUIRES(mutex) {
     std::optional<json>& answer = expected.at(id);
     if (answer) reply = std::move(*answer);
     return answer.has_value();
@@ -70,18 +69,15 @@ PendingReplies& pendingReplies() {
   return replies;
 }
 
-// Waits, `lock` held, until `take` succeeds or the time is over.
-template <class Take>
-bool waitUntilTaken(PendingReplies& replies, std::unique_lock<std::mutex>& lock,
-                    std::uint32_t timeoutMs, const Take& take) {
-  const auto deadline = SteadyClock::now() + std::chrono::milliseconds(timeoutMs);
-  // Some run-times turn a steady deadline into one of the wall clock, which may be set meanwhile:
-  // short waits, counted on the steady clock, bound what that can cost.
-  constexpr auto longestWait = std::chrono::milliseconds(1000);
-  while (!take()) {
-    const auto left = deadline - SteadyClock::now();
-    if (left <= SteadyClock::duration::zero()) return false;
-    replies.arrived.wait_for(lock, std::min<SteadyClock::duration>(left, longestWait));
+using Take = bool (PendingReplies::*)(const std::string& id, json& reply);
+
+// Waits until `take` succeeds or the time is over.
+bool waitUntilTaken(const std::string& id, std::uint32_t timeoutMs, json& reply, Take take) {
+  PendingReplies& replies = pendingReplies();
+  const auto deadline = Condition::Clock::now() + std::chrono::milliseconds(timeoutMs);
+  const Lock lock(replies.mutex);
+  while (!(replies.*take)(id, reply)) {
+    if (!replies.arrived.waitUntil(replies.mutex, deadline)) return false;
   }
   return true;
 }
@@ -91,21 +87,20 @@ bool waitUntilTaken(PendingReplies& replies, std::unique_lock<std::mutex>& lock,
 class Expectation {
  public:
   explicit Expectation(std::string id) : id_(std::move(id)) {
-    const std::lock_guard lock(pendingReplies().mutex);
-    pendingReplies().expected.emplace(id_, std::nullopt);
+    PendingReplies& replies = pendingReplies();
+    const Lock lock(replies.mutex);
+    replies.expected.emplace(id_, std::nullopt);
   }
   ~Expectation() {
-    const std::lock_guard lock(pendingReplies().mutex);
-    pendingReplies().expected.erase(id_);
+    PendingReplies& replies = pendingReplies();
+    const Lock lock(replies.mutex);
+    replies.expected.erase(id_);
   }
   Expectation(const Expectation&) = delete;
   Expectation& operator=(const Expectation&) = delete;
 
   bool wait(std::uint32_t timeoutMs, json& reply) const {
-    PendingReplies& replies = pendingReplies();
-    std::unique_lock lock(replies.mutex);
-    return waitUntilTaken(replies, lock, timeoutMs,
-                          [&] { return replies.takeExpected(id_, reply); });
+    return waitUntilTaken(id_, timeoutMs, reply, &PendingReplies::takeExpected);
   }
 
  private:
@@ -116,27 +111,24 @@ class Expectation {
 
 void storeReply(const std::string& id, json reply, std::size_t bytes) {
   PendingReplies& replies = pendingReplies();
-  const std::lock_guard lock(replies.mutex);
+  const Lock lock(replies.mutex);
   const auto expected = replies.expected.find(id);
   if (expected != replies.expected.end()) {
     expected->second = std::move(reply);
   } else if (!id.empty() && !id.starts_with(ownRequestPrefix)) {
     replies.keep(id, {std::move(reply), bytes});
   }
-  replies.arrived.notify_all();
+  replies.arrived.notifyAll();
 }
 
 bool waitForReply(const std::string& id, std::uint32_t timeoutMs, json& reply) {
-  PendingReplies& replies = pendingReplies();
-  std::unique_lock lock(replies.mutex);
-  return waitUntilTaken(replies, lock, timeoutMs, [&] { return replies.takeUnclaimed(id, reply); });
+  return waitUntilTaken(id, timeoutMs, reply, &PendingReplies::takeUnclaimed);
 }
 
 void wakeReplyWaiters() {
   PendingReplies& replies = pendingReplies();
-  const std::lock_guard lock(
-      replies.mutex);  // a waiter between its test and its wait is not missed
-  replies.arrived.notify_all();
+  const Lock lock(replies.mutex);  // a waiter between its test and its wait is not missed
+  replies.arrived.notifyAll();
 }
 
 bool callExtension(const json& message, json& reply, std::uint32_t timeoutMs) {

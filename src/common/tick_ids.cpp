@@ -7,7 +7,7 @@
 namespace media::win::chrome_inspect {
 
 std::uint64_t TickIds::next() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   last_ = std::max(tickCountMs(), last_ + 1);
   return last_;
 }

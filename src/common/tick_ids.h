@@ -1,7 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
+
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 
@@ -12,8 +13,8 @@ class TickIds {
   std::uint64_t next();
 
  private:
-  std::mutex mutex_;
-  std::uint64_t last_ = 0;
+  Mutex mutex_;
+  std::uint64_t last_ MORVA_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace media::win::chrome_inspect

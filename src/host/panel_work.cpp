@@ -1,11 +1,11 @@
 #include "host/panel_work.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <utility>
+
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -14,6 +14,10 @@ using nlohmann::json;
 
 // After so many looks without a message the other thread sleeps until one comes.
 constexpr int quietLooksToSleep = 20;
+
+Condition::Clock::time_point deadlineIn(std::uint32_t ms) {
+  return Condition::Clock::now() + std::chrono::milliseconds(ms);
+}
 
 }  // namespace
 
@@ -25,32 +29,33 @@ struct PanelWork::State {
   explicit State(std::uint32_t betweenLooksMs) : patienceMs(betweenLooksMs) {}
 
   const std::uint32_t patienceMs;
-  std::mutex mutex;                  // guards what follows
-  std::condition_variable looking;   // for the thread that does not read
-  std::condition_variable progress;  // a message was taken, or answered
-  std::uint64_t readerNumber = 0;
-  bool reading = false;
-  bool asleep = false;  // the other thread has stopped looking
-  bool answering = false;
-  std::uint64_t answers = 0;  // begun so far
-  std::deque<Entry> waiting;
-  std::size_t waitingBytes = 0;
+  Mutex mutex;
+  Condition looking;   // for the thread that does not read
+  Condition progress;  // a message was taken, or answered
+  std::uint64_t readerNumber MORVA_GUARDED_BY(mutex) = 0;
+  bool reading MORVA_GUARDED_BY(mutex) = false;
+  bool asleep MORVA_GUARDED_BY(mutex) = false;  // the other thread has stopped looking
+  bool answering MORVA_GUARDED_BY(mutex) = false;
+  std::uint64_t answers MORVA_GUARDED_BY(mutex) = 0;  // begun so far
+  std::deque<Entry> waiting MORVA_GUARDED_BY(mutex);
+  std::size_t waitingBytes MORVA_GUARDED_BY(mutex) = 0;
 
-  bool hasRoom(std::size_t bytes) const {
+  bool hasRoom(std::size_t bytes) const MORVA_REQUIRES(mutex) {
     return waiting.empty() ||
            (waiting.size() < maxQueuedMessages && waitingBytes + bytes <= maxQueuedBytes);
   }
 
   // Waits until one answer has been in progress from one look to the next.
-  void waitUntilReaderIsHeldUp(std::unique_lock<std::mutex>& lock) {
+  void waitUntilReaderIsHeldUp() MORVA_REQUIRES(mutex) {
     ReaderCheck check;
     for (auto result = check.look(answering, answers); result != ReaderCheck::Result::heldUp;
          result = check.look(answering, answers)) {
       if (result == ReaderCheck::Result::quiet) {
         asleep = true;
-        looking.wait(lock, [this] { return !asleep; });
+        while (asleep) looking.wait(mutex);
       } else {
-        looking.wait_for(lock, std::chrono::milliseconds(patienceMs));
+        const auto nextLook = deadlineIn(patienceMs);
+        while (looking.waitUntil(mutex, nextLook)) continue;
       }
     }
   }
@@ -73,29 +78,30 @@ PanelWork::~PanelWork() = default;
 
 std::uint64_t PanelWork::becomeReader() {
   State& state = *state_;
-  std::unique_lock lock(state.mutex);
-  if (state.reading) state.waitUntilReaderIsHeldUp(lock);
+  const Lock lock(state.mutex);
+  if (state.reading) state.waitUntilReaderIsHeldUp();
   state.reading = true;
   return ++state.readerNumber;
 }
 
 bool PanelWork::isReader(std::uint64_t number) {
   State& state = *state_;
-  const std::lock_guard lock(state.mutex);
+  const Lock lock(state.mutex);
   return state.readerNumber == number;
 }
 
 bool PanelWork::otherSleeps() {
-  const std::lock_guard lock(state_->mutex);
-  return state_->asleep;
+  State& state = *state_;
+  const Lock lock(state.mutex);
+  return state.asleep;
 }
 
 Placed PanelWork::place(json& message, std::size_t bytes, std::uint32_t timeoutMs) {
   State& state = *state_;
-  std::unique_lock lock(state.mutex);
-  const auto canPlace = [&] { return !state.answering || state.hasRoom(bytes); };
-  if (!state.progress.wait_for(lock, std::chrono::milliseconds(timeoutMs), canPlace)) {
-    return Placed::full;
+  const auto deadline = deadlineIn(timeoutMs);
+  const Lock lock(state.mutex);
+  while (state.answering && !state.hasRoom(bytes)) {
+    if (!state.progress.waitUntil(state.mutex, deadline)) return Placed::full;
   }
   if (state.answering) {
     state.waiting.push_back({std::move(message), bytes});
@@ -104,14 +110,14 @@ Placed PanelWork::place(json& message, std::size_t bytes, std::uint32_t timeoutM
   }
   state.answering = true;
   ++state.answers;
-  if (std::exchange(state.asleep, false)) state.looking.notify_one();
+  if (std::exchange(state.asleep, false)) state.looking.notifyOne();
   return Placed::now;
 }
 
 bool PanelWork::next(json& message) {
   State& state = *state_;
-  const std::lock_guard lock(state.mutex);
-  state.progress.notify_all();
+  const Lock lock(state.mutex);
+  state.progress.notifyAll();
   if (state.waiting.empty()) {
     state.answering = false;
     return false;
@@ -125,9 +131,12 @@ bool PanelWork::next(json& message) {
 
 bool PanelWork::waitUntilDone(std::uint32_t timeoutMs) {
   State& state = *state_;
-  std::unique_lock lock(state.mutex);
-  return state.progress.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                                 [&state] { return !state.answering; });
+  const auto deadline = deadlineIn(timeoutMs);
+  const Lock lock(state.mutex);
+  while (state.answering) {
+    if (!state.progress.waitUntil(state.mutex, deadline)) return false;
+  }
+  return true;
 }
 
 }  // namespace media::win::chrome_inspect

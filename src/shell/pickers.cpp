@@ -1,16 +1,16 @@
 #include "shell/pickers.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <mutex>
 #include <nlohmann/json.hpp>
+#include <utility>
 #include <vector>
 
 #include "channel/panel_events.h"
 #include "common/detached.h"
 #include "platform/file_dialog.h"
 #include "text/leaked.h"
+#include "text/locks.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
@@ -28,9 +28,9 @@ constexpr FileDialog cliFolderDialog = {
 constexpr std::chrono::seconds closingTime(1);
 
 struct OpenDialog {
-  std::mutex mutex;  // guards what follows; not held while the dialog is open
-  std::condition_variable closed;
-  bool isOpen = false;
+  Mutex mutex;  // not held while the dialog is open
+  Condition closed;
+  bool isOpen MORVA_GUARDED_BY(mutex) = false;
 };
 
 OpenDialog& openDialog() {
@@ -44,16 +44,17 @@ class DialogReservation {
  public:
   DialogReservation() {
     OpenDialog& dialog = openDialog();
-    std::unique_lock lock(dialog.mutex);
-    mine_ = dialog.closed.wait_for(lock, closingTime, [&dialog] { return !dialog.isOpen; });
-    if (mine_) dialog.isOpen = true;
+    const auto deadline = Condition::Clock::now() + closingTime;
+    const Lock lock(dialog.mutex);
+    while (dialog.isOpen && dialog.closed.waitUntil(dialog.mutex, deadline)) continue;
+    mine_ = !std::exchange(dialog.isOpen, true);
   }
   ~DialogReservation() {
     if (!mine_) return;
     OpenDialog& dialog = openDialog();
-    const std::lock_guard lock(dialog.mutex);
+    const Lock lock(dialog.mutex);
     dialog.isOpen = false;
-    dialog.closed.notify_one();
+    dialog.closed.notifyOne();
   }
   DialogReservation(const DialogReservation&) = delete;
   DialogReservation& operator=(const DialogReservation&) = delete;

@@ -1,23 +1,28 @@
 #include "toolserver/connection_threads.h"
 
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "common/detached.h"
 #include "text/leaked.h"
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 
 struct ConnectionThreads::State {
-  std::function<void(const OwnedSocket&)> handler;
-  std::mutex mutex;  // guards what follows
-  std::condition_variable offered;
-  std::vector<OwnedSocket> waiting;  // handed over, not taken yet: no more than threads are parked
-  std::size_t parked = 0;
-  std::size_t activeConnections = 0;
+  explicit State(std::function<void(const OwnedSocket&)> connectionHandler)
+      : handler(std::move(connectionHandler)) {
+    waiting.reserve(maxConnections);
+  }
+
+  const std::function<void(const OwnedSocket&)> handler;
+  Mutex mutex;
+  Condition offered;
+  // Handed over, not taken yet: no more than threads are parked.
+  std::vector<OwnedSocket> waiting MORVA_GUARDED_BY(mutex);
+  std::size_t parked MORVA_GUARDED_BY(mutex) = 0;
+  std::size_t activeConnections MORVA_GUARDED_BY(mutex) = 0;
 
   // Serves `connection`, and then whatever is handed over.
   [[noreturn]] void run(OwnedSocket connection) {
@@ -39,14 +44,14 @@ struct ConnectionThreads::State {
   }
 
   void park() {
-    const std::lock_guard lock(mutex);
+    const Lock lock(mutex);
     --activeConnections;
     ++parked;
   }
 
   OwnedSocket takeOffered() {
-    std::unique_lock lock(mutex);
-    offered.wait(lock, [this] { return !waiting.empty(); });
+    const Lock lock(mutex);
+    while (waiting.empty()) offered.wait(mutex);
     --parked;
     OwnedSocket connection = std::move(waiting.back());
     waiting.pop_back();
@@ -55,32 +60,29 @@ struct ConnectionThreads::State {
 };
 
 ConnectionThreads::ConnectionThreads(std::function<void(const OwnedSocket&)> handler)
-    : state_(leaked<State>()) {
-  state_.handler = std::move(handler);
-  state_.waiting.reserve(maxConnections);
-}
+    : state_(leaked<State>(std::move(handler))) {}
 
 Serve ConnectionThreads::serve(OwnedSocket connection) {
   State& state = state_;
   {
-    const std::lock_guard lock(state.mutex);
+    const Lock lock(state.mutex);
     if (state.activeConnections >= maxConnections) return Serve::full;
     if (state.waiting.size() < state.parked) {
       ++state.activeConnections;
       state.waiting.push_back(std::move(connection));
-      state.offered.notify_one();
+      state.offered.notifyOne();
       return Serve::started;
     }
   }
   const auto shared = std::make_shared<OwnedSocket>(std::move(connection));
   {
-    const std::lock_guard lock(state.mutex);  // meanwhile the number can only have fallen
+    const Lock lock(state.mutex);  // meanwhile the number can only have fallen
     ++state.activeConnections;
   }
   if (runDetached("connection", [&state, shared] { state.run(std::move(*shared)); })) {
     return Serve::started;
   }
-  const std::lock_guard lock(state.mutex);
+  const Lock lock(state.mutex);
   --state.activeConnections;
   return Serve::noThread;
 }

@@ -3,10 +3,8 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include "channel/host_log.h"
@@ -16,6 +14,7 @@
 #include "platform/sockets.h"
 #include "text/ascii.h"
 #include "text/leaked.h"
+#include "text/locks.h"
 #include "toolserver/connection.h"
 #include "toolserver/connection_threads.h"
 
@@ -32,9 +31,9 @@ constexpr std::uint32_t acceptPauseMs = 10;
 struct ToolServer {
   std::string token;  // written before the listener starts, only read afterwards
   std::atomic<std::int32_t> port = 0;
-  std::mutex mutex;  // guards `settled`
-  std::condition_variable changed;
-  bool settled = false;
+  Mutex mutex;
+  Condition changed;
+  bool settled MORVA_GUARDED_BY(mutex) = false;
 };
 
 ToolServer& toolServer() {
@@ -62,9 +61,9 @@ std::int32_t bindListener(OwnedSocket& listener) {
 void settle(std::int32_t port) {
   ToolServer& server = toolServer();
   server.port = port;
-  const std::lock_guard lock(server.mutex);
+  const Lock lock(server.mutex);
   server.settled = true;
-  server.changed.notify_all();
+  server.changed.notifyAll();
 }
 
 // False when it failed, the system's call or for want of memory.
@@ -109,8 +108,9 @@ void startToolServer() {
   ToolServer& server = toolServer();
   if (server.token.empty()) server.token = makeToken();
   if (!runDetached("tool server", runListener)) return;
-  std::unique_lock lock(server.mutex);
-  server.changed.wait_for(lock, startLimit, [&server] { return server.settled; });
+  const auto deadline = Condition::Clock::now() + startLimit;
+  const Lock lock(server.mutex);
+  while (!server.settled && server.changed.waitUntil(server.mutex, deadline)) continue;
 }
 
 std::int32_t toolServerPort() { return toolServer().port; }

@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <limits>
-#include <mutex>
 #include <utility>
 
 #include "platform/owned.h"
+#include "text/locks.h"
 #include "text/request_line.h"
 
 namespace media::win::chrome_inspect {
@@ -41,14 +41,14 @@ class RequestGuard {
 
   void abort() {
     OwnedInternet doomed;  // closed after the lock is gone: a close may wait for the call
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     aborted_ = true;
     if (inCall_) doomed = std::move(request_);
   }
 
  private:
   bool enter(HINTERNET& request) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (aborted_) return false;
     inCall_ = true;
     request = request_.get();
@@ -56,15 +56,15 @@ class RequestGuard {
   }
 
   bool leave() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     inCall_ = false;
     return !aborted_;
   }
 
-  std::mutex mutex_;  // guards what follows; never held during a call
-  OwnedInternet request_;
-  bool inCall_ = false;
-  bool aborted_ = false;
+  Mutex mutex_;  // never held during a call
+  OwnedInternet request_ MORVA_GUARDED_BY(mutex_);
+  bool inCall_ MORVA_GUARDED_BY(mutex_) = false;
+  bool aborted_ MORVA_GUARDED_BY(mutex_) = false;
 };
 
 bool queryNumber(HINTERNET request, DWORD what, DWORD& number) {

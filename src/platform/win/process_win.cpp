@@ -1,9 +1,8 @@
 #include "platform/process.h"
 
-#include <mutex>
-
 #include "platform/win/handles_win.h"
 #include "text/leaked.h"
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -98,8 +97,8 @@ HANDLE childrenJob() {
 
 // Two starts at once could hand each other's inheritable handles to their children if one of them
 // had no handle list; the lock also keeps the time short in which such handles exist at all.
-std::mutex& spawnMutex() {
-  static std::mutex& mutex = leaked<std::mutex>();
+Mutex& spawnMutex() {
+  static Mutex& mutex = leaked<Mutex>();
   return mutex;
 }
 
@@ -110,7 +109,7 @@ void ProcessTraits::close(Raw raw) { CloseHandle(handleOf(raw)); }
 SpawnResult spawnHidden(const std::wstring& commandLine, const std::wstring& folder,
                         StreamId output, OwnedProcess& process, std::uint32_t& systemError) {
   std::wstring writableLine = commandLine;  // CreateProcessW may write into it
-  const std::lock_guard lock(spawnMutex());
+  const Lock lock(spawnMutex());
   const OwnedHandle childOutput = duplicateHandle(handleOf(output), true);
   if (!childOutput) {
     systemError = GetLastError();
