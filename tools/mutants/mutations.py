@@ -33,6 +33,7 @@ NO_EFFECT = re.compile(
     r"\b(?:lock_guard|scoped_lock|unique_lock)\b|\bmemory_order|^using |^namespace |"
     r"= (?:default|delete);|\bNOLINT|\bstatic_cast<void>")
 ADDS_TEXT = re.compile(r'" \+ | \+ "|\+ std::(?:to_)?string\(|string\([^()]*\) \+ ')
+TIME = re.compile(r"\b\w+(?:Ms|_ms|Seconds)\b|\bstd::chrono\b|\bsleep")  # a little more is as good
 NO_TEXT = re.compile(r'\brunDetached\(|\bextern "C"|\binclude\b')
 
 
@@ -82,7 +83,7 @@ def changes(line, begins_statement):
             for kind in ("comparison", "operator"):
                 if found[0] in SWAPS[kind]:
                     yield kind, found.start(), found[0], SWAPS[kind][found[0]]
-    for found in NUMBER.finditer(code):
+    for found in NUMBER.finditer(code) if not TIME.search(code) else ():
         base = 16 if found[0].startswith("0x") else 10
         more = int(found[0], base) + 1
         yield "constant", found.start(), found[0], hex(more) if base == 16 else str(more)

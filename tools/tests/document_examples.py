@@ -9,15 +9,11 @@
 import json
 import re
 import shlex
-import sys
 from dataclasses import dataclass
-from pathlib import Path
 from typing import Any
 
-ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "devkit"))
-
-from protocol_check.http_messages import answer_value, request_value  # noqa: E402
+from conftest import ROOT
+from protocol_check.http_messages import answer_value, request_value
 
 DOCUMENT = ROOT / "docs" / "protocol.md"
 _FENCE = re.compile(r"^```(json|http|sse) ([^\n]+)\n(.*?)^```$", re.MULTILINE | re.DOTALL)

@@ -1,9 +1,8 @@
 """The change log begins with the version that the program reports."""
 
 import re
-from pathlib import Path
 
-ROOT = Path(__file__).resolve().parents[2]
+from conftest import ROOT
 
 
 def test_the_newest_version_is_that_of_the_project():

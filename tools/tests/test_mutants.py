@@ -1,14 +1,10 @@
 """Which changes ./dev mutants makes, where it finds them again, and which tests it asks."""
 
-import sys
-from pathlib import Path
-
+import mutations
 import pytest
-
-sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "mutants"))
-import mutations  # noqa: E402
-from mutations import Mutation, find, mutated, mutations_of, shuffled  # noqa: E402
-from reach import Reach  # noqa: E402
+from conftest import ROOT
+from mutations import Mutation, find, mutated, mutations_of, shuffled
+from reach import Reach
 
 
 def changed_lines(text):
@@ -25,6 +21,7 @@ def changed_lines(text):
     ('error = "no < file";  // not < b', [";  // not < b", 'error = "no < file~";  // not < b']),
     ("done->reset();", [";"]),
     ("--count;", ["++count;", ";"]),
+    ("constexpr std::uint32_t graceMs = 2000;", []),
     ("std::vector<int>& take(char* p, T&& t);", []),
     ("Owner own(handle);", []),
     ("static_assert(maxSize == 4);", []),
@@ -99,6 +96,6 @@ def test_tests_are_asked_that_reach_the_place(line, wanted):
 
 
 def test_the_sources_have_thousands_of_changes_and_none_of_them_is_in_the_windows_side():
-    texts = mutations.sources(Path(__file__).resolve().parents[2])
+    texts = mutations.sources(ROOT)
     assert not [path for path in texts if "/win/" in path]
     assert sum(1 for path, text in texts.items() for _ in mutations_of(path, text)) > 3000

@@ -5,14 +5,11 @@ import os
 import struct
 import subprocess
 import sys
-from pathlib import Path
 
 import pytest
-
-DEVKIT = Path(__file__).resolve().parents[2] / "devkit"
-sys.path.insert(0, str(DEVKIT))
-from protocol_check.findings import Findings  # noqa: E402
-from protocol_check.host_traffic import HostTraffic  # noqa: E402
+from conftest import ROOT
+from protocol_check.findings import Findings
+from protocol_check.host_traffic import HostTraffic
 
 ASK = {"source": "morva-chat", "kind": "getStatus", "chromeRequestId": 1}
 ACK = {"source": "morva-chat", "kind": "ack", "ok": True, "chromeRequestId": 1}
@@ -110,7 +107,7 @@ def test_the_tap_passes_everything_through_and_reports(tmp_path):
     done = subprocess.run(
         [sys.executable, "-m", "protocol_check.tap", str(report), sys.executable, "-c",
          HOST_THAT_ERRS],
-        cwd=DEVKIT, input=frame(ASK), stdout=subprocess.PIPE, timeout=60, check=True,
+        cwd=ROOT / "devkit", input=frame(ASK), stdout=subprocess.PIPE, timeout=60, check=True,
         env={**os.environ, "PYTHONDONTWRITEBYTECODE": "1"})
     assert done.stdout == frame(ACK) + frame(ACK | {"kind": "akc"})
     assert report.read_text().startswith("host: a reply that nobody asked for, or a second one")

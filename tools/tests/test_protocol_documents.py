@@ -3,18 +3,14 @@
 import copy
 import json
 import re
-import sys
 import warnings
 
 import fastjsonschema
 import pytest
-
-from document_examples import ROOT, examples
-
-sys.path.insert(0, str(ROOT / "devkit"))
-from protocol_check.message_index import channels, message_fault, reply_fault  # noqa: E402
-from protocol_check.schema_store import (  # noqa: E402
-    SCHEMA_FOLDER, quick_check, schemas, thorough_check)
+from conftest import ROOT
+from document_examples import examples
+from protocol_check.message_index import channels, message_fault, reply_fault
+from protocol_check.schema_store import SCHEMA_FOLDER, quick_check, schemas, thorough_check
 
 with warnings.catch_warnings():
     warnings.simplefilter("ignore")

@@ -1,12 +1,7 @@
 """How results are counted, and what is said about failed tests."""
 
-import sys
-from pathlib import Path
-
 import pytest
-
-sys.path.insert(0, str(Path(__file__).resolve().parent.parent))
-import run_tests  # noqa: E402
+import run_tests
 
 JUNIT = """<testsuites><testsuite tests="4">
 <testcase classname="a" name="passes"/>

@@ -1,11 +1,10 @@
 """Every text that docs/troubleshooting.md explains is one of the program's, and the other way."""
 
 import re
-from pathlib import Path
 
 import pytest
+from conftest import ROOT
 
-ROOT = Path(__file__).resolve().parents[2]
 PAGE = (ROOT / "docs" / "troubleshooting.md").read_text(encoding="utf-8")
 
 # What stands for a part that differs.
