@@ -8,7 +8,7 @@ from pathlib import Path
 import pytest
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path[:0] = [str(ROOT), str(ROOT / "tools")]  # for devkit, and for what makes packages
+sys.path[:0] = [str(ROOT / each) for each in ("", "tools", "tests/system")]
 
 import package  # noqa: E402
 from machine import Machine  # noqa: E402

@@ -1,20 +1,21 @@
 """A user's machine, which is a Wine prefix: installing, running, and looking what is there."""
 
 import json
-import re
 import shutil
 import subprocess
 import time
 from pathlib import Path, PureWindowsPath
 
+from support.user_commands import UserRegistry, host_key
+
 from devkit.panel import wine
 from devkit.panel.host_process import HostProcess
 
-HOST_KEY = r"HKCU\Software\Google\Chrome\NativeMessagingHosts\com.quenlark.morva.chrome"
-PROGRAM_LIST_KEY = r"HKCU\Software\Microsoft\Windows\CurrentVersion\Uninstall"
+HOST_KEY = host_key("chrome")
+VENDOR_KEY = r"Software\Google"
+PROGRAM_LIST_KEY = r"Software\Microsoft\Windows\CurrentVersion\Uninstall"
 UNINSTALL_KEY = PROGRAM_LIST_KEY + r"\morva-chrome-host"
-# Sections of the registry in which Wine itself keeps what it met: no program wrote these.
-WINES_OWN = re.compile(r"\[HKEY_CURRENT_USER\\Software\\Wine(\\|\])", re.IGNORECASE)
+WINES_OWN = "software\\wine"  # the key in which Wine itself keeps what it met
 WAIT_S = 100
 
 
@@ -34,7 +35,8 @@ class Machine:
         self.root = self.profile / "AppData" / "Local" / "Programs" / "morva-chrome-host"
         self.uninstaller = self.root / "uninstall.exe"
         self._hosts = []
-        self.run("reg", "add", PROGRAM_LIST_KEY, "/f")  # which every Windows has
+        self.registry = UserRegistry(prefix)
+        self.run("reg", "add", "HKCU\\" + PROGRAM_LIST_KEY, "/f")  # which every Windows has
 
     # --- Doing ---
 
@@ -73,8 +75,7 @@ class Machine:
 
     def clean(self):
         shutil.rmtree(self.root.parent, ignore_errors=True)
-        for key in (r"HKCU\Software\Google", UNINSTALL_KEY):
-            self.run("reg", "delete", key, "/f")
+        self.registry.delete(VENDOR_KEY, UNINSTALL_KEY)
 
     # --- Looking ---
 
@@ -87,25 +88,13 @@ class Machine:
     def windows_path(self, path):
         return "C:\\" + str(PureWindowsPath(path.relative_to(self.prefix / "drive_c")))
 
+    def keys(self, key):
+        """The key and all below it, in small letters, with their texts by name."""
+        return {name.lower(): values for name, values in self.registry.below(key).items()}
+
     def text_value(self, key, name=""):
         """The text of a registry value, None when there is none. The default value has no name."""
-        sections = self._exported(key)
-        own = key.replace("HKCU", "HKEY_CURRENT_USER").lower()
-        lines = next((each for each in sections if each[0].lower() == f"[{own}]"), [])
-        quoted = json.dumps(name) if name else "@"
-        found = [line for line in lines if line.startswith(f'{quoted}="')]
-        return json.loads(found[0][len(quoted) + 1:]) if found else None
-
-    def _exported(self, key):
-        """The sections of a key, each as its lines. In UTF-16: what `reg query` prints has lost
-        every character that the console does not know."""
-        file = self.prefix / "drive_c" / "export.reg"
-        code, _ = self.run("reg", "export", key, r"C:\export.reg", "/y")
-        if code != 0:
-            return []
-        text = file.read_text("utf-16").replace("\r", "")
-        file.unlink()
-        return [section.split("\n") for section in text.split("\n\n") if section.startswith("[")]
+        return self.keys(key).get(key.lower(), {}).get(name)
 
     def registered_program(self):
         """What Chrome would start: the registry names a manifest, and the manifest a program."""
@@ -121,6 +110,7 @@ class Machine:
         what an uninstaller cannot remove while it runs goes with the next start of Windows."""
         files = {str(path.relative_to(self.profile)) for path in self.profile.rglob("*")
                  if "Temp" not in path.relative_to(self.profile).parts}
-        keys = {"\n".join(lines) for lines in self._exported(r"HKCU\Software")}
+        keys = {name: values for name, values in self.keys("Software").items()
+                if not f"{name}\\".startswith(f"{WINES_OWN}\\")}
         assert keys
-        return files, {section for section in keys if not WINES_OWN.match(section)}
+        return files, keys

@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 from conftest import OLDER
-from machine import HOST_KEY, UNINSTALL_KEY
+from machine import HOST_KEY, UNINSTALL_KEY, VENDOR_KEY
 
 
 def ping(host):
@@ -55,13 +55,13 @@ def test_an_update_installs_beside_a_running_host(machine, older_setup, setup, v
 
 
 def test_what_was_in_the_key_survives(machine, setup, version):
-    machine.run("reg", "add", HOST_KEY, "/v", "cli", "/t", "REG_SZ", "/d", r"C:\cli.exe", "/f")
+    machine.registry.add(HOST_KEY, "cli", r"C:\cli.exe")
     assert machine.install(setup) == 0
     assert machine.registered_program() == machine.windows_path(machine.program(version))
     machine.uninstall()
     assert machine.text_value(HOST_KEY, "cli") == r"C:\cli.exe"
     assert machine.text_value(HOST_KEY) is None
-    machine.run("reg", "delete", r"HKCU\Software\Google", "/f")
+    machine.registry.delete(VENDOR_KEY)
 
 
 def test_while_it_runs_it_is_neither_replaced_nor_removed(machine, setup, version):
