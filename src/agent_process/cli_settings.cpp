@@ -76,9 +76,9 @@ nlohmann::json describeCliDir() {
   const CliLocation cli = locateCli();
   const std::string probe = probeCliStart(cli.path);
   nlohmann::json answer = {{"dir", toUtf8(folder)},
-                         {"cli", cli.pathUtf8},
-                         {"probe", probe},
-                         {"feedback", cliDirFeedback(folder, cli.path, probe)}};
+                           {"cli", cli.pathUtf8},
+                           {"probe", probe},
+                           {"feedback", cliDirFeedback(folder, cli.path, probe)}};
   if (probe != "ok") answer["warning"] = didNotStart(probe);
   return answer;
 }
