@@ -109,12 +109,16 @@ std::optional<std::uint16_t> ensureAgent(std::string& error) {
   return agent.port;
 }
 
+void endIdleAgent(std::uint64_t nowMs) {
+  if (!stopIdleAgent(nowMs)) return;
+  appendDebugLog("idle: owned llm agent stopped after 60s quiet", "warn");
+  if (agentListener.stopped != nullptr) agentListener.stopped();
+}
+
 void idleWatchdog() {
   for (;;) {
     sleepMs(watchdogPeriodMs);
-    if (!stopIdleAgent(tickCountMs())) continue;
-    appendDebugLog("idle: owned llm agent stopped after 60s quiet", "warn");
-    if (agentListener.stopped != nullptr) agentListener.stopped();
+    endIdleAgent(tickCountMs());
   }
 }
 

@@ -25,8 +25,11 @@ void setAgentListener(const AgentListener& listener);
 // callers never start two agents.
 [[nodiscard]] std::optional<std::uint16_t> ensureAgent(std::string& error);
 
-// Checks every 5 s whether the agent that we own has been idle for a minute, and ends it then.
-// Never returns.
+// Ends the agent that we own, and reports that to the listener, when it has been idle for a minute
+// at the tick count `nowMs` (agent/current_agent.h, stopIdleAgent).
+void endIdleAgent(std::uint64_t nowMs);
+
+// Does so every 5 s. Never returns.
 void idleWatchdog();
 
 }  // namespace media::win::chrome_inspect

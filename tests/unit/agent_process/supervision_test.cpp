@@ -1,0 +1,120 @@
+#include "agent_process/supervision.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "agent/agent_end.h"
+#include "agent/current_agent.h"
+#include "agent_process/cli_dir.h"
+#include "agent_process/cli_location.h"
+#include "channel/host_log.h"
+#include "platform/clock.h"
+#include "support/agent_double.h"
+#include "support/idle_child.h"
+#include "support/test_folder.h"
+#include "text/wide.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+std::string heard;  // by the listener
+
+const AgentListener listener = {[](std::uint16_t port, bool fresh) {
+                                  heard +=
+                                      "ready " + std::to_string(port) + (fresh ? " fresh;" : ";");
+                                },
+                                [] { heard += "stopped;"; }};
+
+std::vector<std::string> logged() {
+  std::vector<std::string> texts;
+  for (const nlohmann::json& line : takeDebugLogEvents(maxQueuedLogLines)) {
+    texts.push_back(line.at(0).at("level").get<std::string>() + " " +
+                    line.at(0).at("text").get<std::string>());
+  }
+  return texts;
+}
+
+// Nothing is installed, and no agent answers on the ports.
+class EnsureAgent : public testing::Test {
+ protected:
+  EnsureAgent()
+      : path_("PATH", toUtf8(folder_.path().wstring())),
+        local_("LOCALAPPDATA", toUtf8(folder_.path().wstring())) {
+    setAgentListener(listener);
+  }
+
+  TestFolder folder_;
+  EnvironmentVariable path_;
+  EnvironmentVariable local_;
+  std::string error_ = "untouched";
+};
+
+TEST_F(EnsureAgent, ReturnsThePortThatAnswered) {
+  AgentDouble agent([](ServedConnection&) {});
+  agent.adopt();
+  EXPECT_EQ(ensureAgent(error_), agent.port());
+  EXPECT_EQ(heard, "ready " + std::to_string(agent.port()) + ";");
+  EXPECT_EQ(error_, "untouched");
+  EXPECT_EQ(logged(), std::vector<std::string>{"trace reusing llm agent on port " +
+                                               std::to_string(agent.port())});
+}
+
+TEST_F(EnsureAgent, FailsWithoutAnAgentAndItsProgram) {
+  ScriptedServer foreign(sendInPieces(answerText("", "404 No"), 100));
+  adoptFoundAgent(foreign.port());
+  EXPECT_FALSE(ensureAgent(error_));
+  EXPECT_EQ(error_, "morva-viewer-cli.exe is not on PATH");
+  EXPECT_EQ(logged().back(), "error morva-viewer-cli.exe is not on PATH");
+  EXPECT_EQ(heard, "");
+}
+
+TEST_F(EnsureAgent, FailsWhenNoneOfFiveStartsBecomesReady) {
+  std::ofstream(folder_.path() / cliNameUtf8) << "no program";
+  saveCliDir(folder_.path().wstring());
+  EXPECT_FALSE(ensureAgent(error_));
+  EXPECT_EQ(error_, "llm agent --serve did not become ready");
+  const std::vector<std::string> lines = logged();
+  ASSERT_EQ(lines.size(), 1U + agentPorts.size() + 1U);  // where it is, the starts, the error
+  for (std::size_t i = 1; i <= agentPorts.size(); ++i) {
+    EXPECT_TRUE(lines[i].starts_with("error spawn failed ")) << lines[i];
+  }
+  EXPECT_EQ(heard, "");
+}
+
+TEST_F(EnsureAgent, IsCancelledByTheEndOfTheHost) {
+  cancelAllAgentRequests();
+  EXPECT_FALSE(ensureAgent(error_));
+  EXPECT_EQ(error_, "cancelled");
+}
+
+TEST_F(EnsureAgent, CountsAsActivity) {
+  AgentDouble agent([](ServedConnection&) {});
+  const std::uint64_t serial = adoptOwnedAgent(idleChild(), agent.port());
+  const std::uint64_t start = tickCountMs() - 200'000;  // the clock of the looks: long ago
+  for (std::uint64_t at = 0; at < 60'000; at += 5000) EXPECT_FALSE(stopIdleAgent(start + at));
+  EXPECT_TRUE(ensureAgent(error_));
+  EXPECT_FALSE(stopIdleAgent(start + 60'000));
+  stopOwnedAgent(serial);
+}
+
+TEST(EndIdleAgent, ReportsThatTheOwnedAgentWasEnded) {
+  setAgentListener(listener);
+  (void)adoptOwnedAgent(idleChild(), 8090);
+  const std::uint64_t start = tickCountMs();
+  for (std::uint64_t at = 0; at < 60'000; at += 5000) endIdleAgent(start + at);
+  EXPECT_EQ(heard, "");
+  endIdleAgent(start + 70'000);
+  EXPECT_EQ(heard, "stopped;");
+  EXPECT_EQ(logged(),
+            std::vector<std::string>{"warn idle: owned llm agent stopped after 60s quiet"});
+  EXPECT_EQ(currentAgentPort(), 0);
+  endIdleAgent(start + 75'000);
+  EXPECT_EQ(heard, "stopped;");
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

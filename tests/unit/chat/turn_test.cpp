@@ -1,0 +1,240 @@
+#include "chat/turn.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "support/agent_double.h"
+#include "support/brief_events.h"
+#include "support/captured_output.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+using namespace std::string_literals;
+
+const std::string head(streamHead);
+const std::string delta = "data: {\"choices\":[{\"delta\":{\"content\":\"a\"}}]}\n\n";
+
+bool asksForModels(const ServedConnection& connection) {
+  return connection.request.starts_with("GET /v1/models HTTP/1.1\r\n");
+}
+
+json sendMessage(const json& more = json::object()) {
+  json message = {{"kind", "send"}, {"prompt", "p"}, {"preset", "m"}, {"chat_session_id", "c"}};
+  message.update(more);
+  return message;
+}
+
+// Runs a turn and returns its events, with "r" for its run id.
+std::string eventsOf(const json& message, const RunningTurn& running = {}) {
+  CapturedOutput output;
+  run_turn(message, running);
+  std::string frames = json(output.finish()).dump();
+  const std::size_t at = frames.find("chrome-");
+  const std::string runId = frames.substr(at, frames.find_first_not_of("0123456789", at + 7) - at);
+  for (std::size_t i = at; i != frames.npos; i = frames.find(runId, i)) {
+    frames.replace(i, runId.size(), "r");
+  }
+  return briefEvents(json::parse(frames).get<CapturedOutput::Frames>());
+}
+
+const std::string begun =
+    R"(setBusy [true]; agentStarted [{"chat_session_id":"c","id":"r","name":"m"}]; )";
+const std::string unnamed =
+    R"(setBusy [true]; agentStarted [{"chat_session_id":"c","id":"r","name":"agent"}]; )";
+
+std::string ended(const std::string& error) {
+  return "agentDone " + json{"r", error.empty(), error}.dump();
+}
+
+TEST(Turn, ShowsTheAnswerThenItsUsageThenTheEnd) {
+  AgentDouble agent([](ServedConnection& connection) {
+    (void)connection.send(head + delta +
+                          "data: {\"choices\":[{}],\"usage\":{\"total_tokens\":3}}\n\n"
+                          "data: {\"choices\":[{\"delta\":{\"content\":\"b\"}}]}");
+  });
+  agent.adopt();
+  EXPECT_EQ(eventsOf(sendMessage()), begun + R"(appendAssistantDelta [{"delta":"a","seq":1}]; )" +
+                                         R"(appendAssistantDelta [{"delta":"b","seq":2}]; )" +
+                                         R"(completeAssistantText [{"text":"ab"}]; )" +
+                                         R"(setTurnLlmUsage [{"total_tokens":3}]; )" + ended(""));
+}
+
+struct EndCase {
+  const char* name;
+  std::string answer;
+  const char* error;  // a beginning; nullptr: the turn succeeds
+};
+
+const EndCase endCases[] = {
+    {"an end without a word", head, nullptr},
+    {"the last good status", answerText("", "399 X"), nullptr},
+    {"the first bad one", answerText("", "400 X"), "agent request failed"},
+    {"a bad one after some text", "HTTP/1.1 500 No\r\n\r\n" + delta, nullptr},
+    {"broken off", "HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\n" + delta, nullptr},
+    {"no answer", "", "agent request failed"},
+    {"no JSON", head + delta + "data: {x\n\n", "[json.exception.parse_error.101] "},
+};
+
+TEST(Turn, EndsOnceHoweverTheRequestEnds) {
+  for (const EndCase& c : endCases) {
+    SCOPED_TRACE(c.name);
+    AgentDouble agent(sendInPieces(c.answer, 1000));
+    agent.adopt();
+    const std::string events = eventsOf(sendMessage());
+    const std::size_t end = events.find("agentDone ");
+    ASSERT_NE(end, events.npos);
+    const json done = json::parse(events.substr(end + 10));  // nothing comes after it
+    EXPECT_EQ(done.at(1), c.error == nullptr);
+    EXPECT_TRUE(done.at(2).get<std::string>().starts_with(c.error ? c.error : "")) << done;
+    EXPECT_EQ(events.find("completeAssistantText") != events.npos, c.error == nullptr);
+  }
+}
+
+struct RequestCase {
+  const char* message;
+  const char* content;
+  const char* morva;
+};
+
+const RequestCase requestCases[] = {
+    {R"({})", "p", "{}"},
+    {R"({"browser":["u"],"context_paths":{"a":1}})", "p", "{}"},
+    {R"({"browser":null,"context_paths":null})", "p", "{}"},
+    {R"({"context_paths":[]})", "p", R"({"selection":[]})"},
+    {R"({"browser":{}})", "p", R"({"browser":{}})"},
+    {R"({"browser":{"currentUrl":"","currentTitle":"t"}})", "p",
+     R"({"browser":{"currentTitle":"t","currentUrl":""}})"},
+    {R"({"browser":{"currentUrl":null,"currentTitle":"t"}})", "p",
+     R"({"browser":{"currentTitle":"t","currentUrl":null}})"},
+    {R"({"browser":{"currentUrl":"u\n","currentTitle":"\n"},"context_paths":["x"]})",
+     "[chrome tab] \n \xE2\x80\x94 u\n\n\np",
+     R"({"browser":{"currentTitle":"\n","currentUrl":"u\n"},"selection":["x"]})"},
+    {R"({"browser":{"currentUrl":"u"}})", "[chrome tab]  \xE2\x80\x94 u\n\np",
+     R"({"browser":{"currentUrl":"u"}})"},
+};
+
+TEST(Turn, AsksWithTheTabAndTheSelection) {
+  AgentDouble agent(sendInPieces(head, 1000));
+  agent.adopt();
+  for (const RequestCase& c : requestCases) {
+    SCOPED_TRACE(c.message);
+    (void)eventsOf(sendMessage(json::parse(c.message)));
+    json body = json::parse(bodyOf(agent.requests("POST /v1/chat/completions ").back()));
+    json morva = body.value("morva", json::object());
+    morva.erase("cwd");  // the system's choice
+    EXPECT_EQ(morva.dump(), json::parse(c.morva).dump());
+    body.erase("morva");
+    const json messages = {{{"role", "user"}, {"content", c.content}}};
+    EXPECT_EQ(
+        body,
+        (json{{"model", "m"}, {"stream", true}, {"messages", messages}, {"session_id", "c"}}));
+  }
+  EXPECT_TRUE(agent.requests("GET /v1/models").empty());
+}
+
+TEST(Turn, IsOfTheSessionChromeWhenNoneIsNamed) {
+  AgentDouble agent(sendInPieces(head, 1000));
+  agent.adopt();
+  for (const json& id : {json(""), json(nullptr)}) {
+    const std::string events = eventsOf(sendMessage({{"chat_session_id", id}}));
+    EXPECT_NE(events.find(R"("chat_session_id":"chrome")"), events.npos);
+    EXPECT_NE(events.find(R"("chatSessionId":"chrome")"), events.npos);
+    const json body = json::parse(bodyOf(agent.requests("POST ").back()));
+    EXPECT_EQ(body.at("session_id"), "chrome");
+  }
+}
+
+struct PresetCase {
+  const char* name;
+  std::string answer;
+  const char* error;  // a beginning
+};
+
+const PresetCase presetCases[] = {
+    {"an empty list", answerText(R"({"data":[]})"), "no chat preset is selected"},
+    {"a failure that is JSON", answerText("5", "500 No"), "no chat preset is selected"},
+    {"no JSON", answerText("<html>"), "[json.exception.parse_error.101] "},
+    {"nothing", answerText(""), "[json.exception.parse_error.101] "},
+    {"too deep", answerText(std::string(20'000, '[')), "json nested too deeply"},
+    {"no answer", "", "agent request failed"},
+    {"half an answer", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{", "agent response truncated"},
+};
+
+TEST(Turn, AsksForAPresetWhenNoneIsGiven) {
+  AgentDouble agent([](ServedConnection& connection) {
+    if (!asksForModels(connection)) return (void)connection.send(head);
+    answerWith(connection,
+               R"({"data":[{"id":"a"},{"id":"b","morva_is_default":true,"morva_preset_id":"x"}]})");
+  });
+  agent.adopt();
+  EXPECT_EQ(eventsOf(sendMessage({{"preset", nullptr}})),
+            unnamed + R"(completeAssistantText [{"text":""}]; )" + ended(""));
+  EXPECT_EQ(json::parse(bodyOf(agent.requests("POST ").at(0))).at("model"), "x");
+}
+
+TEST(Turn, EndsWithoutAPreset) {
+  for (const PresetCase& c : presetCases) {
+    SCOPED_TRACE(c.name);
+    AgentDouble agent(sendInPieces(c.answer, 100'000));
+    agent.adopt();
+    const std::string events = eventsOf(sendMessage({{"preset", ""}}));
+    const std::string wanted = unnamed + R"(agentDone ["r",false,")" + c.error;
+    EXPECT_EQ(events.substr(0, wanted.size()), wanted);
+    EXPECT_TRUE(agent.requests("POST ").empty());
+  }
+}
+
+TEST(Turn, EndsBeforeItBeginsForATextOfAnotherType) {
+  for (const char* const key : {"prompt", "preset", "chat_session_id"}) {
+    CapturedOutput output;
+    run_turn(sendMessage({{key, 5}}), RunningTurn());
+    const json done = json::parse(eventsIn(output.finish()).at(0));
+    EXPECT_EQ(done.at("args").at(2),
+              "[json.exception.type_error.302] type must be string, but is number");
+  }
+}
+
+TEST(Turn, StoppedBeforeItsRequestMakesNone) {
+  AgentDouble agent([](ServedConnection& connection) {
+    stopTurns();  // while it asks for the models
+    answerWith(connection, R"({"data":[{"id":"a"}]})");
+  });
+  agent.adopt();
+  EXPECT_EQ(eventsOf(sendMessage({{"preset", ""}})), unnamed + ended("cancelled"));
+  EXPECT_TRUE(agent.requests("POST ").empty());
+  const RunningTurn running;
+  stopTurns();
+  EXPECT_EQ(eventsOf(sendMessage(), running), begun + ended("cancelled"));
+  EXPECT_EQ(agent.requests("GET /v1/models").size(), 1U);
+}
+
+TEST(Turn, StoppedInItsStreamIsCancelled) {
+  for (const std::string& rest : {""s, "data: {"s, "data: {x\n\n"s}) {
+    SCOPED_TRACE(rest);
+    AgentDouble agent([&rest](ServedConnection& connection) {
+      (void)connection.send(head);
+      stopTurns();
+      (void)connection.send(rest);
+    });
+    agent.adopt();
+    EXPECT_EQ(eventsOf(sendMessage()), begun + ended("cancelled"));
+  }
+}
+
+TEST(Turn, RunsOnAThreadOfItsOwnUntilItsEnd) {
+  CapturedOutput output;
+  AgentDouble agent(sendInPieces(head, 1000));
+  agent.adopt();
+  EXPECT_TRUE(startTurn(sendMessage()));
+  const auto frames = output.waitUntil([](const CapturedOutput::Frames& all) {
+    return !all.empty() && all.back().find("agentDone") != std::string::npos;
+  });
+  EXPECT_EQ(agent.requests("POST ").size(), 1U);
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+#include "support/captured_output.h"
+
+namespace media::win::chrome_inspect {
+
+// The panel events in frames as one text, "method args; method args", in which the ids of run "r"
+// and of chat session "c" are left out. Log lines are left out, too.
+std::string briefEvents(const CapturedOutput::Frames& frames);
+
+}  // namespace media::win::chrome_inspect
