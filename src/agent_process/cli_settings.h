@@ -11,7 +11,8 @@ namespace media::win::chrome_inspect {
 
 // Replaces the saved folder; empty clears it. False, and nothing changed, with `error` "invalid
 // folder" (over 1,024 bytes, a double quote or a control character in it, not UTF-8), "that folder
-// is inside WindowsApps", or "folder does not exist" (also when the system has not answered within 5 s).
+// is inside WindowsApps", or "folder does not exist" (also when the system has not answered within
+// 5 s).
 bool validateAndSaveCliDir(std::string_view dirUtf8, std::string& error);
 
 // How a trial start is made; see probeProcessStart in platform/process.h.

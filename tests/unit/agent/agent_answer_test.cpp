@@ -28,6 +28,7 @@ const AnswerCase answerCases[] = {
     {"no object", {200, "[true]", ""}, false, "fallback"},
     {"an empty body", {200, "", ""}, false, "fallback"},
     {"no JSON", {200, "{", ""}, false, "fallback"},
+    {"nested too deeply", {200, std::string(100'000, '['), ""}, false, "fallback"},
     {"another status", {500, R"({"ok":true,"error":"x"})", ""}, false, "fallback"},
     {"no answer", {0, "", "agent request failed"}, false, "agent request failed"},
     {"another good status", {204, R"({"ok":true})", ""}, false, "fallback"},
@@ -64,6 +65,8 @@ TEST(IsWholeAnswer, NeedsStatus200AndNoError) {
 TEST(TakeData, IsAnEmptyObjectWithoutData) {
   json value = {{"ok", true}, {"data", {7}}};
   EXPECT_EQ(takeData(value).dump(), "[7]");
+  json null = {{"data", nullptr}};
+  EXPECT_EQ(takeData(null).dump(), "null");
   json none = {{"ok", true}};
   EXPECT_EQ(takeData(none).dump(), "{}");
 }

@@ -44,8 +44,9 @@ TEST(Slots, AbortWhatIsPublishedThereAndNothingElse) {
 TEST(Slots, HoldSeveralRequests) {
   const auto first = newRequest();
   const auto second = newRequest();
-  ASSERT_TRUE(publishRequest(CancelSlot::turn, first));
-  ASSERT_TRUE(publishRequest(CancelSlot::turn, second));
+  for (const auto& request : {first, second}) {
+    ASSERT_TRUE(publishRequest(CancelSlot::turn, request));
+  }
   takeBackRequest(CancelSlot::turn, first);
   stopTurns();
   EXPECT_EQ(first->aborts, 0);

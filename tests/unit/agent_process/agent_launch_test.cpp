@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/current_agent.h"
 #include "agent/agent_end.h"
+#include "agent/current_agent.h"
 #include "channel/host_log.h"
 
 namespace media::win::chrome_inspect {

@@ -11,6 +11,7 @@
 #include "agent/current_agent.h"
 #include "platform/clock.h"
 #include "support/agent_double.h"
+#include "support/brief_events.h"
 #include "support/captured_output.h"
 #include "support/gate.h"
 #include "support/idle_child.h"
@@ -19,25 +20,21 @@ namespace media::win::chrome_inspect {
 namespace {
 
 using nlohmann::json;
-using Events = std::vector<std::string>;
 
-constexpr const char* done = R"({"args":[],"method":"realtimeDone"})";
+const std::string done = "realtimeDone []";
 
 std::string failure(const std::string& text) {
-  return json{{"method", "realtimeError"}, {"args", {text}}}.dump();
+  return "realtimeError " + json::array({text}).dump() + "; " + done;
 }
 
-Events voiceEvents(const CapturedOutput::Frames& frames) {
-  Events events;
-  for (const std::string& each : eventsIn(frames)) {
-    if (each.find(R"("method":"realtime)") != std::string::npos) events.push_back(each);
-  }
-  return events;
+std::string event(const std::string& method) {
+  return "data: {\"method\":\"" + method + "\",\"args\":[],\"id\":5}\n\n";
 }
 
-Events waitForVoice(CapturedOutput& output, std::size_t count) {
-  return voiceEvents(output.waitUntil(
-      [count](const auto& frames) { return voiceEvents(frames).size() >= count; }));
+// Waits until that much has been sent to the panel.
+std::string waitFor(CapturedOutput& output, const std::string& events) {
+  return briefEvents(output.waitUntil(
+      [&events](const auto& frames) { return briefEvents(frames).size() >= events.size(); }));
 }
 
 // Answers the start with ok and lets the script have the events.
@@ -48,12 +45,12 @@ AgentDouble::Script session(AgentDouble::Script events) {
   };
 }
 
-TEST(Realtime, StopTellsTheEndWithoutAnAgent) {
+TEST(Realtime, StopReportsTheEndWithoutAnAgent) {
   CapturedOutput output;
   stopRealtime();
   pushToTalk(json::object());
   stopRealtimeEvents();
-  EXPECT_EQ(eventsIn(output.finish()), Events{done});
+  EXPECT_EQ(briefEvents(output.finish()), done);
 }
 
 TEST(Realtime, PushToTalkRefusesOtherTypes) {
@@ -65,37 +62,20 @@ TEST(Realtime, PushToTalkRefusesOtherTypes) {
 struct EndCase {
   const char* name;
   std::string answer;
-  Events events;
+  std::string events;
 };
 
+const std::string head(streamHead);
+
 const EndCase endCases[] = {
-    {"an end in order", std::string(streamHead), {done}},
-    {"its own end",
-     std::string(streamHead) + "data: {\"method\":\"realtimeDone\",\"args\":[]}\n\n",
-     {done}},
-    {"its own end, unfinished",
-     std::string(streamHead) + "data: {\"method\":\"realtimeDone\",\"args\":[]}",
-     {done}},
-    {"another status",
-     "HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n",
-     {failure("realtime session failed"), done}},
-    {"no answer", "", {failure("agent request failed"), done}},
-    {"after events",
-     std::string(streamHead) + "data: {\"method\":\"realtimeA\",\"args\":[1],\"id\":5}\n\n",
-     {R"({"args":[1],"method":"realtimeA"})", done}},
-    {"with an unfinished block",
-     std::string(streamHead) + "data: {\"method\":\"realtimeA\",\"args\":[]}",
-     {R"({"args":[],"method":"realtimeA"})", done}},
-    {"with an error of the agent's",
-     std::string(streamHead) + "data: {\"method\":\"realtimeError\",\"args\":[\"e\"]}\n\n" +
-         "data: {\"method\":\"realtimeDone\",\"args\":[]}\n\n",
-     {failure("e"), done}},
-    {"another status with its own end",
-     "HTTP/1.1 404 No\r\n\r\ndata: {\"method\":\"realtimeDone\",\"args\":[]}\n\n",
-     {done}},
-    {"what is no event",
-     std::string(streamHead) + "data: {\n\ndata: {\"method\":\"\"}\n\n",
-     {done}},
+    {"an end in order", head, done},
+    {"after an event", head + event("realtimeA"), "realtimeA []; " + done},
+    {"its own end", head + event("realtimeDone"), done},
+    {"its own end, unfinished", head + R"(data: {"method":"realtimeDone","args":[]})", done},
+    {"another status", answerText("", "500 No"), failure("realtime session failed")},
+    {"another status, its own end", "HTTP/1.1 404 No\r\n\r\n" + event("realtimeDone"), done},
+    {"broken off", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n", done},
+    {"no answer", "", failure("agent request failed")},
 };
 
 // One session after the other: an event too many would stand before those of the next.
@@ -105,20 +85,19 @@ TEST(Realtime, ReportsTheEndOfTheStreamOnce) {
   AgentDouble agent(session(
       [&current](ServedConnection& connection) { (void)connection.send(current.load()->answer); }));
   agent.adopt();
-  Events wanted;
+  std::string wanted;
   for (const EndCase& c : endCases) {
     SCOPED_TRACE(c.name);
     current = &c;
     startRealtime(json::object());
-    wanted.insert(wanted.end(), c.events.begin(), c.events.end());
-    EXPECT_EQ(waitForVoice(output, wanted.size()), wanted);
+    wanted += (wanted.empty() ? "" : "; ") + c.events;
+    EXPECT_EQ(waitFor(output, wanted), wanted);
   }
 }
 
 TEST(Realtime, ReportsNoSecondEnd) {
-  const AgentResponse failed{0, "", "agent request failed"};
   CapturedOutput output;
-  reportVoiceStreamEnd(failed, true);
+  reportVoiceStreamEnd({0, "", "agent request failed"}, true);
   EXPECT_TRUE(output.finish().empty());
 }
 
@@ -189,7 +168,7 @@ TEST(Realtime, AFailedStartIsToldAndOver) {
     current = &c;
     CapturedOutput output;
     startRealtime(json::object());
-    EXPECT_EQ(voiceEvents(output.finish()), (Events{failure(c.error), done}));
+    EXPECT_EQ(briefEvents(output.finish()), failure(c.error));
   }
   EXPECT_TRUE(agent.requests("GET /v1/realtime/events").empty());
 }
@@ -200,8 +179,8 @@ TEST(Realtime, AnySuccessStartsASession) {
       [](ServedConnection& connection) { answerWith(connection, R"({"ok":true})", "299 Fine"); });
   agent.adopt();
   startRealtime(json::object());
-  (void)agent.waitForRequests("GET /v1/realtime/events ", 1);
-  (void)waitForVoice(output, 2);
+  const std::string wanted = failure("realtime session failed");  // its stream has the status too
+  EXPECT_EQ(waitFor(output, wanted), wanted);
 }
 
 // The clock of the looks is 200 s late: whatever happens now is activity after all of them.
@@ -211,7 +190,7 @@ TEST(Realtime, AnEventIsUseOfTheAgent) {
   AgentDouble agent(session([&idle](ServedConnection& connection) {
     (void)connection.send(streamHead);
     idle.wait();
-    (void)connection.send("data: {\"method\":\"realtimeA\",\"args\":[]}\n\n");
+    (void)connection.send(event("realtimeA"));
   }));
   const std::uint64_t serial = adoptOwnedAgent(idleChild(), agent.port());
   startRealtime(json::object());
@@ -219,7 +198,7 @@ TEST(Realtime, AnEventIsUseOfTheAgent) {
   const std::uint64_t start = tickCountMs() - 200'000;
   for (std::uint64_t at = 0; at < 60'000; at += 5000) EXPECT_FALSE(stopIdleAgent(start + at));
   idle.open();
-  (void)waitForVoice(output, 2);
+  EXPECT_EQ(waitFor(output, "realtimeA []; " + done), "realtimeA []; " + done);
   EXPECT_FALSE(stopIdleAgent(start + 60'000));
   stopOwnedAgent(serial);
 }
@@ -228,20 +207,18 @@ TEST(Realtime, AStoppedSessionSaysNothingMore) {
   Gate stopped;
   CapturedOutput output;
   AgentDouble agent(session([&stopped](ServedConnection& connection) {
-    (void)connection.send(std::string(streamHead) +
-                          "data: {\"method\":\"realtimeA\",\"args\":[]}\n\n");
+    (void)connection.send(head + event("realtimeA"));
     stopped.wait();
-    (void)connection.send("data: {\"method\":\"realtimeB\",\"args\":[]}\n\n");
+    (void)connection.send(event("realtimeB"));
   }));
   agent.adopt();
   startRealtime(json::object());
-  (void)waitForVoice(output, 1);
+  EXPECT_EQ(waitFor(output, "realtimeA []"), "realtimeA []");
   stopRealtime();
   stopped.open();
   startRealtime(json::object());  // a whole one
-  const std::string a = R"({"args":[],"method":"realtimeA"})";
-  const std::string b = R"({"args":[],"method":"realtimeB"})";
-  EXPECT_EQ(waitForVoice(output, 5), (Events{a, done, a, b, done}));
+  const std::string wanted = "realtimeA []; " + done + "; realtimeA []; realtimeB []; " + done;
+  EXPECT_EQ(waitFor(output, wanted), wanted);
 }
 
 // Sessions whose streams end by themselves while they are being stopped: nothing of a session comes
@@ -261,15 +238,17 @@ TEST(Realtime, KeepsSessionsApartOverManyStartsAndStops) {
     if (round % 2 == 0) (void)agent.waitForRequests("GET /v1/realtime", 1);
     stopRealtime();  // nothing of the session comes after this
   }
-  const Events events = voiceEvents(output.finish());
-  EXPECT_GE(std::count(events.begin(), events.end(), done), rounds);
-  int ended = 0;  // ends that stopRealtime told
-  for (const std::string& each : events) {
-    if (each == done) continue;
-    const int number = json::parse(each).at("args").at(0);
+  int ends = 0;
+  int ended = 0;  // the last round that was reported
+  for (const std::string& each : eventsIn(output.finish())) {
+    const json sent = json::parse(each);
+    if (sent.at("method") == "realtimeDone") ++ends;
+    if (sent.at("method") != "realtimeN") continue;
+    const int number = sent.at("args").at(0);
     EXPECT_GE(number, ended);
     ended = number;
   }
+  EXPECT_GE(ends, rounds);
 }
 
 }  // namespace
