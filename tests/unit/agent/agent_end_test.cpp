@@ -6,7 +6,7 @@
 
 #include "agent/current_agent.h"
 #include "platform/clock.h"
-#include "support/idle_child.h"
+#include "support/child_probe.h"
 #include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {

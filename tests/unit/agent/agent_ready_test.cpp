@@ -5,9 +5,9 @@
 #include <string>
 
 #include "platform/clock.h"
-#include "support/gate.h"
-#include "support/http_outcome.h"
+#include "support/loopback_socket.h"
 #include "support/scripted_server.h"
+#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {

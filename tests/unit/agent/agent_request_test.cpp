@@ -10,9 +10,7 @@
 #include "agent/request_slots.h"
 #include "agent/running_turns.h"
 #include "platform/clock.h"
-#include "support/gate.h"
-#include "support/http_outcome.h"
-#include "support/run_threads.h"
+#include "support/loopback_socket.h"
 #include "support/scripted_server.h"
 #include "support/test_thread.h"
 

@@ -10,8 +10,7 @@
 #include "agent/agent_end.h"
 #include "agent/current_agent.h"
 #include "platform/clock.h"
-#include "support/idle_child.h"
-#include "support/run_threads.h"
+#include "support/child_probe.h"
 #include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {

@@ -8,7 +8,7 @@
 #include "agent/agent_end.h"
 #include "agent/running_turns.h"
 #include "platform/clock.h"
-#include "support/idle_child.h"
+#include "support/child_probe.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "agent/request_slots.h"
-#include "support/gate.h"
 #include "support/scripted_server.h"
 #include "support/test_thread.h"
 #include "text/leaked.h"

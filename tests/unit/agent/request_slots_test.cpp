@@ -12,7 +12,6 @@
 #include "agent/agent_end.h"
 #include "agent/running_turns.h"
 #include "platform/clock.h"
-#include "support/run_threads.h"
 #include "support/scripted_exchange.h"
 #include "support/test_thread.h"
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/run_threads.h"
+#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -12,8 +12,8 @@
 #include "agent_process/cli_dir.h"
 #include "agent_process/cli_location.h"
 #include "common/paths.h"
-#include "support/gate.h"
 #include "support/test_folder.h"
+#include "support/test_thread.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {

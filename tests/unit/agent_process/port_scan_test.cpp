@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "support/gate.h"
-#include "support/http_outcome.h"
+#include "support/loopback_socket.h"
 #include "support/scripted_server.h"
+#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {

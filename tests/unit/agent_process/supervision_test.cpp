@@ -14,7 +14,7 @@
 #include "channel/host_log.h"
 #include "platform/clock.h"
 #include "support/agent_double.h"
-#include "support/idle_child.h"
+#include "support/child_probe.h"
 #include "support/test_folder.h"
 #include "text/wide.h"
 

@@ -13,11 +13,10 @@
 #include <string>
 
 #include "platform/clock.h"
-#include "support/fed_pipe.h"
-#include "support/http_outcome.h"
 #include "support/loopback_socket.h"
-#include "support/own_process.h"
 #include "support/test_folder.h"
+#include "support/test_pipe.h"
+#include "support/test_system.h"
 #include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
@@ -32,7 +31,7 @@ const std::string challenge = frameOf(R"({"nonce":"00fF","other":1})");
 // The application's end: one connection after the other, each served by the script.
 class AppDouble {
  public:
-  using Script = std::function<void(const LoopbackSocket&)>;
+  using Script = std::function<void(const OwnedSocket&)>;
   explicit AppDouble(Script script) : script_(std::move(script)) {
     listener_ = listenOnLoopback(port_, 8);
     thread_ = std::make_unique<TestThread>([this] { serve(); });
@@ -48,7 +47,7 @@ class AppDouble {
  private:
   void serve() {
     for (;;) {
-      const LoopbackSocket socket = acceptFrom(listener_);
+      const OwnedSocket socket = acceptFrom(listener_);
       if (!socket || stopping_) return;
       ++connections_;
       script_(socket);
@@ -57,14 +56,14 @@ class AppDouble {
 
   const Script script_;
   std::uint16_t port_ = 0;
-  LoopbackSocket listener_;
+  OwnedSocket listener_;
   std::atomic<bool> stopping_ = false;
   std::atomic<int> connections_ = 0;
   std::unique_ptr<TestThread> thread_;
 };
 
 // Everything up to the end of the stream, or up to one whole frame.
-std::string receiveFrame(const LoopbackSocket& socket) {
+std::string receiveFrame(const OwnedSocket& socket) {
   std::string bytes;
   char buffer[4096];
   std::uint32_t length = 0;
@@ -79,7 +78,7 @@ std::string receiveFrame(const LoopbackSocket& socket) {
 
 // Asks for the proof and answers with the bytes `reply`.
 AppDouble::Script answering(std::string reply) {
-  return [reply = std::move(reply)](const LoopbackSocket& socket) {
+  return [reply = std::move(reply)](const OwnedSocket& socket) {
     (void)sendTo(socket, challenge);
     if (!receiveFrame(socket).empty()) (void)sendTo(socket, reply);
   };
@@ -126,7 +125,7 @@ TEST(CmdIpcProof, IsTheDigestOfNonceAndToken) {
 TEST_F(CmdIpc, WrapsACommand) {
   std::string sent;
   {
-    AppDouble app([&sent](const LoopbackSocket& socket) {
+    AppDouble app([&sent](const OwnedSocket& socket) {
       (void)sendTo(socket, challenge);
       sent = receiveFrame(socket);
       (void)sendTo(socket, frameOf(R"({"ok":true})"));
@@ -164,7 +163,7 @@ TEST_F(CmdIpc, ReturnsTheReplyOrReportsWhyThereIsNone) {
       {frameOf("\"\xFF\""), "cmd_ipc recv failed"},
   };
   std::atomic<const std::string*> current;
-  AppDouble app([&current](const LoopbackSocket& socket) { answering (*current)(socket); });
+  AppDouble app([&current](const OwnedSocket& socket) { answering (*current)(socket); });
   announce(app.port());
   for (const auto& [reply, result] : replies) {
     current = &reply;
@@ -174,7 +173,7 @@ TEST_F(CmdIpc, ReturnsTheReplyOrReportsWhyThereIsNone) {
 
 TEST_F(CmdIpc, NeedsAChallengeWithANonce) {
   std::atomic<const std::string*> current;
-  AppDouble app([&current](const LoopbackSocket& socket) {
+  AppDouble app([&current](const OwnedSocket& socket) {
     (void)sendTo(socket, *current);
     finishSending(socket);
     EXPECT_EQ(receiveFrame(socket), "");  // nothing is sent without a proof
@@ -209,7 +208,7 @@ TEST_F(CmdIpc, MakesNoProofOfATokenThatIsNone) {
 TEST_F(CmdIpc, TakesFramesHoweverTheyAreCut) {
   const std::string reply = frameOf(R"({"ok":true})");
   std::atomic<std::size_t> cut = 0;
-  AppDouble app([&](const LoopbackSocket& socket) {
+  AppDouble app([&](const OwnedSocket& socket) {
     const std::size_t at = cut;
     (void)sendTo(socket, challenge.substr(0, at));
     (void)sendTo(socket, challenge.substr(at));

@@ -7,8 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "support/own_process.h"
 #include "support/test_folder.h"
+#include "support/test_system.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "support/run_threads.h"
+#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -11,9 +11,8 @@
 
 #include "channel/framing.h"
 #include "platform/clock.h"
-#include "support/answering_extension.h"
 #include "support/captured_output.h"
-#include "support/run_threads.h"
+#include "support/test_thread.h"
 #include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {

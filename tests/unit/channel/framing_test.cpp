@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "support/captured_output.h"
-#include "support/fed_pipe.h"
-#include "support/run_threads.h"
+#include "support/test_pipe.h"
+#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -11,9 +11,7 @@
 #include <vector>
 
 #include "channel/panel_events.h"
-#include "support/blocked_output.h"
 #include "support/captured_output.h"
-#include "support/gate.h"
 #include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {

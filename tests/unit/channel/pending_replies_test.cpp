@@ -8,9 +8,7 @@
 #include <string>
 #include <thread>
 
-#include "support/answering_extension.h"
 #include "support/captured_output.h"
-#include "support/run_threads.h"
 #include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {

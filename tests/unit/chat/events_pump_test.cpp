@@ -12,9 +12,8 @@
 #include "platform/clock.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"
-#include "support/gate.h"
-#include "support/open_handles.h"
-#include "support/run_threads.h"
+#include "support/test_system.h"
+#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -13,8 +13,8 @@
 #include "support/agent_double.h"
 #include "support/brief_events.h"
 #include "support/captured_output.h"
-#include "support/gate.h"
-#include "support/idle_child.h"
+#include "support/child_probe.h"
+#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {

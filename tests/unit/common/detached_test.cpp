@@ -2,37 +2,31 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <functional>
-#include <future>
 #include <memory>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <utility>
+
+#include "common/bounded.h"
+#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-constexpr auto patience = std::chrono::seconds(30);
+std::string reported;
+Gate* hasReported = nullptr;
 
-std::promise<std::string>* reportTo = nullptr;
-
-std::string reportOf(std::function<void()> body) {
-  std::promise<std::string> promise;
-  std::future<std::string> report = promise.get_future();
-  reportTo = &promise;
-  setDetachedReporter([](const std::string& text) { reportTo->set_value(text); });
-  EXPECT_TRUE(runDetached("worker", std::move(body)));
-  return report.wait_for(patience) == std::future_status::ready ? report.get() : "no report";
-}
-
-TEST(RunDetached, RunsTheBodyOnAnotherThread) {
-  std::promise<std::thread::id> promise;
-  auto ran = promise.get_future();
-  ASSERT_TRUE(runDetached("worker", [&promise] { promise.set_value(std::this_thread::get_id()); }));
-  ASSERT_EQ(ran.wait_for(patience), std::future_status::ready);
-  EXPECT_NE(ran.get(), std::this_thread::get_id());
+// What the failing `body` is reported as.
+template <class Body>
+std::string reportOf(const Body& body) {
+  Gate gate;
+  hasReported = &gate;
+  setDetachedReporter([](const std::string& text) {
+    reported = text;
+    hasReported->open();
+  });
+  EXPECT_TRUE(runDetached("worker", body));
+  gate.wait();
+  return reported;
 }
 
 TEST(RunDetached, ReportsWhateverIsThrownInUtf8) {
@@ -42,14 +36,34 @@ TEST(RunDetached, ReportsWhateverIsThrownInUtf8) {
 }
 
 TEST(RunDetached, OutlivesAnExceptionWithoutAReporter) {
-  std::promise<void> promise;
-  auto ended = promise.get_future();
+  Gate gate;
   // Let go when the thread's body is destroyed, which is after the exception was contained.
-  std::shared_ptr<void> notice(nullptr, [&promise](void*) { promise.set_value(); });
+  std::shared_ptr<void> notice(nullptr, [&gate](void*) { gate.open(); });
   setDetachedReporter(nullptr);
   ASSERT_TRUE(runDetached(
       "worker", [held = std::move(notice)] { throw std::runtime_error("nobody hears"); }));
-  EXPECT_EQ(ended.wait_for(patience), std::future_status::ready);
+  gate.wait();
+}
+
+TEST(RunBounded, ReturnsOrThrowsWhatTheWorkDoesOnAnotherThread) {
+  EXPECT_NE(runBounded("test", 30000, [] { return std::this_thread::get_id(); }),
+            std::this_thread::get_id());
+  EXPECT_EQ(runBounded("test", 30000, [] { return std::string("done"); }), "done");
+  EXPECT_THROW((void)runBounded("test", 30000, []() -> int { throw std::runtime_error("x"); }),
+               std::runtime_error);
+}
+
+TEST(RunBounded, ReturnsNothingWhenTheWorkTakesTooLong) {
+  const auto gate = std::make_shared<Gate>();
+  const auto ended = std::make_shared<Gate>();
+  const auto result = runBounded("test", 20, [gate, ended, text = std::string(100, 'x')] {
+    gate->wait();
+    ended->open();
+    return text;
+  });
+  EXPECT_FALSE(result.has_value());
+  gate->open();
+  ended->wait();  // the work ran on, with what it owns
 }
 
 }  // namespace

@@ -2,23 +2,24 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
+#include <fstream>
 
+#include "common/whole_file.h"
 #include "platform/files.h"
+#include "support/test_folder.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
 TEST(JoinPath, PutsOneSeparatorBetween) {
   const std::wstring s(1, pathSeparator);
-  const struct {
-    std::wstring folder;
-    std::wstring wanted;
-  } cases[] = {
-      {L"a", L"a" + s + L"n"}, {L"a" + s, L"a" + s + L"n"}, {L"a/", L"a/n"}, {L"", L"n"},
-      {s, s + L"n"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(joinPath(c.folder, L"n"), c.wanted);
+  for (const auto& [folder, wanted] : {std::pair{std::wstring(L"a"), L"a" + s + L"n"},
+                                       {L"a" + s, L"a" + s + L"n"},
+                                       {L"a/", L"a/n"},
+                                       {L"", L"n"},
+                                       {s, s + L"n"}}) {
+    EXPECT_EQ(joinPath(folder, L"n"), wanted);
+  }
 }
 
 TEST(HostDataFolder, IsTheSameEachTimeAndEndsInOurName) {
@@ -27,6 +28,19 @@ TEST(HostDataFolder, IsTheSameEachTimeAndEndsInOurName) {
   if (folder.empty()) return;  // this system names no folder for the user
   EXPECT_TRUE(folder.ends_with(L"chrome-extension"));
   EXPECT_TRUE(isExistingFolder(folder));
+}
+
+TEST(ReadWholeFile, TakesARegularFileUpToItsLimit) {
+  const TestFolder folder;
+  const std::filesystem::path file = folder.path() / "file";
+  std::string text = "before";
+  EXPECT_FALSE(readWholeFile(file.wstring(), 4, text));
+  EXPECT_FALSE(readWholeFile(folder.path().wstring(), 4, text));
+  std::ofstream(file, std::ios::binary) << "a\r\nbc";
+  EXPECT_FALSE(readWholeFile(file.wstring(), 4, text));
+  EXPECT_EQ(text, "before");
+  EXPECT_TRUE(readWholeFile(file.wstring(), 5, text));
+  EXPECT_EQ(text, "a\r\nbc");
 }
 
 }  // namespace

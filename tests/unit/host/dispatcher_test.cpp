@@ -14,7 +14,7 @@
 #include "browser_tools/browser_context.h"
 #include "platform/clock.h"
 #include "support/captured_output.h"
-#include "support/idle_child.h"
+#include "support/child_probe.h"
 
 namespace media::win::chrome_inspect {
 namespace {

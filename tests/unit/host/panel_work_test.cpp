@@ -9,7 +9,6 @@
 #include <thread>
 #include <vector>
 
-#include "support/run_threads.h"
 #include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {

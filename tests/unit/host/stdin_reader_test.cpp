@@ -9,7 +9,7 @@
 #include "channel/host_log.h"
 #include "channel/pending_replies.h"
 #include "support/captured_output.h"
-#include "support/fed_pipe.h"
+#include "support/test_pipe.h"
 
 namespace media::win::chrome_inspect {
 namespace {

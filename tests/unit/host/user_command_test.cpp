@@ -7,7 +7,7 @@
 
 #include "common/product_version.h"
 #include "setup/help_text.h"
-#include "support/standard_output.h"
+#include "support/test_system.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -7,18 +7,9 @@
 #include "platform/console.h"
 #include "platform/process_control.h"
 #include "support/test_pipe.h"
-#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-bool writeAll(const OwnedStream& stream, const std::string& bytes) {
-  std::size_t written = 0;
-  for (std::size_t done = 0; done < bytes.size(); done += written) {
-    if (!writeSome(stream.get(), bytes.data() + done, bytes.size() - done, written)) return false;
-  }
-  return true;
-}
 
 TEST(MakePipe, MakesTwoEndsThatTheirOwnersClose) {
   for (int i = 0; i < 3000 && !testing::Test::HasFailure(); ++i) {  // more than may be open at once
@@ -30,7 +21,7 @@ TEST(MakePipe, MakesTwoEndsThatTheirOwnersClose) {
 
 TEST(ReadSome, TakesWhatIsThereAndNoMoreThanFits) {
   const TestPipe pipe;
-  ASSERT_TRUE(writeAll(pipe.writeEnd, "abcde"));
+  ASSERT_TRUE(writeAll(pipe.writeEnd.get(), "abcde"));
   char buffer[8] = {};
   std::size_t got = 0;
   ASSERT_EQ(readSome(pipe.readEnd.get(), buffer, 2, got), ReadResult::data);
@@ -40,18 +31,10 @@ TEST(ReadSome, TakesWhatIsThereAndNoMoreThanFits) {
 }
 
 TEST(ReadSome, WaitsForBytesAndPassesEveryOneUnchanged) {
-  std::string bytes;
+  std::string bytes = "\r\n\n\x1a after" + std::string(1'000'000, 'm');  // more than a pipe holds
   for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
-  bytes += "\r\n\n\x1a after" + std::string(1'000'000, 'm');  // more than a pipe holds
-  TestPipe pipe;
-  bool wrote = false;
-  TestThread writer([&] {
-    wrote = writeAll(pipe.writeEnd, bytes);
-    pipe.writeEnd.reset();
-  });
-  EXPECT_EQ(readToEnd(pipe.readEnd, 4099), bytes);
-  writer.join();
-  EXPECT_TRUE(wrote);
+  const FedPipe pipe(bytes, bytes.size());
+  EXPECT_EQ(readToEnd(pipe.id(), 4099), bytes);
 }
 
 TEST(ReadSome, LeavesTheCountAtTheEndAndOnFailure) {
@@ -83,7 +66,7 @@ TEST(WriteText, PassesTheBytesOnToWhatIsNoConsole) {
   const std::string text = "gr\xC3\xBC\xC3\x9F\n\xFF";
   writeText(pipe.writeEnd.get(), text);
   pipe.writeEnd.reset();
-  EXPECT_EQ(readToEnd(pipe.readEnd), text);
+  EXPECT_EQ(readToEnd(pipe.readEnd.get()), text);
 }
 
 }  // namespace

@@ -27,6 +27,15 @@ class Files : public testing::Test {
     return {std::istreambuf_iterator<char>(file), {}};
   }
 
+  static std::map<std::wstring, FolderEntry> entriesOf(const std::wstring& folder) {
+    std::map<std::wstring, FolderEntry> seen;
+    EXPECT_TRUE(visitFolder(folder, [&seen](const FolderEntry& entry) {
+      seen[entry.name] = entry;
+      return true;
+    }));
+    return seen;
+  }
+
   const TestFolder folder_;
   const std::wstring folderPath_ = folder_.path().wstring();
   OwnedFile file_;
@@ -51,20 +60,15 @@ TEST_F(Files, AreDistinguishedFromFoldersAndNothing) {
   }
   EXPECT_FALSE(visitFolder(path("missing"), [](const FolderEntry&) { return true; }));
   EXPECT_TRUE(mayAddFiles(folderPath_));
-}
-
-TEST_F(Files, AFolderIsMadeOneLevelAtATime) {
+  // A folder is made one level at a time.
   const std::wstring made = path("") + L"n\u00e9w";
-  EXPECT_TRUE(makeFolder(made));
+  EXPECT_TRUE(makeFolder(made) && makeFolder(made));
   EXPECT_TRUE(fs::is_directory(folder_.path() / u8"n\u00e9w"));
-  EXPECT_TRUE(makeFolder(made));
-  EXPECT_FALSE(makeFolder(path("a/b")));
-  EXPECT_FALSE(makeFolder(put("file", "x")));
-  EXPECT_FALSE(makeFolder(path("file/below")));
+  for (const char* name : {"a/b", "empty", "empty/below"}) EXPECT_FALSE(makeFolder(path(name)));
 }
 
 TEST_F(Files, AnExecutableIsSearchedInThePathVariable) {
-  const EnvironmentVariable variable("PATH", folder_.path().string());
+  setEnvironment("PATH", folder_.path().string());
   std::wstring found = L"before";
   EXPECT_FALSE(searchExecutable(L"no-such-probe.exe", found));
   EXPECT_EQ(found, L"before");
@@ -137,11 +141,7 @@ TEST_F(Files, AFolderIsVisitedEntryByEntry) {
   fs::create_directory(folder_.path() / "sub");
   fs::last_write_time(folder_.path() / "a", now - std::chrono::hours(48));
   fs::last_write_time(folder_.path() / "b", now + std::chrono::hours(48));
-  std::map<std::wstring, FolderEntry> seen;
-  EXPECT_TRUE(visitFolder(folderPath_, [&seen](const FolderEntry& entry) {
-    seen[entry.name] = entry;
-    return true;
-  }));
+  const auto seen = entriesOf(folderPath_);
   EXPECT_TRUE(seen.at(L"a").isRegular && !seen.at(L"a").isFolder);
   EXPECT_TRUE(!seen.at(L"sub").isRegular && seen.at(L"sub").isFolder);
   EXPECT_NEAR(static_cast<double>(seen.at(L"a").ageMs), 48.0 * hourMs, 60'000);
@@ -162,12 +162,7 @@ TEST_F(Files, LongPathsAreTaken) {
   ASSERT_TRUE(openForReading(name, file_, facts_));
   EXPECT_TRUE(facts_.finalPath.ends_with(name.substr(deep.size() - 120)));
   file_.reset();
-  int visited = 0;
-  EXPECT_TRUE(visitFolder(deep, [&visited](const FolderEntry& entry) {
-    visited += entry.isRegular ? 1 : 0;
-    return true;
-  }));
-  EXPECT_EQ(visited, 1);
+  EXPECT_EQ(entriesOf(deep).count(L"a"), 1U);
   EXPECT_TRUE(deleteFile(name));
 }
 

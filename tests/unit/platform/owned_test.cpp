@@ -19,15 +19,23 @@ struct CountingTraits {
 };
 using Counted = Owned<CountingTraits>;
 
-TEST(Owned, ClosesWhatIsValidOnceAtTheEndOfItsLife) {
+TEST(Owned, ClosesWhatIsValidOnceAndWhatIsReplacedButNotWhatIsReleased) {
   {
-    const Counted owner(7);
+    Counted owner(7);
     const Counted none, failed(-1);
     EXPECT_TRUE(owner);
     EXPECT_FALSE(none || failed);
     EXPECT_EQ(owner.get(), 7);
+    owner.reset(8);
+    EXPECT_EQ(closed, Closed{7});
+    owner.reset();
+    EXPECT_EQ(closed, (Closed{7, 8}));
+    owner.reset(9);
+    EXPECT_EQ(owner.release(), 9);
+    EXPECT_FALSE(owner);
+    owner.reset(10);
   }
-  EXPECT_EQ(closed, Closed{7});
+  EXPECT_EQ(closed, (Closed{7, 8, 10}));
 }
 
 TEST(Owned, AMoveTakesTheResourceAlongAndClosesWhatWasHeld) {
@@ -41,19 +49,6 @@ TEST(Owned, AMoveTakesTheResourceAlongAndClosesWhatWasHeld) {
   third = std::move(same);
   EXPECT_EQ(third.get(), 7);
   EXPECT_EQ(closed, Closed{8});
-}
-
-TEST(Owned, ResetClosesWhatItReplacesAndReleaseNothing) {
-  Counted owner(7);
-  owner.reset(8);
-  EXPECT_EQ(closed, Closed{7});
-  owner.reset();
-  EXPECT_EQ(closed, (Closed{7, 8}));
-  owner.reset(9);
-  EXPECT_EQ(owner.release(), 9);
-  EXPECT_FALSE(owner);
-  owner.reset();
-  EXPECT_EQ(closed, (Closed{7, 8}));
 }
 
 }  // namespace

@@ -2,28 +2,19 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <filesystem>
-#include <memory>
 
 #include "platform/clock.h"
 #include "support/child_probe.h"
-#include "support/run_threads.h"
 #include "support/test_folder.h"
 #include "support/test_pipe.h"
+#include "support/test_system.h"
+#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
 constexpr std::uint32_t patienceMs = 30'000;  // Wine takes seconds to start a program
-
-void waitUntilReady(const Spawned& child) {
-  char line[16];
-  std::size_t got = 0;
-  ASSERT_EQ(child.result, SpawnResult::ok) << child.systemError;
-  ASSERT_EQ(readSome(child.output.get(), line, sizeof line, got), ReadResult::data);
-  EXPECT_EQ(std::string(line, got), "ready\n");
-}
 
 std::string lineOf(const std::string& text, const std::string& word) {
   const std::size_t at = text.find(word + " ");
@@ -37,7 +28,7 @@ TEST(SpawnHidden, PassesArgumentsAndFolderAndNothingButTheOutput) {
   for (const std::filesystem::path& folder : {std::filesystem::path(), other.path()}) {
     const Spawned child = spawnProbe(L"describe --port 8090 \"two words\"", folder.wstring());
     ASSERT_EQ(child.result, SpawnResult::ok) << child.systemError;
-    const std::string text = readToEnd(child.output);  // nobody else holds the write end
+    const std::string text = readToEnd(child.output.get());  // nobody else holds the write end
     EXPECT_NE(lineOf(text, "arguments").find("[--port] [8090] [two words]"), text.npos) << text;
     EXPECT_EQ(std::filesystem::path(lineOf(text, "folder")),
               folder.empty() ? std::filesystem::current_path() : folder);
@@ -46,30 +37,19 @@ TEST(SpawnHidden, PassesArgumentsAndFolderAndNothingButTheOutput) {
   }
 }
 
-TEST(SpawnHidden, FailsWithTheSystemsErrorForAMissingExecutable) {
-  const Spawned child = spawn(L"\"" + ownExecutable() + L".missing\" x");
-  EXPECT_EQ(child.result, SpawnResult::failed);
-  EXPECT_EQ(child.systemError, 2U);  // the same number on both systems
-  EXPECT_FALSE(child.process);
-}
-
 TEST(SpawnHidden, LeavesNoPipeEndInChildrenStartedAtTheSameTime) {
-  std::array<Spawned, 4> waiting;
-  runThreads(static_cast<int>(waiting.size()), [&waiting](int number) {
-    waiting.at(static_cast<std::size_t>(number)) = spawnProbe(L"wait");
-  });
+  Spawned waiting[4];
+  runThreads(4, [&waiting](int number) { waiting[number] = spawnWaiting(); });
   // A child that had inherited another's pipe would keep it open past that other's end.
   for (const Spawned& child : waiting) {
-    waitUntilReady(child);
     terminateProcess(child.process);
-    EXPECT_EQ(readToEnd(child.output), "");
+    EXPECT_EQ(readToEnd(child.output.get()), "");
     EXPECT_TRUE(waitForExit(child.process, patienceMs));
   }
 }
 
 TEST(WaitForExit, LastsWhileTheChildRunsWhoeverOwnsIt) {
-  Spawned child = spawnProbe(L"wait");
-  waitUntilReady(child);
+  Spawned child = spawnWaiting();
   const OwnedProcess second = duplicateProcess(child.process);
   EXPECT_FALSE(waitForExit(child.process, 0));
   const std::uint64_t before = tickCountMs();
@@ -96,10 +76,15 @@ TEST(ExitCodeOf, IsTheSameForEveryOwnerAndEveryTime) {
   }
 }
 
-TEST(ProbeProcessStart, LooksWhetherTheProgramCanBeStarted) {
+TEST(SpawnHidden, AndItsProbeFailWithTheSystemsErrorForAMissingExecutable) {
+  const std::wstring missing = ownExecutable() + L".missing";
+  const Spawned child = spawn(L"\"" + missing + L"\" x");
+  EXPECT_EQ(child.result, SpawnResult::failed);
+  EXPECT_EQ(child.systemError, 2U);  // the same number on both systems
+  EXPECT_FALSE(child.process);
   std::uint32_t error = 0;
   EXPECT_TRUE(probeProcessStart(ownExecutable(), error));
-  EXPECT_FALSE(probeProcessStart(ownExecutable() + L".missing", error));
+  EXPECT_FALSE(probeProcessStart(missing, error));
   EXPECT_EQ(error, 2U);
 }
 

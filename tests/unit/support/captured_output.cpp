@@ -1,22 +1,21 @@
 #include "support/captured_output.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
 #include <chrono>
-#include <cstdint>
-#include <cstring>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
-#include <utility>
 
-#include "support/standard_output.h"
+#include "channel/framing.h"
+#include "channel/pending_replies.h"
+#include "support/test_system.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-// Moves the whole frames at the front of `bytes` to `frames`.
-void cutFrames(std::string& bytes, std::vector<std::string>& frames) {
+using nlohmann::json;
+using Frames = CapturedOutput::Frames;
+
+// Takes the whole frames from the front of `bytes`.
+Frames cutFrames(std::string& bytes) {
+  Frames frames;
   std::size_t begin = 0;
   std::uint32_t length = 0;
   while (bytes.size() - begin >= sizeof length) {
@@ -26,31 +25,31 @@ void cutFrames(std::string& bytes, std::vector<std::string>& frames) {
     begin += sizeof length + length;
   }
   bytes.erase(0, begin);
+  return frames;
 }
 
 }  // namespace
 
-CapturedOutput::CapturedOutput(Reader reader) {
-  if (!makePipe(readEnd_, writeEnd_)) throw std::runtime_error("no pipe for the test");
-  old_ = replaceStandardOutput(writeEnd_.get());
+CapturedOutput::CapturedOutput(Reader reader) : old_(replaceStandardOutput(pipe_.writeEnd.get())) {
   if (reader == Reader::reads) resume();
 }
 
-CapturedOutput::~CapturedOutput() { (void)finish(); }
+CapturedOutput::CapturedOutput(std::function<void(const std::string&)> onFrame)
+    : onFrame_(std::move(onFrame)), old_(replaceStandardOutput(pipe_.writeEnd.get())) {
+  resume();
+}
 
 void CapturedOutput::resume() {
   reader_ = std::make_unique<TestThread>([this] { readAll(); });
 }
 
-void CapturedOutput::closeReader() { readEnd_.reset(); }
-
 void CapturedOutput::waitForFirstByte() {
   char byte = 0;
   std::size_t got = 0;
-  if (readSome(readEnd_.get(), &byte, 1, got) == ReadResult::data) rest_ += byte;
+  if (readSome(pipe_.readEnd.get(), &byte, 1, got) == ReadResult::data) rest_ += byte;
 }
 
-CapturedOutput::Frames CapturedOutput::waitUntil(const std::function<bool(const Frames&)>& enough) {
+Frames CapturedOutput::waitUntil(const std::function<bool(const Frames&)>& enough) {
   std::unique_lock lock(mutex_);
   const bool came =
       arrived_.wait_for(lock, std::chrono::seconds(30), [&] { return enough(frames_); });
@@ -58,15 +57,15 @@ CapturedOutput::Frames CapturedOutput::waitUntil(const std::function<bool(const 
   return frames_;
 }
 
-CapturedOutput::Frames CapturedOutput::waitFor(std::size_t count) {
+Frames CapturedOutput::waitFor(std::size_t count) {
   return waitUntil([count](const Frames& frames) { return frames.size() >= count; });
 }
 
-CapturedOutput::Frames CapturedOutput::finish() {
+Frames CapturedOutput::finish() {
   if (std::exchange(captures_, false)) {
     restoreStandardOutput(old_);
-    writeEnd_.reset();
-    if (!reader_ && readEnd_) resume();
+    pipe_.writeEnd.reset();
+    if (!reader_ && pipe_.readEnd) resume();
     reader_.reset();
     EXPECT_EQ(rest_, "") << "standard output holds what is no frame";
   }
@@ -74,25 +73,58 @@ CapturedOutput::Frames CapturedOutput::finish() {
 }
 
 void CapturedOutput::readAll() {
-  std::array<char, 65536> buffer{};
+  std::string buffer(65536, '\0');
   std::size_t got = 0;
-  while (readSome(readEnd_.get(), buffer.data(), buffer.size(), got) == ReadResult::data) {
-    const std::lock_guard lock(mutex_);
-    rest_.append(buffer.data(), got);
-    cutFrames(rest_, frames_);
-    arrived_.notify_all();
+  while (readSome(pipe_.readEnd.get(), buffer.data(), buffer.size(), got) == ReadResult::data) {
+    rest_.append(buffer, 0, got);
+    for (const std::string& frame : cutFrames(rest_)) {
+      if (onFrame_) onFrame_(frame);
+      const std::lock_guard lock(mutex_);
+      frames_.push_back(frame);
+      arrived_.notify_all();
+    }
   }
 }
 
-std::vector<std::string> eventsIn(const std::vector<std::string>& frames) {
-  std::vector<std::string> events;
+BlockedOutput::BlockedOutput() : CapturedOutput(Reader::stalls) {
+  constexpr std::size_t moreThanAPipeHolds = 1'000'000;
+  stuck_ = std::make_unique<TestThread>(
+      [] { EXPECT_TRUE(writeMessageText(std::string(moreThanAPipeHolds, 'x'))); });
+  waitForFirstByte();  // from here on the writer holds standard output
+}
+
+void BlockedOutput::resume() {
+  if (!stuck_) return;
+  CapturedOutput::resume();
+  stuck_.reset();
+}
+
+Frames BlockedOutput::finish() {
+  resume();
+  Frames frames = CapturedOutput::finish();
+  EXPECT_FALSE(frames.empty());
+  if (!frames.empty()) frames.erase(frames.begin());
+  return frames;
+}
+
+AnsweringExtension::AnsweringExtension(const Handler& handler)
+    : CapturedOutput([handler](const std::string& frame) { handler(json::parse(frame)); }) {}
+
+void answer(const json& message, json reply) {
+  const auto id = message.at("requestId").get<std::string>();
+  reply["requestId"] = id;
+  storeReply(id, std::move(reply));
+}
+
+Frames eventsIn(const Frames& frames) {
+  Frames events;
   for (const std::string& frame : frames) {
-    const nlohmann::json message = nlohmann::json::parse(frame);
+    const json message = json::parse(frame);
     if (message.value("kind", "") != "hostChatEvents") {
       events.push_back(frame);
       continue;
     }
-    for (const nlohmann::json& event : message.at("events")) events.push_back(event.dump());
+    for (const json& event : message.at("events")) events.push_back(event.dump());
   }
   return events;
 }

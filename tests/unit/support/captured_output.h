@@ -5,11 +5,11 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
-#include "platform/byte_stream.h"
-#include "support/test_thread.h"
+#include "support/test_pipe.h"
 
 namespace media::win::chrome_inspect {
 
@@ -20,14 +20,16 @@ class CapturedOutput {
  public:
   enum class Reader { reads, stalls };
   explicit CapturedOutput(Reader reader = Reader::reads);
-  ~CapturedOutput();
+  // Hands each frame to `onFrame`, on the reader's thread.
+  explicit CapturedOutput(std::function<void(const std::string&)> onFrame);
+  ~CapturedOutput() { (void)finish(); }
   CapturedOutput(const CapturedOutput&) = delete;
   CapturedOutput& operator=(const CapturedOutput&) = delete;
 
   // Lets a reader that was made to stall read.
   void resume();
   // Closes the reading side of a stalled one, as a browser that has gone.
-  void closeReader();
+  void closeReader() { pipe_.readEnd.reset(); }
   // Takes one byte of what was written to a stalled one, waiting for it.
   void waitForFirstByte();
   // Waits until the frames so far are enough, at most 30 s, and returns their bodies.
@@ -41,19 +43,46 @@ class CapturedOutput {
  private:
   void readAll();
 
-  OwnedStream readEnd_;
-  OwnedStream writeEnd_;
-  StreamId old_;
+  const std::function<void(const std::string&)> onFrame_;
+  TestPipe pipe_;
+  const StreamId old_;
   bool captures_ = true;
-  std::unique_ptr<TestThread> reader_;
+  std::string rest_;
   std::mutex mutex_;  // guards what follows
   std::condition_variable arrived_;
-  std::vector<std::string> frames_;
-  std::string rest_;
+  Frames frames_;
+  std::unique_ptr<TestThread> reader_;
 };
+
+// A browser that has stopped reading: standard output is full and a writer is stuck in it, so that
+// every further write waits.
+class BlockedOutput : public CapturedOutput {
+ public:
+  BlockedOutput();
+  ~BlockedOutput() { resume(); }
+
+  // The browser reads again.
+  void resume();
+  // All frames but the one that was stuck.
+  Frames finish();
+
+ private:
+  std::unique_ptr<TestThread> stuck_;
+};
+
+// Stands where the extension is: what the host sends is handed, parsed, to a handler, on a thread
+// of its own. The handler answers by storing replies, at once or later.
+class AnsweringExtension : public CapturedOutput {
+ public:
+  using Handler = std::function<void(const nlohmann::json& message)>;
+  explicit AnsweringExtension(const Handler& handler);
+};
+
+// Answers `message`, as the reader of standard input would.
+void answer(const nlohmann::json& message, nlohmann::json reply);
 
 // The events in "hostChatEvents" frames, one after the other, as compact text. A frame of another
 // kind stands among them as it is.
-std::vector<std::string> eventsIn(const std::vector<std::string>& frames);
+CapturedOutput::Frames eventsIn(const CapturedOutput::Frames& frames);
 
 }  // namespace media::win::chrome_inspect

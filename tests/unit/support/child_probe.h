@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/process.h"
@@ -17,6 +16,7 @@ namespace media::win::chrome_inspect {
 //   wait           prints "ready" and stays until it is ended
 //   abandon        starts a "wait" of its own on its standard output and ends with 0 when that runs
 std::wstring childProbe(const std::wstring& command);
+[[noreturn]] void playChildProbe(const std::vector<std::string>& arguments);
 
 // A child that was started by spawnHidden, with our end of its output.
 struct Spawned {
@@ -27,13 +27,10 @@ struct Spawned {
 };
 Spawned spawn(const std::wstring& commandLine, const std::wstring& folder = L"");
 Spawned spawnProbe(const std::wstring& command, const std::wstring& folder = L"");
+// A "wait" that is ready.
+Spawned spawnWaiting();
+OwnedProcess idleChild();
 
-// Of this process; each system has its own way.
 std::wstring ownExecutable();
-std::vector<std::string> ownArguments();
-std::string inheritedStreams();
-
-// What inheritedStreams returns in a child that got its three standard streams and nothing else.
-extern const std::string_view inheritedByChild;
 
 }  // namespace media::win::chrome_inspect

@@ -1,45 +1,69 @@
 #pragma once
 
-#include <cstdint>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/http_client.h"
+#include "support/scripted_server.h"
 
 namespace media::win::chrome_inspect {
 
+inline const std::string okHead = "HTTP/1.1 200 OK\r\n";
+
+inline std::shared_ptr<HttpExchange> openExchange(std::uint16_t port,
+                                                  const HttpTimeouts& limits = {},
+                                                  const std::wstring& verb = L"GET",
+                                                  const std::wstring& path = L"/") {
+  std::shared_ptr<HttpExchange> exchange;
+  EXPECT_EQ(openHttpExchange(port, verb, path, limits, exchange), HttpOpenResult::ok);
+  return exchange;
+}
+
 // What became of one exchange, step by step.
 struct HttpOutcome {
-  HttpOpenResult opened = HttpOpenResult::sessionFailed;
   bool sent = false;
-  bool received = false;
-  std::uint32_t status = 0;
-  bool whole = false;               // the body came to its regular end
-  std::vector<std::string> pieces;  // one per available/read pair
-
-  std::string body() const;
+  std::uint32_t status = 0;  // 0 when no answer was received
+  bool whole = false;        // the body came to its regular end
+  std::string body;
 };
 
-// Makes a whole exchange with a server on 127.0.0.1.
-HttpOutcome exchangeWith(std::uint16_t port, const std::wstring& verb, const std::wstring& path,
-                         const std::string& body = "", const HttpTimeouts& limits = {});
-
-// The steps after opening.
-void runExchange(HttpExchange& exchange, const std::string& body, HttpOutcome& outcome);
+// Reads three bytes at a time at most.
+inline HttpOutcome runExchange(HttpExchange& exchange, const std::string& body = "") {
+  HttpOutcome outcome;
+  outcome.sent = exchange.send(body);
+  if (!outcome.sent || !exchange.receive()) return outcome;
+  outcome.status = exchange.status();
+  for (std::size_t count = 0; !outcome.whole && exchange.available(count);) {
+    char piece[3];
+    std::size_t got = 0;
+    if (count > 0 && !exchange.read(piece, std::min(count, sizeof piece), got)) break;
+    EXPECT_LE(got, sizeof piece);
+    outcome.body.append(piece, got);
+    outcome.whole = count == 0;
+  }
+  return outcome;
+}
 
 struct HttpAnswerCase {
   const char* name;
-  std::string answer;  // all that the server sends before it closes
-  bool received;
-  std::uint32_t status;
+  std::string answer;    // all that the server sends before it closes
+  std::uint32_t status;  // 0 when no answer is received
   bool whole;
   std::string body;
 };
 
 // Serves the answer of `c`, `pieceSize` bytes at a time, and expects the rest of `c`.
-void expectAnswer(const HttpAnswerCase& c, std::size_t pieceSize);
-
-// A port of 127.0.0.1 on which nobody listens.
-std::uint16_t portWithoutListener();
+inline void expectAnswer(const HttpAnswerCase& c, std::size_t pieceSize) {
+  SCOPED_TRACE(testing::Message() << c.name << ", " << pieceSize << " bytes at a time");
+  const ScriptedServer server(sendInPieces(c.answer, pieceSize));
+  const HttpOutcome outcome = runExchange(*openExchange(server.port()));
+  EXPECT_TRUE(outcome.sent);
+  EXPECT_EQ(outcome.status, c.status);
+  EXPECT_EQ(outcome.whole, c.whole);
+  EXPECT_EQ(outcome.body, c.body);
+}
 
 }  // namespace media::win::chrome_inspect

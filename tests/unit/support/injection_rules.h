@@ -15,17 +15,9 @@ InjectionVerdict classifyNaively(std::string_view text);
 
 using Phrases = std::vector<std::string_view>;
 // The lists as the rules name them.
-extern const Phrases overridePhrases;
-extern const Phrases credentialPhrases;
-extern const Phrases exfiltrationPhrases;
-extern const Phrases fetchPhrases;
-extern const Phrases scriptPhrases;
-extern const Phrases runPhrases;
-extern const Phrases pipePhrases;
-extern const Phrases pipeFetchPhrases;
-extern const Phrases policyPhrases;
-extern const Phrases policyTargetPhrases;
-extern const Phrases shellPhrases;
+extern const Phrases overridePhrases, credentialPhrases, exfiltrationPhrases, fetchPhrases,
+    scriptPhrases, runPhrases, pipePhrases, pipeFetchPhrases, policyPhrases, policyTargetPhrases,
+    shellPhrases;
 
 // Every list.
 std::vector<const Phrases*> allPhraseLists();

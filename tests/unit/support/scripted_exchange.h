@@ -3,6 +3,7 @@
 #include <atomic>
 #include <deque>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/http_client.h"
@@ -22,8 +23,21 @@ class ScriptedExchange : public HttpExchange {
   bool send(std::string_view) override { return true; }
   bool receive() override { return true; }
   std::uint32_t status() override { return 200; }
-  bool available(std::size_t& count) override;
-  bool read(char* buffer, std::size_t capacity, std::size_t& got) override;
+  bool available(std::size_t& count) override {
+    if (reads_.empty() || reads_.front().result == Read::availableFails) return false;
+    const Read& next = reads_.front();
+    count = next.promised != 0 ? next.promised : next.bytes.size();
+    return true;
+  }
+  bool read(char* buffer, std::size_t capacity, std::size_t& got) override {
+    capacities.push_back(capacity);
+    Read& next = reads_.front();
+    if (next.result == Read::readFails) return false;
+    got = next.bytes.copy(buffer, capacity);
+    next.bytes.erase(0, got);
+    if (next.bytes.empty()) reads_.pop_front();
+    return true;
+  }
   void abort() override { ++aborts; }
 
   std::atomic<int> aborts = 0;

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <iterator>
 #include <utility>
@@ -11,43 +10,28 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-constexpr int backlog = 64;
-
-std::size_t announcedLength(const std::string& head) {
-  constexpr std::string_view name = "Content-Length: ";
-  const std::size_t at = head.find(name);
-  std::size_t length = 0;
-  if (at != head.npos) {
-    std::from_chars(head.data() + at + name.size(), head.data() + head.size(), length);
-  }
-  return length;
-}
-
-std::string readRequest(const LoopbackSocket& socket) {
+std::string readRequest(const OwnedSocket& socket) {
+  constexpr std::string_view lengthName = "Content-Length: ";
   std::string request;
-  std::size_t wanted = 0;
   char buffer[4096];
-  while (wanted == 0 || request.size() < wanted) {
+  for (std::size_t wanted = request.npos; request.size() < wanted;) {
     const std::size_t got = receiveFrom(socket, buffer, sizeof buffer);
     if (got == 0) break;
     request.append(buffer, got);
     const std::size_t end = request.find("\r\n\r\n");
-    if (end != request.npos) wanted = end + 4 + announcedLength(request.substr(0, end));
+    if (end == request.npos) continue;
+    const std::size_t length = request.find(lengthName);
+    wanted = end + 4 + (length < end ? std::stoul(request.substr(length + lengthName.size())) : 0);
   }
   return request;
 }
 
 }  // namespace
 
-bool ServedConnection::waitForClient() {
-  char byte = 0;
-  return receiveFrom(socket_, &byte, 1) == 0;
-}
-
-ScriptedServer::ScriptedServer(Script script) : script_(std::move(script)) {
-  listener_ = listenOnLoopback(port_, backlog);
-  acceptor_ = std::make_unique<TestThread>([this] { accept(); });
-}
+ScriptedServer::ScriptedServer(Script script)
+    : script_(std::move(script)),
+      listener_(listenOnLoopback(port_, 64)),
+      acceptor_([this] { accept(); }) {}
 
 ScriptedServer::~ScriptedServer() {
   {
@@ -55,41 +39,36 @@ ScriptedServer::~ScriptedServer() {
     stopping_ = true;
   }
   (void)connectToLoopback(port_);  // ends the wait for a connection
-  acceptor_.reset();
-  servers_.clear();
 }
 
 std::vector<std::string> ScriptedServer::requests(std::string_view start) {
-  const std::lock_guard lock(mutex_);
-  std::vector<std::string> found;
-  std::copy_if(requests_.begin(), requests_.end(), std::back_inserter(found),
-               [start](const std::string& request) { return request.starts_with(start); });
-  return found;
+  return waitForRequests(start, 0);
 }
 
 std::vector<std::string> ScriptedServer::waitForRequests(std::string_view start,
                                                          std::size_t count) {
-  const auto isOne = [start](const std::string& request) { return request.starts_with(start); };
+  std::vector<std::string> found;
   std::unique_lock lock(mutex_);
   const bool came = changed_.wait_for(lock, std::chrono::seconds(30), [&] {
-    return std::count_if(requests_.begin(), requests_.end(), isOne) >=
-           static_cast<std::ptrdiff_t>(count);
+    found.clear();
+    std::ranges::copy_if(requests_, std::back_inserter(found),
+                         [start](const std::string& each) { return each.starts_with(start); });
+    return found.size() >= count;
   });
   if (!came) ADD_FAILURE() << "not " << count << " times " << start;
-  lock.unlock();
-  return requests(start);
+  return found;
 }
 
 void ScriptedServer::accept() {
   for (;;) {
-    auto socket = std::make_shared<LoopbackSocket>(acceptFrom(listener_));
+    auto socket = std::make_shared<OwnedSocket>(acceptFrom(listener_));
     const std::lock_guard lock(mutex_);
     if (!*socket || stopping_) return;
-    servers_.push_back(std::make_unique<TestThread>([this, socket] { serve(std::move(*socket)); }));
+    servers_.emplace_back([this, socket] { serve(std::move(*socket)); });
   }
 }
 
-void ScriptedServer::serve(LoopbackSocket socket) {
+void ScriptedServer::serve(OwnedSocket socket) {
   std::string request = readRequest(socket);
   {
     const std::lock_guard lock(mutex_);

@@ -3,7 +3,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <memory>
+#include <list>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -18,17 +18,20 @@ namespace media::win::chrome_inspect {
 // One connection of a ScriptedServer, after its request has been read.
 class ServedConnection {
  public:
-  ServedConnection(LoopbackSocket socket, std::string requestText)
+  ServedConnection(OwnedSocket socket, std::string requestText)
       : request(std::move(requestText)), socket_(std::move(socket)) {}
 
   bool send(std::string_view bytes) { return sendTo(socket_, bytes); }
   // True when the client has closed the connection; waits for that.
-  bool waitForClient();
+  bool waitForClient() {
+    char byte = 0;
+    return receiveFrom(socket_, &byte, 1) == 0;
+  }
 
   const std::string request;  // head and body as they came
 
  private:
-  LoopbackSocket socket_;
+  OwnedSocket socket_;
 };
 
 // An HTTP server on a free port of 127.0.0.1 that reads a request and leaves the answer, byte by
@@ -48,17 +51,17 @@ class ScriptedServer {
 
  private:
   void accept();
-  void serve(LoopbackSocket socket);
+  void serve(OwnedSocket socket);
 
   const Script script_;
   std::uint16_t port_ = 0;
-  LoopbackSocket listener_;
+  OwnedSocket listener_;
   std::mutex mutex_;  // guards what follows
   std::condition_variable changed_;
   bool stopping_ = false;
   std::vector<std::string> requests_;
-  std::vector<std::unique_ptr<TestThread>> servers_;
-  std::unique_ptr<TestThread> acceptor_;
+  std::list<TestThread> servers_;
+  TestThread acceptor_;  // ends first
 };
 
 // A script that sends `bytes`, `pieceSize` of them at a time.

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "support/loopback_socket.h"
+#include "support/test_system.h"
 #include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
@@ -18,8 +19,8 @@ const std::string failure = "Content-Length: 12\r\nConnection: close\r\n\r\n{\"o
 // What comes back for `request`, whose sender then ends its direction.
 std::string answerTo(const std::string& request) {
   std::uint16_t listening = 0;
-  const LoopbackSocket listener = listenOnLoopback(listening, 1);
-  const LoopbackSocket client = connectToLoopback(listening);
+  const OwnedSocket listener = listenOnLoopback(listening, 1);
+  const OwnedSocket client = connectToLoopback(listening);
   OwnedSocket served(acceptFrom(listener).release());
   TestThread server([&served] {
     handleConnection(served, port, token);

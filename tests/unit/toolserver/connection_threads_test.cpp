@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "support/gate.h"
 #include "support/loopback_socket.h"
+#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -19,18 +19,18 @@ class Connections {
  public:
   Connections() : listener_(listenOnLoopback(port_, 32)) {}
 
-  LoopbackSocket next(OwnedSocket& served) {
-    LoopbackSocket client = connectToLoopback(port_);
+  OwnedSocket next(OwnedSocket& served) {
+    OwnedSocket client = connectToLoopback(port_);
     served = OwnedSocket(acceptFrom(listener_).release());
     return client;
   }
 
  private:
   std::uint16_t port_ = 0;
-  LoopbackSocket listener_;
+  OwnedSocket listener_;
 };
 
-bool isClosed(const LoopbackSocket& client) {
+bool isClosed(const OwnedSocket& client) {
   char byte = 0;
   return receiveFrom(client, &byte, 1) == 0;
 }
@@ -40,20 +40,20 @@ TEST(ConnectionThreads, ClosesTheSeventeenthAtOnce) {
   static Gate& gate = *new Gate;  // threads use it for as long as the process lives
   static ConnectionThreads& threads =
       *new ConnectionThreads([](const OwnedSocket&) { gate.wait(); });
-  std::vector<LoopbackSocket> clients;
+  std::vector<OwnedSocket> clients;
   for (std::size_t i = 0; i < maxConnections; ++i) {
     OwnedSocket served;
     clients.push_back(connections.next(served));
     EXPECT_EQ(threads.serve(std::move(served)), Serve::started);
   }
   OwnedSocket served;
-  const LoopbackSocket refused = connections.next(served);
+  const OwnedSocket refused = connections.next(served);
   EXPECT_EQ(threads.serve(std::move(served)), Serve::full);
   EXPECT_TRUE(isClosed(refused));
   gate.open();
-  for (const LoopbackSocket& client : clients) EXPECT_TRUE(isClosed(client));
+  for (const OwnedSocket& client : clients) EXPECT_TRUE(isClosed(client));
   // Whoever has seen the end of its connection finds a place.
-  const LoopbackSocket again = connections.next(served);
+  const OwnedSocket again = connections.next(served);
   EXPECT_EQ(threads.serve(std::move(served)), Serve::started);
   EXPECT_TRUE(isClosed(again));
 }
@@ -69,7 +69,7 @@ TEST(ConnectionThreads, FreesThePlaceWhateverTheHandlerThrows) {
   });
   for (int i = 0; i < 200; ++i) {
     OwnedSocket served;
-    const LoopbackSocket client = connections.next(served);
+    const OwnedSocket client = connections.next(served);
     ASSERT_EQ(threads.serve(std::move(served)), Serve::started);
     char byte = 0;
     ASSERT_EQ(receiveFrom(client, &byte, 1), 1U) << i;

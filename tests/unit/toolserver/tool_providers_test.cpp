@@ -8,7 +8,7 @@
 
 #include "channel/host_log.h"
 #include "support/scripted_server.h"
-#include "support/test_environment.h"
+#include "support/test_system.h"
 
 namespace media::win::chrome_inspect {
 namespace {

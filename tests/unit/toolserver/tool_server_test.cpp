@@ -12,7 +12,7 @@ namespace {
 
 std::string statusOf(const std::string& token) {
   const auto port = static_cast<std::uint16_t>(toolServerPort());
-  const LoopbackSocket client = connectToLoopback(port);
+  const OwnedSocket client = connectToLoopback(port);
   EXPECT_TRUE(
       sendTo(client, "GET /api/agent-tools HTTP/1.1\r\nHost: localhost:" + std::to_string(port) +
                          "\r\nX-Morva-Session: " + token + "\r\n\r\n"));

@@ -9,11 +9,11 @@ namespace {
 
 TEST(PipeWatchdog, BreaksOffACallOfEachGuardAndOfNoLaterTime) {
   std::uint16_t port = 0;
-  const LoopbackSocket listener = listenOnLoopback(port, 4);
+  const OwnedSocket listener = listenOnLoopback(port, 4);
   PipeWatchdog watchdog;
   for (int round = 0; round < 2; ++round) {
-    const LoopbackSocket client = connectToLoopback(port);
-    const LoopbackSocket served = acceptFrom(listener);
+    const OwnedSocket client = connectToLoopback(port);
+    const OwnedSocket served = acceptFrom(listener);
     char byte = 0;
     std::size_t got = 0;
     {

@@ -2,30 +2,24 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/posix/path_text_posix.h"
+
 namespace media::win::chrome_inspect {
 namespace {
 
-struct LineCase {
-  const char* name;
-  std::wstring line;
-  std::vector<std::string> words;
-};
-
-const LineCase lineCases[] = {
-    {"words", L"a --b  c\td", {"a", "--b", "c", "d"}},
-    {"quoted program", L"\"/x y/cli.exe\" --port 1", {"/x y/cli.exe", "--port", "1"}},
-    {"quotes inside a word", L"--name=\"a b\"c", {"--name=a bc"}},
-    {"empty quotes", L"a \"\" b", {"a", "", "b"}},
-    {"blanks around", L"  a  ", {"a"}},
-    {"past ASCII", L"\"/caf\u00e9\"", {"/caf\xc3\xa9"}},
-    {"nothing", L"", {}},
-};
-
 TEST(SplitCommandLine, TakesQuotesAwayAndSplitsAtBlanks) {
-  for (const LineCase& c : lineCases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(splitCommandLine(c.line), c.words);
-  }
+  const std::pair<std::wstring, std::vector<std::string>> cases[] = {
+      {L"  a --b  c\td ", {"a", "--b", "c", "d"}},
+      {L"\"/x y/cli.exe\" --port 1", {"/x y/cli.exe", "--port", "1"}},
+      {L"--name=\"a b\"c \"\" \"/caf\u00e9\"", {"--name=a bc", "", "/caf\xc3\xa9"}},
+      {L"", {}},
+  };
+  for (const auto& [line, words] : cases) EXPECT_EQ(splitCommandLine(line), words);
+}
+
+TEST(PathText, IsEmptyForWhatANulWouldCutShort) {
+  EXPECT_EQ(pathText(L"/caf\u00e9"), "/caf\xc3\xa9");
+  EXPECT_EQ(pathText(std::wstring(L"/a\0b", 4)), "");
 }
 
 }  // namespace

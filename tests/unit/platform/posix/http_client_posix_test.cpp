@@ -8,23 +8,20 @@
 
 #include "platform/clock.h"
 #include "support/http_outcome.h"
-#include "support/scripted_server.h"
+#include "support/loopback_socket.h"
 #include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-const std::string okHead = "HTTP/1.1 200 OK\r\n";
 const std::string chunkedHead = okHead + "Transfer-Encoding: chunked\r\n\r\n";
 
 const HttpAnswerCase answerCases[] = {
-    {"chunks", chunkedHead + "5\r\nhello\r\n6\r\n world\r\n0\r\n\r\n", true, 200, true,
-     "hello world"},
-    {"chunk cut short", chunkedHead + "5\r\nhello\r\n6\r\n wo", true, 200, false, "hello wo"},
-    {"no last chunk", chunkedHead + "5\r\nhello\r\n", true, 200, false, "hello"},
-    {"closed inside the header", okHead + "Content-Le", false, 0, false, ""},
-    {"after an interim answer", "HTTP/1.1 100 Continue\r\n\r\n" + okHead + "\r\nx", true, 200, true,
-     "x"},
+    {"chunks", chunkedHead + "5\r\nhello\r\n6\r\n world\r\n0\r\n\r\n", 200, true, "hello world"},
+    {"chunk cut short", chunkedHead + "5\r\nhello\r\n6\r\n wo", 200, false, "hello wo"},
+    {"no last chunk", chunkedHead + "5\r\nhello\r\n", 200, false, "hello"},
+    {"closed inside the header", okHead + "Content-Le", 0, false, ""},
+    {"after an interim answer", "HTTP/1.1 100 Continue\r\n\r\n" + okHead + "\r\nx", 200, true, "x"},
 };
 
 TEST(HttpExchange, TakesFramingApartAtEveryCut) {
@@ -39,25 +36,12 @@ constexpr HttpTimeouts endless = {0, 0, 0, 0};
 const std::string moreThanIsBuffered(64'000'000, 'x');  // at both ends of a connection
 
 // A listener that never takes a connection; without room a connect waits.
-class DeafListener {
- public:
+struct DeafListener {
   explicit DeafListener(int room)
-      : listener_(listenOnLoopback(port_, room)), filler_(connectToLoopback(port_)) {}
-
-  std::shared_ptr<HttpExchange> open(const HttpTimeouts& limits) const {
-    return openTo(port_, limits);
-  }
-
-  static std::shared_ptr<HttpExchange> openTo(std::uint16_t port, const HttpTimeouts& limits) {
-    std::shared_ptr<HttpExchange> exchange;
-    EXPECT_EQ(openHttpExchange(port, L"POST", L"/", limits, exchange), HttpOpenResult::ok);
-    return exchange;
-  }
-
- private:
-  std::uint16_t port_ = 0;
-  LoopbackSocket listener_;
-  LoopbackSocket filler_;
+      : listener(listenOnLoopback(port, room)), filler(connectToLoopback(port)) {}
+  std::uint16_t port = 0;
+  OwnedSocket listener;
+  OwnedSocket filler;
 };
 
 bool isAsleep(pid_t thread) {
@@ -77,21 +61,21 @@ void expectAbortEnds(HttpExchange& exchange, const std::function<bool()>& step) 
 
 TEST(HttpAbort, EndsWhicheverStepWaits) {
   const DeafListener full(0);
-  const auto connecting = full.open(endless);
+  const auto connecting = openExchange(full.port, endless);
   expectAbortEnds(*connecting, [&] { return connecting->send(""); });
   const DeafListener idle(8);
-  const auto sending = idle.open(endless);
+  const auto sending = openExchange(idle.port, endless);
   expectAbortEnds(*sending, [&] { return sending->send(moreThanIsBuffered); });
 
   ScriptedServer mute([](ServedConnection& c) { EXPECT_TRUE(c.waitForClient()); });
   {
-    const auto receiving = DeafListener::openTo(mute.port(), endless);
+    const auto receiving = openExchange(mute.port(), endless);
     ASSERT_TRUE(receiving->send(""));
     expectAbortEnds(*receiving, [&] { return receiving->receive(); });
   }
   ScriptedServer slow(
       [](ServedConnection& c) { EXPECT_TRUE(c.send(okHead + "\r\nx") && c.waitForClient()); });
-  const auto reading = DeafListener::openTo(slow.port(), endless);
+  const auto reading = openExchange(slow.port(), endless);
   std::size_t count = 0;
   char byte = 0;
   ASSERT_TRUE(reading->send("") && reading->receive() && reading->available(count) &&
@@ -100,14 +84,11 @@ TEST(HttpAbort, EndsWhicheverStepWaits) {
 }
 
 TEST(HttpExchange, GivesUpConnectingAndSendingAfterTheirTimeOuts) {
-  const struct {
-    int room;
-    HttpTimeouts limits;
-  } cases[] = {{0, {0, 200, 0, 0}}, {8, {0, 0, 200, 0}}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.room);
-    const DeafListener listener(c.room);
-    const auto exchange = listener.open(c.limits);
+  for (const auto& [room, limits] :
+       {std::pair<int, HttpTimeouts>{0, {0, 200, 0, 0}}, {8, {0, 0, 200, 0}}}) {
+    SCOPED_TRACE(room);
+    const DeafListener listener(room);
+    const auto exchange = openExchange(listener.port, limits);
     const std::uint64_t before = tickCountMs();
     EXPECT_FALSE(exchange->send(moreThanIsBuffered));
     EXPECT_GE(tickCountMs() - before, 190U);

@@ -1,22 +1,26 @@
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
+#include "platform/named_pipe.h"
+#include "platform/win/handles_win.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
 TEST(IsDrivePath, IsFalseForSharesDevicesAndStreams) {
-  for (const wchar_t* const path : {L"C:\\a.png", L"c:/a/b.png", L"C:\\a\\..\\b.png"}) {
+  const auto isDrive = [](const wchar_t* path) {
     std::wstring absolute;
-    EXPECT_TRUE(absolutePath(path, absolute) && isDrivePath(absolute)) << path;
+    return absolutePath(path, absolute) && isDrivePath(absolute);
+  };
+  for (const wchar_t* const path : {L"C:\\a.png", L"c:/a/b.png", L"C:\\a\\..\\b.png"}) {
+    EXPECT_TRUE(isDrive(path)) << path;
   }
   for (const wchar_t* const path :
        {L"//server/share/a.png", L"/\\server\\share\\a.png", L"\\\\server\\share\\a.png",
         L"//./pipe/x", L"\\\\.\\C:\\a.png", L"//?/C:/a.png", L"\\\\?\\C:\\a.png",
         L"C:\\a.png:secret", L"C:\\a.png::$DATA", L"a.png:secret", L"C:\\x\\NUL", L"NUL", L"COM1",
         L"CON"}) {
-    std::wstring absolute;
-    EXPECT_FALSE(absolutePath(path, absolute) && isDrivePath(absolute)) << path;
+    EXPECT_FALSE(isDrive(path)) << path;
   }
 }
 
@@ -25,6 +29,20 @@ TEST(SamePaths, AndDrivesAreFoldedAsTheFileSystemDoes) {
   EXPECT_FALSE(isSameDrive(L"C:\\a", L"D:\\a"));
   EXPECT_FALSE(isSameDrive(L"C:\\a", L"\\\\server\\share"));
   EXPECT_TRUE(isSamePath(L"C:\\\u00C4bc", L"c:\\\u00E4BC"));
+}
+
+TEST(ProbePipe, DistinguishesAFreeNameAPipeThatWaitsAndOneThatServes) {
+  const std::string name = R"(\\.\pipe\morva-unit-)" + std::to_string(GetCurrentProcessId());
+  EXPECT_EQ(probePipe(name), PipeState::absent);
+  const OwnedHandle server(CreateNamedPipeA(
+      name.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE | PIPE_NOWAIT, 1, 64, 64, 5000, nullptr));
+  ASSERT_TRUE(server);
+  (void)ConnectNamedPipe(server.get(), nullptr);  // does not wait, and says so
+  EXPECT_EQ(probePipe(name), PipeState::listening);
+  const OwnedHandle client(CreateFileA(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                       OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(client);
+  EXPECT_EQ(probePipe(name), PipeState::busy);
 }
 
 }  // namespace

@@ -45,7 +45,7 @@ TEST(SpawnHidden, KeepsAHandleFromTheChildThoughItIsMarkedInheritable) {
             SpawnResult::ok);
   EXPECT_FALSE(isInherited(output.writeEnd.get()));
   marked.writeEnd.reset();
-  EXPECT_EQ(readToEnd(marked.readEnd), "");  // ends though the child lives
+  EXPECT_EQ(readToEnd(marked.readEnd.get()), "");  // ends though the child lives
   EXPECT_FALSE(waitForExit(child, 0));
   terminateProcess(child);
   ASSERT_TRUE(waitForExit(child, 30'000));
@@ -69,7 +69,7 @@ TEST(SpawnHidden, EndsItsChildrenWhenThisProcessEnds) {
   ASSERT_EQ(parent.result, SpawnResult::ok);
   // The grandchild writes here too: an end means that both are gone. It would stay for a minute.
   const std::uint64_t before = tickCountMs();
-  (void)readToEnd(parent.output);
+  (void)readToEnd(parent.output.get());
   EXPECT_LT(tickCountMs() - before, 40'000U);
   EXPECT_TRUE(waitForExit(parent.process, 30'000));
   EXPECT_EQ(exitCodeOf(parent.process), 0U);

@@ -43,39 +43,24 @@ class UserRegistry : public testing::Test {
 
 TEST_F(UserRegistry, ReadsTheBytesOfATextAsStored) {
   EXPECT_EQ(load(), mark);
-  const struct {
-    const char* name;
-    std::string bytes;
-  } cases[] = {
-      {"terminated", std::string("C\0:\0\0\0", 6)},
-      {"without terminator", std::string("C\0:\0", 4)},
-      {"NUL inside", std::string("a\0\0\0b\0", 6)},
-      {"odd number of bytes", std::string("C\0:", 3)},
-      {"empty", ""},
-      {"as large as there is room", std::string(roomEnough - 2, 'x') + std::string(2, '\0')},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    ASSERT_TRUE(store(REG_SZ, c.bytes));
+  for (const std::string& bytes :
+       {std::string("C\0:\0\0\0", 6), std::string("C\0:\0", 4), std::string("a\0\0\0b\0", 6),
+        std::string("C\0:", 3), std::string(),
+        std::string(roomEnough - 2, 'x') + std::string(2, '\0')}) {
+    SCOPED_TRACE(testing::PrintToString(bytes.substr(0, 99)));
+    ASSERT_TRUE(store(REG_SZ, bytes));
     const std::string data = load();
-    EXPECT_TRUE(data.starts_with(c.bytes)) << data.substr(0, 99);
+    EXPECT_TRUE(data.starts_with(bytes)) << data.substr(0, 99);
     // The system may add a terminator of its own.
-    EXPECT_EQ(data.find_first_not_of('\0', c.bytes.size()), data.npos);
-    EXPECT_LE(data.size(), c.bytes.size() + 2);
+    EXPECT_EQ(data.find_first_not_of('\0', bytes.size()), data.npos);
+    EXPECT_LE(data.size(), bytes.size() + 2);
   }
-}
-
-TEST_F(UserRegistry, RefusesLongerTextsOtherTypesAndWhatIsMissing) {
-  const std::string text = std::string("C\0:\0\0\0", 6);
   ASSERT_TRUE(store(REG_SZ, std::string(8, 'x')));
   EXPECT_EQ(load(6), mark);
   for (const DWORD type : {DWORD{REG_EXPAND_SZ}, DWORD{REG_BINARY}, DWORD{REG_MULTI_SZ}}) {
-    ASSERT_TRUE(store(type, text));
+    ASSERT_TRUE(store(type, std::string("C\0:\0\0\0", 6)));
     EXPECT_EQ(load(), mark) << type;
   }
-  std::string data = mark;
-  EXPECT_FALSE(readUserRegistryString(testParent + L"\\none", L"v", roomEnough, data));
-  EXPECT_EQ(data, mark);
 }
 
 TEST_F(UserRegistry, WritesATextAndTheKeysAboveIt) {
@@ -88,40 +73,33 @@ TEST_F(UserRegistry, WritesATextAndTheKeysAboveIt) {
   EXPECT_EQ(data, std::string("n\0e\0w\0e\0r\0\0\0", 12));
   EXPECT_TRUE(readUserRegistryString(key, L"name", roomEnough, data));
   EXPECT_EQ(data, std::string("\x22\x6f\0\0", 4));
+  EXPECT_FALSE(readUserRegistryString(testParent + L"\\none", L"v", roomEnough, data));
   EXPECT_FALSE(readRegistryString(RegistryRoot::machine, key, L"", roomEnough, data));
 }
 
-TEST_F(UserRegistry, ListsWhatIsInAKey) {
-  EXPECT_TRUE(writeUserRegistryString(testParent + L"\\a", L"", L"x", error_));
-  EXPECT_TRUE(writeUserRegistryString(testParent, L"v", L"x", error_));
+TEST_F(UserRegistry, ListsWhatIsInAKeyAndRemovesOnlyWhatIsEmpty) {
+  const std::wstring key = testParent + L"\\a";
+  const std::wstring none = testParent + L"\\none";
   RegistryKeyContent content;
+  EXPECT_TRUE(writeUserRegistryString(key, L"", L"x", error_));
+  EXPECT_TRUE(writeUserRegistryString(testParent, L"v", L"x", error_));
   EXPECT_TRUE(listRegistryKey(RegistryRoot::user, testParent, content));
   EXPECT_EQ(content.keys, Names{L"a"});
   EXPECT_EQ(content.values, Names{L"v"});
-  EXPECT_TRUE(listRegistryKey(RegistryRoot::user, testParent + L"\\a", content));
+  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(testParent, error_));
+  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(key, error_));
+  EXPECT_TRUE(listRegistryKey(RegistryRoot::user, key, content));
   EXPECT_EQ(content.keys, Names{});
   EXPECT_EQ(content.values, Names{L""});
-  EXPECT_FALSE(listRegistryKey(RegistryRoot::user, testParent + L"\\none", content));
+  EXPECT_FALSE(listRegistryKey(RegistryRoot::user, none, content));
   EXPECT_EQ(content.values, Names{L""});
-}
-
-TEST_F(UserRegistry, RemovesOnlyWhatIsEmpty) {
-  EXPECT_TRUE(writeUserRegistryString(testParent + L"\\a", L"v", L"x", error_));
-  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(testParent, error_));
-  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(testParent + L"\\a", error_));
-  RegistryKeyContent content;
-  EXPECT_TRUE(listRegistryKey(RegistryRoot::user, testParent + L"\\a", content));
-  EXPECT_TRUE(deleteUserRegistryValue(testParent + L"\\a", L"v", error_));
-  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(testParent + L"\\a", error_));
-  EXPECT_FALSE(listRegistryKey(RegistryRoot::user, testParent + L"\\a", content));
-}
-
-TEST_F(UserRegistry, WhatIsNotThereCountsAsRemoved) {
-  EXPECT_TRUE(deleteUserRegistryValue(testParent + L"\\none", L"v", error_));
-  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(testParent + L"\\none", error_));
-  EXPECT_TRUE(writeUserRegistryString(testParent, L"", L"x", error_));
-  EXPECT_TRUE(deleteUserRegistryValue(testParent, L"v", error_));
-  EXPECT_TRUE(deleteUserRegistryValue(testParent, L"", error_));
+  EXPECT_TRUE(deleteUserRegistryValue(key, L"", error_));
+  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(key, error_));
+  EXPECT_FALSE(listRegistryKey(RegistryRoot::user, key, content));
+  // What is not there counts as removed.
+  EXPECT_TRUE(deleteUserRegistryValue(none, L"v", error_));
+  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(none, error_));
+  EXPECT_TRUE(deleteUserRegistryValue(testParent, L"other", error_));
 }
 
 TEST_F(UserRegistry, ReadsANumberThatIsOne) {

@@ -1,0 +1,129 @@
+// What takes one call of the system: its clock, environment, folders, facts, digests and threads.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <regex>
+#include <thread>
+
+#include "common/product_version.h"
+#include "platform/clock.h"
+#include "platform/crypto.h"
+#include "platform/environment.h"
+#include "platform/files.h"
+#include "platform/known_folders.h"
+#include "platform/system_facts.h"
+#include "support/test_system.h"
+#include "support/test_thread.h"
+#include "text/ascii.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+TEST(Clock, NeverGoesBackwardsAndSleepsAsLongAsAsked) {
+  constexpr std::uint64_t tickMs = 16;  // how coarse the Windows clock may be
+  const std::uint64_t before = tickCountMs();
+  std::uint64_t last = before;
+  for (int i = 0; i < 100'000; ++i) {
+    const std::uint64_t now = tickCountMs();
+    ASSERT_GE(now, last);
+    last = now;
+  }
+  sleepMs(60);
+  EXPECT_GE(tickCountMs() - last, 60 - tickMs);
+}
+
+TEST(ReadEnvironment, TakesAValueBelowTheLimitAndNoEmptyOne) {
+  const struct {
+    std::string stored;
+    std::size_t limit;
+    bool ok;
+  } cases[] = {
+      {std::string(30'000, 'x'), 32768, true},
+      {"12345", 6, true},
+      {"12345", 5, false},
+      {"12345", 0, false},
+      {"", 32768, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.stored.size() << " of " << c.limit);
+    setEnvironment("MORVA_TEST_VARIABLE", c.stored);
+    std::wstring value = L"before";
+    EXPECT_EQ(readEnvironment(L"MORVA_TEST_VARIABLE", c.limit, value), c.ok);
+    EXPECT_EQ(value, c.ok ? std::wstring(c.stored.begin(), c.stored.end()) : L"before");
+    EXPECT_FALSE(readEnvironment(L"", c.limit, value));
+  }
+}
+
+TEST(KnownFolders, HaveNoTrailingSeparatorAndNoPackage) {
+  // Windows has the folders in any case; elsewhere these variables stand for them.
+  setEnvironment("APPDATA", "/roaming/");
+  setEnvironment("LOCALAPPDATA", "/local");
+  std::wstring roaming, local, package = L"before";
+  ASSERT_TRUE(roamingAppDataFolder(roaming));
+  ASSERT_TRUE(localAppDataFolder(local));
+  EXPECT_NE(roaming, local);
+  for (const std::wstring& folder : {roaming, local}) {
+    ASSERT_FALSE(folder.empty());
+    EXPECT_EQ(std::wstring(L"/\\").find(folder.back()), std::wstring::npos);
+  }
+  EXPECT_FALSE(packageLocalStateFolder(package));
+  EXPECT_EQ(package, L"before");
+}
+
+TEST(SystemFacts, NameThisProgramAndNumberItAndTheSystem) {
+  std::wstring path;
+  ASSERT_TRUE(ownProgramPath(path));
+  EXPECT_TRUE(isExistingFile(path));
+  EXPECT_NE(path.find(L"unit_tests"), std::wstring::npos);
+  EXPECT_NE(systemVersion().find_first_of("0123456789"), std::string::npos);
+  EXPECT_TRUE(std::regex_match(std::string(productVersion), std::regex(R"(\d+\.\d+\.\d+)")));
+}
+
+// From the examples to FIPS 180-4 (csrc.nist.gov), the empty text, and bytes of any value.
+TEST(Sha256, IsTheKnownDigestOnEveryThread) {
+  const std::pair<std::string, const char*> cases[] = {
+      {"", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+      {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+      {std::string(100'000, 'a'),
+       "6d1cf22d7cc09b085dfc25ee1a1f3ae0265804c607bc2074ad253bcc82fd81ee"},
+      {std::string("\0\x01", 2),
+       "b413f47d13ee2fe6c845b2ee141af81de858df4ec549a58b7970bb96645bc8d2"},
+  };
+  runThreads(8, [&cases](int) {
+    for (const auto& [bytes, digest] : cases) {
+      for (int i = 0; i < 20; ++i) EXPECT_EQ(hexDigits(sha256(bytes)), digest);
+    }
+  });
+}
+
+TEST(RandomBytes, FillTheWholeBufferAnewAndNoMore) {
+  constexpr std::size_t size = 256;
+  std::array<unsigned char, size + 2> bytes{};
+  std::array<int, size> changes{};
+  for (int i = 0; i < 20; ++i) {
+    const auto before = bytes;
+    ASSERT_TRUE(randomBytes(bytes.data() + 1, size));
+    for (std::size_t at = 0; at < size; ++at) changes[at] += bytes[at + 1] != before[at + 1];
+  }
+  for (const int each : changes) EXPECT_GT(each, 10);
+  EXPECT_EQ(bytes.front(), 0);
+  EXPECT_EQ(bytes.back(), 0);
+}
+
+TEST(StartThread, RunsTheBodyOnAnotherThreadAndThenDestroysIt) {
+  for (int i = 0; i < 500; ++i) {
+    std::thread::id ran;
+    Gate destroyed;
+    std::shared_ptr<void> held(nullptr, [&destroyed](void*) { destroyed.open(); });
+    ASSERT_TRUE(startThread([&ran, held = std::move(held)] {
+      volatile char block[1024 * 1024] = {};  // half of a thread's stack
+      if (block[sizeof block - 1] == 0) ran = std::this_thread::get_id();
+    }));
+    destroyed.wait();
+    EXPECT_NE(ran, std::thread::id());
+    EXPECT_NE(ran, std::this_thread::get_id());
+  }
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect

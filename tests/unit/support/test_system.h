@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/byte_stream.h"
+#include "platform/sockets.h"
+
+// What tests ask of the system beyond what the product does.
+namespace media::win::chrome_inspect {
+
+std::uint32_t ownProcessId();
+
+// Which streams this process has inherited.
+std::string inheritedStreams();
+// What that is in a child that got its three standard streams and nothing else.
+extern const std::string_view inheritedByChild;
+
+// How many handles (descriptors) this process has open.
+std::size_t openHandleCount();
+// How many more may be open later without a leak of ours: what the system keeps for itself, such as
+// its threads.
+extern const std::size_t handlesOfTheSystem;
+
+// Sets a variable for this process and for what the system looks up in its name; an empty value
+// removes it.
+void setEnvironment(const std::string& name, const std::string& value);
+
+// Makes `stream` the process's standard output; the caller goes on owning it. Returns what it was
+// before.
+StreamId replaceStandardOutput(StreamId stream);
+void restoreStandardOutput(StreamId old);
+
+// The port on which a socket listens.
+std::uint16_t portOf(const OwnedSocket& listener);
+// Lets every send be a packet of its own.
+void sendAtOnce(const OwnedSocket& socket);
+// Ends our direction only.
+void finishSending(const OwnedSocket& socket);
+
+}  // namespace media::win::chrome_inspect
