@@ -17,7 +17,7 @@ import sys
 import threading
 import time
 from collections import Counter
-from dataclasses import asdict
+from dataclasses import asdict, fields
 from pathlib import Path
 
 import mutations
@@ -218,13 +218,11 @@ def as_json(outcomes, seed):
 
 def print_escaped(outcomes, before):
     """What the tests noticed before and do not notice now."""
-    killers = {json.dumps([each[key] for key in ("path", "line", "occurrence", "column", "after")]):
-               each["by"] for each in json.loads(before.read_text())["mutants"] if "by" in each}
+    killers = {Mutation(**{each.name: known[each.name] for each in fields(Mutation)}): known["by"]
+               for known in json.loads(before.read_text())["mutants"] if "by" in known}
     for mutation, result in outcomes:
-        key = json.dumps([mutation.path, mutation.line, mutation.occurrence, mutation.column,
-                          mutation.after])
-        if result["verdict"] == "lived" and key in killers:
-            print(f"noticed before by {killers[key]}: {described(mutation, result)}")
+        if result["verdict"] == "lived" and mutation in killers:
+            print(f"noticed before by {killers[mutation]}: {described(mutation, result)}")
 
 
 def parsed_arguments():
@@ -250,7 +248,8 @@ def main():
     try:
         prepared(workers)
         reach = measured_reach(workers, texts)
-        print(f"== trying {options.count} changes, seed {options.seed}", flush=True)
+        chosen = options.list or f"seed {options.seed}"
+        print(f"== trying {options.count} changes, {chosen}", flush=True)
         outcomes = Trial(workers, reach, texts, candidates, options.count).run()
     finally:
         for worker in workers:

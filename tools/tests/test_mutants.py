@@ -1,5 +1,6 @@
 """Which changes ./dev mutants makes, where it finds them again, and which tests it asks."""
 
+import mutants
 import mutations
 import pytest
 from conftest import ROOT
@@ -99,3 +100,14 @@ def test_the_sources_have_thousands_of_changes_and_none_of_them_is_in_the_window
     texts = mutations.sources(ROOT)
     assert not [path for path in texts if "/win/" in path]
     assert sum(1 for path, text in texts.items() for _ in mutations_of(path, text)) > 3000
+
+
+def test_what_lives_now_and_was_killed_before_is_named(tmp_path, capsys):
+    first, second, third = mutations_of("src/a.cpp", "return 1 + 2;")
+    before = tmp_path / "before.json"
+    lived = {"verdict": "lived", "seconds": 1.0}
+    killed = {"verdict": "killed", "seconds": 1.0, "by": "A.B", "how": "fails"}
+    before.write_text(mutants.as_json([(first, killed), (second, lived), (third, killed)], 1))
+    mutants.print_escaped([(first, lived), (second, lived), (third, killed)], before)
+    shown = capsys.readouterr().out.splitlines()
+    assert len(shown) == 1 and shown[0].startswith("noticed before by A.B: lived")
