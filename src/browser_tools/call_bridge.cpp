@@ -36,13 +36,17 @@ json failureOf(std::string_view tool, std::string_view error) {
   return {{"error", error}, {"ok", false}, {"tool", tool}};
 }
 
-void hoistBatch(json& data) {
-  if (lenientText(data, "tool") != "browser_batch") return;
+// Where a batch reports what is hoisted; nullptr for the results of other tools.
+json* batchReport(json& data) {
+  if (lenientText(data, "tool") != "browser_batch") return nullptr;
   const auto inner = data.find("data");
-  if (inner == data.end() || !inner->is_object()) return;
+  return inner != data.end() && inner->is_object() ? &*inner : nullptr;
+}
+
+void hoist(json& report, json& data) {
   for (const char* key : hoistedKeys) {
-    const auto member = inner->find(key);
-    if (member != inner->end() && !data.contains(key)) data[key] = std::move(*member);
+    const auto member = report.find(key);
+    if (member != report.end() && !data.contains(key)) data[key] = std::move(*member);
   }
 }
 
@@ -58,8 +62,11 @@ json compactKeeping(json data) {
 }
 
 json pageResult(json data) {
-  hoistBatch(data);
-  const InjectionVerdict verdict = screenPageModel(data);
+  json* const report = batchReport(data);
+  // Judged in both places, as what is hoisted stands there too; it is moved only afterwards, since
+  // the report is not in the result.
+  const InjectionVerdict verdict = screenPageModel(data, {report, hoistedKeys});
+  if (report != nullptr) hoist(*report, data);
   if (verdict.detected) markPageModelFlagged(data, verdict);
   if (lenientText(data, "tool") == "browser_navigate") return data;
   return compactKeeping(std::move(data));

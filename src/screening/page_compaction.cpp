@@ -162,9 +162,10 @@ json compactStep(json step) {
   moveKeys(step, stepKeys, kept);
   const auto data = step.find("data");
   if (data == step.end()) return kept;
-  const bool isFind = lenientText(kept, "action") == "find";
-  kept["data"] =
-      isFind ? compactPageData(std::move(*data), true) : compactOutcome(std::move(*data));
+  const std::string_view action = lenientText(kept, "action");
+  const bool isFind = action == "find";
+  kept["data"] = isFind || action == "read" ? compactPageData(std::move(*data), isFind)
+                                            : compactOutcome(std::move(*data));
   return kept;
 }
 

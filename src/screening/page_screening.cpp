@@ -34,7 +34,18 @@ void appendLine(std::string& text, const std::string& line) {
   text += line;
 }
 
-void gatherObject(const json& object, std::string& text, int depth) {
+const json* memberOf(const json& object, const char* key) {
+  const auto member = object.find(key);
+  return member != object.end() ? &*member : nullptr;
+}
+
+const json* lentMember(const LentMembers& lent, std::string_view key) {
+  const auto known = std::find(lent.keys.begin(), lent.keys.end(), key);
+  return lent.object != nullptr && known != lent.keys.end() ? memberOf(*lent.object, *known)
+                                                            : nullptr;
+}
+
+void gatherObject(const json& object, std::string& text, int depth, const LentMembers& lent = {}) {
   for (const char* key : textKeys) {
     const auto member = object.find(key);
     if (member != object.end() && member->is_string()) {
@@ -42,8 +53,9 @@ void gatherObject(const json& object, std::string& text, int depth) {
     }
   }
   for (const char* key : containerKeys) {
-    const auto member = object.find(key);
-    if (member != object.end()) gatherPageText(*member, text, depth + 1);
+    const json* member = memberOf(object, key);
+    if (member == nullptr) member = lentMember(lent, key);
+    if (member != nullptr) gatherPageText(*member, text, depth + 1);
   }
 }
 
@@ -67,7 +79,7 @@ bool carriesVerdict(const json& page) {
 
 }  // namespace
 
-InjectionVerdict screenPageModel(const json& page) {
+InjectionVerdict screenPageModel(const json& page, const LentMembers& lent) {
   if (carriesVerdict(page)) {
     return {std::string(lenientText(page, "prompt_injection_kind", "detected")),
             std::string(lenientText(page, "prompt_injection_reason",
@@ -75,7 +87,11 @@ InjectionVerdict screenPageModel(const json& page) {
             true};
   }
   std::string text;
-  gatherPageText(page, text);
+  if (page.is_object()) {
+    gatherObject(page, text, 0, lent);
+  } else {
+    gatherPageText(page, text);
+  }
   return classifyInjectionText(text);
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <nlohmann/json_fwd.hpp>
+#include <span>
 #include <string>
 
 #include "screening/injection_text.h"
@@ -13,9 +14,15 @@ namespace media::win::chrome_inspect {
 // Gathering ends once the text is longer than this; it may be so by the last field.
 inline constexpr std::size_t maxGatheredText = 200000;
 
+// Members that a page is judged with as if it had them itself, where it has none of that name.
+struct LentMembers {
+  const nlohmann::json* object = nullptr;  // that has them; may be a part of the page
+  std::span<const char* const> keys;
+};
+
 // Judges a page. One that already carries a verdict keeps it. Throws nlohmann::json::type_error
 // when "prompt_injection_detected" is there and no boolean.
-InjectionVerdict screenPageModel(const nlohmann::json& page);
+InjectionVerdict screenPageModel(const nlohmann::json& page, const LentMembers& lent = {});
 
 // Blanks the fields of `page` that alone are reason enough, and writes the verdict into it together
 // with an error that asks the agent to stop.

@@ -258,6 +258,12 @@ const CompactCase actionCases[] = {
          {"action":"batch","data":{"steps":[{"data":{"compacted":true}}]}},"a",null,{"action":5}],
          "stepsReturned":8,"actionTrail":["click","read","find","click","batch","","",""],
          "compacted":true})"},
+    {"a read step without anything that only a page has",
+     R"({"tool":"browser_batch","steps":[{"action":"read","data":{"count":1,"markdown":"no"}},
+         {"action":"read","data":"no page"}]})",
+     R"({"tool":"browser_batch","steps":[{"action":"read","data":{"count":1,"compacted":true}},
+         {"action":"read","data":"no page"}],"stepsReturned":2,"actionTrail":["read","read"],
+         "compacted":true})"},
 };
 
 TEST(CompactBrowserResult, KeepsOfAnActionOrABatchWhatItDid) {
