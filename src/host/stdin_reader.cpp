@@ -63,7 +63,7 @@ Next takeFrame(PanelWork& work, const std::string& body, json& message) {
     case ParseOutcome::invalid:
       return Next::end;
     // The stream is in step and JavaScript did not make this: not worth the user's session.
-    case ParseOutcome::tooDeep:
+    case ParseOutcome::overLimit:
       queueDebugLog("frame dropped: " + error, "error");
       break;
   }

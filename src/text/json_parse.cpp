@@ -5,47 +5,11 @@
 #include <utility>
 
 #include "text/ascii.h"
+#include "text/json_limits.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-constexpr std::string_view tooDeepText = "json nested too deeply";
-
-bool opensLevel(char c) { return c == '[' || c == '{'; }
-bool closesLevel(char c) { return c == ']' || c == '}'; }
-
-// Behind the quote that ends the string whose first character is at `at`; the end of the text when
-// there is none. A quote behind an odd number of backslashes is one of the string's characters.
-std::size_t behindString(std::string_view text, std::size_t at) {
-  const std::size_t begin = at;
-  for (at = text.find('"', at); at != std::string_view::npos; at = text.find('"', at + 1)) {
-    std::size_t backslashes = 0;
-    while (at - backslashes > begin && text[at - backslashes - 1] == '\\') ++backslashes;
-    if (backslashes % 2 == 0) return at + 1;
-  }
-  return text.size();
-}
-
-// Whether arrays and objects in `text`, strings passed over, are nested too deeply; exact for valid
-// JSON.
-bool nestsTooDeeply(std::string_view text) {
-  // Few brackets cannot nest deeply: this is nearly every message and needs no state.
-  const auto opening = std::count_if(text.begin(), text.end(), opensLevel);
-  if (static_cast<std::size_t>(opening) <= maxJsonDepth) return false;
-  std::size_t depth = 0;
-  for (std::size_t at = 0; at < text.size();) {
-    const char c = text[at++];
-    if (c == '"') {
-      at = behindString(text, at);
-    } else if (opensLevel(c)) {
-      if (++depth > maxJsonDepth) return true;
-    } else if (closesLevel(c) && depth > 0) {
-      --depth;
-    }
-  }
-  return false;
-}
 
 // The value of the escape \uXXXX at `at`, or -1 when none stands there.
 int unicodeEscapeAt(std::string_view text, std::size_t at) {
@@ -102,9 +66,9 @@ bool tryParse(std::string_view text, nlohmann::json& value, std::string& error) 
 }  // namespace
 
 ParseOutcome parseJson(std::string_view text, nlohmann::json& value, std::string& error) {
-  if (nestsTooDeeply(text)) {
-    setError(error, tooDeepText);
-    return ParseOutcome::tooDeep;
+  if (const std::string_view limit = jsonLimitExceeded(text); !limit.empty()) {
+    setError(error, limit);
+    return ParseOutcome::overLimit;
   }
   std::string firstError;
   if (tryParse(text, value, firstError)) return ParseOutcome::ok;

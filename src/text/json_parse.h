@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
@@ -8,15 +7,12 @@
 // Every JSON text that comes into the process is parsed here, whoever sent it.
 namespace media::win::chrome_inspect {
 
-// Arrays and objects may be nested this deep, inclusive. Copying, comparing and serialising a value
-// recurse, so depth is stack; Chrome itself refuses depths past 200.
-inline constexpr std::size_t maxJsonDepth = 1000;
-
-enum class ParseOutcome { ok, invalid, tooDeep };
+enum class ParseOutcome { ok, invalid, overLimit };
 
 // Parses `text` as one JSON document (RFC 8259, no comments). An escape for one half of a surrogate
 // pair, which JavaScript strings may hold, is read as U+FFFD. On anything but `ok`, `value` is
-// untouched and `error` is a valid UTF-8 text: the library's message, or "json nested too deeply".
+// untouched and `error` is a valid UTF-8 text: the library's message, or one of
+// text/json_limits.h (`overLimit`).
 // Never throws; running out of memory is `invalid`, and `error` may then be empty.
 ParseOutcome parseJson(std::string_view text, nlohmann::json& value, std::string& error);
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "text/json_limits.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
@@ -117,7 +118,7 @@ TEST(ParseJson, RefusesWhatIsNestedTooDeeply) {
     SCOPED_TRACE(text.substr(0, 20));
     json value = "before";
     std::string error;
-    EXPECT_EQ(parseJson(text, value, error), ParseOutcome::tooDeep);
+    EXPECT_EQ(parseJson(text, value, error), ParseOutcome::overLimit);
     EXPECT_EQ(value, "before");
     EXPECT_EQ(error, "json nested too deeply");
   }
