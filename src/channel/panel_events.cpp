@@ -19,9 +19,13 @@ void emitPanelMessage(std::string_view method, const nlohmann::json& args) {
 }
 
 void sendChatEventBatch(const nlohmann::json& events) {
-  EventBatch batch;
-  for (const nlohmann::json& event : events) batch.add(event);
-  (void)batch.send();  // the browser is gone; the reader will notice
+  if (events.empty()) return;
+  sendBehindLogLines([&](const std::vector<nlohmann::json>& lines) {
+    EventBatch batch;
+    for (const nlohmann::json& line : lines) batch.add("appendDebugLog", line);
+    for (const nlohmann::json& event : events) batch.add(event);
+    (void)batch.send();  // the browser is gone; the reader will notice
+  });
 }
 
 }  // namespace media::win::chrome_inspect

@@ -11,7 +11,7 @@ namespace media::win::chrome_inspect {
 // the events of a stream together (docs/architecture.md, "Locks"). Threads: any.
 void emitPanelMessage(std::string_view method, const nlohmann::json& args);
 
-// Sends a list of whole events as one batch; nothing when it is empty.
+// The same for a list of whole events; nothing is sent when it is empty.
 void sendChatEventBatch(const nlohmann::json& events);
 
 }  // namespace media::win::chrome_inspect

@@ -117,12 +117,4 @@ void stopChatEvents() {
   });
 }
 
-json takePendingChatEvents() {
-  json events = json::array();
-  for (json& line : takeDebugLogEvents(maxLogLinesPerBatch)) {
-    events.push_back({{"method", "appendDebugLog"}, {"args", std::move(line)}});
-  }
-  return events;
-}
-
 }  // namespace media::win::chrome_inspect

@@ -22,8 +22,4 @@ std::string chatEventsSender();
 // Ends the stream. Nothing more is forwarded, and none is read until the next start.
 void stopChatEvents();
 
-// The events that wait for the panel to ask for them, which are log lines: all others have been
-// sent already.
-nlohmann::json takePendingChatEvents();
-
 }  // namespace media::win::chrome_inspect

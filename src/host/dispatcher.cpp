@@ -14,6 +14,7 @@
 #include "agent_process/supervision.h"
 #include "browser_tools/browser_context.h"
 #include "channel/envelope.h"
+#include "channel/host_log.h"
 #include "chat/events_pump.h"
 #include "chat/realtime.h"
 #include "chat/speech.h"
@@ -63,8 +64,17 @@ json answerPanelClosed(const json& request) {
 }
 
 json answerPoll(const json& request) {
-  return stampMessage(
-      {{"kind", "hostChatEvents"}, {"ok", true}, {"events", takePendingChatEvents()}}, request);
+  // All other events have been sent already. Replied to here, so that no later line overtakes
+  // these.
+  sendBehindLogLines([&request](const std::vector<json>& lines) {
+    json events = json::array();
+    for (const json& line : lines) events.push_back({{"method", "appendDebugLog"}, {"args", line}});
+    sendReply(
+        request,
+        stampMessage({{"kind", "hostChatEvents"}, {"ok", true}, {"events", std::move(events)}},
+                     request));
+  });
+  return nullptr;
 }
 
 json answerChatSender(const json& request) {

@@ -182,17 +182,5 @@ TEST(ChatEvents, LeaveNoHandleBehind) {
   EXPECT_LE(openHandleCount(), before + handlesOfTheSystem);
 }
 
-TEST(PendingChatEvents, AreTheWaitingLogLines) {
-  EXPECT_EQ(takePendingChatEvents().dump(), "[]");
-  appendDebugLog("one");
-  appendDebugLog("two", "warn");
-  const json events = takePendingChatEvents();
-  ASSERT_EQ(events.size(), 2U);
-  EXPECT_EQ(events[0].dump(), R"({"args":[{"level":"trace","source":"agent","text":"one"}],)"
-                              R"("method":"appendDebugLog"})");
-  EXPECT_EQ(events[1].at("args").at(0).at("text"), "two");
-  EXPECT_EQ(takePendingChatEvents().dump(), "[]");
-}
-
 }  // namespace
 }  // namespace media::win::chrome_inspect

@@ -12,6 +12,7 @@
 #include "agent/current_agent.h"
 #include "agent/running_turns.h"
 #include "browser_tools/browser_context.h"
+#include "channel/host_log.h"
 #include "platform/clock.h"
 #include "support/captured_output.h"
 #include "support/child_probe.h"
@@ -43,8 +44,6 @@ const KindCase kindCases[] = {
     {R"({"kind":"openFolderInExplorer","path":"","url":""})", ack(false, "file not found")},
     {R"({"kind":"openUrlDefault","path":"","url":"https://a/\u0000b"})", ack(true)},
     {R"({"kind":"attachContextPaths","paths":"a"})", ack(true)},
-    {R"({"kind":"poll"})",
-     R"({"events":[],"kind":"hostChatEvents","ok":true,"source":"morva-chat"})"},
     {R"({"kind":"contextImportUrl"})", ack(false, "file import is not ready")},
     {R"({"kind":"send"})",
      R"({"error":"empty prompt","kind":"error","ok":false,"source":"morva-chat"})"},
@@ -57,6 +56,36 @@ TEST(HandleMessage, AnswersEachKind) {
     SCOPED_TRACE(c.request);
     EXPECT_EQ(handleMessage(json::parse(c.request)).dump(), c.reply);
   }
+}
+
+// The lines and those that are sent otherwise must keep their order, so it replies itself.
+TEST(HandleMessage, RepliesToAPollWithTheLinesThatWait) {
+  appendDebugLog("one");
+  appendDebugLog("two", "warn");
+  const json poll = {{"kind", "poll"}, {"chromeRequestId", 3}};
+  CapturedOutput output;
+  EXPECT_TRUE(handleMessage(poll).is_null());
+  EXPECT_TRUE(handleMessage(poll).is_null());
+  EXPECT_EQ(
+      output.finish(),
+      (CapturedOutput::Frames{
+          R"({"chromeRequestId":3,"events":[{"args":[{"level":"trace","source":"agent","text":"one"}],"method":"appendDebugLog"},{"args":[{"level":"warn","source":"agent","text":"two"}],"method":"appendDebugLog"}],"kind":"hostChatEvents","ok":true,"source":"morva-chat"})",
+          R"({"chromeRequestId":3,"events":[],"kind":"hostChatEvents","ok":true,"source":"morva-chat"})"}));
+}
+
+TEST(HandleMessage, GivesAPollNoLinesWhileOthersAreBeingSent) {
+  appendDebugLog("one");
+  CapturedOutput output;
+  sendBehindLogLines([](const std::vector<json>& lines) {
+    EXPECT_EQ(lines.size(), 1U);
+    appendDebugLog("two");
+    (void)handleMessage({{"kind", "poll"}});
+  });
+  (void)handleMessage({{"kind", "poll"}});
+  const CapturedOutput::Frames frames = output.finish();
+  ASSERT_EQ(frames.size(), 2U);
+  EXPECT_EQ(json::parse(frames[0]).at("events").size(), 0U);
+  EXPECT_EQ(json::parse(frames[1]).at("events").size(), 1U);
 }
 
 TEST(HandleMessage, KeepsTheBrowserContext) {
