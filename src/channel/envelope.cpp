@@ -93,7 +93,7 @@ void sendHostStatus(std::string_view agentText) {
 json pipeErrorReply(std::string_view requestId, std::string_view code, std::string_view message) {
   return {{"ok", false},
           {"protocolVersion", 1},
-          {"requestId", requestId.empty() ? "unknown" : foreignText(requestId)},
+          {"requestId", requestId.empty() ? "unknown" : requestId},
           {"type", "error"},
           {"error", {{"code", code}, {"message", foreignText(message)}}}};
 }

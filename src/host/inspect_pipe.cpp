@@ -27,6 +27,10 @@ struct Answer {
 
 json relay(const json& request, std::uint32_t replyMs) {
   const std::string id(lenientText(request, "requestId"));
+  // Its answer would go to the host's own call of that id.
+  if (id.starts_with(ownRequestPrefix)) {
+    return pipeErrorReply(id, "INVALID_REQUEST", "requestId begins as the host's own do");
+  }
   if (!hostRunning) return pipeErrorReply(id, "HOST_SHUTDOWN", "Native host is shutting down");
   if (!writeMessage(request)) {
     return pipeErrorReply(id, "EXTENSION_UNAVAILABLE", "Chrome extension channel is unavailable");

@@ -156,6 +156,8 @@ TEST(PipeErrorReply, NamesTheRequest) {
             "{\"error\":{\"code\":\"CODE\",\"message\":\"text \xEF\xBF\xBD\"},\"ok\":false,"
             "\"protocolVersion\":1,\"requestId\":\"r\",\"type\":\"error\"}");
   EXPECT_EQ(pipeErrorReply("", "CODE", "text").at("requestId"), "unknown");
+  const std::string longId(5000, 'i');
+  EXPECT_EQ(pipeErrorReply(longId, "CODE", "text").at("requestId"), longId);
 }
 
 }  // namespace
