@@ -6,6 +6,7 @@
 #include <new>
 #include <nlohmann/json.hpp>
 
+#include "platform/clock.h"
 #include "text/leaked.h"
 #include "text/locks.h"
 
@@ -18,7 +19,8 @@ std::atomic<std::size_t> outboundBodyLimit = maxOutboundBody;
 
 struct StandardOutput {
   Mutex stdoutMutex;  // one whole frame at a time; no other lock is taken while it is held
-  bool failed MORVA_GUARDED_BY(stdoutMutex) = false;
+  bool closed MORVA_GUARDED_BY(stdoutMutex) = false;  // it failed, or the host is about to end
+  std::atomic<bool> busy = false;
 };
 
 StandardOutput& standardOutputState() {
@@ -35,6 +37,14 @@ bool readExactly(StreamId stream, char* buffer, std::size_t size, std::string& e
     }
   }
   return true;
+}
+
+std::string frameOf(std::string_view body) {
+  const auto length = static_cast<std::uint32_t>(body.size());
+  std::string frame(sizeof length + body.size(), '\0');
+  std::memcpy(frame.data(), &length, sizeof length);
+  body.copy(frame.data() + sizeof length, body.size());
+  return frame;
 }
 
 bool allocate(std::string& body, std::size_t size) {
@@ -80,10 +90,7 @@ bool writeAll(StreamId stream, const char* bytes, std::size_t size) {
 
 bool writeFrame(StreamId stream, std::string_view body) {
   if (body.size() > maxOutboundBody) return false;
-  const auto length = static_cast<std::uint32_t>(body.size());
-  std::string frame(sizeof length + body.size(), '\0');
-  std::memcpy(frame.data(), &length, sizeof length);
-  body.copy(frame.data() + sizeof length, body.size());
+  const std::string frame = frameOf(body);
   return writeAll(stream, frame.data(), frame.size());
 }
 
@@ -91,10 +98,30 @@ bool writeMessage(const nlohmann::json& message) { return writeMessageText(messa
 
 bool writeMessageText(std::string_view body) {
   if (body.size() > outboundLimit()) return false;
+  const std::string frame = frameOf(body);
   StandardOutput& output = standardOutputState();
   const Lock lock(output.stdoutMutex);
-  if (!output.failed) output.failed = !writeFrame(standardOutput(), body);
-  return !output.failed;
+  if (output.closed) return false;
+  output.busy = true;
+  output.closed = !writeAll(standardOutput(), frame.data(), frame.size());
+  output.busy = false;
+  return !output.closed;
+}
+
+bool outputIsBusy() { return standardOutputState().busy; }
+
+bool closeOutput(std::uint32_t timeoutMs) {
+  constexpr std::uint32_t pauseMs = 5;
+  StandardOutput& output = standardOutputState();
+  for (std::uint32_t waited = 0;; waited += pauseMs) {
+    if (output.stdoutMutex.tryLock()) {
+      output.closed = true;
+      output.stdoutMutex.unlock();
+      return true;
+    }
+    if (waited >= timeoutMs) return false;
+    sleepMs(pauseMs);
+  }
 }
 
 void limitFramesForBrowser() { outboundBodyLimit = maxBrowserBody; }

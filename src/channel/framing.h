@@ -48,6 +48,13 @@ bool writeMessage(const nlohmann::json& message);
 // The same for a message that is already serialised.
 bool writeMessageText(std::string_view body);
 
+// Whether a frame is being written to the extension at this moment.
+bool outputIsBusy();
+
+// Lets the frame that is being written come to its end, waiting up to `timeoutMs`, and none begin
+// after it: writing fails from then on. False when it did not come to its end in time.
+bool closeOutput(std::uint32_t timeoutMs);
+
 // From now on no frame to the extension exceeds what Chrome takes. Called at most once, before any
 // thread starts, when a browser started the host.
 void limitFramesForBrowser();

@@ -7,6 +7,7 @@
 #include <optional>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "channel/framing.h"
 #include "text/leaked.h"
@@ -31,29 +32,34 @@ struct PendingReplies {
   std::deque<std::string> order MORVA_GUARDED_BY(mutex);  // the ids in `unclaimed`, oldest first
   std::size_t bytes MORVA_GUARDED_BY(mutex) = 0;          // of all in `unclaimed`
 
-  void drop(const std::string& id) MORVA_REQUIRES(mutex) {
+  // Moves the answer into `dropped`: freeing a large one takes its time, which is not to be spent
+  // under the lock.
+  void drop(const std::string& id, std::vector<json>& dropped) MORVA_REQUIRES(mutex) {
     const auto entry = unclaimed.find(id);
     if (entry == unclaimed.end()) return;
     bytes -= entry->second.bytes;
+    dropped.push_back(std::move(entry->second.reply));
     unclaimed.erase(entry);
     std::erase(order, id);
   }
 
-  void keep(const std::string& id, Unclaimed reply) MORVA_REQUIRES(mutex) {
-    drop(id);
+  void keep(const std::string& id, Unclaimed reply, std::vector<json>& dropped)
+      MORVA_REQUIRES(mutex) {
+    drop(id, dropped);
     bytes += reply.bytes;
     unclaimed.emplace(id, std::move(reply));
     order.push_back(id);
     while (order.size() > maxUnclaimedReplies || (bytes > maxUnclaimedBytes && order.size() > 1)) {
-      drop(std::string(order.front()));
+      drop(std::string(order.front()), dropped);
     }
   }
 
   bool takeUnclaimed(const std::string& id, json& reply) MORVA_REQUIRES(mutex) {
     const auto entry = unclaimed.find(id);
     if (entry == unclaimed.end()) return false;
-    reply = std::move(entry->second.reply);
-    drop(id);
+    std::vector<json> taken;
+    drop(id, taken);
+    reply = std::move(taken.front());
     return true;
   }
 
@@ -111,12 +117,14 @@ class Expectation {
 
 void storeReply(const std::string& id, json reply, std::size_t bytes) {
   PendingReplies& replies = pendingReplies();
+  std::vector<json> dropped;  // freed after the lock is gone, as is `reply` when nobody wants it
   const Lock lock(replies.mutex);
   const auto expected = replies.expected.find(id);
   if (expected != replies.expected.end()) {
+    if (expected->second) dropped.push_back(std::move(*expected->second));
     expected->second = std::move(reply);
   } else if (!id.empty() && !id.starts_with(ownRequestPrefix)) {
-    replies.keep(id, {std::move(reply), bytes});
+    replies.keep(id, {std::move(reply), bytes}, dropped);
   }
   replies.arrived.notifyAll();
 }

@@ -5,6 +5,7 @@
 #include "channel/host_log.h"
 #include "common/detached.h"
 #include "host/agent_listener.h"
+#include "host/host_end.h"
 #include "host/inspect_pipe.h"
 #include "host/stdin_reader.h"
 #include "host/user_command.h"
@@ -21,16 +22,12 @@ constexpr std::uint32_t parkMs = 0xFFFFFFFF;
 
 void logFailure(const std::string& text) { queueDebugLog(text, "error"); }
 
-// Chrome names the extension that asked for the host in the first argument.
-bool startedByBrowser(int argc, char** argv) {
-  return argc > 1 && std::string_view(argv[1]).starts_with("chrome-extension://");
-}
-
-int runHost(int argc, char** argv) {
+int runHost(const Arguments& arguments) {
+  startEndGuard();  // before all others
   keepStandardStreamsFromChildren();
   setDetachedReporter(logFailure);
   followAgent();
-  if (startedByBrowser(argc, argv)) limitFramesForBrowser();
+  if (isStartedByBrowser(arguments)) limitFramesForBrowser();
   if (!runDetached("stdin reader", [] { runStdinReader(); })) return 1;
   startToolServer();
   runInspectPipeServer();    // returns at once when another host has the pipe: that is no fault
@@ -47,5 +44,5 @@ int main(int argc, char** argv) {
   if (host::isUserCommand(arguments, [] { return host::isConsole(host::standardInput()); })) {
     host::exitProcess(static_cast<unsigned>(host::runUserCommand(arguments)));
   }
-  return host::runHost(argc, argv);
+  return host::runHost(arguments);
 }

@@ -10,8 +10,6 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-using nlohmann::json;
-
 // After so many looks without a message the other thread sleeps until one comes.
 constexpr int quietLooksToSleep = 20;
 
@@ -23,8 +21,13 @@ Condition::Clock::time_point deadlineIn(std::uint32_t ms) {
 
 struct PanelWork::State {
   struct Entry {
-    json message;
+    PanelMessage message;
     std::size_t bytes;
+  };
+  // What waits, and how much of it: messages, or refusals.
+  struct Load {
+    std::size_t count = 0;
+    std::size_t bytes = 0;
   };
   explicit State(std::uint32_t betweenLooksMs) : patienceMs(betweenLooksMs) {}
 
@@ -38,11 +41,20 @@ struct PanelWork::State {
   bool answering MORVA_GUARDED_BY(mutex) = false;
   std::uint64_t answers MORVA_GUARDED_BY(mutex) = 0;  // begun so far
   std::deque<Entry> waiting MORVA_GUARDED_BY(mutex);
-  std::size_t waitingBytes MORVA_GUARDED_BY(mutex) = 0;
+  Load messages MORVA_GUARDED_BY(mutex);
+  Load refusals MORVA_GUARDED_BY(mutex);
 
-  bool hasRoom(std::size_t bytes) const MORVA_REQUIRES(mutex) {
+  static bool isRefusal(const PanelMessage& message) { return !message.refusal.empty(); }
+  Load& loadOf(const PanelMessage& message) MORVA_REQUIRES(mutex) {
+    return isRefusal(message) ? refusals : messages;
+  }
+
+  bool hasRoom(const PanelMessage& message, std::size_t bytes) const MORVA_REQUIRES(mutex) {
+    if (isRefusal(message)) {
+      return refusals.count < maxQueuedRefusals && refusals.bytes + bytes <= maxRefusalBytes;
+    }
     return waiting.empty() ||
-           (waiting.size() < maxQueuedMessages && waitingBytes + bytes <= maxQueuedBytes);
+           (messages.count < maxQueuedMessages && messages.bytes + bytes <= maxQueuedBytes);
   }
 
   // Waits until one answer has been in progress from one look to the next.
@@ -96,16 +108,15 @@ bool PanelWork::otherSleeps() {
   return state.asleep;
 }
 
-Placed PanelWork::place(json& message, std::size_t bytes, std::uint32_t timeoutMs) {
+Placed PanelWork::place(PanelMessage& message, std::size_t bytes) {
   State& state = *state_;
-  const auto deadline = deadlineIn(timeoutMs);
   const Lock lock(state.mutex);
-  while (state.answering && !state.hasRoom(bytes)) {
-    if (!state.progress.waitUntil(state.mutex, deadline)) return Placed::full;
-  }
   if (state.answering) {
+    if (!state.hasRoom(message, bytes)) return Placed::full;
+    State::Load& load = state.loadOf(message);
+    ++load.count;
+    load.bytes += bytes;
     state.waiting.push_back({std::move(message), bytes});
-    state.waitingBytes += bytes;
     return Placed::queued;
   }
   state.answering = true;
@@ -114,7 +125,7 @@ Placed PanelWork::place(json& message, std::size_t bytes, std::uint32_t timeoutM
   return Placed::now;
 }
 
-bool PanelWork::next(json& message) {
+bool PanelWork::next(PanelMessage& message) {
   State& state = *state_;
   const Lock lock(state.mutex);
   state.progress.notifyAll();
@@ -122,8 +133,10 @@ bool PanelWork::next(json& message) {
     state.answering = false;
     return false;
   }
+  State::Load& load = state.loadOf(state.waiting.front().message);
+  --load.count;
+  load.bytes -= state.waiting.front().bytes;
   message = std::move(state.waiting.front().message);
-  state.waitingBytes -= state.waiting.front().bytes;
   state.waiting.pop_front();
   ++state.answers;
   return true;

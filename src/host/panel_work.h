@@ -3,13 +3,19 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <nlohmann/json_fwd.hpp>
+#include <nlohmann/json.hpp>
+#include <string>
 
 namespace media::win::chrome_inspect {
 
 // What waits to be answered at most: messages, and bytes of frames.
 inline constexpr std::size_t maxQueuedMessages = 4096;
 inline constexpr std::size_t maxQueuedBytes = 64 * 1024 * 1024;
+
+// Of what comes on top only refusals wait, at most as many, and as many bytes of them. With a
+// browser that writes on and reads nothing, even they must end somewhere.
+inline constexpr std::size_t maxQueuedRefusals = 262'144;
+inline constexpr std::size_t maxRefusalBytes = 64 * 1024 * 1024;
 
 // An answer that takes longer than this leaves reading to the other thread.
 inline constexpr std::uint32_t answerPatienceMs = 50;
@@ -27,6 +33,12 @@ class ReaderCheck {
   bool wasAnswering_ = false;
   std::uint64_t seenAnswers_ = 0;
   int quietLooks_ = 0;
+};
+
+// A message that waits for its answer, or the refusal of one.
+struct PanelMessage {
+  nlohmann::json body;  // null for a refusal
+  std::string refusal;  // what its reply needs of the message that was refused, as JSON text
 };
 
 enum class Placed { now, queued, full };
@@ -54,15 +66,15 @@ class PanelWork {
   // Whether the other thread sleeps until a message comes.
   bool otherSleeps();
 
-  // Called by the reader with a message that came as `bytes` bytes. `now`: the caller answers it,
-  // then all that `next` returns. `queued`: the other thread will; `message` has been taken.
-  // `full`: too much waits, and did so for `timeoutMs`; `message` is untouched. One message is
-  // always taken when none waits.
-  Placed place(nlohmann::json& message, std::size_t bytes, std::uint32_t timeoutMs);
+  // Called by the reader with a message that came as `bytes` bytes; never waits. `now`: the caller
+  // answers it, then all that `next` returns. `queued`: the other thread will; `message` has been
+  // taken. `full`: too much waits; `message` is untouched. One message is always taken when none
+  // waits, and a refusal as long as there is room for refusals.
+  Placed place(PanelMessage& message, std::size_t bytes);
 
   // Called by whoever answers, when done with one. Takes the next message; false when none waits,
   // and the caller answers no more.
-  bool next(nlohmann::json& message);
+  bool next(PanelMessage& message);
 
   // Waits up to `timeoutMs` until everything that was placed has been answered.
   bool waitUntilDone(std::uint32_t timeoutMs);

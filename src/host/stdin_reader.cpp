@@ -4,15 +4,13 @@
 #include <string>
 #include <utility>
 
-#include "agent/agent_end.h"
 #include "channel/envelope.h"
 #include "channel/framing.h"
 #include "channel/host_log.h"
 #include "channel/pending_replies.h"
 #include "common/detached.h"
 #include "host/dispatcher.h"
-#include "host/host_running.h"
-#include "platform/process_control.h"
+#include "host/host_end.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
 #include "text/leaked.h"
@@ -22,17 +20,21 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::uint32_t roomWaitMs = 1000;
-
-// What had arrived before the end of input still gets its replies, within this time.
-constexpr std::uint32_t lastRepliesMs = 500;
-
-void answerQuietly(const json& message) {
-  try {
-    answerPanelMessage(message);
-  } catch (const std::exception& failure) {  // not even an error reply could be made
-    queueDebugLog(std::string("panel message failed: ") + failure.what(), "error");
+// The members of a message that its refusal is made of.
+std::string refusalOf(const json& message) {
+  json kept = json::object();
+  for (const char* key : {"kind", "chromeRequestId", "rpcId", "id"}) {
+    const auto member = message.find(key);
+    if (member != message.end()) kept[key] = *member;
   }
+  return dumpJson(kept);
+}
+
+void refuse(const std::string& refusal) {
+  json request;
+  std::string ignored;
+  (void)parseJson(refusal, request, ignored);  // text of our own
+  sendReply(request, failureReply(request, "host is busy"));
 }
 
 void storeRelayReply(json message, std::size_t bytes) {
@@ -42,22 +44,32 @@ void storeRelayReply(json message, std::size_t bytes) {
 
 enum class Next { read, answer, end };
 
+// Has a panel message answered, or refused when too much waits. Neither waits nor writes, so that
+// whatever comes behind it is seen.
+Placed placeMessage(PanelWork& work, PanelMessage& message, std::size_t bytes) {
+  const Placed placed = work.place(message, bytes);
+  if (placed != Placed::full) return placed;
+  message = {nullptr, refusalOf(message.body)};
+  const Placed refused = work.place(message, message.refusal.size());
+  if (refused == Placed::full) queueDebugLog("message dropped: too many wait", "error");
+  return refused;
+}
+
 // Stores, queues or drops one message; `answer` means that the caller now has to answer it.
-Next sortMessage(PanelWork& work, json& message, std::size_t bytes) {
-  if (isPanelMessage(message)) {
-    const Placed placed = work.place(message, bytes, roomWaitMs);
-    if (placed == Placed::now) return Next::answer;
-    if (placed == Placed::full) sendReply(message, failureReply(message, "host is busy"));
-  } else if (isRelayReply(message)) {
-    storeRelayReply(std::move(message), bytes);
+Next sortMessage(PanelWork& work, PanelMessage& message, std::size_t bytes) {
+  if (isPanelMessage(message.body)) {
+    if (placeMessage(work, message, bytes) == Placed::now) return Next::answer;
+  } else if (isRelayReply(message.body)) {
+    storeRelayReply(std::move(message.body), bytes);
   }
   return Next::read;
 }
 
 // Parses one frame and sorts its message. A body that is not JSON ends the reading.
-Next takeFrame(PanelWork& work, const std::string& body, json& message) {
+Next takeFrame(PanelWork& work, const std::string& body, PanelMessage& message) {
   std::string error;
-  switch (parseJson(body, message, error)) {
+  message.refusal.clear();
+  switch (parseJson(body, message.body, error)) {
     case ParseOutcome::ok:
       return sortMessage(work, message, body.size());
     case ParseOutcome::invalid:
@@ -71,7 +83,7 @@ Next takeFrame(PanelWork& work, const std::string& body, json& message) {
 }
 
 // Reads frames until one is to be answered by the caller, or reading is over.
-Next readFrames(StreamId input, PanelWork& work, json& message) {
+Next readFrames(StreamId input, PanelWork& work, PanelMessage& message) {
   std::string body;
   std::string error;
   while (readFrameBody(input, body, error)) {
@@ -85,14 +97,6 @@ Next readFrames(StreamId input, PanelWork& work, json& message) {
   return Next::end;
 }
 
-[[noreturn]] void endHost(PanelWork& work) {
-  cancelAllAgentRequests();
-  (void)work.waitUntilDone(lastRepliesMs);
-  hostRunning = false;
-  wakeReplyWaiters();
-  exitProcess(0);
-}
-
 [[noreturn]] void readToTheEnd(PanelWork& work) {
   while (readAndAnswer(standardInput(), work)) {
   }
@@ -101,13 +105,22 @@ Next readFrames(StreamId input, PanelWork& work, json& message) {
 
 }  // namespace
 
+void answerMessage(const PanelMessage& message) {
+  try {
+    if (!message.refusal.empty()) return refuse(message.refusal);
+    answerPanelMessage(message.body);
+  } catch (const std::exception& failure) {  // not even an error reply could be made
+    queueDebugLog(std::string("panel message failed: ") + failure.what(), "error");
+  }
+}
+
 bool readAndAnswer(StreamId input, PanelWork& work) {
   const std::uint64_t number = work.becomeReader();
-  json message;
+  PanelMessage message;
   do {
     if (readFrames(input, work, message) == Next::end) return false;
     do {
-      answerQuietly(message);
+      answerMessage(message);
     } while (work.next(message));
   } while (work.isReader(number));
   return true;

@@ -17,4 +17,7 @@ namespace media::win::chrome_inspect {
 // (false).
 bool readAndAnswer(StreamId input, PanelWork& work);
 
+// Sends the one reply that a message, or its refusal, gets; never throws.
+void answerMessage(const PanelMessage& message);
+
 }  // namespace media::win::chrome_inspect

@@ -11,4 +11,8 @@ void prepareProcess();
 // destroyed and no exit handler runs. The caller holds no lock.
 [[noreturn]] void exitProcess(unsigned code);
 
+// The same without the system's own steps at the end of a process, which wait for other threads:
+// for when one of them may hold what is waited for.
+[[noreturn]] void endProcessNow(unsigned code);
+
 }  // namespace media::win::chrome_inspect

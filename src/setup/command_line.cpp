@@ -134,12 +134,17 @@ bool fitTogether(const Words& words, std::string& error) {
   return true;
 }
 
+bool isOrigin(std::string_view argument) { return argument.starts_with("chrome-extension://"); }
+
 }  // namespace
+
+bool isStartedByBrowser(const Arguments& arguments) {
+  return std::ranges::any_of(arguments, isOrigin);
+}
 
 bool isUserCommand(const Arguments& arguments, const std::function<bool()>& inputIsConsole) {
   const std::string_view first = arguments.empty() ? std::string_view() : arguments.front();
-  if (first.starts_with("chrome-extension://") || first.starts_with("--parent-window="))
-    return false;
+  if (isOrigin(first) || first.starts_with("--parent-window=")) return false;
   return first.starts_with("-") || inputIsConsole();
 }
 

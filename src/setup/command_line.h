@@ -21,6 +21,9 @@ struct CommandLine {
 
 using Arguments = std::vector<std::string_view>;
 
+// Whether a browser started the host: one of the arguments is the extension's origin.
+bool isStartedByBrowser(const Arguments& arguments);
+
 // Whether these arguments, without the program's name, are a person's: they begin with an option
 // that is not the browser's, or do not name an extension while standard input is a console.
 // `inputIsConsole` is asked only when it matters.

@@ -26,6 +26,7 @@ namespace media::win::chrome_inspect {
 class MORVA_CHECKED(capability("mutex")) Mutex {
  public:
   void lock() MORVA_CHECKED(acquire_capability()) { mutex_.lock(); }
+  bool tryLock() MORVA_CHECKED(try_acquire_capability(true)) { return mutex_.try_lock(); }
   void unlock() MORVA_CHECKED(release_capability()) { mutex_.unlock(); }
 
  private:

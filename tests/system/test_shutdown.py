@@ -2,6 +2,7 @@
 
 import os
 import threading
+import time
 
 import pytest
 
@@ -100,6 +101,21 @@ def test_an_open_event_stream_does_not_hold_up_the_end(start_panel):
     ends_soon(start_busy, exit_limit_seconds())
 
 
+def test_more_than_can_wait_does_not_hide_the_end(start_panel):
+    """Behind a request that hangs, and more messages than are queued."""
+    def start_busy():
+        agent = ScriptedAgent()
+        agent.on["/v1/credit"] = holds
+        panel = start_panel()
+        panel.send("providerRpc", method="getCreditInfo")
+        agent.wait_for("/v1/credit")
+        for _ in range(4096 + 12):
+            panel.send("getStatus")
+        return panel, agent.close
+
+    ends_soon(start_busy, 0.9, alive=False)
+
+
 WORDS = b'data: {"choices":[{"delta":{"content":"word "}}]}\n\n' * 20
 
 
@@ -143,6 +159,36 @@ def test_messages_that_had_arrived_still_get_their_replies(start_panel):
         panel.expect_exit()
     frames = panel.frames_since(mark)
     assert [f["chromeRequestId"] for f in frames if "chromeRequestId" in f] == tokens
+
+
+def send_large(panel):
+    """More replies than a pipe takes, to a browser that does not read."""
+    panel.host.pause_reading()
+    return [panel.send("getStatus", chromeRequestId=f"{number} " + 20_000 * "x")
+            for number in range(200)]
+
+
+def test_a_browser_that_reads_late_gets_every_reply_whole(panel):
+    mark = panel.mark()
+    tokens = send_large(panel)
+    panel.host.close_stdin()
+    threading.Event().wait(1)  # late
+    panel.host.resume_reading()
+    panel.expect_exit()
+    assert [f["chromeRequestId"] for f in panel.frames_since(mark)] == tokens
+
+
+def test_a_browser_that_never_reads_is_waited_for_no_longer_than_two_seconds(launch):
+    took = []
+    for _ in range(TRIES):
+        panel = launch()
+        send_large(panel)
+        began = time.monotonic()
+        panel.host.close_stdin()
+        assert panel.host._process.wait(10) == 0
+        took.append(time.monotonic() - began)
+        panel.host.kill()
+    assert 1.9 <= min(took) <= 2.4 * builds.SLOWER, took
 
 
 @pytest.mark.parametrize("behaviour", [{"never_ready": 1}, {"mute": 1}, {"exit": 1}], ids=str)

@@ -2,6 +2,8 @@
 
 import pytest
 
+from devkit.panel.frames import frame
+
 from support.panel_side import ACK, compact
 from support.scripted_agent import holds
 
@@ -56,16 +58,22 @@ def test_tokens_come_back_unchanged_in_a_compact_reply(shared_panel):
 QUEUED = 4096
 
 
-def test_what_finds_no_room_is_refused_in_the_shape_of_its_replies(panel, agent):
+@pytest.mark.off_protocol("panel")
+def test_what_finds_no_room_is_refused_in_its_turn_and_shape(panel, agent):
     agent.on["/v1/credit"] = holds
     held = panel.send("providerRpc", method="getCreditInfo")
     agent.wait_for("/v1/credit")
     waiting = [panel.send("getStatus") for _ in range(QUEUED)]
-    refused = panel.ask("getStatus")
-    assert (refused["kind"], refused["ok"], refused["error"]) == ("ack", False, "host is busy")
-    refused = panel.ask("providerRpc", method="getCreditInfo", rpcId="r")
-    assert (refused["kind"], refused["ok"], refused["error"], refused["rpcId"]) == (
-        "hostProviderRpc", False, "host is busy", "r")
+    refused = [panel.send("getStatus"),
+               panel.send("providerRpc", method="getCreditInfo", rpcId="r"),
+               panel.send("getStatus")]
+    for _ in range(2):  # when the second of them has been taken, all before it have found their place
+        panel.send_alone(frame(b"[]"))
     agent.cancelled.set()
-    panel.wait_frame(lambda f: f.get("chromeRequestId") == waiting[-1], timeout=30)
-    assert {held, *waiting} <= {f.get("chromeRequestId") for f in panel.frames_since(0)}
+    panel.wait_frame(lambda f: f.get("chromeRequestId") == refused[-1], timeout=30)
+    replies = [f for f in panel.frames_since(0) if "chromeRequestId" in f]
+    assert [f["chromeRequestId"] for f in replies] == [held, *waiting, *refused]
+    assert {f["ok"] for f in replies[1:-3]} == {True}
+    for reply, kind in zip(replies[-3:], ("ack", "hostProviderRpc", "ack")):
+        assert (reply["kind"], reply["ok"], reply["error"]) == (kind, False, "host is busy")
+    assert replies[-2]["rpcId"] == "r"

@@ -51,7 +51,7 @@ def test_an_explained_text_is_one_of_the_programs(text):
 TEXTS = [
     r'ackError\(request, "([^"]+)"',
     r'failed\(request, "([^"]+)"',
-    r'failureReply\(message, "([^"]+)"',
+    r'failureReply\(request, "([^"]+)"',
     r'fail(?:ure)?\((?:error, )?"([^"]+)"\)',
     r'failureOf\(tool, "([^"]+)"\)',
     r'\berror = "([^"]+)"',

@@ -21,4 +21,6 @@ void exitProcess(unsigned code) {
   _exit(static_cast<int>(code));
 }
 
+void endProcessNow(unsigned code) { _exit(static_cast<int>(code)); }
+
 }  // namespace media::win::chrome_inspect

@@ -10,4 +10,8 @@ void prepareProcess() {
 
 void exitProcess(unsigned code) { ExitProcess(code); }
 
+void endProcessNow(unsigned code) {
+  for (;;) TerminateProcess(GetCurrentProcess(), code);
+}
+
 }  // namespace media::win::chrome_inspect

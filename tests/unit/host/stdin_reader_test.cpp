@@ -63,15 +63,55 @@ TEST(ReadAndAnswer, EndsAtWhatIsNoFrame) {
 
 TEST(ReadAndAnswer, LeavesTheNextMessagesToWhoeverAnswers) {
   PanelWork work;
-  json slow;
-  ASSERT_EQ(work.place(slow, 1, 0), Placed::now);  // another thread is at it
+  PanelMessage slow;
+  ASSERT_EQ(work.place(slow, 1), Placed::now);  // another thread is at it
   const FedPipe input(frameOf(ready), 64);
   CapturedOutput output;
   EXPECT_FALSE(readAndAnswer(input.id(), work));
   EXPECT_TRUE(output.finish().empty());
-  json next;
+  PanelMessage next;
   EXPECT_TRUE(work.next(next));
-  EXPECT_EQ(next.at("kind"), "ready");
+  EXPECT_EQ(next.body.at("kind"), "ready");
+}
+
+// While an answer takes its time: all that fits is queued, the rest is refused in its turn, and the
+// reader sees what comes behind at once.
+TEST(ReadAndAnswer, RefusesWhatDoesNotFitInItsTurn) {
+  PanelWork work;
+  PanelMessage slow;
+  ASSERT_EQ(work.place(slow, 1), Placed::now);
+  ASSERT_EQ(work.place(slow, maxQueuedBytes), Placed::queued);
+  const std::string call =
+      R"({"source":"morva-chat","kind":"providerRpc","method":"m","rpcId":[7],"id":"i"})";
+  const FedPipe input(frameOf(ready) + frameOf(call) + frameOf(R"({"ok":true,"requestId":"late"})"),
+                      64);
+  CapturedOutput none;
+  EXPECT_FALSE(readAndAnswer(input.id(), work));
+  json reply;
+  EXPECT_TRUE(waitForReply("late", 0, reply));
+  EXPECT_TRUE(none.finish().empty());
+  PanelMessage message;
+  ASSERT_TRUE(work.next(message));
+  CapturedOutput output;
+  while (work.next(message)) answerMessage(message);
+  EXPECT_EQ(
+      output.finish(),
+      (CapturedOutput::Frames{
+          R"({"chromeRequestId":1,"error":"host is busy","kind":"ack","ok":false,"source":"morva-chat"})",
+          R"({"error":"host is busy","id":"i","kind":"hostProviderRpc","ok":false,"rpcId":[7],"source":"morva-chat"})"}));
+}
+
+TEST(ReadAndAnswer, DropsWhatNotEvenARefusalFitsFor) {
+  PanelWork work;
+  PanelMessage refusal{nullptr, "{}"};
+  ASSERT_EQ(work.place(refusal, 1), Placed::now);
+  refusal.refusal = "{}";
+  ASSERT_EQ(work.place(refusal, maxRefusalBytes), Placed::queued);
+  PanelMessage message;
+  ASSERT_EQ(work.place(message, maxQueuedBytes), Placed::queued);
+  const FedPipe input(frameOf(ready), 64);
+  EXPECT_FALSE(readAndAnswer(input.id(), work));
+  EXPECT_EQ(takeDebugLogEvents(40).at(0).at(0).at("text"), "message dropped: too many wait");
 }
 
 }  // namespace

@@ -1,0 +1,66 @@
+#include "host/host_end.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <vector>
+
+#include "platform/clock.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+struct WaitCase {
+  const char* name;
+  std::uint32_t stepMs;
+  bool outputIsBusy;
+  std::uint32_t endsAtMs;
+};
+
+const WaitCase waitCases[] = {
+    {"for an answer that takes its time", 10, false, lastWorkMs},
+    {"for a browser that does not read", 10, true, lastRepliesMs},
+    {"in long steps", 3000, true, 3000},
+};
+
+TEST(LastWait, EndsInTime) {
+  for (const WaitCase& c : waitCases) {
+    LastWait wait;
+    std::uint32_t ms = c.stepMs;
+    while (wait.goesOn(c.stepMs, c.outputIsBusy)) ms += c.stepMs;
+    EXPECT_EQ(ms, c.endsAtMs) << c.name;
+  }
+}
+
+TEST(LastWait, CountsOnlyTheTimeInWhichTheOutputIsFree) {
+  LastWait wait;
+  for (int i = 0; i < 49; ++i) {
+    ASSERT_TRUE(wait.goesOn(10, false));
+    ASSERT_TRUE(wait.goesOn(20, true));
+  }
+  EXPECT_FALSE(wait.goesOn(10, false));
+}
+
+void blockForEver() {
+  for (;;) sleepMs(60'000);
+}
+
+using Steps = std::vector<std::function<void()>>;
+
+[[noreturn]] void endWith(const Steps& steps) {
+  startEndGuard(200);
+  endBy(steps);
+}
+
+TEST(EndByDeathTest, ComesInTimeWhicheverStepBlocks) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  constexpr std::size_t stepCount = 3;
+  for (std::size_t blocked = 0; blocked <= stepCount; ++blocked) {
+    Steps steps(stepCount, [] {});
+    if (blocked < stepCount) steps[blocked] = blockForEver;
+    EXPECT_EXIT(endWith(steps), testing::ExitedWithCode(0), "") << blocked;
+  }
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect
