@@ -13,17 +13,11 @@ namespace {
 
 class Sockets : public testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(startSockets());
-    ASSERT_TRUE(startSockets());
-    listen();
-  }
+  Sockets() { listen(); }
 
   void listen() {
     listener_.reset();
-    ASSERT_TRUE(openSocket(listener_));
-    ASSERT_TRUE(bindLoopback(listener_, port_));
-    ASSERT_TRUE(listenOn(listener_, 8));
+    EXPECT_TRUE(openSocket(listener_) && bindLoopback(listener_, port_) && listenOn(listener_, 8));
   }
 
   OwnedSocket connect(OwnedSocket& served) {
@@ -32,8 +26,8 @@ class Sockets : public testing::Test {
     return client;
   }
 
-  OwnedSocket listener_;
   const std::uint16_t port_ = portWithoutListener();
+  OwnedSocket listener_;
 };
 
 TEST_F(Sockets, CarryBytesBothWaysUntilTheEndAndNoMoreThanFits) {

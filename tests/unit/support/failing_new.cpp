@@ -1,6 +1,5 @@
 #include "support/failing_new.h"
 
-#include <cstddef>
 #include <cstdlib>
 #include <new>
 

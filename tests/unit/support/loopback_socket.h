@@ -1,28 +1,58 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string_view>
 
-#include "platform/sockets.h"
+#include "support/test_system.h"
 
 // The few socket calls that a server or a client inside a test needs.
 namespace media::win::chrome_inspect {
 
 // Listens on a free port of 127.0.0.1, with room for `backlog` connections that nobody accepts.
-OwnedSocket listenOnLoopback(std::uint16_t& port, int backlog);
+inline OwnedSocket listenOnLoopback(std::uint16_t& port, int backlog) {
+  OwnedSocket listener;
+  EXPECT_TRUE(startSockets() && openSocket(listener) && bindLoopback(listener, 0) &&
+              listenOn(listener, backlog));
+  port = portOf(listener);
+  return listener;
+}
 
 // A port of 127.0.0.1 on which nobody listens.
-std::uint16_t portWithoutListener();
+inline std::uint16_t portWithoutListener() {
+  std::uint16_t port = 0;
+  (void)listenOnLoopback(port, 1);
+  return port;
+}
 
 // Waits for a connection; empty when the listener failed.
-OwnedSocket acceptFrom(const OwnedSocket& listener);
+inline OwnedSocket acceptFrom(const OwnedSocket& listener) {
+  OwnedSocket accepted;
+  if (acceptOne(listener, accepted)) sendAtOnce(accepted);
+  return accepted;
+}
 
 // Empty when nobody listens.
-OwnedSocket connectToLoopback(std::uint16_t port);
+inline OwnedSocket connectToLoopback(std::uint16_t port) {
+  OwnedSocket socket;
+  EXPECT_TRUE(startSockets() && openSocket(socket));
+  if (!connectLoopback(socket, port)) return OwnedSocket();
+  sendAtOnce(socket);
+  return socket;
+}
 
 // 0 at the end of the stream or when it failed.
-std::size_t receiveFrom(const OwnedSocket& socket, char* buffer, std::size_t capacity);
+inline std::size_t receiveFrom(const OwnedSocket& socket, char* buffer, std::size_t capacity) {
+  std::size_t got = 0;
+  return receiveSome(socket, buffer, capacity, got) ? got : 0;
+}
 
 // False when not all went.
-bool sendTo(const OwnedSocket& socket, std::string_view bytes);
+inline bool sendTo(const OwnedSocket& socket, std::string_view bytes) {
+  for (std::size_t sent = 0; !bytes.empty(); bytes.remove_prefix(sent)) {
+    if (!sendSome(socket, bytes.data(), bytes.size(), sent)) return false;
+  }
+  return true;
+}
 
 }  // namespace media::win::chrome_inspect
