@@ -139,7 +139,7 @@ TEST(CliDirFeedback, IsOneSentenceForEachCase) {
     EXPECT_EQ(cliDirFeedback(c.folder, c.cli, c.probe), c.feedback);
 }
 
-TEST(DescribeCliDir, TellsOfTheProgramInTheSavedFolder) {
+TEST(DescribeCliDir, DescribesTheProgramInTheSavedFolder) {
   const TestFolder folder;
   const EnvironmentVariable path("PATH", toUtf8(folder.path().wstring()));
   std::ofstream(folder.path() / cliNameUtf8) << "no program";

@@ -156,7 +156,7 @@ const FailedStartCase failedStartCases[] = {
     {"", "", "agent request failed"},  // hangs up
 };
 
-TEST(Realtime, AFailedStartIsToldAndOver) {
+TEST(Realtime, AFailedStartIsReportedAndOver) {
   std::atomic<const FailedStartCase*> current = nullptr;
   AgentDouble agent([&current](ServedConnection& connection) {
     const FailedStartCase& c = *current;

@@ -236,7 +236,7 @@ const std::string wholeStream =
     "data: {\"choices\":[{\"finish_reason\":\"stop\"}]}\n\n"
     "data: [DONE]\n\n";
 
-TEST(OnStreamChunk, GivesTheSameEventsForEveryCut) {
+TEST(OnStreamChunk, SendsTheSameEventsForEveryCut) {
   for (std::size_t cut = 0; cut <= wholeStream.size(); ++cut) {
     TurnStream stream = newStream();
     CapturedOutput output;
