@@ -35,7 +35,7 @@ void guardEnd(std::uint32_t limitMs) {
     while (!end.isHere) end.came.wait(end.mutex);
   }
   sleepMs(limitMs);
-  endProcessNow(0);
+  exitProcess(0);
 }
 
 std::uint32_t elapsedMs(std::uint64_t since) {

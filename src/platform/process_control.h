@@ -8,11 +8,8 @@ namespace media::win::chrome_inspect {
 void prepareProcess();
 
 // Ends the process now with `code`. Other threads are cut off where they are; nothing of ours is
-// destroyed and no exit handler runs. The caller holds no lock.
+// destroyed, and no exit handler and no library's clean-up runs, which could wait for a lock that
+// another thread held when it was cut off (learn.microsoft.com, ExitProcess, "Remarks").
 [[noreturn]] void exitProcess(unsigned code);
-
-// The same without the system's own steps at the end of a process, which wait for other threads:
-// for when one of them may hold what is waited for.
-[[noreturn]] void endProcessNow(unsigned code);
 
 }  // namespace media::win::chrome_inspect

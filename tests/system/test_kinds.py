@@ -121,12 +121,17 @@ def test_a_reply_that_is_too_large_becomes_a_refusal(shared_panel):
 
 
 @pytest.mark.parametrize("args", [
-    [], ["chrome-extension:/x"], ["https://a/"], ["--parent-window=0", "chrome-extension://x/"],
-    ["Chrome-extension://x/"], [""]])
-def test_only_an_origin_as_first_argument_means_a_browser(start_panel, args):
+    [], ["chrome-extension:/x"], ["https://a/"], ["Chrome-extension://x/"], [""]])
+def test_only_an_origin_as_an_argument_means_a_browser(start_panel, args):
     panel = start_panel(args=args)
     panel.send("getStatus", chromeRequestId="x" * BIG)
     assert panel.wait_frame(lambda f: f.get("kind") == "ack")["ok"] is True
+
+
+def test_the_origin_may_stand_behind_the_window(start_panel):
+    panel = start_panel(args=["--parent-window=0", "chrome-extension://x/"])
+    panel.send("getStatus", chromeRequestId="x" * BIG)
+    assert panel.wait_frame(lambda f: f.get("kind") == "ack")["ok"] is False
 
 
 def test_without_a_browser_nothing_is_split(start_panel, shared_agent):

@@ -21,6 +21,4 @@ void exitProcess(unsigned code) {
   _exit(static_cast<int>(code));
 }
 
-void endProcessNow(unsigned code) { _exit(static_cast<int>(code)); }
-
 }  // namespace media::win::chrome_inspect

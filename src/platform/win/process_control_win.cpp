@@ -8,9 +8,7 @@ void prepareProcess() {
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
 }
 
-void exitProcess(unsigned code) { ExitProcess(code); }
-
-void endProcessNow(unsigned code) {
+void exitProcess(unsigned code) {
   for (;;) TerminateProcess(GetCurrentProcess(), code);
 }
 
