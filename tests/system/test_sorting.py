@@ -67,7 +67,7 @@ def test_what_finds_no_room_is_refused_in_its_turn_and_shape(panel, agent):
     refused = [panel.send("getStatus"),
                panel.send("providerRpc", method="getCreditInfo", rpcId="r"),
                panel.send("getStatus")]
-    for _ in range(2):  # when the second of them has been taken, all before it have found their place
+    for _ in range(2):  # when the second has been taken, all before it have found their place
         panel.send_alone(frame(b"[]"))
     agent.cancelled.set()
     panel.wait_frame(lambda f: f.get("chromeRequestId") == refused[-1], timeout=30)
