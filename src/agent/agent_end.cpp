@@ -1,7 +1,6 @@
 #include "agent/agent_end.h"
 
 #include <chrono>
-#include <mutex>
 
 #include "agent/agent_shared.h"
 #include "agent/running_turns.h"
@@ -17,11 +16,12 @@ void cancelAllAgentRequests() {
   AgentShared& shared = agentShared();
   OwnedProcess owned;
   {
-    std::unique_lock lock(shared.agentMutex);
+    const auto deadline = Condition::Clock::now() + longestSpawn;
+    const Lock lock(shared.agentMutex);
     shared.ending = true;
-    shared.changed.notify_all();
+    shared.changed.notifyAll();
     // Whoever is starting a child now ends it itself, as the host is ending.
-    shared.changed.wait_for(lock, longestSpawn, [&shared] { return shared.spawning == 0; });
+    while (shared.spawning != 0 && shared.changed.waitUntil(shared.agentMutex, deadline)) continue;
     owned = forgetOwnedAgent(shared);
   }
   if (owned) terminateProcess(owned);  // first of all: whoever ended us may not leave us long
@@ -34,9 +34,10 @@ void cancelAllAgentRequests() {
 
 bool waitUnlessEnding(std::uint32_t ms) {
   AgentShared& shared = agentShared();
-  std::unique_lock lock(shared.agentMutex);
-  const auto limit = std::chrono::milliseconds(ms);
-  return !shared.changed.wait_for(lock, limit, [&shared] { return shared.ending.load(); });
+  const auto deadline = Condition::Clock::now() + std::chrono::milliseconds(ms);
+  const Lock lock(shared.agentMutex);
+  while (!shared.ending && shared.changed.waitUntil(shared.agentMutex, deadline)) continue;
+  return !shared.ending;
 }
 
 }  // namespace media::win::chrome_inspect

@@ -2,16 +2,15 @@
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "agent/request_slots.h"
 #include "platform/http_client.h"
 #include "platform/process.h"
+#include "text/locks.h"
 
 // What the threads of the host share about the agent. Private to the files that define its five
 // subjects: current_agent, agent_starts, request_slots, running_turns and agent_end. One lock
@@ -20,38 +19,39 @@
 namespace media::win::chrome_inspect {
 
 struct AgentShared {
-  std::mutex agentMutex;  // guards what follows but the atomics, which are written under it
-  std::condition_variable changed;
+  Mutex agentMutex;
+  Condition changed;
 
-  // The current agent.
-  OwnedProcess ownedProcess;  // set exactly while the current agent is ours
-  std::uint64_t ownedSerial = 0;
-  std::uint16_t port = 0;
-  std::uint64_t lastActivityMs = 0;
-  std::uint64_t lastWatchMs = 0;
+  // The current agent. The process is set exactly while it is ours.
+  OwnedProcess ownedProcess MORVA_GUARDED_BY(agentMutex);
+  std::uint64_t ownedSerial MORVA_GUARDED_BY(agentMutex) = 0;
+  std::uint16_t port MORVA_GUARDED_BY(agentMutex) = 0;
+  std::uint64_t lastActivityMs MORVA_GUARDED_BY(agentMutex) = 0;
+  std::uint64_t lastWatchMs MORVA_GUARDED_BY(agentMutex) = 0;
 
   // Starts.
-  bool starting = false;
-  std::int32_t spawning = 0;  // permits that live
-  std::uint64_t finishedStarts = 0;
-  std::string lastStartError;
+  bool starting MORVA_GUARDED_BY(agentMutex) = false;
+  std::int32_t spawning MORVA_GUARDED_BY(agentMutex) = 0;  // permits that live
+  std::uint64_t finishedStarts MORVA_GUARDED_BY(agentMutex) = 0;
+  std::string lastStartError MORVA_GUARDED_BY(agentMutex);
 
   // Requests that another thread may abort.
-  std::array<std::vector<std::shared_ptr<HttpExchange>>, cancelSlotCount> slots;
+  std::array<std::vector<std::shared_ptr<HttpExchange>>, cancelSlotCount> slots
+      MORVA_GUARDED_BY(agentMutex);
 
-  // Turns.
-  std::int32_t users = 0;  // turns that run, and readings aloud
+  // Turns. The atomics are written under the lock.
+  std::int32_t users MORVA_GUARDED_BY(agentMutex) = 0;  // turns that run, and readings aloud
   std::atomic<std::uint64_t> stops = 0;
   std::atomic<bool> cancelRequested = false;
 
-  // The end of the host.
+  // The end of the host. Written under the lock.
   std::atomic<bool> ending = false;
 };
 
 AgentShared& agentShared();
 
-// Takes the owned agent out of the state, to be ended without the lock. Lock held.
-OwnedProcess forgetOwnedAgent(AgentShared& shared);
+// Takes the owned agent out of the state, to be ended without the lock.
+OwnedProcess forgetOwnedAgent(AgentShared& shared) MORVA_REQUIRES(shared.agentMutex);
 
 // Ends a process, if it is one, and waits up to 2 s for it. Lock not held.
 void endProcess(const OwnedProcess& process);

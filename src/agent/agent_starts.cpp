@@ -1,22 +1,20 @@
 #include "agent/agent_starts.h"
 
-#include <mutex>
-
 #include "agent/agent_shared.h"
 
 namespace media::win::chrome_inspect {
 
 std::uint64_t finishedStarts() {
   AgentShared& shared = agentShared();
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   return shared.finishedStarts;
 }
 
 StartRole joinStart(std::uint64_t seenStarts, std::string& error) {
   AgentShared& shared = agentShared();
-  std::unique_lock lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   // Bounded: whoever starts tries five ports with a deadline each.
-  shared.changed.wait(lock, [&shared] { return !shared.starting || shared.ending; });
+  while (shared.starting && !shared.ending) shared.changed.wait(shared.agentMutex);
   if (shared.ending) return StartRole::ending;
   if (shared.finishedStarts != seenStarts) {
     error = shared.lastStartError;
@@ -28,25 +26,25 @@ StartRole joinStart(std::uint64_t seenStarts, std::string& error) {
 
 void finishStart(const std::string& error) {
   AgentShared& shared = agentShared();
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   shared.starting = false;
   ++shared.finishedStarts;
   shared.lastStartError = error;
-  shared.changed.notify_all();
+  shared.changed.notifyAll();
 }
 
 SpawnPermit::SpawnPermit() {
   AgentShared& shared = agentShared();
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   granted_ = !shared.ending;
   ++shared.spawning;
 }
 
 SpawnPermit::~SpawnPermit() {
   AgentShared& shared = agentShared();
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   --shared.spawning;
-  shared.changed.notify_all();
+  shared.changed.notifyAll();
 }
 
 }  // namespace media::win::chrome_inspect

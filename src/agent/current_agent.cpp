@@ -1,6 +1,6 @@
 #include "agent/current_agent.h"
 
-#include <mutex>
+#include <functional>
 #include <utility>
 
 #include "agent/agent_shared.h"
@@ -16,7 +16,7 @@ std::uint64_t elapsedSince(std::uint64_t then, std::uint64_t now) {
   return now > then ? now - then : 0;
 }
 
-bool idleStopDue(AgentShared& shared, std::uint64_t now) {
+bool idleStopDue(AgentShared& shared, std::uint64_t now) MORVA_REQUIRES(shared.agentMutex) {
   const std::uint64_t gap = elapsedSince(std::exchange(shared.lastWatchMs, now), now);
   if (gap > longestWatchGapMs && shared.lastActivityMs != 0) shared.lastActivityMs = now;
   return shared.ownedProcess && shared.users < 1 && shared.lastActivityMs != 0 &&
@@ -24,12 +24,11 @@ bool idleStopDue(AgentShared& shared, std::uint64_t now) {
 }
 
 // True when there was an owned agent to end. `isDue` is called with the lock held.
-template <class IsDue>
-bool stopOwnedAgentIf(IsDue isDue) {
+bool stopOwnedAgentIf(const std::function<bool(AgentShared&)>& isDue) {
   AgentShared& shared = agentShared();
   OwnedProcess owned;
   {
-    const std::lock_guard lock(shared.agentMutex);
+    const Lock lock(shared.agentMutex);
     if (isDue(shared)) owned = forgetOwnedAgent(shared);
   }
   endProcess(owned);
@@ -40,27 +39,27 @@ bool stopOwnedAgentIf(IsDue isDue) {
 
 std::uint16_t currentAgentPort() {
   AgentShared& shared = agentShared();
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   return shared.port;
 }
 
 void touchAgentActivity() {
   AgentShared& shared = agentShared();
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   shared.lastActivityMs = tickCountMs();
 }
 
 std::uint16_t candidateAgentPort() {
   AgentShared& shared = agentShared();
   OwnedProcess ended;  // closed after the lock is gone
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   if (shared.ownedProcess && waitForExit(shared.ownedProcess, 0)) ended = forgetOwnedAgent(shared);
   return shared.port;
 }
 
 void adoptFoundAgent(std::uint16_t port) {
   AgentShared& shared = agentShared();
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   if (!shared.ownedProcess) shared.port = port;
 }
 
@@ -69,7 +68,7 @@ std::uint64_t adoptOwnedAgent(OwnedProcess process, std::uint16_t port) {
   OwnedProcess previous;
   std::uint64_t serial = 0;
   {
-    const std::lock_guard lock(shared.agentMutex);
+    const Lock lock(shared.agentMutex);
     if (shared.ending) {
       previous = std::move(process);
     } else {
@@ -84,15 +83,20 @@ std::uint64_t adoptOwnedAgent(OwnedProcess process, std::uint16_t port) {
 }
 
 void stopOwnedAgent(std::uint64_t serial) {
-  (void)stopOwnedAgentIf([serial](AgentShared& shared) { return shared.ownedSerial == serial; });
+  (void)stopOwnedAgentIf([serial](AgentShared& shared) MORVA_REQUIRES(shared.agentMutex) {
+    return shared.ownedSerial == serial;
+  });
 }
 
 bool stopIdleAgent(std::uint64_t nowMs) {
-  return stopOwnedAgentIf([nowMs](AgentShared& shared) { return idleStopDue(shared, nowMs); });
+  return stopOwnedAgentIf([nowMs](AgentShared& shared) MORVA_REQUIRES(shared.agentMutex) {
+    return idleStopDue(shared, nowMs);
+  });
 }
 
 bool stopUnusedAgent() {
-  return stopOwnedAgentIf([](AgentShared& shared) { return shared.users < 1; });
+  return stopOwnedAgentIf([](AgentShared& shared)
+                              MORVA_REQUIRES(shared.agentMutex) { return shared.users < 1; });
 }
 
 }  // namespace media::win::chrome_inspect

@@ -38,7 +38,7 @@ class FeedPump::Stream {
   bool isCurrent() const { return pump_.current_ == number_; }
 
   void whileCurrent(const std::function<void()>& action) {
-    const std::lock_guard lock(pump_.speaking_);
+    const Lock lock(pump_.speaking_);
     if (isCurrent()) action();
   }
 
@@ -65,7 +65,7 @@ class FeedPump::Stream {
 std::uint64_t FeedPump::begin(const std::function<bool()>& change) {
   std::uint64_t number = 0;
   {
-    const std::lock_guard lock(speaking_);
+    const Lock lock(speaking_);
     if (change && !change()) return 0;
     number = ++current_;
   }

@@ -3,12 +3,12 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "agent/agent_request.h"
 #include "agent/event_splitter.h"
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 
@@ -45,7 +45,7 @@ class FeedPump {
   const FeedUser user_;
   // Held while an event is forwarded, which may block on standard output: an event that was let
   // through and then held up would otherwise come after those of the next stream.
-  std::mutex speaking_;
+  Mutex speaking_;
   std::atomic<std::uint64_t> current_ = 0;  // written under the lock
 };
 

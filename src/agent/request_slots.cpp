@@ -1,6 +1,5 @@
 #include "agent/request_slots.h"
 
-#include <mutex>
 #include <vector>
 
 #include "agent/agent_shared.h"
@@ -10,7 +9,7 @@ namespace {
 
 using Requests = std::vector<std::shared_ptr<HttpExchange>>;
 
-Requests& slotOf(AgentShared& shared, CancelSlot slot) {
+Requests& slotOf(AgentShared& shared, CancelSlot slot) MORVA_REQUIRES(shared.agentMutex) {
   return shared.slots.at(static_cast<std::size_t>(slot));
 }
 
@@ -18,7 +17,7 @@ Requests& slotOf(AgentShared& shared, CancelSlot slot) {
 
 bool publishRequest(CancelSlot slot, const std::shared_ptr<HttpExchange>& request) {
   AgentShared& shared = agentShared();
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   if (shared.ending) return false;
   slotOf(shared, slot).push_back(request);
   return true;
@@ -26,7 +25,7 @@ bool publishRequest(CancelSlot slot, const std::shared_ptr<HttpExchange>& reques
 
 void takeBackRequest(CancelSlot slot, const std::shared_ptr<HttpExchange>& request) {
   AgentShared& shared = agentShared();
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   std::erase(slotOf(shared, slot), request);
 }
 
@@ -34,7 +33,7 @@ void abortRequests(CancelSlot slot) {
   AgentShared& shared = agentShared();
   Requests taken;
   {
-    const std::lock_guard lock(shared.agentMutex);
+    const Lock lock(shared.agentMutex);
     taken.swap(slotOf(shared, slot));
   }
   for (const auto& request : taken) request->abort();

@@ -1,7 +1,5 @@
 #include "agent/running_turns.h"
 
-#include <mutex>
-
 #include "agent/agent_shared.h"
 #include "platform/clock.h"
 
@@ -9,13 +7,13 @@ namespace media::win::chrome_inspect {
 
 AgentInUse::AgentInUse() {
   AgentShared& shared = agentShared();
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   ++shared.users;
 }
 
 AgentInUse::~AgentInUse() {
   AgentShared& shared = agentShared();
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   --shared.users;
   shared.lastActivityMs = tickCountMs();  // a long answer is activity up to its last word
 }
@@ -26,7 +24,7 @@ bool RunningTurn::stopped() const { return agentShared().stops != stopsBefore_; 
 
 bool RunningTurn::beginRequest() const {
   AgentShared& shared = agentShared();
-  const std::lock_guard lock(shared.agentMutex);
+  const Lock lock(shared.agentMutex);
   if (stopped()) return false;
   shared.cancelRequested = false;
   return true;
@@ -35,7 +33,7 @@ bool RunningTurn::beginRequest() const {
 void stopTurns() {
   AgentShared& shared = agentShared();
   {
-    const std::lock_guard lock(shared.agentMutex);
+    const Lock lock(shared.agentMutex);
     ++shared.stops;
     shared.cancelRequested = true;
   }

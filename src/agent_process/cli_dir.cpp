@@ -1,16 +1,16 @@
 #include "agent_process/cli_dir.h"
 
-#include <mutex>
 #include <utility>
 
 #include "text/leaked.h"
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
 struct CliDir {
-  std::mutex cliDirMutex;  // guards what follows
-  std::wstring cliDirSetting;
+  Mutex cliDirMutex;
+  std::wstring cliDirSetting MORVA_GUARDED_BY(cliDirMutex);
 };
 
 CliDir& cliDir() {
@@ -21,12 +21,12 @@ CliDir& cliDir() {
 }  // namespace
 
 std::wstring savedCliDir() {
-  const std::lock_guard lock(cliDir().cliDirMutex);
+  const Lock lock(cliDir().cliDirMutex);
   return cliDir().cliDirSetting;
 }
 
 void saveCliDir(std::wstring folder) {
-  const std::lock_guard lock(cliDir().cliDirMutex);
+  const Lock lock(cliDir().cliDirMutex);
   cliDir().cliDirSetting = std::move(folder);
 }
 

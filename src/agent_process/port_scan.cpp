@@ -1,18 +1,17 @@
 #include "agent_process/port_scan.h"
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <optional>
 #include <utility>
 #include <vector>
 
 #include "common/detached.h"
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-using SteadyClock = std::chrono::steady_clock;
+using SteadyClock = Condition::Clock;
 
 std::int64_t msSince(SteadyClock::time_point begin) {
   using std::chrono::milliseconds;
@@ -28,14 +27,14 @@ struct PortScan::Shared {
   const std::vector<std::uint16_t> ports;
   const std::uint32_t limitMs;
   const SteadyClock::time_point begin = SteadyClock::now();
-  std::mutex mutex;  // guards what follows
-  std::condition_variable decided;
-  std::vector<std::optional<PortState>> states;
+  Mutex mutex;
+  Condition decided;
+  std::vector<std::optional<PortState>> states MORVA_GUARDED_BY(mutex);
 
   void decide(std::size_t index, Readiness answer) {
-    const std::lock_guard lock(mutex);
+    const Lock lock(mutex);
     states.at(index) = PortState{ports.at(index), answer, msSince(begin)};
-    decided.notify_all();
+    decided.notifyAll();
   }
 };
 
@@ -70,12 +69,11 @@ PortScan::~PortScan() = default;
 
 PortState PortScan::wait(std::size_t index) {
   Shared& shared = *shared_;
-  std::unique_lock lock(shared.mutex);
   const auto deadline = shared.begin + std::chrono::milliseconds(shared.limitMs);
-  shared.decided.wait_for(lock, deadline - SteadyClock::now(),
-                          [&] { return shared.states.at(index).has_value(); });
-  const PortState silent{shared.ports.at(index), Readiness::none, shared.limitMs};
-  return shared.states.at(index).value_or(silent);
+  const Lock lock(shared.mutex);
+  const std::optional<PortState>& state = shared.states.at(index);
+  while (!state && shared.decided.waitUntil(shared.mutex, deadline)) continue;
+  return state.value_or(PortState{shared.ports.at(index), Readiness::none, shared.limitMs});
 }
 
 std::uint16_t firstReadyPort(std::span<const std::uint16_t> ports, std::uint32_t limitMs) {

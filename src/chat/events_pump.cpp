@@ -1,6 +1,5 @@
 #include "chat/events_pump.h"
 
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -8,6 +7,7 @@
 #include "channel/host_log.h"
 #include "channel/panel_events.h"
 #include "text/leaked.h"
+#include "text/locks.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
@@ -20,10 +20,11 @@ void chatEventsEnded(const AgentResponse& response);
 
 struct ChatEvents {
   FeedPump pump{{"chat events", CancelSlot::events, forwardChatEvent, chatEventsEnded}};
-  std::mutex mutex;        // guards what follows; taken last, and not held while an event is sent
-  std::uint16_t port = 0;  // of the agent whose stream is read; 0 when none is
-  std::string sender;
-  std::uint64_t after = 0;
+  Mutex mutex;  // taken after the pump's, and not held while an event is sent
+  // Of the agent whose stream is read; 0 when none is.
+  std::uint16_t port MORVA_GUARDED_BY(mutex) = 0;
+  std::string sender MORVA_GUARDED_BY(mutex);
+  std::uint64_t after MORVA_GUARDED_BY(mutex) = 0;
 };
 
 ChatEvents& chatEvents() {
@@ -35,7 +36,7 @@ ChatEvents& chatEvents() {
 void noteId(const json& event) {
   const auto id = event.find("id");
   if (id == event.end() || !id->is_number_unsigned()) return;
-  const std::lock_guard lock(chatEvents().mutex);
+  const Lock lock(chatEvents().mutex);
   chatEvents().after = id->get<std::uint64_t>();
 }
 
@@ -50,11 +51,11 @@ void forwardChatEvent(json& event) {
 
 // How it ended is of no interest to the panel; the next agent that answers starts a new one.
 void chatEventsEnded(const AgentResponse&) {
-  const std::lock_guard lock(chatEvents().mutex);
+  const Lock lock(chatEvents().mutex);
   chatEvents().port = 0;
 }
 
-std::wstring eventsPath(const ChatEvents& events) {
+std::wstring eventsPath(const ChatEvents& events) MORVA_REQUIRES(events.mutex) {
   std::wstring path = L"/v1/chat/events?after=" + std::to_wstring(events.after);
   if (!events.sender.empty()) path += L"&sender=" + toWide(events.sender);
   return path;
@@ -65,7 +66,7 @@ void pump_chat_events(std::uint16_t port, std::wstring path, std::uint64_t strea
 }
 
 bool runsOn(std::uint16_t port) {
-  const std::lock_guard lock(chatEvents().mutex);
+  const Lock lock(chatEvents().mutex);
   return chatEvents().port == port;
 }
 
@@ -77,7 +78,7 @@ void restart(const std::function<bool(ChatEvents&)>& choose) {
   std::uint16_t port = 0;
   std::wstring path;
   const std::uint64_t stream = events.pump.begin([&] {
-    const std::lock_guard lock(events.mutex);
+    const Lock lock(events.mutex);
     if (!choose(events)) return false;
     port = events.port;
     path = eventsPath(events);
@@ -90,7 +91,7 @@ void restart(const std::function<bool(ChatEvents&)>& choose) {
 
 void startChatEvents(std::uint16_t port, bool fresh) {
   if (!fresh && runsOn(port)) return;  // mostly; without waiting for an event's writing
-  restart([port, fresh](ChatEvents& events) {
+  restart([port, fresh](ChatEvents& events) MORVA_REQUIRES(events.mutex) {
     if (!fresh && events.port == port) return false;
     events.port = port;
     return true;
@@ -98,7 +99,7 @@ void startChatEvents(std::uint16_t port, bool fresh) {
 }
 
 void pointChatEvents(const std::string& sender, std::uint64_t after) {
-  restart([&sender, after](ChatEvents& events) {
+  restart([&sender, after](ChatEvents& events) MORVA_REQUIRES(events.mutex) {
     events.sender = sender;
     events.after = after;
     return events.port != 0;
@@ -106,12 +107,12 @@ void pointChatEvents(const std::string& sender, std::uint64_t after) {
 }
 
 std::string chatEventsSender() {
-  const std::lock_guard lock(chatEvents().mutex);
+  const Lock lock(chatEvents().mutex);
   return chatEvents().sender;
 }
 
 void stopChatEvents() {
-  restart([](ChatEvents& events) {
+  restart([](ChatEvents& events) MORVA_REQUIRES(events.mutex) {
     events.port = 0;
     return true;
   });

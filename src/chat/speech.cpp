@@ -1,7 +1,6 @@
 #include "chat/speech.h"
 
 #include <deque>
-#include <mutex>
 #include <nlohmann/json.hpp>
 
 #include "agent/agent_answer.h"
@@ -13,6 +12,7 @@
 #include "common/detached.h"
 #include "text/json_parse.h"
 #include "text/leaked.h"
+#include "text/locks.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
@@ -70,9 +70,9 @@ Control detailsOf(SpeechControl control) {
 }
 
 struct ControlState {
-  std::mutex mutex;  // guards what follows; not held during a request
-  std::deque<SpeechControl> waiting;
-  bool working = false;  // a thread is passing them on
+  Mutex mutex;  // not held during a request
+  std::deque<SpeechControl> waiting MORVA_GUARDED_BY(mutex);
+  bool working MORVA_GUARDED_BY(mutex) = false;  // a thread is passing them on
 };
 
 ControlState& controlState() {
@@ -90,7 +90,7 @@ void passOn(SpeechControl control) {
 
 bool takeControl(SpeechControl& control) {
   ControlState& state = controlState();
-  const std::lock_guard lock(state.mutex);
+  const Lock lock(state.mutex);
   state.working = !state.waiting.empty();
   if (!state.working) return false;
   control = state.waiting.front();
@@ -119,7 +119,7 @@ bool startSpeech(const std::string& text) {
 
 bool controlSpeech(SpeechControl control) {
   ControlState& state = controlState();
-  const std::lock_guard lock(state.mutex);
+  const Lock lock(state.mutex);
   state.waiting.push_back(control);
   if (!state.working) state.working = runDetached("speech controls", passOnAll);
   if (!state.working) state.waiting.pop_back();
