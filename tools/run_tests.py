@@ -133,6 +133,7 @@ def wanted_suites(whats, builds, options):
 def suite_environment(suite):
     environment = dict(os.environ, WINEDLLOVERRIDES="mscoree,mshtml=", PYTHONDONTWRITEBYTECODE="1",
                        ASAN_OPTIONS="detect_stack_use_after_return=1:check_initialization_order=1",
+                       LSAN_OPTIONS=f"suppressions={ROOT}/tools/leaks.supp:print_suppressions=0",
                        UBSAN_OPTIONS="print_stacktrace=1",
                        TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1")
     if suite.build:

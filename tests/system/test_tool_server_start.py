@@ -182,7 +182,8 @@ def test_an_accept_that_fails_is_tried_again_after_a_pause(start_failing, tmp_pa
         while voluntary_waits(server.panel.pid) < before + 50:
             assert time.monotonic() < started + 20, "it does not pause"
             time.sleep(0.01)
-        assert time.monotonic() - started > 0.4
+        # 50 pauses of 10 ms; now and then another thread of the host sleeps, too.
+        assert time.monotonic() - started > 0.2
         switch.unlink()
         assert receive_all(client) == NO_ROUTE_CORS
 

@@ -22,7 +22,8 @@ constexpr const char* none = "untouched";
 // Takes what is there for `id`.
 json taken(const std::string& id) {
   json reply = none;
-  EXPECT_EQ(waitForReply(id, 0, reply), reply != none);
+  const bool isThere = waitForReply(id, 0, reply);
+  EXPECT_EQ(isThere, reply != none);
   return reply;
 }
 
