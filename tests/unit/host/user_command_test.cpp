@@ -7,24 +7,23 @@
 
 #include "common/product_version.h"
 #include "setup/help_text.h"
+#include "support/test_pipe.h"
 #include "support/test_system.h"
+#include "support/test_thread.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-// Runs a command; `printed` is what it wrote to standard output, which is short.
+// Runs a command; `printed` is what it wrote to standard output, which is more than a pipe holds.
 int run(const Arguments& arguments, std::string& printed) {
-  OwnedStream readEnd;
-  OwnedStream writeEnd;
-  EXPECT_TRUE(makePipe(readEnd, writeEnd));
-  const StreamId old = replaceStandardOutput(writeEnd.get());
-  const int code = runUserCommand(arguments);
-  restoreStandardOutput(old);
-  writeEnd.reset();
-  printed.clear();
-  char buffer[4096];
-  for (std::size_t got = 0; readSome(readEnd.get(), buffer, sizeof buffer, got) == ReadResult::data;
-       printed.append(buffer, got)) {
+  TestPipe pipe;
+  const StreamId old = replaceStandardOutput(pipe.writeEnd.get());
+  int code = 0;
+  {
+    const TestThread reader([&] { printed = readToEnd(pipe.readEnd.get()); });
+    code = runUserCommand(arguments);
+    restoreStandardOutput(old);
+    pipe.writeEnd.reset();
   }
   return code;
 }
