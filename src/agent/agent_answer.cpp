@@ -29,11 +29,12 @@ bool parseAnswer(const AgentResponse& response, json& value) {
 
 AgentAnswer readAnswer(const AgentResponse& response, std::string_view fallback, GoodStatus good) {
   AgentAnswer answer{false, std::string(fallback), {}};
-  if (!isGood(response.status, good)) {
-    if (!response.error.empty()) answer.error = response.error;
+  if (!response.error.empty()) {
+    answer.error = response.error;
     return answer;
   }
-  if (!parseAnswer(response, answer.value)) return answer;
+  answer.isJson = parseAnswer(response, answer.value);
+  if (!isGood(response.status, good)) return answer;
   answer.ok = lenientBool(answer.value, "ok", false);
   answer.error = answer.ok ? "" : lenientText(answer.value, "error", fallback);
   return answer;
@@ -42,6 +43,10 @@ AgentAnswer readAnswer(const AgentResponse& response, std::string_view fallback,
 json takeData(json& value) {
   const auto data = value.find("data");
   return data == value.end() ? json::object() : std::move(*data);
+}
+
+std::string explainedError(const AgentAnswer& answer) {
+  return std::string(lenientText(answer.value, "error", answer.error));
 }
 
 }  // namespace media::win::chrome_inspect

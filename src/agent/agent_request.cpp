@@ -80,7 +80,8 @@ struct Terms {
 // The steps after the request has been published.
 void runPublished(HttpExchange& request, std::string_view body, const Terms& terms,
                   AgentResponse& response) {
-  if (!request.send(body) || !request.receive()) {
+  response.wasSent = request.send(body);
+  if (!response.wasSent || !request.receive()) {
     response.error = terms.isCancelled() ? "cancelled" : "agent request failed";
     return;
   }

@@ -22,6 +22,7 @@ struct AgentResponse {
   // failed", "winhttp connect failed", "winhttp request failed", "agent request failed", "agent
   // response truncated" and, when the request was cancelled, "cancelled".
   std::string error;
+  bool wasSent = false;  // the request went out whole: the agent may have done what it asks for
 };
 
 // What the body of a plain request's answer may measure, and how long the whole may take. Past

@@ -162,11 +162,9 @@ json postForAck(const json& request, const wchar_t* path, const json& body,
   std::string error;
   const auto port = ensureAgent(error);
   if (!port) return ackError(request, error);
-  const AgentResponse response = agentRequest(*port, L"POST", path, dumpJson(body));
-  json answer;
-  if (!parseAnswer(response, answer)) return ackError(request, fallback);
-  if (response.status == 200 && lenientBool(answer, "ok", false)) return ackReply(request);
-  return ackError(request, lenientText(answer, "error", fallback));
+  const AgentAnswer answer =
+      readAnswer(agentRequest(*port, L"POST", path, dumpJson(body)), fallback);
+  return answer.ok ? ackReply(request) : ackError(request, explainedError(answer));
 }
 
 json pathsOf(const json& request) {
@@ -181,7 +179,8 @@ json answerProviderRpc(const json& request) {
   const auto* known = std::find_if(std::begin(methods), std::end(methods),
                                    [&name](const Method& method) { return method.name == name; });
   if (known != std::end(methods)) return known->answer(request);
-  return failed(request, "chrome host does not handle " + name);
+  // Whole: it is part of the reply, as it came in the message.
+  return providerRpcReply(request, false, "chrome host does not handle " + name);
 }
 
 json answerOpenPathsByAgent(const json& request, bool fullscreen) {

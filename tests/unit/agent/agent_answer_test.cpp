@@ -31,6 +31,9 @@ const AnswerCase answerCases[] = {
     {"nested too deeply", {200, std::string(100'000, '['), ""}, false, "fallback"},
     {"another status", {500, R"({"ok":true,"error":"x"})", ""}, false, "fallback"},
     {"no answer", {0, "", "agent request failed"}, false, "agent request failed"},
+    {"a whole body, but not all of it", {200, R"({"ok":true})", "broke"}, false, "broke"},
+    {"half a body", {200, R"({"ok":)", "broke"}, false, "broke"},
+    {"a broken refusal", {500, R"({"error":"x"})", "broke"}, false, "broke"},
     {"another good status", {204, R"({"ok":true})", ""}, false, "fallback"},
     {"one that is asked for", {299, R"({"ok":true})", ""}, true, "", GoodStatus::any2xx},
     {"before it", {199, R"({"ok":true})", ""}, false, "fallback", GoodStatus::any2xx},
@@ -44,6 +47,20 @@ TEST(ReadAnswer, JudgesStatusAndBody) {
     EXPECT_EQ(answer.ok, c.ok);
     EXPECT_EQ(answer.error, c.error);
   }
+}
+
+TEST(ExplainedError, IsTheBodysWithAnyStatusOfAWholeAnswer) {
+  EXPECT_EQ(explainedError(readAnswer({500, R"({"error":"x"})", ""}, "fallback")), "x");
+  EXPECT_EQ(explainedError(readAnswer({500, R"({"error":5})", ""}, "fallback")), "fallback");
+  EXPECT_EQ(explainedError(readAnswer({500, "<html>", ""}, "fallback")), "fallback");
+  EXPECT_EQ(explainedError(readAnswer({500, R"({"error":"x"})", "broke"}, "fallback")), "broke");
+}
+
+TEST(ReadAnswer, KnowsWhatIsJson) {
+  EXPECT_TRUE(readAnswer({500, "null", ""}, "").isJson);
+  EXPECT_TRUE(readAnswer({200, "", ""}, "").isJson);
+  EXPECT_FALSE(readAnswer({200, "{", ""}, "").isJson);
+  EXPECT_FALSE(readAnswer({200, "{}", "broke"}, "").isJson);
 }
 
 TEST(ParseAnswer, TakesNoBodyForAnEmptyObject) {

@@ -47,6 +47,7 @@ TEST(AgentRequest, ReportsHowTheExchangeEnded) {
     EXPECT_EQ(plain.status, c.status);
     EXPECT_EQ(plain.error, c.error);
     EXPECT_EQ(plain.body, c.body);
+    EXPECT_TRUE(plain.wasSent);
 
     std::string seen;
     const auto sink = [&seen](std::string_view piece) { seen += piece; };
@@ -82,7 +83,9 @@ TEST(AgentRequest, NamesTheStepThatCouldNotBeMade) {
   EXPECT_EQ(agentRequest(0, L"GET", L"/", "").error, "winhttp connect failed");
   EXPECT_EQ(agentRequest(1, L"GET X", L"/", "").error, "winhttp request failed");
   const std::uint16_t port = portWithoutListener();
-  EXPECT_EQ(agentRequest(port, L"GET", L"/", "").error, "agent request failed");
+  const AgentResponse refused = agentRequest(port, L"GET", L"/", "");
+  EXPECT_EQ(refused.error, "agent request failed");
+  EXPECT_FALSE(refused.wasSent);
   stopTurns();
   EXPECT_EQ(agentRequest(port, L"GET", L"/", "").error, "cancelled");
   const RunningTurn turn;

@@ -82,68 +82,65 @@ TEST(ProviderRpc, MakesEachMethodsRequest) {
   }
 }
 
-// An agent that answers whatever `current` says; without a status it hangs up.
-struct Answer {
-  const char* status;
-  std::string body;
-};
+// An agent that answers whatever `current` says.
+AgentDouble::Script answersWith(const std::atomic<const std::string*>& current) {
+  return [&current](ServedConnection& connection) { (void)connection.send(*current); };
+}
 
-AgentDouble::Script answersWith(const std::atomic<const Answer*>& current) {
-  return [&current](ServedConnection& connection) {
-    const Answer& answer = *current;
-    if (*answer.status != '\0') answerWith(connection, answer.body, answer.status);
-  };
+// An answer that breaks off behind `body`.
+std::string torn(const std::string& body) {
+  return "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" + body;
 }
 
 constexpr const char* failed = "agent request failed";
+constexpr const char* truncated = "agent response truncated";
 
 struct AnswerCase {
-  Answer answer;
+  std::string answer;
   const char* data;   // nullptr: not ok
   const char* error;  // then
 };
 
 const AnswerCase answerCases[] = {
-    {{"200 OK", R"({"ok":true,"data":{"x":1}})"}, R"({"x":1})", ""},
-    {{"200 OK", R"({"ok":true})"}, "{}", ""},
-    {{"200 OK", R"({"ok":false,"error":"busy"})"}, nullptr, "busy"},
-    {{"500 No", R"({"ok":true,"error":"e"})"}, nullptr, failed},
-    {{"", ""}, nullptr, failed},
+    {answerText(R"({"ok":true,"data":{"x":1}})"), R"({"x":1})", ""},
+    {answerText(R"({"ok":true})"), "{}", ""},
+    {answerText(R"({"ok":false,"error":"busy"})"), nullptr, "busy"},
+    {answerText(R"({"ok":true,"error":"e"})", "500 No"), nullptr, failed},
+    {torn(R"({"ok":true,"data":{"credit":5}})"), nullptr, truncated},
+    {torn(R"({"ok":true,"da)"), nullptr, truncated},
+    {"", nullptr, failed},
 };
 
 TEST(ProviderRpc, RelaysTheAgentsAnswer) {
   CapturedOutput output;
-  std::atomic<const Answer*> current = nullptr;
+  std::atomic<const std::string*> current = nullptr;
   AgentDouble agent(answersWith(current));
   agent.adopt();
   for (const AnswerCase& c : answerCases) {
-    SCOPED_TRACE(std::string(c.answer.status) + " " + c.answer.body.substr(0, 100));
+    SCOPED_TRACE(c.answer);
     current = &c.answer;
-    const json reply = answerProviderRpc({{"method", "getCreditInfo"}, {"id", 5}});
-    EXPECT_EQ(reply.at("ok"), c.data != nullptr);
-    EXPECT_EQ(reply.at("id"), 5);
-    EXPECT_EQ(reply.contains("data"), c.data != nullptr);
-    if (c.data != nullptr) {
-      EXPECT_EQ(reply.at("data").dump(), c.data);
-    } else {
-      EXPECT_EQ(reply.at("error"), c.error);
-    }
+    json wanted = {{"kind", "hostProviderRpc"}, {"ok", c.data != nullptr}, {"id", 5}};
+    wanted["source"] = "morva-chat";
+    if (c.data != nullptr) wanted["data"] = json::parse(c.data);
+    if (c.data == nullptr) wanted["error"] = c.error;
+    EXPECT_EQ(answerProviderRpc({{"method", "getCreditInfo"}, {"id", 5}}), wanted);
   }
 }
 
 TEST(ProviderRpc, MakesPresetsOfTheModelList) {
   CapturedOutput output;
-  std::atomic<const Answer*> current = nullptr;
+  std::atomic<const std::string*> current = nullptr;
   AgentDouble agent(answersWith(current));
   agent.adopt();
-  const Answer list = {"200 OK", R"({"data":[{"id":"a"}]})"};
-  const Answer none[] = {{"500 No", R"({"data":[]})"}, {"200 OK", "{"}, {"", ""}};
+  const std::string list = answerText(R"({"data":[{"id":"a"}]})");
+  const std::string none[] = {answerText(R"({"data":[]})", "500 No"), answerText("{"),
+                              torn(R"({"data":[{"id":"a"}]})"), ""};
   for (const char* const method : {"getChatPresets", "settingsChatPresetsGet"}) {
     current = &list;
     EXPECT_EQ(answerProviderRpc({{"method", method}}).at("data").dump(),
               R"({"presets":[{"id":"a","isDefault":false,"is_default":false,"name":"a"}]})");
-    for (const Answer& answer : none) {
-      SCOPED_TRACE(std::string(answer.status) + " " + answer.body);
+    for (const std::string& answer : none) {
+      SCOPED_TRACE(answer);
       current = &answer;
       EXPECT_EQ(answerProviderRpc({{"method", method}}).at("error"), "preset list failed");
     }
@@ -158,6 +155,9 @@ TEST(ProviderRpc, AnswersWhatNeedsNoAgent) {
             R"({"error":"chrome host does not handle foo","id":5,)"
             R"("kind":"hostProviderRpc","ok":false,"source":"morva-chat"})");
   EXPECT_EQ(answerProviderRpc(json::object()).at("error"), "chrome host does not handle ");
+  const std::string name(5000, 'x');
+  EXPECT_EQ(answerProviderRpc({{"method", name}}).at("error"),
+            "chrome host does not handle " + name);
 }
 
 struct PlainCase {
@@ -185,30 +185,32 @@ const PlainCase plainCases[] = {
 };
 
 struct VerdictCase {
-  Answer answer;
+  std::string answer;
   bool ok;
   const char* error;  // nullptr: the kind's own
 };
 
 const VerdictCase verdictCases[] = {
-    {{"200 OK", R"({"ok":true})"}, true, ""},
-    {{"200 OK", R"({"ok":false,"error":"no such thing"})"}, false, "no such thing"},
-    {{"200 OK", R"({"ok":false})"}, false, nullptr},
-    {{"200 OK", ""}, false, nullptr},
-    {{"200 OK", "{"}, false, nullptr},
-    {{"500 No", R"({"ok":true})"}, false, nullptr},
-    {{"500 No", R"({"ok":false,"error":"e"})"}, false, "e"},
-    {{"", ""}, false, nullptr},
+    {answerText(R"({"ok":true})"), true, ""},
+    {answerText(R"({"ok":false,"error":"no such thing"})"), false, "no such thing"},
+    {answerText(R"({"ok":false})"), false, nullptr},
+    {answerText(""), false, nullptr},
+    {answerText("{"), false, nullptr},
+    {answerText(R"({"ok":true})", "500 No"), false, nullptr},
+    {answerText(R"({"ok":false,"error":"e"})", "500 No"), false, "e"},
+    {torn(R"({"ok":true})"), false, truncated},
+    {torn(R"({"ok":fa)"), false, truncated},
+    {"", false, failed},
 };
 
 TEST(PlainKinds, PostAndAnswerWithTheAgentsVerdict) {
   CapturedOutput output;
-  std::atomic<const Answer*> current = nullptr;
+  std::atomic<const std::string*> current = nullptr;
   for (const PlainCase& c : plainCases) {
     AgentDouble agent(answersWith(current));
     agent.adopt();
     for (const VerdictCase& verdict : verdictCases) {
-      SCOPED_TRACE(std::string(c.request) + verdict.answer.status + " " + verdict.answer.body);
+      SCOPED_TRACE(c.request + verdict.answer);
       current = &verdict.answer;
       const json reply = handleMessage(json::parse(c.request));
       json wanted = {{"kind", "ack"}, {"ok", verdict.ok}, {"source", "morva-chat"}};

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -17,31 +18,34 @@ namespace {
 using nlohmann::json;
 
 struct RunCase {
-  const char* status;
-  const char* body;
-  const char* data;   // nullptr: not ok
-  const char* error;  // then
+  std::string answer;  // empty: hangs up
+  const char* data;    // nullptr: not ok
+  const char* error;   // then
 };
 
-constexpr const char* notRunning = "morva is not running";
+constexpr const char* failed = "commandRun failed";
+constexpr const char* leftToTheApplication = "morva is not running";
 
 const RunCase runCases[] = {
-    {"200 OK", R"({"ok":true,"data":{"a":1}})", R"({"a":1})", ""},
-    {"200 OK", R"({"ok":true})", "{}", ""},
-    {"200 OK", R"({"ok":false,"error":"no"})", nullptr, "no"},
-    {"200 OK", R"({"ok":false,"error":5})", nullptr, "commandRun failed"},
-    {"200 OK", "{}", nullptr, "commandRun failed"},
-    {"200 OK", "[]", nullptr, "commandRun failed"},
-    {"200 OK", R"({"ok":false,"needsUi":false})", nullptr, "commandRun failed"},
-    {"500 No", R"({"ok":true})", nullptr, "commandRun failed"},
-    {"500 No", R"({"error":"boom"})", nullptr, "boom"},
-    {"503 No", R"({"ok":false,"needsUi":true,"error":"e"})", nullptr, "e"},
-    {"500 No", "<html>", nullptr, "commandRun failed"},
-    {"404 Not Found", R"({"ok":true})", nullptr, notRunning},
-    {"200 OK", R"({"ok":false,"needsUi":true})", nullptr, notRunning},
-    {"200 OK", "{", nullptr, notRunning},
-    {"200 OK", "", nullptr, notRunning},
-    {"", "", nullptr, "commandRun failed"},  // hangs up
+    {answerText(R"({"ok":true,"data":{"a":1}})"), R"({"a":1})", ""},
+    {answerText(R"({"ok":true})"), "{}", ""},
+    {answerText(R"({"ok":false,"error":"no"})"), nullptr, "no"},
+    {answerText(R"({"ok":false,"error":5})"), nullptr, failed},
+    {answerText("[]"), nullptr, failed},
+    {answerText("null"), nullptr, failed},
+    {answerText(R"({"ok":false,"needsUi":false})"), nullptr, failed},
+    {answerText(R"({"ok":true})", "500 No"), nullptr, failed},
+    {answerText(R"({"error":"boom"})", "500 No"), nullptr, "boom"},
+    {answerText(R"({"ok":true})", "404 Not Found"), nullptr, leftToTheApplication},
+    {answerText(R"({"ok":false,"needsUi":true})"), nullptr, leftToTheApplication},
+    {answerText(R"({"needsUi":true,"error":"e"})", "503 No"), nullptr, leftToTheApplication},
+    {answerText("{"), nullptr, leftToTheApplication},
+    {answerText(""), nullptr, leftToTheApplication},
+    {answerText("<html>", "500 No"), nullptr, leftToTheApplication},
+    // It may have run.
+    {"HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n{\"ok\":true}", nullptr,
+     "agent response truncated"},
+    {"", nullptr, "agent request failed"},
 };
 
 TEST(CommandRun, LeavesToTheApplicationWhatTheAgentCannotDo) {
@@ -49,24 +53,19 @@ TEST(CommandRun, LeavesToTheApplicationWhatTheAgentCannotDo) {
   const EnvironmentVariable variable("APPDATA", appData.path().string());
   CapturedOutput output;
   std::atomic<const RunCase*> current = nullptr;
-  AgentDouble agent([&current](ServedConnection& connection) {
-    const RunCase& c = *current;
-    if (*c.status != '\0') answerWith(connection, c.body, c.status);
-  });
+  AgentDouble agent(
+      [&current](ServedConnection& connection) { (void)connection.send(current.load()->answer); });
   agent.adopt();
   for (const RunCase& c : runCases) {
-    SCOPED_TRACE(std::string(c.status) + " " + c.body);
+    SCOPED_TRACE(c.answer);
     current = &c;
-    const json reply = answerCommandRun({{"id", "x"}, {"rpcId", 1}});
-    EXPECT_EQ(reply.at("ok"), c.data != nullptr);
-    EXPECT_EQ(reply.at("id"), "x");
-    EXPECT_EQ(reply.at("rpcId"), 1);
-    if (c.data != nullptr) {
-      EXPECT_EQ(reply.at("data").dump(), c.data);
-    } else {
-      EXPECT_EQ(reply.at("error"), c.error);
-    }
+    json wanted = {{"kind", "hostProviderRpc"}, {"ok", c.data != nullptr}, {"id", "x"}};
+    wanted["source"] = "morva-chat";
+    if (c.data != nullptr) wanted["data"] = json::parse(c.data);
+    if (c.data == nullptr) wanted["error"] = c.error;
+    EXPECT_EQ(answerCommandRun({{"id", "x"}}), wanted);
   }
+  EXPECT_EQ(agent.requests("POST /v1/chat/commands/run").size(), std::size(runCases));
 }
 
 TEST(CommandRun, AddsTheSender) {
