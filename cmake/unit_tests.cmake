@@ -15,7 +15,7 @@ else()
 endif()
 
 add_executable(unit_tests ${testSources} ${testSupport})
-target_precompile_headers(unit_tests PRIVATE cmake/pch_tests.h)
+target_precompile_headers(unit_tests PRIVATE tests/unit/support/testing.h)
 target_include_directories(unit_tests PRIVATE tests/unit)
 target_link_libraries(unit_tests PRIVATE morva_core GTest::gmock_main)
 if(NOT MSVC)

@@ -1,28 +1,15 @@
 #include "app_ipc/cmd_ipc.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <memory>
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "platform/clock.h"
 #include "support/loopback_socket.h"
 #include "support/test_folder.h"
 #include "support/test_pipe.h"
 #include "support/test_system.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 constexpr const char* token = "0b1C";
 constexpr const char* nonce = "00fF";

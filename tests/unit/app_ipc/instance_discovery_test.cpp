@@ -1,20 +1,11 @@
 #include "app_ipc/instance_discovery.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "support/test_folder.h"
 #include "support/test_system.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
-namespace fs = std::filesystem;
 
 constexpr std::uint32_t deadProcess = 0x7FFFFFFC;
 

@@ -1,15 +1,10 @@
 #include "browser_tools/browser_context.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 TEST(BrowserContext, IsNullAtFirstAndThenTheLastOne) {
   EXPECT_TRUE(browserContext().is_null());

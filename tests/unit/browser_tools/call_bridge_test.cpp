@@ -1,24 +1,14 @@
 #include "browser_tools/call_bridge.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <nlohmann/json.hpp>
-#include <random>
-#include <set>
-#include <string>
-
 #include "channel/framing.h"
 #include "platform/clock.h"
 #include "support/captured_output.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 #include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 json failure(const std::string& tool, const std::string& error) {
   return {{"error", error}, {"ok", false}, {"tool", tool}};

@@ -1,16 +1,10 @@
 #include "browser_tools/context_prompt.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "browser_tools/browser_context.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 const std::string window =
     "The browser for this turn is the user's Chrome window. browser_read, browser_find, "

@@ -1,15 +1,9 @@
 #include "browser_tools/step_checks.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <nlohmann/json.hpp>
-#include <string>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 const json click = {{"action", "click"}};
 

@@ -1,10 +1,6 @@
 #include "browser_tools/tool_catalog.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-
+#include "support/testing.h"
 #include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {

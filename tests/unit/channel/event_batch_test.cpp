@@ -1,18 +1,11 @@
 #include "channel/event_batch.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
-
 #include "channel/framing.h"
 #include "support/captured_output.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 TEST(EventBatch, SendsAllInOneFrame) {
   CapturedOutput output;

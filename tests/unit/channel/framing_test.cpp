@@ -1,20 +1,12 @@
 #include "channel/framing.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
-
 #include "support/captured_output.h"
 #include "support/test_pipe.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
-using namespace std::string_literals;
 
 struct FrameCase {
   const char* name;

@@ -1,23 +1,14 @@
 #include "channel/host_log.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <functional>
 #include <new>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "channel/panel_events.h"
 #include "support/captured_output.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 using Texts = std::vector<std::string>;
 

@@ -1,16 +1,11 @@
 #include "channel/panel_events.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-
 #include "channel/host_log.h"
 #include "support/captured_output.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 TEST(EmitPanelMessage, SendsOneEventBehindTheWaitingLogLines) {
   appendDebugLog("line");

@@ -1,20 +1,11 @@
 #include "channel/pending_replies.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <chrono>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <thread>
-
 #include "support/captured_output.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 constexpr std::uint32_t patienceMs = 30'000;
 constexpr const char* none = "untouched";

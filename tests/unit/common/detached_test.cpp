@@ -1,13 +1,8 @@
 #include "common/detached.h"
 
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <stdexcept>
-#include <thread>
-
 #include "common/bounded.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

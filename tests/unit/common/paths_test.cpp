@@ -1,12 +1,9 @@
 #include "common/paths.h"
 
-#include <gtest/gtest.h>
-
-#include <fstream>
-
 #include "common/whole_file.h"
 #include "platform/files.h"
 #include "support/test_folder.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

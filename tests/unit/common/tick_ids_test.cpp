@@ -1,13 +1,8 @@
 #include "common/tick_ids.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <set>
-#include <vector>
-
 #include "platform/clock.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,9 +1,6 @@
 #include "doctor/agent_findings.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,11 +1,6 @@
 #include "doctor/browser_findings.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <string>
-#include <vector>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,13 +1,8 @@
 #include "doctor/doctor.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <vector>
-
 #include "common/product_version.h"
 #include "setup/browsers.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

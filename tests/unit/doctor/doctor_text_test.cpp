@@ -1,8 +1,6 @@
 #include "doctor/doctor_text.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

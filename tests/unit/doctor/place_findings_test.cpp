@@ -1,11 +1,8 @@
 #include "doctor/place_findings.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "common/paths.h"
 #include "support/test_folder.h"
+#include "support/testing.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {

@@ -1,14 +1,10 @@
 #include "host/agent_listener.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "agent_process/supervision.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"
 #include "support/test_folder.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

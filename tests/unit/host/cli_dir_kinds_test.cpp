@@ -1,18 +1,13 @@
 #include "host/cli_dir_kinds.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-
 #include "agent_process/cli_dir.h"
 #include "support/captured_output.h"
 #include "support/test_folder.h"
+#include "support/testing.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 const json request = {{"chromeRequestId", 1}};
 

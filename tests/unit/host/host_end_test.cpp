@@ -1,11 +1,7 @@
 #include "host/host_end.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <vector>
-
 #include "platform/clock.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

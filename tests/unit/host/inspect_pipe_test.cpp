@@ -1,9 +1,8 @@
 #include "host/inspect_pipe.h"
 
-#include <gtest/gtest.h>
-
 #include "host/host_running.h"
 #include "platform/named_pipe.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,11 +1,5 @@
 // What one failed allocation, anywhere, leaves behind: nothing that is wrong.
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
-
 #include "channel/host_log.h"
 #include "channel/pending_replies.h"
 #include "chat/turn_end.h"
@@ -13,12 +7,11 @@
 #include "host/dispatcher.h"
 #include "support/captured_output.h"
 #include "support/failing_new.h"
+#include "support/testing.h"
 #include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 const std::string longText(100, 'x');
 

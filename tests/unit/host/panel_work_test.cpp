@@ -1,19 +1,13 @@
 #include "host/panel_work.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <nlohmann/json.hpp>
 #include <numeric>
-#include <thread>
-#include <vector>
 
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-using nlohmann::json;
 using Check = ReaderCheck::Result;
 
 Placed placeOne(PanelWork& work, json body, std::size_t bytes = 1) {

@@ -1,20 +1,14 @@
 #include "host/stdin_reader.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "channel/framing.h"
 #include "channel/host_log.h"
 #include "channel/pending_replies.h"
 #include "support/captured_output.h"
 #include "support/test_pipe.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 const std::string ready = R"({"source":"morva-chat","kind":"ready","chromeRequestId":1})";
 const std::string ack = R"({"chromeRequestId":1,"kind":"ack","ok":true,"source":"morva-chat"})";

@@ -1,12 +1,9 @@
 #include "platform/byte_stream.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "platform/console.h"
 #include "platform/process_control.h"
 #include "support/test_pipe.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

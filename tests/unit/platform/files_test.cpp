@@ -1,19 +1,12 @@
 #include "platform/files.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
-#include <string>
 
 #include "support/test_folder.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-namespace fs = std::filesystem;
 
 class Files : public testing::Test {
  protected:

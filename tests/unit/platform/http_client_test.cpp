@@ -1,16 +1,11 @@
 #include "platform/http_client.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <memory>
-#include <string>
-
 #include "platform/clock.h"
 #include "support/http_outcome.h"
 #include "support/loopback_socket.h"
 #include "support/test_system.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,9 +1,6 @@
 #include "platform/owned.h"
 
-#include <gtest/gtest.h>
-
-#include <utility>
-#include <vector>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,15 +1,12 @@
 #include "platform/process.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
 #include "platform/clock.h"
 #include "support/child_probe.h"
 #include "support/test_folder.h"
 #include "support/test_pipe.h"
 #include "support/test_system.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,12 +1,9 @@
 #include "platform/sockets.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "platform/clock.h"
 #include "support/loopback_socket.h"
 #include "support/test_system.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

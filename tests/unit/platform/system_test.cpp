@@ -1,9 +1,6 @@
 // What takes one call of the system: its clock, environment, folders, facts, digests and threads.
-#include <gtest/gtest.h>
 
-#include <array>
 #include <regex>
-#include <thread>
 
 #include "common/product_version.h"
 #include "platform/clock.h"
@@ -14,6 +11,7 @@
 #include "platform/system_facts.h"
 #include "support/test_system.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 #include "text/ascii.h"
 
 namespace media::win::chrome_inspect {

@@ -1,11 +1,7 @@
 #include "screening/injection_text.h"
 
-#include <gtest/gtest.h>
-
-#include <random>
-#include <string>
-
 #include "support/injection_rules.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,16 +1,9 @@
 #include "screening/page_compaction.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-#include <utility>
-#include <vector>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 struct CompactCase {
   const char* name;

@@ -1,19 +1,12 @@
 // What must hold of any page, tried on many that are made up.
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <random>
-#include <string>
-
 #include "screening/page_compaction.h"
 #include "screening/page_screening.h"
 #include "support/random_page.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 constexpr int rounds = 1000;
 

@@ -1,12 +1,7 @@
 #include "screening/phrase_matcher.h"
 
-#include <gtest/gtest.h>
-
-#include <random>
-#include <string>
-#include <vector>
-
 #include "screening/injection_text.h"
+#include "support/testing.h"
 #include "text/ascii.h"
 
 namespace media::win::chrome_inspect {

@@ -1,9 +1,6 @@
 #include "setup/browsers.h"
 
-#include <gtest/gtest.h>
-
-#include <utility>
-
+#include "support/testing.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {

@@ -1,9 +1,6 @@
 #include "setup/command_line.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

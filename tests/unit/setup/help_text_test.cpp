@@ -1,10 +1,9 @@
 #include "setup/help_text.h"
 
-#include <gtest/gtest.h>
-
 #include <sstream>
 
 #include "common/product_version.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,17 +1,11 @@
 #include "setup/host_manifest.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "support/test_folder.h"
+#include "support/testing.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 const std::string ownOrigin = "chrome-extension://kdhmgaeofpbjilnckdhmgaeofpbjilnc/";
 const std::string devId(32, 'b');

@@ -1,8 +1,7 @@
 #include "shell/path_opening.h"
 
-#include <gtest/gtest.h>
-
 #include "support/test_folder.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,15 +1,10 @@
 #include "shell/pickers.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-
 #include "support/captured_output.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 TEST(AttachContextPaths, SendsThePathsAsOneArgument) {
   CapturedOutput output;

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <utility>
-
 #include "agent/current_agent.h"
 #include "support/scripted_server.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 

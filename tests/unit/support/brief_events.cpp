@@ -1,6 +1,6 @@
 #include "support/brief_events.h"
 
-#include <nlohmann/json.hpp>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 

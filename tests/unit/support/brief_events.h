@@ -1,8 +1,7 @@
 #pragma once
 
-#include <string>
-
 #include "support/captured_output.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 

@@ -1,16 +1,13 @@
 #include "support/captured_output.h"
 
-#include <chrono>
-#include <nlohmann/json.hpp>
-
 #include "channel/framing.h"
 #include "channel/pending_replies.h"
 #include "support/test_system.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-using nlohmann::json;
 using Frames = CapturedOutput::Frames;
 
 // Takes the whole frames from the front of `bytes`.

@@ -1,15 +1,7 @@
 #pragma once
 
-#include <condition_variable>
-#include <cstddef>
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <nlohmann/json_fwd.hpp>
-#include <string>
-#include <vector>
-
 #include "support/test_pipe.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 

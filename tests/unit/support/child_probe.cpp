@@ -1,12 +1,11 @@
 #include "support/child_probe.h"
 
-#include <filesystem>
-
 #include "platform/clock.h"
 #include "platform/process_control.h"
 #include "platform/system_facts.h"
 #include "support/test_pipe.h"
 #include "support/test_system.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,10 +1,7 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "platform/process.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 

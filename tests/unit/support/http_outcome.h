@@ -1,13 +1,8 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <memory>
-#include <string>
-
 #include "platform/http_client.h"
 #include "support/scripted_server.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 

@@ -1,10 +1,7 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <string_view>
-
 #include "support/test_system.h"
+#include "support/testing.h"
 
 // The few socket calls that a server or a client inside a test needs.
 namespace media::win::chrome_inspect {

@@ -1,12 +1,7 @@
 #pragma once
 
-#include <atomic>
-#include <deque>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "platform/http_client.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 

@@ -1,11 +1,6 @@
 #include "support/scripted_server.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <chrono>
-#include <iterator>
-#include <utility>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,17 +1,10 @@
 #pragma once
 
-#include <condition_variable>
-#include <cstdint>
-#include <functional>
 #include <list>
-#include <mutex>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 #include "support/loopback_socket.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 

@@ -1,10 +1,8 @@
 #pragma once
 
-#include <filesystem>
-#include <string>
-
 #include "platform/clock.h"
 #include "support/test_system.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 

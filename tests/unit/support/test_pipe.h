@@ -1,16 +1,8 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <string>
-#include <string_view>
-#include <utility>
-
 #include "platform/byte_stream.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 

@@ -1,13 +1,9 @@
 #pragma once
 
-#include <condition_variable>
-#include <functional>
 #include <list>
-#include <memory>
-#include <mutex>
-#include <stdexcept>
 
 #include "platform/threads.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 

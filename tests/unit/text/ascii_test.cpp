@@ -1,10 +1,9 @@
 // Letter case and digits, and what of a text may stand in a request.
 #include "text/ascii.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdio>
 
+#include "support/testing.h"
 #include "text/request_line.h"
 #include "text/url_escape.h"
 

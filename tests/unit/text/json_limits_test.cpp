@@ -1,9 +1,6 @@
 #include "text/json_limits.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <string_view>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,19 +1,11 @@
 #include "text/json_parse.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-#include <utility>
-
+#include "support/testing.h"
 #include "text/json_limits.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
-using namespace std::string_literals;
 
 std::string repeat(std::size_t count, std::string_view text) {
   std::string all;

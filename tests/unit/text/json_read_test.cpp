@@ -1,16 +1,11 @@
 #include "text/json_read.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
 #include <limits>
-#include <nlohmann/json.hpp>
-#include <string>
+
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min();

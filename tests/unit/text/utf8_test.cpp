@@ -1,10 +1,6 @@
 #include "text/utf8.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <nlohmann/json.hpp>
-
+#include "support/testing.h"
 #include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {

@@ -1,16 +1,10 @@
 #include "text/wide.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <utility>
-
+#include "support/testing.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using namespace std::string_literals;
 
 const std::string bad = "\xEF\xBF\xBD";  // U+FFFD
 const std::string smile = "\xF0\x9F\x98\x80";

@@ -1,12 +1,7 @@
 #include "toolserver/access.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <string>
-#include <string_view>
-
 #include "common/product_names.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,13 +1,9 @@
 #include "toolserver/connection.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <string>
-
 #include "support/loopback_socket.h"
 #include "support/test_system.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

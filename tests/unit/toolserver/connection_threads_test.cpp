@@ -1,15 +1,8 @@
 #include "toolserver/connection_threads.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstdint>
-#include <stdexcept>
-#include <utility>
-#include <vector>
-
 #include "support/loopback_socket.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,23 +1,11 @@
 #include "toolserver/drops.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <utility>
-
 #include "common/paths.h"
 #include "support/test_folder.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-namespace fs = std::filesystem;
-using namespace std::string_literals;
 
 std::string repeated(const std::string& text, int count) {
   std::string all;

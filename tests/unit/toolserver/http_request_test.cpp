@@ -1,16 +1,9 @@
 #include "toolserver/http_request.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <chrono>
-#include <string>
-#include <utility>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using namespace std::string_literals;
 
 // Delivers `bytes`, at most `piece` of them at a time, and then nothing more.
 ReceiveBytes fedWith(std::string bytes, std::size_t piece) {

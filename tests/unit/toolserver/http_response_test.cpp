@@ -1,10 +1,7 @@
 #include "toolserver/http_response.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "common/product_names.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,24 +1,15 @@
 #include "toolserver/local_files.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
-#include <string>
-#include <utility>
 
 #include "common/paths.h"
 #include "platform/files.h"
 #include "support/test_folder.h"
+#include "support/testing.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-namespace fs = std::filesystem;
-using namespace std::string_literals;
 
 TEST(ContentTypeFor, GoesByTheLastExtension) {
   const std::pair<const char*, const char*> images[] = {

@@ -1,18 +1,12 @@
 #include "toolserver/routes.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "browser_tools/tool_catalog.h"
 #include "common/product_names.h"
+#include "support/testing.h"
 #include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 HttpResponse answerTo(const std::string& method, const std::string& path,
                       const std::string& query = "", const std::string& body = "") {

@@ -1,19 +1,12 @@
 #include "toolserver/tool_providers.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
-
 #include "channel/host_log.h"
 #include "support/scripted_server.h"
 #include "support/test_system.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 constexpr const char* variable = "MORVA_CHROME_HOST_TOOL";
 constexpr const char* ok = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}";

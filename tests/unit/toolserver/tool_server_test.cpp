@@ -1,11 +1,8 @@
 #include "toolserver/tool_server.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "platform/sockets.h"
 #include "support/loopback_socket.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

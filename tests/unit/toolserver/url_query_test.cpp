@@ -1,14 +1,9 @@
 #include "toolserver/url_query.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <utility>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using namespace std::string_literals;
 
 TEST(QueryParam, ReturnsTheFirstOfThatName) {
   const std::pair<const char*, const char*> cases[] = {

@@ -1,8 +1,8 @@
 // On the twin, where the end of a blocked call can be had with a socket in place of the pipe.
-#include <gtest/gtest.h>
 
 #include "host/pipe_watchdog.h"
 #include "support/loopback_socket.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,14 +1,13 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <csignal>
 
 #include "platform/clock.h"
 #include "support/test_pipe.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

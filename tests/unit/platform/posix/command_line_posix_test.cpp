@@ -1,8 +1,7 @@
 #include "platform/posix/command_line_posix.h"
 
-#include <gtest/gtest.h>
-
 #include "platform/posix/path_text_posix.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

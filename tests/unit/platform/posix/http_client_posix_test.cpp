@@ -1,15 +1,12 @@
 // What the twin does at every cut of the bytes and in every step. Wine's client mistakes some cuts,
 // and does not end a step that waits.
-#include <gtest/gtest.h>
 #include <unistd.h>
-
-#include <fstream>
-#include <functional>
 
 #include "platform/clock.h"
 #include "support/http_outcome.h"
 #include "support/loopback_socket.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,8 +1,8 @@
-#include <gtest/gtest.h>
 
 #include "platform/files.h"
 #include "platform/named_pipe.h"
 #include "platform/win/handles_win.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

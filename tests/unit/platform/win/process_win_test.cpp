@@ -1,6 +1,4 @@
-#include <gtest/gtest.h>
 
-#include <string>
 
 #include "platform/clock.h"
 #include "platform/process.h"
@@ -8,6 +6,7 @@
 #include "platform/win/handles_win.h"
 #include "support/child_probe.h"
 #include "support/test_pipe.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,10 +1,7 @@
 #include <windows.h>
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 #include "platform/registry.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,17 +1,14 @@
 // On the twin, which has no registry: what is reported, and what becomes of the manifest.
-#include <gtest/gtest.h>
-
-#include <filesystem>
 
 #include "common/whole_file.h"
 #include "setup/host_manifest.h"
 #include "setup/registration.h"
 #include "support/test_folder.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
 class RegistrationReports : public testing::Test {

@@ -1,10 +1,8 @@
 // Writes keys of the user who runs it, so every test begins and ends without them, and they take
 // turns.
 #include <windows.h>
-#include <gtest/gtest.h>
 
 #include <cwctype>
-#include <string>
 
 #include "common/whole_file.h"
 #include "platform/registry.h"
@@ -12,6 +10,7 @@
 #include "setup/host_manifest.h"
 #include "setup/registration.h"
 #include "support/test_folder.h"
+#include "support/testing.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
