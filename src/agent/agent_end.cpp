@@ -18,7 +18,7 @@ void cancelAllAgentRequests() {
   {
     const auto deadline = Condition::Clock::now() + longestSpawn;
     const Lock lock(shared.agentMutex);
-    shared.ending = true;
+    shared.ending = true;  // before anything breaks off: its end is nothing to report
     shared.changed.notifyAll();
     // Whoever is starting a child now ends it itself, as the host is ending.
     while (shared.spawning != 0 && shared.changed.waitUntil(shared.agentMutex, deadline)) continue;
@@ -31,6 +31,8 @@ void cancelAllAgentRequests() {
   }
   endProcess(owned);
 }
+
+bool agentsAreEnding() { return agentShared().ending; }
 
 bool waitUnlessEnding(std::uint32_t ms) {
   AgentShared& shared = agentShared();

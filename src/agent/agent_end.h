@@ -5,9 +5,12 @@
 // The agent's side of the end of the host. Threads: any.
 namespace media::win::chrome_inspect {
 
-// Aborts every request, lets no new one and no new agent begin, and ends the owned agent: asked
-// first, then waited for, up to 2 s.
+// Lets no new request and no new agent begin, and forwards no event of a feed any more; then aborts
+// every request and ends the owned agent: asked first, then waited for, up to 2 s.
 void cancelAllAgentRequests();
+
+// Whether that has begun.
+bool agentsAreEnding();
 
 // Waits `ms` milliseconds. False, at once, when the host is ending.
 bool waitUnlessEnding(std::uint32_t ms);

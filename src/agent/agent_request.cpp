@@ -45,8 +45,8 @@ HttpTimeouts answerTimeouts(const AnswerLimits& limits) {
 // Keeps a request in its slot for as long as it runs, however that ends.
 class Published {
  public:
-  Published(CancelSlot slot, std::shared_ptr<HttpExchange> request)
-      : slot_(slot), request_(std::move(request)), ok_(publishRequest(slot_, request_)) {}
+  Published(const RequestPlace& place, std::shared_ptr<HttpExchange> request)
+      : slot_(place.slot), request_(std::move(request)), ok_(publishRequest(place, request_)) {}
   ~Published() { takeBackRequest(slot_, request_); }
   Published(const Published&) = delete;
   Published& operator=(const Published&) = delete;
@@ -67,7 +67,7 @@ struct Call {
 
 // What differs between the kinds of requests.
 struct Terms {
-  CancelSlot slot;  // where another thread finds the request to abort it
+  RequestPlace place;  // where another thread finds the request to abort it
   // Whether its owner was cancelled. This also keeps a stream, but no plain request, from being
   // sent, and explains why the body of a stream broke off.
   std::function<bool()> isCancelled;
@@ -102,7 +102,7 @@ AgentResponse runRequest(const Call& call, const Terms& terms) {
     response.error = openErrorText(opened);
     return response;
   }
-  const Published published(terms.slot, request);
+  const Published published(terms.place, request);
   // Asked once it is published: whoever cancels says so first and then takes what is published.
   if (!published.ok() || (terms.isStream && terms.isCancelled())) {
     response.error = "cancelled";
@@ -123,22 +123,24 @@ AgentResponse agentRequest(std::uint16_t port, const std::wstring& verb, const s
   };
   return runRequest(
       {port, verb, path, body},
-      {CancelSlot::plain, cancelRequested, false, answerTimeouts(limits), {}, exceeds});
+      {{CancelSlot::plain}, cancelRequested, false, answerTimeouts(limits), {}, exceeds});
 }
 
 AgentResponse agentTurnStream(std::uint16_t port, const std::wstring& path, std::string_view body,
                               const RunningTurn& turn, const ChunkSink& sink) {
   const auto isStopped = [&turn] { return turn.stopped(); };
-  return runRequest({port, L"POST", path, body},
-                    {CancelSlot::turn, isStopped, true, streamTimeouts(), sink,
-                     [isStopped](std::size_t) { return isStopped(); }});
+  return runRequest(
+      {port, L"POST", path, body},
+      {{CancelSlot::turn}, isStopped, true, streamTimeouts(), sink, [isStopped](std::size_t) {
+         return isStopped();
+       }});
 }
 
-AgentResponse agentFeed(std::uint16_t port, const std::wstring& path, CancelSlot slot,
+AgentResponse agentFeed(std::uint16_t port, const std::wstring& path, const RequestPlace& place,
                         const std::function<bool()>& isCurrent, const ChunkSink& sink) {
   return runRequest(
       {port, L"GET", path, ""},
-      {slot, [&isCurrent] { return !isCurrent(); }, true, streamTimeouts(), sink, {}});
+      {place, [&isCurrent] { return !isCurrent(); }, true, streamTimeouts(), sink, {}});
 }
 
 }  // namespace media::win::chrome_inspect

@@ -46,8 +46,8 @@ AgentResponse agentTurnStream(std::uint16_t port, const std::wstring& path, std:
 
 // Reads a feed, a stream without end, into `sink`. `isCurrent` returns whether the caller still
 // wants it: a feed that is not current is not asked for, and whoever makes it so then aborts what
-// is published in `slot`.
-AgentResponse agentFeed(std::uint16_t port, const std::wstring& path, CancelSlot slot,
+// is published in its place.
+AgentResponse agentFeed(std::uint16_t port, const std::wstring& path, const RequestPlace& place,
                         const std::function<bool()>& isCurrent, const ChunkSink& sink);
 
 }  // namespace media::win::chrome_inspect

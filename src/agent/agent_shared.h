@@ -18,6 +18,11 @@
 // not held across a network call, a process start, a wait for a process or a log line.
 namespace media::win::chrome_inspect {
 
+struct PublishedRequest {
+  std::shared_ptr<HttpExchange> request;
+  std::uint64_t stream = 0;  // of a feed
+};
+
 struct AgentShared {
   Mutex agentMutex;
   Condition changed;
@@ -36,8 +41,7 @@ struct AgentShared {
   std::string lastStartError MORVA_GUARDED_BY(agentMutex);
 
   // Requests that another thread may abort.
-  std::array<std::vector<std::shared_ptr<HttpExchange>>, cancelSlotCount> slots
-      MORVA_GUARDED_BY(agentMutex);
+  std::array<std::vector<PublishedRequest>, cancelSlotCount> slots MORVA_GUARDED_BY(agentMutex);
 
   // Turns. The atomics are written under the lock.
   std::int32_t users MORVA_GUARDED_BY(agentMutex) = 0;  // turns that run, and readings aloud

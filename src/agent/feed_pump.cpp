@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "agent/agent_end.h"
 #include "agent/event_feed.h"
 #include "common/detached.h"
 
@@ -29,13 +30,13 @@ class FeedPump::Stream {
 
   void run(std::uint16_t port, const std::wstring& path) {
     response_ = agentFeed(
-        port, path, pump_.user_.slot, [this] { return isCurrent(); },
+        port, path, {pump_.user_.slot, number_}, [this] { return isCurrent(); },
         [this](std::string_view chunk) { take(chunk); });
     forward(splitter_.pending());
   }
 
  private:
-  bool isCurrent() const { return pump_.current_ == number_; }
+  bool isCurrent() const { return pump_.current_ == number_ && !agentsAreEnding(); }
 
   void whileCurrent(const std::function<void()>& action) {
     const Lock lock(pump_.speaking_);
@@ -69,7 +70,8 @@ std::uint64_t FeedPump::begin(const std::function<bool()>& change) {
     if (change && !change()) return 0;
     number = ++current_;
   }
-  abortRequests(user_.slot);  // of the stream before, which is no longer current
+  if (user_.beforeAbort != nullptr) user_.beforeAbort();
+  abortOlderRequests(user_.slot, number);  // meanwhile a newer one may have been published
   return number;
 }
 

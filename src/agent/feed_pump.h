@@ -21,11 +21,15 @@ struct FeedUser {
   void (*forward)(nlohmann::json& event);
   // The stream has ended, however it did; also when there was no thread for it.
   void (*ended)(const AgentResponse& response);
+  // Called without the lock when a stream has begun and those before it are not aborted yet: a test
+  // may hold up the thread here.
+  void (*beforeAbort)() = nullptr;
 };
 
 // Reads one of the agent's feeds and hands its events on. One stream of it is current at a time; a
-// stream stops being so when the next begins, and then none of its events is forwarded any more.
-// An object lives as long as the process: streams outlive main. Threads: any.
+// stream stops being so when the next begins, or the host begins to end, and then none of its
+// events is forwarded any more. An object lives as long as the process: streams outlive main.
+// Threads: any.
 class FeedPump {
  public:
   explicit FeedPump(const FeedUser& user) : user_(user) {}

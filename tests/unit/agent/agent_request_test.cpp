@@ -54,7 +54,7 @@ TEST(AgentRequest, ReportsHowTheExchangeEnded) {
     const AgentResponse streams[] = {
         agentTurnStream(server.port(), L"/turn", "{}", turn, sink),
         agentFeed(
-            server.port(), L"/feed", CancelSlot::events, [] { return true; }, sink)};
+            server.port(), L"/feed", {CancelSlot::events}, [] { return true; }, sink)};
     for (const AgentResponse& response : streams) {
       EXPECT_EQ(response.status, c.status);
       EXPECT_EQ(response.error, c.error);
@@ -69,7 +69,7 @@ TEST(AgentRequest, MakesTheRequestLine) {
   (void)agentRequest(server.port(), L"DELETE", L"/a\r\nX: y", "");
   (void)agentTurnStream(server.port(), L"/turn", "{\"x\":1}", RunningTurn(), noSink);
   (void)agentFeed(
-      server.port(), L"/feed?a=b", CancelSlot::events, [] { return true; }, noSink);
+      server.port(), L"/feed?a=b", {CancelSlot::events}, [] { return true; }, noSink);
   const auto requests = server.requests();
   ASSERT_EQ(requests.size(), 3U);
   EXPECT_TRUE(requests[0].starts_with("DELETE /a%0D%0AX:%20y HTTP/1.1\r\n")) << requests[0];
@@ -138,7 +138,7 @@ TEST(AgentRequest, IsNotMadeWhenItsOwnerIsCancelledOrTheHostEnds) {
   stopTurns();
   EXPECT_EQ(agentTurnStream(server.port(), L"/", "", stopped, noSink).error, "cancelled");
   EXPECT_EQ(agentFeed(
-                server.port(), L"/", CancelSlot::events, [] { return false; }, noSink)
+                server.port(), L"/", {CancelSlot::events}, [] { return false; }, noSink)
                 .error,
             "cancelled");
   cancelAllAgentRequests();
@@ -194,7 +194,7 @@ TEST(AgentRequest, IsCancelledInTheMiddleOfItsBody) {
   std::atomic<bool> isCurrent = true;
   const auto feed = [&isCurrent](std::uint16_t port, const ChunkSink& sink) {
     return agentFeed(
-        port, L"/", CancelSlot::realtime, [&isCurrent] { return isCurrent.load(); }, sink);
+        port, L"/", {CancelSlot::realtime}, [&isCurrent] { return isCurrent.load(); }, sink);
   };
   const auto abortFeed = [] { abortRequests(CancelSlot::realtime); };
   EXPECT_EQ(errorWhenCancelled(feed, abortFeed), "agent response truncated");  // nobody asked

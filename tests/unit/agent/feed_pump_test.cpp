@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <nlohmann/json.hpp>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/agent_end.h"
 #include "agent/request_slots.h"
 #include "support/scripted_server.h"
 #include "support/test_thread.h"
@@ -26,6 +28,10 @@ class Record {
     const std::lock_guard lock(mutex_);
     lines_.push_back(line);
     changed_.notify_all();
+  }
+  Lines lines() {
+    const std::lock_guard lock(mutex_);
+    return lines_;
   }
   Lines waitFor(const std::string& last) {
     std::unique_lock lock(mutex_);
@@ -51,7 +57,35 @@ Gate& held() {
   return gate;
 }
 
+Gate& threadEnded() {
+  static Gate& gate = leaked<Gate>();
+  return gate;
+}
+
+struct AtThreadEnd {
+  ~AtThreadEnd() { threadEnded().open(); }
+};
+
+// Holds up whoever begins a stream next, before it aborts the older ones.
+struct Window {
+  std::atomic<bool> holdsNext = false;
+  Gate reached;
+  Gate closed;
+};
+
+Window& window() {
+  static Window& each = leaked<Window>();
+  return each;
+}
+
+void holdWindow() {
+  if (!window().holdsNext.exchange(false)) return;
+  window().reached.open();
+  window().closed.wait();
+}
+
 void forward(nlohmann::json& event) {
+  thread_local const AtThreadEnd end;
   const std::string method = event.at("method");
   if (method == "throw") throw std::runtime_error("x");
   if (method == "hold") {
@@ -66,7 +100,8 @@ void ended(const AgentResponse& response) {
 }
 
 FeedPump& pump() {
-  static FeedPump& pump = leaked<FeedPump>(FeedUser{"feed", CancelSlot::events, forward, ended});
+  static FeedPump& pump =
+      leaked<FeedPump>(FeedUser{"feed", CancelSlot::events, forward, ended, holdWindow});
   return pump;
 }
 
@@ -160,6 +195,39 @@ TEST(FeedPump, BeginsNoNextStreamWhileAnEventIsForwarded) {
   held().open();
   EXPECT_EQ(record().waitFor("begun"), (Lines{"holding", "hold", "begun"}));
   begun.open();
+}
+
+TEST(FeedPump, AbortsNoStreamThatBeganMeanwhile) {
+  Gate aborted;
+  ScriptedServer server([&aborted](ServedConnection& connection) {
+    (void)connection.send(std::string(streamHead) + event("a"));
+    aborted.wait();
+    (void)connection.send(event("b"));
+  });
+  window().holdsNext = true;
+  TestThread older([] { (void)pump().begin(); });
+  window().reached.wait();
+  readNext(server);
+  (void)record().waitFor("a");
+  window().closed.open();
+  older.join();
+  aborted.open();
+  EXPECT_EQ(record().waitFor("ended 200"), (Lines{"a", "b", "ended 200"}));
+}
+
+TEST(FeedPump, SaysNothingMoreOnceTheHostEnds) {
+  Gate ended;
+  ScriptedServer server([&ended](ServedConnection& connection) {
+    (void)connection.send(std::string(streamHead) + event("hold") + event("late"));
+    ended.wait();
+  });
+  readNext(server);
+  (void)record().waitFor("holding");
+  cancelAllAgentRequests();  // does not wait for the event that is being forwarded
+  held().open();
+  ended.open();
+  threadEnded().wait();
+  EXPECT_EQ(record().lines(), (Lines{"holding", "hold"}));
 }
 
 TEST(FeedPump, KeepsTheStreamWhenTheChangeIsRefused) {

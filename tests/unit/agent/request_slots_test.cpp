@@ -28,7 +28,7 @@ TEST(Slots, AbortWhatIsPublishedThereAndNothingElse) {
     std::vector<std::shared_ptr<ScriptedExchange>> requests;
     for (const CancelSlot other : allSlots) {
       requests.push_back(newRequest());
-      ASSERT_TRUE(publishRequest(other, requests.back()));
+      ASSERT_TRUE(publishRequest({other}, requests.back()));
     }
     abortRequests(slot);
     abortRequests(slot);  // they were taken: not a second time
@@ -44,7 +44,7 @@ TEST(Slots, HoldSeveralRequests) {
   const auto first = newRequest();
   const auto second = newRequest();
   for (const auto& request : {first, second}) {
-    ASSERT_TRUE(publishRequest(CancelSlot::turn, request));
+    ASSERT_TRUE(publishRequest({CancelSlot::turn}, request));
   }
   takeBackRequest(CancelSlot::turn, first);
   stopTurns();
@@ -57,11 +57,11 @@ TEST(Slots, TakeNothingWhenTheHostIsEnding) {
   std::vector<std::shared_ptr<ScriptedExchange>> requests;
   for (const CancelSlot slot : allSlots) {
     requests.push_back(newRequest());
-    ASSERT_TRUE(publishRequest(slot, requests.back()));
+    ASSERT_TRUE(publishRequest({slot}, requests.back()));
   }
   cancelAllAgentRequests();
   for (const auto& request : requests) EXPECT_EQ(request->aborts, 1);
-  for (const CancelSlot slot : allSlots) EXPECT_FALSE(publishRequest(slot, newRequest()));
+  for (const CancelSlot slot : allSlots) EXPECT_FALSE(publishRequest({slot}, newRequest()));
   EXPECT_TRUE(cancelRequested());
 }
 
@@ -86,7 +86,7 @@ TEST(Slots, EachRequestHasOneEndWhoeverComesFirst) {
                                                         delete mine;
                                                       });
       ++opened;
-      EXPECT_TRUE(publishRequest(CancelSlot::turn, request));
+      EXPECT_TRUE(publishRequest({CancelSlot::turn}, request));
       takeBackRequest(CancelSlot::turn, request);
     }
     --running;
