@@ -2,10 +2,13 @@
 
 from __future__ import annotations
 
+import json
 import subprocess
 import sys
+import urllib.request
 from collections.abc import Sequence
 from types import TracebackType
+from typing import Any
 
 from .wine import ROOT
 
@@ -34,6 +37,14 @@ class StandInProcess:
             raise RuntimeError(f"{self._module} ended with code {self._process.wait()}")
         self.port = int(line.split()[-1])
         return self
+
+    def ask(self, path: str, body: object = None) -> Any:
+        """What the agent answers on a path below /test/, to a GET or to a POST with a body."""
+        data = None if body is None else json.dumps(body).encode()
+        request = urllib.request.Request(f"http://127.0.0.1:{self.port}{path}", data,
+                                         {"Content-Type": "application/json"})
+        with urllib.request.urlopen(request, timeout=60) as answer:
+            return json.load(answer)
 
     def kill(self) -> None:
         """Ends it as a crash would; it is then as good as left."""

@@ -1,14 +1,20 @@
-"""One life of the host: started, kept busy by many threads, looked at when at rest, ended."""
+"""One life of the host: kept busy by many threads, while one takes what it says; looked at when at
+rest; ended."""
 
 from __future__ import annotations
 
+import functools
+import http.client
 import random
 import threading
 import time
 
-from actions import ACTORS, OUTLIVES_THE_HOST, Failed
-from ledger import LifeOver
-from panel import Panel
+from devkit.panel.host_process import HostError, HostTimeout
+from devkit.panel.panel_session import events_of
+from devkit.panel.standin_browser import StandInBrowser
+
+from actions import ACTIONS, ACTORS, NEED_NO_AGENT, OUTLIVES_THE_HOST, PIPE_COMMAND, Failed
+from ledger import Ledger, LifeOver, numbers
 from support.tool_server_client import ToolServer
 
 REST_TIMEOUT_S = 180.0
@@ -18,45 +24,48 @@ PAUSE_AFTER_FAILURE_S = (0.2, 0.5)
 
 
 class Life:
-    """What the actions see: `panel`, `agent`, `work`, `ledger`, `random()`, `tool_server()`."""
+    """Its `ask` is what the clients of the system tests want of a panel, too."""
 
-    def __init__(self, number, seed, host, agent, work, ledger):
-        self.number, self.agent, self.work, self.ledger = number, agent, work, ledger
-        self._acting = {name: threading.Lock() for name in ACTORS}  # each held during an action
+    def __init__(self, number, seed, host, agent, work, record):
+        self.number, self.host, self.agent, self.work = number, host, agent, work
+        self.record, self.ledger = record, Ledger(record, number)
+        self.over = threading.Event()
         self._seed = f"{seed}/{number}"
-        self._own = threading.local()
-        self._over = threading.Event()
-        self.panel = Panel(host, number, ledger, random.Random(f"{self._seed}/consent"))
-        self._server = None
-        self._server_lock = threading.Lock()
+        self._browser = StandInBrowser()
+        self._sending = threading.Lock()
+        self._acting = {name: threading.Lock() for name in ACTORS}  # each held during an action
+        self._pump = threading.Thread(target=self._take_all, daemon=True)
         self._actors = [threading.Thread(target=self._act, args=(name,), name=name, daemon=True)
                         for name in ACTORS]
+        for thread in [self._pump, *self._actors]:
+            thread.start()
 
-    def begin(self):
-        for actor in self._actors:
-            actor.start()
-
-    def is_over(self):
-        return self._over.is_set()
-
-    def random(self):
-        """Of the calling thread, so that its choices depend on the seed alone."""
-        return self._own.random
-
+    @functools.cached_property
     def tool_server(self):
-        with self._server_lock:
-            self._server = self._server or ToolServer(self.panel)
-            return self._server
+        return ToolServer(self)
+
+    def post(self, kind, **members):
+        """Sends a message; its reply is the ledger's to await."""
+        number = next(numbers)
+        awaited = self.ledger.expect_reply(number, kind)
+        self._send({"source": "morva-chat", "kind": kind, "chromeRequestId": number, **members})
+        return awaited
+
+    def ask(self, kind, **members):
+        """Sends a message and waits for its reply."""
+        awaited = self.post(kind, **members)
+        self.ledger.wait(awaited)
+        return awaited.reply
 
     def rest(self, look):
         """Has everything come to its end, and calls `look`."""
         quiet = [each for each in self._acting.values() if each.acquire(timeout=REST_TIMEOUT_S)]
         try:
             if len(quiet) < len(ACTORS):
-                self.ledger.fault(f"host {self.number} does not come to rest")
-            elif not self.is_over():
+                self.ledger.fault("it does not come to rest")
+            elif not self.over.is_set():
                 # With an agent known and listened to, as at every other rest.
-                self.panel.ask("providerRpc", method="commandEventsSubscribe")
+                self.ask("providerRpc", method="commandEventsSubscribe")
                 look()
         finally:
             for each in quiet:
@@ -64,44 +73,88 @@ class Life:
 
     def end(self):
         """Closes the host's input while whatever is going on goes on. Its exit code."""
-        self._over.set()
-        code = self.panel.close()
-        for actor in self._actors:
-            if actor.name not in OUTLIVES_THE_HOST:
-                actor.join(REST_TIMEOUT_S)
-                if actor.is_alive():
-                    self.ledger.fault(f"\"{actor.name}\" of host {self.number} is stuck")
-        self.ledger.life_ended(self.number)  # what an actor still asked when nobody was there
-        return code
+        self.over.set()
+        with self._sending:
+            self.host.close_stdin()
+        try:
+            return self.host.wait(60)
+        finally:
+            self._pump.join(30)
+            self.ledger.close()
+            for actor in self._actors:
+                if actor.name not in OUTLIVES_THE_HOST:
+                    actor.join(REST_TIMEOUT_S)
+                    if actor.is_alive():
+                        self.ledger.fault(f'"{actor.name}" is stuck')
+            self.ledger.close()  # what an actor still asked when nobody was there
+
+    # --- What the host says ---
+
+    def _send(self, message):
+        try:
+            with self._sending:
+                self.host.send(message)
+        except (OSError, ValueError) as error:  # its input is closed, by us or by its end
+            if not self.over.is_set():
+                self.ledger.fault(f"it takes no more messages: {error}")
+            raise LifeOver from None
+
+    def _take_all(self):
+        answers = random.Random(f"{self._seed}/consent")
+        while True:
+            try:
+                self._take(self.host.read(1), answers)
+            except HostTimeout:
+                continue
+            except LifeOver:
+                pass  # what is still to come is counted, but answered no more
+            except HostError as error:
+                if not self.over.is_set():
+                    self.ledger.fault(f"it ended by itself: {error}")
+                    self.ledger.close()
+                return
+
+    def _take(self, frame, answers):
+        if not isinstance(frame, dict):
+            return self.ledger.fault(f"a frame that is no object: {str(frame)[:200]}")
+        self.ledger.note(frame)
+        for event in events_of(frame):
+            if event.method == "consentRequest":
+                self.post("consentReply", id=event.first.get("id"), allow=answers.random() < 0.5)
+        if self._browser.is_command(frame):
+            self._send(self._browser.answer(frame))
+        if frame.get("command") == PIPE_COMMAND:
+            self._send({"requestId": frame["requestId"], "ok": True, "text": frame["text"]})
+
+    # --- What is done with it ---
 
     def _act(self, name):
-        self._own.random = random.Random(f"{self._seed}/{name}")
-        while not self.is_over():
+        own = random.Random(f"{self._seed}/{name}")  # so that its choices depend on the seed alone
+        while not self.over.is_set():
             with self._acting[name]:
-                action = self.random().choice(ACTORS[name])
+                action = own.choice(ACTORS[name])
                 try:
-                    is_done = self._do(action)
+                    is_done = self._do(action, own)
                 except LifeOver:
                     return
                 except Exception as failure:  # ours; without this thread the run would say less
-                    self.ledger.fault(f"\"{action.name}\" broke: {failure!r}")
+                    self.ledger.fault(f'"{action}" broke: {failure!r}')
                     raise
-            pause = PAUSE_S if is_done else PAUSE_AFTER_FAILURE_S
-            self._over.wait(self.random().uniform(*pause))
+            self.over.wait(own.uniform(*(PAUSE_S if is_done else PAUSE_AFTER_FAILURE_S)))
 
-    def _do(self, action):
-        """Whether it was done; what went wrong is in the ledger then."""
+    def _do(self, action, own):
+        """Whether it was done; what went wrong is in the record then."""
         began = time.monotonic()
         try:
-            is_done = action.run(self) is not False
-        except (Failed, AssertionError, OSError, ValueError) as failure:
-            if self.is_over():
+            is_done = ACTIONS[action](self, own) is not False
+        except (Failed, AssertionError, OSError, ValueError, http.client.HTTPException) as failure:
+            if self.over.is_set():
                 raise LifeOver from None
-            disturbed = action.needs_agent and self.ledger.disturbances.overlap(began)
-            (self.ledger.refused if disturbed else self.ledger.unexpected)[action.name] += 1
+            disturbed = action not in NEED_NO_AGENT and self.record.disturbed_until >= began
+            (self.record.refused if disturbed else self.record.unexpected)[action] += 1
             if not disturbed:
-                print(f"   failed without a reason: {action.name}: {failure}", flush=True)
+                print(f"   failed without a reason: {action}: {failure}", flush=True)
             return False
         if is_done:
-            self.ledger.latencies[action.name].append((time.monotonic() - began) * 1000)
+            self.record.times[action].append((time.monotonic() - began) * 1000)
         return is_done

@@ -1,7 +1,9 @@
 // Prints a number for each line on its standard input: how many handles the process named in the
 // first argument has open. Under Wine only a Windows program can tell.
 #include <windows.h>
+// after windows.h
 #include <tlhelp32.h>
+#include <winternl.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -22,34 +24,17 @@ DWORD processNamed(const wchar_t* name) {
   return found;
 }
 
-// The whole system's handles, in the form of SystemHandleInformation: Wine's GetProcessHandleCount
-// always says 0.
-struct HandleEntry {
-  ULONG process;
-  UCHAR type;
-  UCHAR flags;
-  USHORT handle;
-  void* object;
-  ULONG access;
-};
-struct HandleList {
-  ULONG count;
-  HandleEntry entries[1];
-};
-using Query = LONG(WINAPI*)(ULONG, void*, ULONG, ULONG*);
-constexpr ULONG systemHandleInformation = 16;
-
+// From the list of the whole system: Wine's GetProcessHandleCount always says 0.
 long handlesOf(DWORD id) {
-  static const auto query = reinterpret_cast<Query>(reinterpret_cast<void*>(
-      GetProcAddress(GetModuleHandleW(L"ntdll"), "NtQuerySystemInformation")));
+  constexpr auto systemHandleInformation = static_cast<SYSTEM_INFORMATION_CLASS>(16);
   static std::vector<char> buffer(64u << 20);
-  ULONG size = 0;
-  if (query(systemHandleInformation, buffer.data(), static_cast<ULONG>(buffer.size()), &size) < 0) {
+  const auto size = static_cast<ULONG>(buffer.size());
+  if (NtQuerySystemInformation(systemHandleInformation, buffer.data(), size, nullptr) < 0) {
     return -1;
   }
-  const auto* list = reinterpret_cast<const HandleList*>(buffer.data());
-  return std::count_if(list->entries, list->entries + list->count,
-                       [id](const HandleEntry& entry) { return entry.process == id; });
+  const auto* list = reinterpret_cast<const SYSTEM_HANDLE_INFORMATION*>(buffer.data());
+  return std::count_if(list->Handle, list->Handle + list->Count,
+                       [id](const SYSTEM_HANDLE_ENTRY& entry) { return entry.OwnerPid == id; });
 }
 
 }  // namespace

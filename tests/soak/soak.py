@@ -7,13 +7,13 @@ when the extension is loaded anew. Every reply must come once, every event once,
 once, every host end in order; and at rest a host must have the memory, threads and handles that it
 had before.
 
-Results go to build/soak: BUILD.png, BUILD.json. The seed chooses what is done and when; what the
-threads then make of it differs from run to run.
+The seed chooses what is done and when; what the threads then make of it differs from run to run.
 """
 
 from __future__ import annotations
 
 import argparse
+import contextlib
 import os
 import random
 import shutil
@@ -23,15 +23,13 @@ import time
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-RESULTS = ROOT / "build" / "soak"
-BUILDS = ("windows", "asan", "tsan", "native")
 
 
 def arguments():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--minutes", type=float, default=2)
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 32))
-    parser.add_argument("--build", choices=BUILDS, default="windows")
+    parser.add_argument("--build", default="windows", choices=("windows", "asan", "tsan", "native"))
     parser.add_argument("--junit", type=Path)
     return parser.parse_args()
 
@@ -41,19 +39,22 @@ os.environ["MORVA_HOST_BUILD"] = options.build  # read when the modules below ar
 sys.path[:0] = [str(ROOT), str(ROOT / "tests" / "system"), str(ROOT / "tools")]
 
 import junit  # noqa: E402
-import report  # noqa: E402
 from actions import ACTIONS  # noqa: E402
-from agent_process import AgentProcess  # noqa: E402
-from gauges import ALLOWED, Gauges, growths  # noqa: E402
-from ledger import Ledger  # noqa: E402
+from gauges import Gauges  # noqa: E402
+from judgement import growths, verdicts  # noqa: E402
+from ledger import Record  # noqa: E402
 from life import Life  # noqa: E402
 from support import builds  # noqa: E402
 from support.sanitizer_reports import sanitizer_environment, take_reports  # noqa: E402
 from support.tool_server_client import WorkFolder  # noqa: E402
 from support.tool_server_fixtures import empty, roaming_folder  # noqa: E402
+from support.waiting import until  # noqa: E402
 
 from devkit.panel.host_process import HostError, HostProcess  # noqa: E402
+from devkit.panel.standin_process import StandInProcess  # noqa: E402
 
+# Slow enough for a stop or a crash to fall into a turn.
+AGENT = ["--port", "8090", "--tokens-per-second", "400"]
 LONGEST_LIFE_S = 600.0
 SHORT_LIFE_S = (1.0, 5.0)
 FEWEST_LIVES = 3
@@ -75,15 +76,16 @@ class Run:
             self.folders[name] = str(self.scratch / name)
         self.work = WorkFolder(*roaming_folder(self.folders))
         empty(self.work.local)
-        self.ledger = Ledger()
+        self.record = Record()
         self.gauges = Gauges(self.prefix, self.scratch)
-        self.agent = AgentProcess()
-        self.lives = self.turns = self.stops = 0
-        self.samples, self.marks = [], []
+        self.agent = StandInProcess(AGENT)
+        self.start_agent()
+        self.lives = self.crashes = 0
+        self.samples = []  # (life, what the gauges say)
         self.deadline = time.monotonic() + options.minutes * 60
 
     def close(self):
-        self.agent.end()
+        self.agent.kill()
         self.gauges.close()
         shutil.rmtree(self.scratch, ignore_errors=True)
 
@@ -96,7 +98,7 @@ class Run:
         """The first is long, so that there is something to watch; then they come as they come. On a
         slow machine the first lasts until there is, and others follow all the same."""
         self.live(min(LONGEST_LIFE_S, self.left() * 0.55), rests=True)
-        while (self.left() > 0 or self.lives < FEWEST_LIVES) and not self.ledger.faults:
+        while (self.left() > 0 or self.lives < FEWEST_LIVES) and not self.record.faults:
             if self.left() < 30 or self.random.random() < 0.75:
                 self.live(self.random.uniform(*SHORT_LIFE_S), rests=False)
             else:
@@ -105,58 +107,66 @@ class Run:
 
     def live(self, seconds, rests):
         self.lives += 1
-        self.marks.append((self.gauges.elapsed(), "host"))
         # What has been freed is kept for a while, otherwise up to 256 MiB, which would look like a
         # leak.
         environment = {**self.folders, **sanitizer_environment()}
         environment["ASAN_OPTIONS"] += ":quarantine_size_mb=16"
         host = HostProcess(builds.BUILD, None, environment, self.prefix, builds.PROGRAM).start()
-        life = Life(self.lives, options.seed, host, self.agent, self.work, self.ledger)
-        life.begin()
-        until = time.monotonic() + seconds
+        life = Life(self.lives, options.seed, host, self.agent, self.work, self.record)
+        end = time.monotonic() + seconds
         try:
-            while not self.ledger.faults and (time.monotonic() < until or self.wants_more()):
-                self.be_busy(life, until)
+            while not self.record.faults and (time.monotonic() < end or self.wants_more()):
+                self.be_busy(life, end)
                 if rests:
-                    life.rest(lambda: self.samples.append(self.gauges.look(host.pid, life.number)))
+                    life.rest(lambda: self.look(life))
         except Exception as failure:  # the run ends with what is known so far
-            self.ledger.fault(f"host {life.number}: {type(failure).__name__} {failure}")
-        self.end_life(life, host)
+            life.ledger.fault(f"{type(failure).__name__} {failure}")
+        self.end_life(life)
+
+    def look(self, life):
+        self.samples.append((life.number, self.gauges.look(life.host.pid)))
+        seen = ", ".join(f"{value:.4g} {what}" for what, value in self.samples[-1][1].items())
+        print(f"{options.minutes * 60 - self.left():6.0f} s: host {life.number} has {seen}")
 
     def wants_more(self):
         """The first host has not shown enough yet, and there is still patience."""
         return self.lives == 1 and self.left() > -LONGEST_EXTRA_S and (
-            len(self.ledger.latencies) < len(ACTIONS) or len(self.samples) < FEWEST_SAMPLES
-            or not self.agent.crashes)
+            len(self.record.times) < len(ACTIONS) or len(self.samples) < FEWEST_SAMPLES
+            or not self.crashes)
 
-    def be_busy(self, life, until):
+    def be_busy(self, life, end):
         """Some seconds of everything, with a crash or a stop in most of them."""
         seconds = self.random.uniform(*BUSY_S)
-        if (left := until - time.monotonic()) > 0:
+        if (left := end - time.monotonic()) > 0:
             seconds = min(seconds, left)
         before = seconds * self.random.random()
         time.sleep(before)
-        troubles = [self.crash_agent, self.crash_agent, self.stop_turns, lambda _: None]
-        self.random.choice(troubles)(life)
+        disturb = self.random.choice([self.crash_agent, self.crash_agent, self.stop_turns, None])
+        if disturb:
+            self.record.disturbed_until = float("inf")
+            disturb(life)
+            self.record.disturbed_until = time.monotonic()
         time.sleep(seconds - before)
 
+    def start_agent(self):
+        def starts():  # its port may be a moment late to be free
+            with contextlib.suppress(RuntimeError):
+                return self.agent.__enter__()
+
+        until(starts, "the agent does not start")
+
     def crash_agent(self, _):
-        self.marks.append((self.gauges.elapsed(), "crash"))
-        self.ledger.disturbances.begin()
-        self.agent.crash()
+        self.crashes += 1
+        self.agent.kill()
         time.sleep(self.random.uniform(*AGENT_AWAY_S))
-        self.agent.start()
-        self.ledger.disturbances.end()
+        self.start_agent()
 
     def stop_turns(self, life):
-        self.stops += 1
-        self.ledger.disturbances.begin()
-        life.panel.ask("stop")
+        self.record.counts["stops"] += 1
+        life.ask("stop")
         time.sleep(STOP_REACHES_S)
-        self.ledger.disturbances.end()
 
-    def end_life(self, life, host):
-        wrong = []
+    def end_life(self, life):
         try:
             code = life.end()
             if code < 0 and self.prefix:
@@ -164,20 +174,20 @@ class Run:
                 # dies, about once in some thousand ends of a process.
                 print(f"   Wine died of signal {-code} while host {life.number} ended", flush=True)
             elif code != 0:
-                wrong.append(f"ended with {code}: {host.stderr[-2000:]}")
+                life.ledger.fault(f"ended with {code}: {life.host.stderr[-2000:]}")
         except HostError as error:
-            wrong.append(str(error))
-            host.kill()
-        for text in filter(None, [*wrong, host.stream_fault, take_reports()[:20_000]]):
-            self.ledger.fault(f"host {life.number}: {text}")
-        self.turns += self.ledger.audit_turns()
-        self.ledger.forget()
+            life.ledger.fault(str(error))
+            life.host.kill()
+        for text in filter(None, [life.host.stream_fault, take_reports()[:20_000]]):
+            life.ledger.fault(text)
 
-    def outcome(self):
-        return report.Outcome(
-            options.build, options.seed, self.gauges.elapsed(), self.lives, self.agent.crashes,
-            self.stops, self.turns, self.ledger, self.samples,
-            growths(self.samples, ALLOWED[options.build]), self.marks)
+
+def print_times(record):
+    print("action              done  median ms longest ms agent away     failed")
+    for name in ACTIONS:
+        times = sorted(record.times[name]) or [0]
+        print(f"{name:<16}{len(record.times[name]):>8}{times[len(times) // 2]:>11.0f}"
+              f"{times[-1]:>11.0f}{record.refused[name]:>11}{record.unexpected[name]:>11}")
 
 
 def main():
@@ -187,17 +197,15 @@ def main():
         run.all_lives()
     finally:
         run.close()
-    outcome = run.outcome()
-    RESULTS.mkdir(parents=True, exist_ok=True)
-    report.print_tables(outcome)
-    report.write_json(outcome, RESULTS / f"{options.build}.json")
-    report.draw(outcome, RESULTS / f"{options.build}.png")
-    print(f"plot: {(RESULTS / options.build).relative_to(ROOT)}.png")
-    report.print_verdicts(outcome)
-    verdicts = outcome.verdicts()
+    found = verdicts(options.build, run.record, run.samples, run.lives, run.crashes)
+    print_times(run.record)
+    print(f"{run.lives} hosts, {run.crashes} crashes of the agent, {dict(run.record.counts)}")
+    print("at rest, early and late in the life of a host:", *growths(run.samples), sep="\n")
+    for subject, wrong in found.items():
+        print("\n          ".join([f"{'FAILED' if wrong else 'ok    '}  {subject}", *wrong[:20]]))
     if options.junit:
-        junit.write(options.junit, "soak", verdicts)
-    return 1 if any(verdicts.values()) else 0
+        junit.write(options.junit, "soak", found)
+    return 1 if any(found.values()) else 0
 
 
 if __name__ == "__main__":

@@ -55,4 +55,4 @@ class SharedBrowser:
         if browser is not None:
             browser.__exit__(None, None, None)
         if agent is not None:
-            agent.end()
+            agent.__exit__(None, None, None)
