@@ -5,7 +5,6 @@ import contextlib
 import json
 import os
 import socket
-import time
 
 import jsonschema
 import pytest
@@ -15,6 +14,7 @@ from support.desktop_app import TOKEN, DesktopApp, Instances
 from support.scripted_agent import READY, ScriptedAgent, answers
 from support.tool_server_fixtures import empty, roaming_folder
 from support.user_commands import SCHEMA, VENDOR_KEYS, Program, UserRegistry, host_key
+from support.waiting import until
 
 from devkit.panel import wine
 
@@ -42,15 +42,13 @@ def program(tmp_path, user_folders, folders):
 @pytest.fixture(autouse=True)
 def quiet_ports():
     """A host or agent of a test before may still be closing its ports."""
-    deadline = time.monotonic() + 30
+    def is_free(port):
+        with contextlib.suppress(OSError):
+            socket.create_server(("127.0.0.1", port)).close()
+            return True
+
     for port in [*range(8090, 8095), *range(39270, 39280)]:
-        while True:
-            try:
-                socket.create_server(("127.0.0.1", port)).close()
-                break
-            except OSError:
-                assert time.monotonic() < deadline, f"somebody keeps port {port}"
-                time.sleep(0.02)
+        until(lambda: is_free(port), f"port {port} is not free", 30)
 
 
 @pytest.fixture(scope="module")
@@ -180,48 +178,32 @@ def test_all_is_well_after_registering(program, examine, registered, cli):
     assert program.run("--doctor", environment=cli.env()).out.endswith("\nall is well\n")
 
 
-MANIFESTS = {
-    "no JSON": (lambda m: b"{", "it is no JSON object"),
-    "no program": (lambda m: {**m, "path": "gone.exe"}, "a program that is not there"),
-    "another program": (lambda m: {**m, "path": "C:\\windows\\explorer.exe"}, "another program"),
-    "relative": (lambda m: {**m, "path": builds.PROGRAM.name}, ""),
-}
-
-
 @pytest.mark.windows_only
 def test_a_manifest_that_does_not_work_is_told(program, examine, registered):
     manifest = json.loads(program.manifest.read_bytes())
-    for name, (change, text) in MANIFESTS.items():
-        changed = change(manifest)
-        program.manifest.write_bytes(
-            changed if isinstance(changed, bytes) else json.dumps(changed).encode())
+    for path, text in (("gone.exe", "a program that is not there"),
+                       ("C:\\windows\\explorer.exe", "another program"),
+                       (builds.PROGRAM.name, ""), (None, "it cannot be read")):
+        program.manifest.write_text(json.dumps({**manifest, "path": path}))
+        if path is None:
+            program.manifest.unlink()
         found = examine()["browser.chrome.manifest"]
-        assert found["verdict"] == ("problem" if text else "ok"), name
-        assert text in found["text"], name
-    program.manifest.unlink()
-    assert "it cannot be read" in examine()["browser.chrome.manifest"]["text"]
+        assert found["verdict"] == ("problem" if text else "ok") and text in found["text"], path
 
 
 @pytest.mark.windows_only
-def test_policies_that_forbid_the_host_are_told(examine, registered):
-    policy = "browser.chrome.policy"
-    registered.add(f"{POLICIES}\\NativeMessagingBlocklist", "1", "*")
-    found = examine()[policy]
-    assert found["verdict"] == "problem" and "NativeMessagingBlocklist" in found["text"]
-    registered.add(f"{POLICIES}\\NativeMessagingAllowlist", "1", "com.quenlark.morva.chrome")
-    assert examine()[policy]["verdict"] == "ok"
-    registered.add(POLICIES, "NativeMessagingUserLevelHosts", "0", "REG_DWORD")
-    found = examine()[policy]
-    assert found["verdict"] == "problem" and "NativeMessagingUserLevelHosts" in found["text"]
-
-
-@pytest.mark.windows_only
-def test_the_registrys_program_is_used_before_the_search_path(examine, registry, cli):
-    environment = cli.env()
-    registry.add(host_key("chrome"), "cli", "C:\\nowhere\\x.exe")
-    findings = examine(environment)
-    assert findings["cli.registry"]["text"] == "there is no such file: C:\\nowhere\\x.exe"
-    registry.add(host_key("chrome"), "cli", "C:\\windows\\explorer.exe")
-    findings = examine(environment)
-    assert findings["cli.registry"]["facts"]["used"] is True
+def test_policies_and_the_registrys_program_are_seen(examine, registered, cli):
+    """Each key beside those before it."""
+    block, allow = (f"{POLICIES}\\NativeMessaging{each}list" for each in ("Block", "Allow"))
+    nowhere, explorer = "C:\\nowhere\\x.exe", "C:\\windows\\explorer.exe"
+    for key, name, value, seen, wanted in (
+            (block, "1", "*", "browser.chrome.policy", "NativeMessagingBlocklist"),
+            (allow, "1", "com.quenlark.morva.chrome", "browser.chrome.policy", "'ok'"),
+            (POLICIES, "NativeMessagingUserLevelHosts", 0, "browser.chrome.policy",
+             "NativeMessagingUserLevelHosts"),
+            (host_key("chrome"), "cli", nowhere, "cli.registry", f"no such file: {nowhere}"),
+            (host_key("chrome"), "cli", explorer, "cli.registry", "'used': True")):
+        registered.add(key, name, value, "REG_SZ" if isinstance(value, str) else "REG_DWORD")
+        findings = examine(cli.env())
+        assert wanted in str(findings[seen]).replace("\\\\", "\\"), value
     assert findings["cli.searchPath"]["facts"]["used"] is False

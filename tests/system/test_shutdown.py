@@ -1,5 +1,6 @@
 """The end of standard input ends the host, soon and in order, whatever it is doing."""
 
+import contextlib
 import os
 import threading
 import time
@@ -21,97 +22,78 @@ TRIES = 3
 
 
 def ends_soon(start_busy, limit, alive=True):
-    """start_busy() gives a host in the middle of something; the fastest of a few ends counts."""
+    """start_busy(stack) returns a host in the middle of something, and leaves to the stack what is
+    to be done after its end; the fastest of a few ends counts."""
     took = []
     for _ in range(TRIES):
-        panel, clean_up = start_busy()
-        took.append(panel.end(alive=alive))
-        clean_up()
+        with contextlib.ExitStack() as stack:
+            took.append(start_busy(stack).end(alive=alive))
         if took[-1] <= limit * builds.SLOWER:
             return
     pytest.fail(f"the host took {took} s to end")
 
 
 def test_when_idle(start_panel):
-    ends_soon(lambda: (start_panel(), lambda: None), exit_limit_seconds())
+    ends_soon(lambda _: start_panel(), exit_limit_seconds())
 
 
-BUSY = {
-    "in the middle of an answer": (COMPLETIONS, streams_then_holds(delta("a"))),
-    "before the answer begins": (COMPLETIONS, holds),
-    "while the preset is looked up": (MODELS, holds),
-    "while the agent is looked for": (READY, holds),
-}
-
-
-@pytest.mark.parametrize("name", BUSY)
-def test_in_a_turn(start_panel, name):
-    path, handler = BUSY[name]
-
-    def start_busy():
-        agent = ScriptedAgent()
-        agent.on[path] = handler
+def test_in_the_middle_of_an_answer_and_of_event_streams(start_panel):
+    def start_busy(stack):
+        agent = stack.enter_context(FeedingAgent(turn=streams_then_holds(delta("a"))))
         panel = start_panel()
-        panel.start_turn(preset="" if path == MODELS else "p", until=(
-            "appendAssistantDelta" if name == "in the middle of an answer" else "agentStarted"))
-        agent.wait_for(path)
-        return panel, agent.close
+        panel.ask_for_ack("realtimeStart")
+        panel.start_turn(until="appendAssistantDelta")
+        agent.wait_feed(1)
+        agent.wait_feed(1, REALTIME_EVENTS)
+        return panel
 
     ends_soon(start_busy, exit_limit_seconds())
 
 
 # What is under way, and the path on which the agent says no more.
 STALLED = [
-    ("commandEventsSubscribe", EVENTS), ("speak", SPEAK), ("speakPause", f"{SPEAK}/pause"),
-    ("agentReload", f"{SPEAK}/stop"), ("realtimeStart", REALTIME_START),
-    ("realtimeStart", REALTIME_EVENTS), ("realtimeStop", REALTIME_STOP),
-    ("realtimePushToTalk", REALTIME_PTT), ("stop", CONSENT),
+    ("send", READY), ("send", MODELS), ("send", COMPLETIONS), ("commandEventsSubscribe", EVENTS),
+    ("speak", SPEAK), ("speakPause", f"{SPEAK}/pause"), ("agentReload", f"{SPEAK}/stop"),
+    ("realtimeStart", REALTIME_START), ("realtimeStart", REALTIME_EVENTS),
+    ("realtimeStop", REALTIME_STOP), ("realtimePushToTalk", REALTIME_PTT), ("stop", CONSENT),
 ]
+KEYS = {"send": {"prompt": "hi", "preset": ""}, "speak": {"text": "a"}}
 
 
 @pytest.mark.parametrize("kind,path", STALLED, ids=lambda value: value)
 def test_an_agent_that_stalls_does_not_hold_up_the_end(start_panel, kind, path):
     """The dispatcher itself may be blocked, in a request; messages behind it wait."""
-    def start_busy():
-        agent = FeedingAgent()
+    def start_busy(stack):
+        agent = stack.enter_context(FeedingAgent())
         agent.on[path] = holds
         panel = start_panel()
-        panel.find_agent()
+        if path != READY:
+            panel.find_agent()
         if kind.startswith("realtime") and kind != "realtimeStart":
             panel.ask_for_ack("realtimeStart")
         if kind != "commandEventsSubscribe":
-            panel.send(kind, **({"text": "a"} if kind == "speak" else {}))
+            panel.send(kind, **KEYS.get(kind, {}))
         agent.wait_until(lambda: [e for e in agent.exchanges if e.path.startswith(path)], path)
         panel.send("getStatus")
-        return panel, agent.close
+        return panel
 
-    # 500 ms for what had arrived before the end, should the request not be cut off at once.
-    ends_soon(start_busy, 0.9, alive=False)
-
-
-def test_an_open_event_stream_does_not_hold_up_the_end(start_panel):
-    def start_busy():
-        agent = FeedingAgent()
-        panel = start_panel()
-        panel.ask_for_ack("realtimeStart")
-        agent.wait_feed(1)
-        agent.wait_feed(1, REALTIME_EVENTS)
-        return panel, agent.close
-
-    ends_soon(start_busy, exit_limit_seconds())
+    if kind == "send":  # which has a thread of its own
+        ends_soon(start_busy, exit_limit_seconds())
+    else:  # 500 ms for what had arrived before the end, should the request not be cut off at once
+        ends_soon(start_busy, 0.9, alive=False)
 
 
 def test_more_than_can_wait_does_not_hide_the_end(start_panel):
     """Behind a request that hangs, and more messages than are queued."""
-    def start_busy():
-        agent = ScriptedAgent()
+    def start_busy(stack):
+        agent = stack.enter_context(ScriptedAgent())
         agent.on["/v1/credit"] = holds
         panel = start_panel()
         panel.send("providerRpc", method="getCreditInfo")
         agent.wait_for("/v1/credit")
         for _ in range(4096 + 12):
             panel.send("getStatus")
-        return panel, agent.close
+        return panel
 
     ends_soon(start_busy, 0.9, alive=False)
 
@@ -119,24 +101,23 @@ def test_more_than_can_wait_does_not_hide_the_end(start_panel):
 WORDS = b'data: {"choices":[{"delta":{"content":"word "}}]}\n\n' * 20
 
 
-@pytest.mark.parametrize("turns", [2, 20])
-def test_in_turns_that_stream_as_fast_as_they_can(start_panel, turns):
+@pytest.mark.parametrize("alive", [True, False])
+def test_in_turns_that_stream_as_fast_as_they_can(start_panel, alive):
     """Messages arrive while the input is closed."""
     def floods(exchange):
         exchange.stream()
         while not exchange.agent.cancelled.is_set():
             exchange.send(WORDS)
 
-    took = []
-    for messages in range(TRIES):
-        with ScriptedAgent(turn=floods) as agent:
-            panel = start_panel()
-            panel.start_turn(turns)
-            agent.wait_for(COMPLETIONS, turns, timeout=30)
-            for _ in range(messages):
-                panel.send("getStatus")
-            took.append(panel.end(alive=messages % 2 == 0))
-    assert min(took) <= 0.6 * builds.SLOWER, took
+    def start_busy(stack):
+        agent = stack.enter_context(ScriptedAgent(turn=floods))
+        panel = start_panel()
+        panel.start_turn(2 if alive else 20)
+        agent.wait_for(COMPLETIONS, 2 if alive else 20, timeout=30)
+        panel.send("getStatus")
+        return panel
+
+    ends_soon(start_busy, 0.6, alive)
 
 
 def test_messages_that_had_arrived_still_get_their_replies(start_panel):
@@ -179,26 +160,50 @@ def test_a_browser_that_reads_late_gets_every_reply_whole(panel):
 
 
 def test_a_browser_that_never_reads_is_waited_for_no_longer_than_two_seconds(launch):
+    """Whoever is blocked in writing: replies and turns."""
     took = []
-    for _ in range(TRIES):
-        panel = launch()
-        send_large(panel)
-        began = time.monotonic()
-        panel.host.close_stdin()
-        assert panel.host._process.wait(10) == 0
-        took.append(time.monotonic() - began)
-        panel.host.kill()
+    with ScriptedAgent(turn=streams(*(delta("x" * 1000) for _ in range(500)))) as agent:
+        for number in range(TRIES):
+            panel = launch()
+            panel.host.pause_reading()
+            panel.start_turn(5, until=None)
+            agent.wait_for(COMPLETIONS, 5 * number + 1)
+            send_large(panel)
+            began = time.monotonic()
+            panel.host.close_stdin()
+            assert panel.host._process.wait(10) == 0
+            took.append(time.monotonic() - began)
+            panel.host.kill()
     assert 1.9 <= min(took) <= 2.4 * builds.SLOWER, took
 
 
-@pytest.mark.parametrize("behaviour", [{"never_ready": 1}, {"mute": 1}, {"exit": 1}], ids=str)
-def test_while_an_agent_starts(start_panel, cli, behaviour):
-    def start_busy():
+# How the program behaves that the host has started, and what shows that it does: how often it was
+# started, or a panel event.
+STARTED = {
+    "never ready": ({"never_ready": 1}, 1),
+    "mute": ({"mute": 1}, 1),
+    "ends at once": ({"exit": 1}, 2),
+    "quiet": ({"words": 1}, ("appendAssistantDelta", "")),
+    "talking": ({"words": 100_000, "tokens_per_second": 1000}, ("appendAssistantDelta", "")),
+    "printing": ({"lines": 5_000_000}, ("appendDebugLog", "'text': 'line ")),
+}
+
+
+@pytest.mark.parametrize("name", STARTED)
+def test_an_owned_agent_goes_with_the_host(start_panel, cli, name):
+    behaviour, sign = STARTED[name]
+
+    def start_busy(stack):
         begun = len(cli.starts())
         panel = start_panel(env=cli.env(**behaviour))
-        panel.start_turn()
-        cli.wait_for_starts(begun + (2 if "exit" in behaviour else 1))
-        return panel, cli.wait_until_gone
+        mark = panel.start_turn()
+        if isinstance(sign, int):
+            cli.wait_for_starts(begun + sign)
+        else:
+            panel.wait_event(sign[0], lambda args: sign[1] in str(args), mark, timeout=30)
+            assert cli.running()
+        stack.callback(cli.wait_until_gone)
+        return panel
 
     ends_soon(start_busy, CHILD_LIMIT_SECONDS)
 
@@ -213,46 +218,11 @@ def test_at_any_moment_of_a_start(start_panel, cli):
         cli.wait_until_gone()
 
 
-AT_WORK = {
-    "quiet": ({"words": 1}, "appendAssistantDelta"),
-    "talking": ({"words": 100_000, "tokens_per_second": 1000}, "appendAssistantDelta"),
-    "printing": ({"lines": 5_000_000}, "appendDebugLog"),
-}
-
-
-@pytest.mark.parametrize("name", AT_WORK)
-def test_an_owned_agent_goes_with_the_host(start_panel, cli, name):
-    behaviour, sign = AT_WORK[name]
-
-    def start_busy():
-        panel = start_panel(env=cli.env(**behaviour))
-        mark = panel.start_turn()
-        panel.wait_event(sign, lambda args: sign != "appendDebugLog"
-                         or args[0]["text"].startswith("line "), mark, timeout=30)
-        assert cli.running()
-        return panel, cli.wait_until_gone
-
-    ends_soon(start_busy, CHILD_LIMIT_SECONDS)
-
-
 def test_a_found_agent_stays(start_panel, agent):
     panel = start_panel()
     panel.run_turn()
     panel.end()
     assert start_panel().run_turn().text == "hello"
-
-
-def test_while_the_browser_does_not_read(start_panel):
-    """Writers are blocked, and the end must not wait for them."""
-    with ScriptedAgent(turn=streams(*(delta("x" * 1000) for _ in range(500)))) as agent:
-        panel = start_panel()
-        panel.host.pause_reading()
-        panel.start_turn(5, until=None)
-        agent.wait_for(COMPLETIONS, 1)
-        panel.host.close_stdin()
-        code = panel.host._process.wait(3)
-        panel.host.resume_reading()
-        assert code == 0
 
 
 def test_a_browser_that_does_not_read_for_a_while_loses_nothing(panel):

@@ -1,0 +1,183 @@
+"""Files that go out and come in: served, pasted, dropped.
+
+Which names are refused, and how a name, an age and a count are judged, is tested in
+tests/unit/toolserver; here is what only a real folder with links, and others at work in it, shows.
+"""
+
+import contextlib
+import os
+import socket
+import subprocess
+import threading
+import time
+from concurrent.futures import ThreadPoolExecutor
+
+import pytest
+
+from support.builds import IS_WINDOWS
+from support.tool_server_client import NO_FILE, ToolServer, file_answer
+
+NO_FOLDER = {"error": "could not create the drops folder", "ok": False}
+BYTES = bytes(range(256)) * 3 + b"\r\n\r\n\0"
+
+
+def refused(server, path):
+    return server.download(path).data == NO_FILE
+
+
+# --- Served ---
+
+@pytest.mark.parametrize("name, content_type", [
+    ("a b+c%\u3042.PNG", "image/png"), ("folder.png/a", "application/octet-stream")])
+def test_a_file_is_served_byte_for_byte(server, work, name, content_type):
+    path = work.put(name, BYTES)
+    assert server.download(path).data == file_answer(content_type, BYTES)
+
+
+def test_links_are_refused_wherever_they_point(server, work, tmp_path):
+    work.put("a.png", b"inside")
+    (tmp_path / "outside.png").write_bytes(b"outside")
+    targets = {"in.png": work.local / "a.png", "relative.png": "a.png",
+               "out.png": tmp_path / "outside.png", "nowhere.png": tmp_path / "missing",
+               "round.png": work.local / "round.png", "folder": tmp_path}
+    for name, target in targets.items():
+        (work.local / name).symlink_to(target, target_is_directory=name == "folder")
+    asked = [*targets, "folder/outside.png"]
+    wrong = {name for name in asked if not refused(server, work.name_of(*name.split("/")))}
+    # Wine follows a link of the system below before a program can ask about it: there only the
+    # place that it leads to can be judged.
+    assert wrong <= ({"in.png", "relative.png"} if IS_WINDOWS else set())
+
+
+@pytest.mark.posix_only
+def test_pipes_and_sockets_are_refused(server, work):
+    os.mkfifo(work.local / "pipe.png")
+    with socket.socket(socket.AF_UNIX) as listener:
+        listener.bind(str(work.local / "s.png"))
+        assert refused(server, work.name_of("s.png")) and refused(server, work.name_of("pipe.png"))
+
+
+@contextlib.contextmanager
+def over_and_over(step):
+    """Runs a step beside the test."""
+    stop = threading.Event()
+
+    def run():
+        while not stop.is_set():
+            step()
+
+    thread = threading.Thread(target=run)
+    thread.start()
+    try:
+        yield
+    finally:
+        stop.set()
+        thread.join()
+
+
+@pytest.mark.posix_only  # Wine asks for the final path by name, after it has opened the file
+def test_a_folder_exchanged_while_it_is_asked_for_never_shows_the_outside(server, work, tmp_path):
+    """Both names exist all the time and are swapped for one another, so that at every moment the
+    path leads to the file inside or to the one outside."""
+    work.put("real/a.png", b"inside")
+    (tmp_path / "a.png").write_bytes(b"outside")
+    door, link, real = (work.local / each for each in ("door", "link", "real"))
+    link.symlink_to(tmp_path, target_is_directory=True)
+
+    def swap():
+        for way_in in (real, link):
+            os.rename(way_in, door)
+            os.rename(door, way_in)
+
+    with over_and_over(swap):
+        bodies = [server.download(work.name_of("door", "a.png")).body for _ in range(400)]
+    assert set(bodies) == {b"inside", NO_FILE.partition(b"\r\n\r\n")[2]}
+
+
+def test_a_file_replaced_while_it_is_read_is_one_of_the_two(server, work):
+    """The size that was asked for and the bytes come from one and the same file."""
+    whole = [b"a" * 300_000, b"b" * 100_000]
+    path = work.put("a.png", whole[0])
+
+    def replace():
+        for body in whole:
+            (work.local / "other").write_bytes(body)
+            os.replace(work.local / "other", work.local / "a.png")
+
+    with over_and_over(replace):
+        answers = [server.download(path) for _ in range(150)]
+    assert all(each.data == NO_FILE or each.body in whole for each in answers)
+    assert any(each.body in whole for each in answers)
+
+
+# --- Taken ---
+
+def test_names_begin_with_the_time_and_count_up(own_server, work):
+    work.local.rmdir()  # is made again
+    kept = {"shot.png": "shot.png", "C:\\x\\a\u3042<b>.txt. ": "a\u3042b.txt", "": "file",
+            "a" + "\u3042" * 40: "a" + "\u3042" * 39}
+    results = [own_server.upload(name, BYTES) for name in kept]
+    assert own_server.download(results[0]["path"]).data == file_answer("image/png", BYTES)
+    files = [work.to_local(result["path"]) for result in results]
+    assert {(file.parent, file.read_bytes()) for file in files} == {(work.drops, BYTES)}
+    ticks, numbers, names = zip(*(file.name.split("-") for file in files))
+    assert list(map(int, ticks)) == sorted(map(int, ticks))
+    assert (numbers, names) == (("0", "1", "2", "3"), tuple(kept.values()))
+
+
+def test_uploads_at_the_same_time_never_overwrite_each_other(server, work):
+    bodies = [f"{number} ".encode() * 100 for number in range(128)]
+    with ThreadPoolExecutor(16) as lanes:
+        results = list(lanes.map(lambda body: server.upload("same name.png", body), bodies))
+    assert all(result["ok"] for result in results)
+    assert sorted(file.read_bytes() for file in work.drops.iterdir()) == sorted(bodies)
+
+
+def put_old(folder):
+    folder.mkdir(exist_ok=True)
+    (folder / "100-0-old").write_bytes(b"old")
+    os.utime(folder / "100-0-old", (time.time() - 86400 - 60,) * 2)
+
+
+def test_old_files_make_room_but_links_to_files_are_not_counted_and_not_followed(
+        server, work, tmp_path):
+    put_old(tmp_path)
+    put_old(work.drops)
+    for number in range(200):
+        (work.drops / f"link {number}").symlink_to(tmp_path / "100-0-old")
+    assert server.upload("a", b"x")["ok"] is True
+    assert (tmp_path / "100-0-old").read_bytes() == b"old"
+    assert not (work.drops / "100-0-old").exists()
+
+
+@pytest.mark.parametrize("where", ["inside", "outside", "nowhere"])
+def test_a_drops_folder_that_is_a_link_is_refused(server, work, tmp_path, where):
+    target = (work.local if where == "inside" else tmp_path) / "elsewhere"
+    if where != "nowhere":
+        put_old(target)
+    work.drops.symlink_to(target, target_is_directory=True)
+    assert server.upload("a", b"x") == NO_FOLDER
+    assert len(list(target.glob("*"))) == (where != "nowhere")
+
+
+@pytest.mark.posix_only
+def test_a_full_disk_leaves_no_half_file(start_panel, tmp_path):
+    mount = ["mount", "-t", "tmpfs", "-o", "size=256k", "tmpfs", str(tmp_path)]
+    if subprocess.run(mount, stderr=subprocess.DEVNULL).returncode != 0:
+        pytest.skip("no file system can be mounted here")
+    try:
+        server = ToolServer(start_panel(env={"APPDATA": str(tmp_path)}))
+        assert server.upload("a", b"x" * 1_000_000) == {
+            "error": "could not write the file", "ok": False}
+        assert not [each for each in tmp_path.rglob("*") if each.is_file()]
+        assert server.upload("a", b"x" * 1000)["ok"] is True
+    finally:
+        subprocess.run(["umount", "-l", str(tmp_path)], check=True)
+
+
+@pytest.mark.posix_only
+def test_without_a_data_folder_there_is_nowhere_to_put_it(start_panel):
+    server = ToolServer(start_panel(env={"APPDATA": ""}))
+    assert server.upload("a", b"x") == {
+        "error": "chrome work folder is unavailable", "ok": False}
+    assert server.download("/etc/hostname").status == 404
