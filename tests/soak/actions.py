@@ -87,8 +87,7 @@ def pipe_request(life, random):
     """A local program asks the extension, which answers with what it was sent."""
     asked = {"command": PIPE_COMMAND, "requestId": f"soak-pipe-{next(numbers)}",
              "text": random.randbytes(random.randint(1, 50_000)).hex()}
-    prefix = builds.wine_prefix() if builds.IS_WINDOWS else None
-    with PipeClient(builds.BUILD, prefix) as client:
+    with PipeClient(builds.BUILD, builds.wine_prefix()) as client:
         answer = client.ask(asked, TIMEOUT_S)
     if life.over.is_set():
         raise LifeOver

@@ -68,7 +68,7 @@ STOP_REACHES_S = 1.0  # so long after a "stop" the agent may still cancel what r
 class Run:
     def __init__(self):
         self.random = random.Random(options.seed)
-        self.prefix = builds.wine_prefix() if builds.IS_WINDOWS else None
+        self.prefix = builds.wine_prefix()
         self.scratch = Path(tempfile.mkdtemp(prefix="morva-soak-"))
         self.folders = {}
         for name in () if self.prefix else ("APPDATA", "LOCALAPPDATA"):

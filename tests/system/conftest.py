@@ -80,8 +80,8 @@ def launch(user_folders):
         environment = {**sanitizer_environment(), **(env or {})}
         if not builds.IS_WINDOWS:
             environment = {**user_folders, **environment}
-        prefix = builds.wine_prefix() if builds.IS_WINDOWS else None
-        host = HostProcess(builds.BUILD, args, environment, prefix, builds.PROGRAM, greet)
+        host = HostProcess(builds.BUILD, args, environment, builds.wine_prefix(), builds.PROGRAM,
+                           greet)
         protocol.watch(host)
         return Panel(host.start())
 
@@ -103,7 +103,7 @@ def start_panel(launch, request):
     try:
         for panel in panels:
             if panel.host.running:
-                panel.end(alive=False)
+                panel.end()
     finally:
         for panel in panels:
             panel.host.kill()

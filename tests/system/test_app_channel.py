@@ -85,7 +85,6 @@ def test_the_application_gets_the_command_and_a_proof_but_never_the_token(panel,
                     "sender": "window 1"}}
     assert TOKEN.lower().encode() not in body.lower()
     ToolServer(panel).is_well()  # which uses sockets too
-    panel.end()
 
 
 def test_without_an_agent_the_application_is_asked(panel, app, leaving_agent):
@@ -95,7 +94,6 @@ def test_without_an_agent_the_application_is_asked(panel, app, leaving_agent):
         assert run(panel) == {"ok": True, "data": {}}
     finally:
         leaving_agent.on["/ready"] = ready
-    panel.end()
 
 
 ENDS = {
@@ -118,14 +116,12 @@ def test_each_end_of_an_exchange_has_its_reply(panel, app):
         print(name)  # shown beside a failure
         got[name] = run(panel)
     assert got == {name: wanted for name, (_, wanted) in ENDS.items()}
-    panel.end()
 
 
 def test_a_large_command_goes_whole(panel, app):
     text = "ü" * 1_500_000
     assert run(panel, text=text)["ok"] is True
     assert json.loads(app.requests[0])["request"]["text"] == text
-    panel.end()
 
 
 def test_the_application_is_found_when_it_has_come_and_missed_when_it_has_gone(
@@ -138,7 +134,6 @@ def test_the_application_is_found_when_it_has_come_and_missed_when_it_has_gone(
         assert run(panel)["ok"] is True
         assert trap.connections == 0
     assert run(panel) == failed("cmd_ipc connect failed")
-    panel.end()
 
 
 def test_an_application_that_hangs_does_not_hold_up_the_end(panel, app):

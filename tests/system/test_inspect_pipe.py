@@ -1,5 +1,6 @@
 """Local programs reach the extension through the inspect pipe, one after another."""
 
+import contextlib
 import threading
 import time
 
@@ -16,16 +17,9 @@ MIB = 1 << 20
 
 @pytest.fixture
 def connect():
-    clients = []
-
-    def start(**options):
-        prefix = builds.wine_prefix() if builds.IS_WINDOWS else None
-        clients.append(PipeClient(builds.BUILD, prefix, **options))
-        return clients[-1]
-
-    yield start
-    for client in clients:
-        client.close()
+    with contextlib.ExitStack() as clients:
+        yield lambda **options: clients.enter_context(
+            PipeClient(builds.BUILD, builds.wine_prefix(), **options))
 
 
 def pipe_error(code, message, request_id="unknown"):
@@ -86,7 +80,6 @@ def test_request_and_answer_pass_unchanged_for_each_of_many_clients(panel, conne
         thread.join(60)
     assert sorted(seen, key=lambda frame: frame["requestId"]) == asked
     assert answers == {number: answer(asked[number]) for number in range(5)}
-    panel.end()
 
 
 @pytest.mark.off_protocol("pipe client")
@@ -100,7 +93,6 @@ def test_a_request_without_an_id_is_forwarded_and_not_waited_for(panel, connect)
     assert connect().ask_raw(bytes(4)) == NOT_WAITED_FOR
     panel.wait_frame(lambda frame: frame == {})
     assert time.monotonic() - began < 15
-    panel.end()
 
 
 @pytest.mark.off_protocol("pipe client")
@@ -112,7 +104,6 @@ def test_a_frame_that_is_none_is_refused_and_the_next_client_served(panel, conne
         assert text in answer["error"]["message"]
         assert answer == pipe_error("INVALID_REQUEST", answer["error"]["message"])
     assert connect().ask({"command": "pipe"}) == NOT_WAITED_FOR
-    panel.end()
 
 
 @pytest.mark.off_protocol("pipe client")
@@ -128,14 +119,12 @@ def test_clients_that_leave_early_harm_nobody(panel, connect):
     client.close()
     panel.host.send({"ok": True, "requestId": "left"})  # for a client that is not there any more
     assert connect().ask({"command": "pipe"}) == NOT_WAITED_FOR
-    panel.end()
 
 
 def test_an_answer_that_came_before_its_request_is_given_at_once(panel, connect):
     panel.host.send({"ok": True, "requestId": "early", "n": 1})
     panel.prove_alive()
     assert connect().ask(request("early")) == {"ok": True, "requestId": "early", "n": 1}
-    panel.end()
 
 
 def test_large_requests_and_answers(start_panel, connect):
@@ -146,14 +135,12 @@ def test_large_requests_and_answers(start_panel, connect):
     answering.join(60)
     assert len(answer["text"]) == 3 * MIB
     assert seen[0]["text"] == text
-    panel.end()
 
 
 def test_a_request_that_the_browser_would_not_take(panel, connect):
     answer = connect().ask(request("large", text="x" * (MIB + 1)))
     assert answer == pipe_error(
         "EXTENSION_UNAVAILABLE", "Chrome extension channel is unavailable", "large")
-    panel.end()
 
 
 @pytest.mark.parametrize("busy", ["silent", "inside a frame", "waiting"])
@@ -185,7 +172,6 @@ def test_an_extension_that_does_not_answer_in_time(panel, connect):
     panel.host.send({"ok": True, "requestId": "slow", "late": True})
     panel.prove_alive()
     assert connect().ask(request("slow")) == {"ok": True, "requestId": "slow", "late": True}
-    panel.end()
 
 
 @pytest.mark.off_protocol("pipe client")
@@ -202,4 +188,3 @@ def test_clients_that_say_nothing_or_take_nothing_make_room(start_panel, connect
     began = time.monotonic()
     assert connect().ask({"command": "pipe"}) == NOT_WAITED_FOR  # waits until it is served
     assert 25 < time.monotonic() - began < 75
-    panel.end()

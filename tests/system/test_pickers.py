@@ -54,7 +54,6 @@ def test_what_is_chosen_goes_to_the_panel_and_cancelling_posts_nothing(
         act_until(lambda: len(chosen()) == len(wanted),
                   lambda: display.is_open(title) and display.enter(title, seen_by_host(target)))
         assert chosen() == wanted
-    panel.end()
 
 
 @pytest.mark.windows_only
@@ -97,7 +96,6 @@ def test_browsing_for_the_folder_of_the_program(panel_with_display, display, cli
         "kind": "cliDir", "ok": True, "dir": folder, "cli": path, "probe": "ok",
         "feedback": f"Saved. {CLI_NAME} starts."}
     assert browse(cancel) == {"kind": "cliDir", "ok": True, "dir": folder}
-    panel.end()
 
 
 @pytest.mark.posix_only
@@ -105,11 +103,9 @@ def test_no_dialog_is_an_error_line(panel):
     mark = panel.mark()
     assert panel.ask("pickContextPaths")["ok"] is True
     assert panel.wait_event("appendText", since=mark) == NOT_OPEN
-    panel.end()
 
 
 def test_attached_paths_come_back_as_one_argument(panel):
     mark = panel.mark()
     assert panel.ask("attachContextPaths", paths=["C:\\a b", "h\u00e9"])["ok"] is True
     assert panel.wait_event("appendContextPaths", since=mark) == [["C:\\a b", "h\u00e9"]]
-    panel.end()

@@ -85,7 +85,6 @@ def test_each_kind_natively(start_panel, desktop, tmp_path, user_folders):
         keys = {"path": "", "url": target} if is_url else {"path": str(target)}
         assert ask(panel, kind, **keys) == OK, (kind, target)
         assert desktop.wait(number)[-1] == opened
-    panel.end()
 
 
 def test_what_is_not_there_is_not_opened(start_panel, desktop, tmp_path):
@@ -102,7 +101,6 @@ def test_what_is_not_there_is_not_opened(start_panel, desktop, tmp_path):
         # Whatever was opened before would be in the list too.
         assert ask(panel, "openPathDefault", path=there) == OK
         assert desktop.wait(1) == [f"xdg-open {there}"]
-    panel.end()
 
 
 @pytest.mark.posix_only
@@ -117,7 +115,6 @@ def test_a_shell_that_takes_its_time_holds_up_nothing(start_panel, desktop, tmp_
     deadline = time.monotonic() + 15
     while ask(panel, "openPathDefault", path=str(tmp_path)) != OK:
         assert time.monotonic() < deadline
-    panel.end()
 
 
 @pytest.fixture(scope="module")
@@ -157,7 +154,6 @@ def test_programs_and_addresses_are_opened(start_panel, cli, display, url_handle
         assert ask(panel, kind, **keys) == OK
         command = cli.wait_for_starts(number)[-1]["command"]
         assert argument in command if argument else command.strip() == "", keys
-    panel.end()
 
 
 def explorers(text):
@@ -188,4 +184,3 @@ def test_explorer_is_started(start_panel, display, tmp_path, kind, select):
         for process, _ in found:
             with contextlib.suppress(psutil.NoSuchProcess):
                 process.kill()
-    panel.end()
