@@ -2,15 +2,16 @@
 # tests/fuzz/corpus/<name>_fuzz.
 
 morva_sources(fuzzSources tests/fuzz "*_fuzz.cpp")
-# What targets share with the unit tests.
+# What targets share with each other and with the unit tests.
 add_library(fuzz_support STATIC EXCLUDE_FROM_ALL
-  tests/unit/support/injection_rules.cpp tests/unit/support/random_page.cpp)
-target_include_directories(fuzz_support PUBLIC tests/unit)
+  tests/unit/support/injection_rules.cpp tests/unit/support/random_page.cpp
+  tests/unit/support/posix/test_system_posix.cpp)
+target_include_directories(fuzz_support PUBLIC tests/unit tests/fuzz)
 target_link_libraries(fuzz_support PUBLIC morva_core)
 
 foreach(source IN LISTS fuzzSources)
   cmake_path(GET source STEM target)
-  add_executable(${target} ${source})
+  add_executable(${target} ${source} tests/fuzz/fuzz_main.cpp)
   set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/fuzz")
   target_link_libraries(${target} PRIVATE morva_core fuzz_support)
   target_link_options(${target} PRIVATE -fsanitize=fuzzer)

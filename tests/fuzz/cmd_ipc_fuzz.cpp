@@ -3,16 +3,7 @@
 
 #include "app_ipc/cmd_ipc.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -21,6 +12,12 @@
 #include <string_view>
 #include <thread>
 
+#include "fuzz_input.h"
+#include "platform/sockets.h"
+#include "support/test_folder.h"
+#include "support/test_system.h"
+
+namespace media::win::chrome_inspect {
 namespace {
 
 constexpr std::size_t socketRoom = 60'000;  // goes out without a reader
@@ -33,66 +30,50 @@ constexpr const char* texts[] = {"cmd_ipc recv failed", "cmd_ipc frame too large
 // Listens for as long as the fuzzer runs, and announces itself as the application.
 class Application {
  public:
-  Application() : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    auto* const name = reinterpret_cast<sockaddr*>(&address);
-    socklen_t size = sizeof address;
-    if (bind(listener_, name, size) != 0 || listen(listener_, 8) != 0) std::abort();
-    if (getsockname(listener_, name, &size) != 0) std::abort();
-    announce(ntohs(address.sin_port));
+  Application() {
+    require(startSockets() && openSocket(listener_) && bindLoopback(listener_, 0));
+    require(listenOn(listener_, 8));
+    const auto instances = folder_.path() / "Quenlark" / "morva-viewer" / "instances" / "run-ipc";
+    std::filesystem::create_directories(instances);
+    std::ofstream(instances / "a.json")
+        << nlohmann::json{{"kind", "ui"},
+                          {"transport", "tcp"},
+                          {"pid", ownProcessId()},
+                          {"endpoint", std::to_string(portOf(listener_))},
+                          {"token", "0b1c"}};
+    setEnvironment("APPDATA", folder_.path().string());
   }
-  Application(const Application&) = delete;
-  Application& operator=(const Application&) = delete;
-  ~Application() { std::filesystem::remove_all(folder_); }
 
   // Says `bytes` on the next connection and listens to its end.
   void play(std::string_view bytes) const {
-    const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-    (void)!send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    shutdown(connection, SHUT_WR);
-    std::array<char, 4096> buffer{};
-    while (recv(connection, buffer.data(), buffer.size(), 0) > 0) continue;
-    close(connection);
+    OwnedSocket connection;
+    require(acceptOne(listener_, connection));
+    std::size_t count = 0;
+    if (!bytes.empty()) (void)sendSome(connection, bytes.data(), bytes.size(), count);
+    finishSending(connection);
+    char buffer[4096];
+    while (receiveSome(connection, buffer, sizeof buffer, count)) continue;
   }
 
  private:
-  void announce(int port) {
-    char name[] = "/tmp/morva-fuzz-XXXXXX";
-    if (mkdtemp(name) == nullptr) std::abort();
-    folder_ = name;
-    const auto instances = folder_ / "Quenlark" / "morva-viewer" / "instances" / "run-ipc";
-    std::filesystem::create_directories(instances);
-    std::ofstream(instances / "a.json") << nlohmann::json{{"kind", "ui"},
-                                                          {"transport", "tcp"},
-                                                          {"pid", getpid()},
-                                                          {"endpoint", std::to_string(port)},
-                                                          {"token", "0b1c"}};
-    setenv("APPDATA", name, 1);
-  }
-
-  int listener_;
-  std::filesystem::path folder_;
+  OwnedSocket listener_;
+  TestFolder folder_;
 };
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace media::win::chrome_inspect;
+void fuzz(std::string_view input) {
   static const Application application;
-  if (size == 0) return 0;
-  std::string bytes(data[0] % 2 == 1 ? challenge : std::string_view());
-  bytes.append(reinterpret_cast<const char*>(data + 1), std::min(size - 1, socketRoom));
+  if (input.empty()) return;
+  std::string bytes(input[0] % 2 != 0 ? challenge : std::string_view());
+  bytes.append(input.substr(1, socketRoom));
   std::thread player([&bytes] { application.play(bytes); });
   nlohmann::json reply = "before";
   std::string error;
   const bool ok = commandRun({{"id", "x"}}, reply, error);
   player.join();
-  if (ok) {
-    (void)reply.dump();
-  } else if (reply != "before" || std::count(std::begin(texts), std::end(texts), error) != 1) {
-    std::abort();
-  }
-  return 0;
+  if (ok) return (void)reply.dump();
+  require(reply == "before" && std::count(std::begin(texts), std::end(texts), error) == 1);
 }
+
+}  // namespace media::win::chrome_inspect

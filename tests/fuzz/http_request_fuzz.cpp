@@ -1,48 +1,25 @@
 // A request in any bytes, which must be judged alike however they are cut into pieces, and whether
-// its body is kept or not. The first bytes of the input say where to cut.
+// its body is kept or not.
 
 #include "toolserver/http_request.h"
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
+
+#include "fuzz_input.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-constexpr std::size_t cutCount = 8;
-
-// Gives `bytes` in pieces of these sizes, over and over, and then nothing more.
-class PiecewiseReceiver {
- public:
-  PiecewiseReceiver(std::string_view sizes, std::string_view bytes)
-      : sizes_(sizes), bytes_(bytes) {}
-
-  bool operator()(char* buffer, std::size_t capacity, std::size_t& got) {
-    if (bytes_.empty()) return false;
-    const auto wanted = static_cast<unsigned char>(sizes_[piece_++ % cutCount]) + std::size_t{1};
-    got = std::min({wanted, capacity, bytes_.size()});
-    bytes_.copy(buffer, got);
-    bytes_.remove_prefix(got);
-    return true;
-  }
-
- private:
-  std::string_view sizes_;
-  std::string_view bytes_;
-  std::size_t piece_ = 0;
-};
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
-
-bool read(std::string_view sizes, std::string_view bytes, bool keep, HttpRequest& request) {
+bool read(std::string_view input, bool keep, HttpRequest& request) {
+  Pieces pieces(input);
+  const auto receive = [&pieces](char* buffer, std::size_t capacity, std::size_t& got) {
+    const std::string_view piece = pieces.next(capacity);
+    got = piece.copy(buffer, piece.size());
+    return got > 0;
+  };
   return readHttpRequest(
-      PiecewiseReceiver(sizes, bytes), [keep](const HttpRequest&) { return keep; }, request);
+      receive, [keep](const HttpRequest&) { return keep; }, request);
 }
 
 void checkAccepted(const HttpRequest& request, std::string_view bytes) {
@@ -60,15 +37,19 @@ void checkAccepted(const HttpRequest& request, std::string_view bytes) {
   require(request.host == headerValue(bytes.substr(0, head), "host"));
 }
 
-void check(std::string_view sizes, std::string_view bytes) {
+}  // namespace
+
+void fuzz(std::string_view input) {
+  const std::string_view bytes = Pieces(input).rest();
   HttpRequest kept;
   HttpRequest drained;
   HttpRequest atOnce;
-  const bool accepted = read(sizes, bytes, true, kept);
-  require(read(sizes, bytes, false, drained) == accepted);
+  const bool accepted = read(input, true, kept);
+  require(read(input, false, drained) == accepted);
   require(drained.body.empty());
   if (bytes.size() <= 4096) {  // then no limit can depend on the pieces
-    require(read("\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", bytes, true, atOnce) == accepted);
+    require(read("\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF" + std::string(bytes), true, atOnce) ==
+            accepted);
     require(atOnce.body == kept.body || !accepted);
   }
   if (!accepted) return;
@@ -76,13 +57,4 @@ void check(std::string_view sizes, std::string_view bytes) {
   require(drained.path == kept.path && drained.session == kept.session);
 }
 
-}  // namespace
 }  // namespace media::win::chrome_inspect
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace media::win::chrome_inspect;
-  if (size < cutCount) return 0;
-  const std::string_view input(reinterpret_cast<const char*>(data), size);
-  check(input.substr(0, cutCount), input.substr(cutCount));
-  return 0;
-}

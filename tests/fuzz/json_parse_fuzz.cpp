@@ -4,38 +4,29 @@
 
 #include "text/json_parse.h"
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
+#include "fuzz_input.h"
 #include "text/utf8.h"
 
-namespace {
+namespace media::win::chrome_inspect {
 
-void check(bool holds) {
-  if (!holds) std::abort();
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace media::win::chrome_inspect;
-  const std::string_view text(reinterpret_cast<const char*>(data), size);
+void fuzz(std::string_view text) {
   nlohmann::json value = "before";
   std::string error;
   const ParseOutcome outcome = parseJson(text, value, error);
-  check(isValidUtf8(error));
+  require(isValidUtf8(error));
   const nlohmann::json plain = nlohmann::json::parse(text, nullptr, false);
   if (outcome == ParseOutcome::ok) {
-    check(dumpJson(value) == value.dump());
-    if (!plain.is_discarded()) check(plain == value);
-    if (plain.is_discarded()) check(text.find("\\u") != text.npos);
+    require(dumpJson(value) == value.dump());
+    if (!plain.is_discarded()) require(plain == value);
+    if (plain.is_discarded()) require(text.find("\\u") != text.npos);
   } else {
-    check(value == "before" && !error.empty());
-    if (outcome == ParseOutcome::invalid) check(plain.is_discarded());
+    require(value == "before" && !error.empty());
+    if (outcome == ParseOutcome::invalid) require(plain.is_discarded());
   }
-  return 0;
 }
+
+}  // namespace media::win::chrome_inspect

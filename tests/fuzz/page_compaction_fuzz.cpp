@@ -3,13 +3,11 @@
 
 #include "screening/page_compaction.h"
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
+#include "fuzz_input.h"
 #include "screening/page_screening.h"
 #include "support/random_page.h"
 #include "text/json_parse.h"
@@ -38,30 +36,28 @@ void checkPage(json page) {
   if (verdict.detected) markPageModelFlagged(page, verdict);
   json again = page;
   redactInjectedFields(again);
-  if (verdict.detected && again != page) std::abort();
+  require(!verdict.detected || again == page);
   const json compacted = compactBrowserResult(page);
   (void)compacted.dump();
   if (!compacted.is_object() || !compacted.contains("url") || !compacted["url"].is_string()) return;
-  if (compacted["url"].get_ref<const std::string&>().size() > 123) std::abort();
+  require(compacted["url"].get_ref<const std::string&>().size() <= 123);
 }
 
 }  // namespace
-}  // namespace media::win::chrome_inspect
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace media::win::chrome_inspect;
-  std::string_view input(reinterpret_cast<const char*>(data), size);
+void fuzz(std::string_view input) {
   json page;
   std::string error;
   if (parseJson(input, page, error) == ParseOutcome::ok) {
     checkPage(std::move(page));
-    return 0;
+    return;
   }
   const bool wellFormed = draw(&input) % 2 == 0;
   RandomPage pages(draw, &input);
   page = pages.result(wellFormed);
-  if (wellFormed && compactBrowserResult(page).dump().find("\"pageText\"") != std::string::npos)
-    std::abort();
+  require(!wellFormed ||
+          compactBrowserResult(page).dump().find("\"pageText\"") == std::string::npos);
   checkPage(std::move(page));
-  return 0;
 }
+
+}  // namespace media::win::chrome_inspect

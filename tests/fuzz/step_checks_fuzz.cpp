@@ -3,15 +3,13 @@
 
 #include "browser_tools/step_checks.h"
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <string_view>
 
 #include "browser_tools/call_bridge.h"
+#include "fuzz_input.h"
 #include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
@@ -49,15 +47,13 @@ bool acceptNaively(const json& batch, int depth) {
 }
 
 }  // namespace
-}  // namespace media::win::chrome_inspect
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace media::win::chrome_inspect;
+void fuzz(std::string_view text) {
   json arguments;
   std::string error;
-  const std::string_view text(reinterpret_cast<const char*>(data), size);
-  if (parseJson(text, arguments, error) != ParseOutcome::ok) return 0;
-  if (validateBatchSteps(arguments, 0) != acceptNaively(arguments, 0)) std::abort();
+  if (parseJson(text, arguments, error) != ParseOutcome::ok) return;
+  require(validateBatchSteps(arguments, 0) == acceptNaively(arguments, 0));
   (void)isAllowedTool("browser_navigate", arguments, 0);
-  return 0;
 }
+
+}  // namespace media::win::chrome_inspect

@@ -3,36 +3,26 @@
 
 #include "chat/turn_stream.h"
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <exception>
 #include <string_view>
 
-#include "silent_output.h"
+#include "fuzz_input.h"
 #include "text/utf8.h"
 
-namespace {
+namespace media::win::chrome_inspect {
 
-const SilentOutput silent;
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace media::win::chrome_inspect;
-  if (size == 0) return 0;
-  const std::size_t piece = data[0] + std::size_t{1};
-  const std::string_view bytes(reinterpret_cast<const char*>(data + 1), size - 1);
+void fuzz(std::string_view input) {
+  Pieces pieces(input);
   TurnStream stream;
   stream.runId = "r";
   stream.chatSessionId = "c";
   try {
-    for (std::size_t at = 0; at < bytes.size(); at += piece)
-      onStreamChunk(stream, bytes.substr(at, piece));
+    while (!pieces.rest().empty()) onStreamChunk(stream, pieces.next());
     finishStream(stream);
   } catch (const std::exception&) {  // ends the turn
   }
-  if (!isValidUtf8(stream.assistantText)) std::abort();
+  require(isValidUtf8(stream.assistantText));
   (void)stream.usage.dump();
-  return 0;
 }
+
+}  // namespace media::win::chrome_inspect

@@ -2,12 +2,10 @@
 
 #include "toolserver/url_query.h"
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
+#include "fuzz_input.h"
 #include "text/utf8.h"
 #include "toolserver/access.h"
 #include "toolserver/drops.h"
@@ -15,10 +13,6 @@
 
 namespace media::win::chrome_inspect {
 namespace {
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 std::string encodeAll(std::string_view bytes) {
   constexpr std::string_view digits = "0123456789aBcDeF";
@@ -53,14 +47,12 @@ void checkName(std::string_view hint) {
 }
 
 }  // namespace
-}  // namespace media::win::chrome_inspect
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace media::win::chrome_inspect;
-  const std::string_view input(reinterpret_cast<const char*>(data), size);
+void fuzz(std::string_view input) {
   checkDecoding(input);
   checkName(input);
   require(!contentTypeFor(input).empty());
   require(isTokenRight(input, input) == !input.empty());
-  return 0;
 }
+
+}  // namespace media::win::chrome_inspect
