@@ -10,6 +10,7 @@ from support.feeding_agent import FeedingAgent
 from support.panel_side import Panel
 from support.sanitizer_reports import sanitizer_environment, take_reports
 from support.scripted_agent import ScriptedAgent
+from support.virtual_display import VirtualDisplay
 
 from devkit.panel.host_process import HostProcess
 
@@ -160,6 +161,13 @@ def shared_agent(module_agent):
     module_agent.cancelled.clear()
     yield module_agent
     module_agent.on = handlers
+
+
+@pytest.fixture(scope="session")
+def display():
+    """A screen for those whose programs show windows."""
+    with VirtualDisplay() as shown:
+        yield shown
 
 
 @pytest.fixture

@@ -5,19 +5,12 @@ import pytest
 from support.builds import CLI_NAME
 from support.cli_program import seen_by_host
 from support.panel_side import exit_limit_seconds
-from support.virtual_display import VirtualDisplay, act_until
+from support.virtual_display import act_until
 
 FILES = "Add files to chat"
 FOLDER = "Select a folder to add to chat"
 CLI_FOLDER = "Folder that contains morva-cli.exe"
 NOT_OPEN = [{"role": "error", "text": "File picker did not open"}]
-
-
-@pytest.fixture(scope="module")
-def display():
-    shown = VirtualDisplay()
-    yield shown
-    shown.close()
 
 
 @pytest.fixture

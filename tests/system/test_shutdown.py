@@ -20,6 +20,8 @@ CHILD_LIMIT_SECONDS = 2.3
 # A busy machine may spoil one measurement, but not each of a few.
 TRIES = 3
 
+CREDIT = "/v1/credit"
+
 
 def ends_soon(start_busy, limit, alive=True):
     """start_busy(stack) returns a host in the middle of something, and leaves to the stack what is
@@ -56,8 +58,10 @@ STALLED = [
     ("speak", SPEAK), ("speakPause", f"{SPEAK}/pause"), ("agentReload", f"{SPEAK}/stop"),
     ("realtimeStart", REALTIME_START), ("realtimeStart", REALTIME_EVENTS),
     ("realtimeStop", REALTIME_STOP), ("realtimePushToTalk", REALTIME_PTT), ("stop", CONSENT),
+    ("providerRpc", CREDIT),
 ]
-KEYS = {"send": {"prompt": "hi", "preset": ""}, "speak": {"text": "a"}}
+KEYS = {"send": {"prompt": "hi", "preset": ""}, "speak": {"text": "a"},
+        "providerRpc": {"method": "getCreditInfo"}}
 
 
 @pytest.mark.parametrize("kind,path", STALLED, ids=lambda value: value)
@@ -74,28 +78,14 @@ def test_an_agent_that_stalls_does_not_hold_up_the_end(start_panel, kind, path):
         if kind != "commandEventsSubscribe":
             panel.send(kind, **KEYS.get(kind, {}))
         agent.wait_until(lambda: [e for e in agent.exchanges if e.path.startswith(path)], path)
-        panel.send("getStatus")
+        for _ in range(4108 if path == CREDIT else 1):  # more than are queued
+            panel.send("getStatus")
         return panel
 
     if kind == "send":  # which has a thread of its own
         ends_soon(start_busy, exit_limit_seconds())
     else:  # 500 ms for what had arrived before the end, should the request not be cut off at once
         ends_soon(start_busy, 0.9, alive=False)
-
-
-def test_more_than_can_wait_does_not_hide_the_end(start_panel):
-    """Behind a request that hangs, and more messages than are queued."""
-    def start_busy(stack):
-        agent = stack.enter_context(ScriptedAgent())
-        agent.on["/v1/credit"] = holds
-        panel = start_panel()
-        panel.send("providerRpc", method="getCreditInfo")
-        agent.wait_for("/v1/credit")
-        for _ in range(4096 + 12):
-            panel.send("getStatus")
-        return panel
-
-    ends_soon(start_busy, 0.9, alive=False)
 
 
 WORDS = b'data: {"choices":[{"delta":{"content":"word "}}]}\n\n' * 20
@@ -161,7 +151,7 @@ def test_a_browser_that_reads_late_gets_every_reply_whole(panel):
 
 def test_a_browser_that_never_reads_is_waited_for_no_longer_than_two_seconds(launch):
     """Whoever is blocked in writing: replies and turns."""
-    took = []
+    longest = 2.4 * builds.SLOWER
     with ScriptedAgent(turn=streams(*(delta("x" * 1000) for _ in range(500)))) as agent:
         for number in range(TRIES):
             panel = launch()
@@ -172,9 +162,11 @@ def test_a_browser_that_never_reads_is_waited_for_no_longer_than_two_seconds(lau
             began = time.monotonic()
             panel.host.close_stdin()
             assert panel.host._process.wait(10) == 0
-            took.append(time.monotonic() - began)
+            took = time.monotonic() - began
             panel.host.kill()
-    assert 1.9 <= min(took) <= 2.4 * builds.SLOWER, took
+            if took <= longest:
+                break
+    assert 1.9 <= took <= longest
 
 
 # How the program behaves that the host has started, and what shows that it does: how often it was

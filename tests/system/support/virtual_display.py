@@ -8,9 +8,9 @@ from support.waiting import until
 
 
 class VirtualDisplay:
-    """An X server without hardware, from construction to close()."""
+    """An X server without hardware, while it is entered."""
 
-    def __init__(self):
+    def __enter__(self):
         reading, writing = os.pipe()
         self._server = subprocess.Popen(
             ["Xvfb", "-displayfd", str(writing), "-screen", "0", "1024x768x24",
@@ -21,8 +21,9 @@ class VirtualDisplay:
         with os.fdopen(reading) as numbers:
             self.name = ":" + numbers.readline().strip()
         assert self.name != ":", "no virtual display"
+        return self
 
-    def close(self):
+    def __exit__(self, *_):
         self._server.terminate()
         self._server.wait(20)
 
