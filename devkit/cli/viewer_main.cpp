@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "text/leaked.h"
 #include "viewer_answers.h"
 #include "viewer_behaviour.h"
 #include "viewer_system.h"
@@ -49,7 +50,8 @@ int serve(const Behaviour& behaviour, std::uint16_t port) {
 }
 
 int run(int argc, char** argv) {
-  static const Behaviour& behaviour = *new Behaviour(readBehaviour());  // threads may outlive us
+  static const auto& behaviour =
+      media::win::chrome_inspect::leaked<Behaviour>(readBehaviour());  // threads may outlive us
   const std::string command = commandTail(argc, argv);
   writeReport(behaviour, command);
   if (behaviour.exitCode) return static_cast<int>(*behaviour.exitCode);

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <thread>
 
+#include "text/leaked.h"
+
 namespace viewer_cli {
 namespace {
 
@@ -16,7 +18,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds longestNap{20};  // so that a cancel is heard soon
 
 std::atomic<std::uint64_t>& turnGeneration() {
-  static std::atomic<std::uint64_t>& generation = *new std::atomic<std::uint64_t>{0};
+  static auto& generation = media::win::chrome_inspect::leaked<std::atomic<std::uint64_t>>(0U);
   return generation;
 }
 

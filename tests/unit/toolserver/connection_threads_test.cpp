@@ -3,6 +3,7 @@
 #include "support/loopback_socket.h"
 #include "support/test_thread.h"
 #include "support/testing.h"
+#include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -30,9 +31,8 @@ bool isClosed(const OwnedSocket& client) {
 
 TEST(ConnectionThreads, ClosesTheSeventeenthAtOnce) {
   Connections connections;
-  static Gate& gate = *new Gate;  // threads use it for as long as the process lives
-  static ConnectionThreads& threads =
-      *new ConnectionThreads([](const OwnedSocket&) { gate.wait(); });
+  static auto& gate = leaked<Gate>();
+  static auto& threads = leaked<ConnectionThreads>([](const OwnedSocket&) { gate.wait(); });
   std::vector<OwnedSocket> clients;
   for (std::size_t i = 0; i < maxConnections; ++i) {
     OwnedSocket served;
@@ -53,8 +53,8 @@ TEST(ConnectionThreads, ClosesTheSeventeenthAtOnce) {
 
 TEST(ConnectionThreads, FreesThePlaceWhateverTheHandlerThrows) {
   Connections connections;
-  static std::atomic<int>& calls = *new std::atomic<int>(0);
-  static ConnectionThreads& threads = *new ConnectionThreads([](const OwnedSocket& connection) {
+  static auto& calls = leaked<std::atomic<int>>(0);
+  static auto& threads = leaked<ConnectionThreads>([](const OwnedSocket& connection) {
     std::size_t sent = 0;
     EXPECT_TRUE(sendSome(connection, "x", 1, sent));
     if (++calls % 2 == 0) throw std::runtime_error("handler");
