@@ -92,7 +92,7 @@ Finding judgeToolServer(const ToolServerState& state) {
     finding.remedy = "end the programs that listen on them; each browser profile has one host";
   } else if (!state.hasRandom) {
     finding.health = Health::problem;
-    finding.text = "the system gives no random bytes, so there is no session token";
+    finding.text = "the system returns no random bytes, so there is no session token";
     finding.remedy = "restart Windows; if that does not help, repair it";
   } else {
     finding.text = "can listen on port " + std::to_string(state.freePort);
@@ -184,7 +184,7 @@ Finding judgePipe(PipeState state) {
       break;
     case PipeState::unknown:
       finding.health = Health::note;
-      finding.text = "the system does not tell whether its name is free";
+      finding.text = "the system does not report whether its name is free";
       finding.facts = {{"state", std::string("unknown")}};
       break;
   }

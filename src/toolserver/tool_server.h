@@ -19,8 +19,8 @@ void startToolServer();
 // The bound port, 0 when there is none. Threads: any.
 std::int32_t toolServerPort();
 
-// 64 hexadecimal digits that every request must carry; empty when the system gave no random bytes.
-// Goes into no log line.
+// 64 hexadecimal digits that every request must carry; empty when the system returned no random
+// bytes. Goes into no log line.
 std::string sessionToken();
 
 // Where the agent finds the tools, and where the extension sends files; empty without port or

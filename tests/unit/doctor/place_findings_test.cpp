@@ -8,13 +8,6 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-struct FindingCase {
-  const char* name;
-  Finding finding;
-  Health health;
-  const char* text;
-};
-
 FolderState wellFolder() {
   FolderState state;
   state.folder = "C:\\work";
@@ -29,7 +22,7 @@ State with(State state, Change change) {
   return state;
 }
 
-const FindingCase findingCases[] = {
+const std::tuple<const char*, Finding, Health, const char*> findingCases[] = {
     {"the first port", judgeToolServer({{}, 39270, true}), Health::ok, "can listen on port 39270"},
     {"the third port", judgeToolServer({{39270, 39271}, 39272, true}), Health::ok,
      "can listen on port 39272; taken, by other hosts perhaps: 39270, 39271"},
@@ -37,7 +30,7 @@ const FindingCase findingCases[] = {
      "no port from 39270 to 39279 is free: a host that starts now has no browser tools and takes "
      "no files"},
     {"no random bytes", judgeToolServer({{}, 39270, false}), Health::problem,
-     "the system gives no random bytes, so there is no session token"},
+     "the system returns no random bytes, so there is no session token"},
     {"a folder", judgeFolder(wellFolder()), Health::ok, "C:\\work"},
     {"no folder", judgeFolder({}), Health::problem,
      "the system names no folder for application data"},
@@ -69,19 +62,19 @@ const FindingCase findingCases[] = {
      "a host serves it and waits for a client"},
     {"a busy pipe", judgePipe(PipeState::busy), Health::ok, "a host serves a client on it"},
     {"no word on the pipe", judgePipe(PipeState::unknown), Health::note,
-     "the system does not tell whether its name is free"},
+     "the system does not report whether its name is free"},
 };
 
 TEST(JudgePlaces, SaysHowEachIsAndWhatToDo) {
-  for (const FindingCase& c : findingCases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(c.finding.health, c.health);
-    EXPECT_EQ(c.finding.text, c.text);
-    if (c.health == Health::problem) {
-      EXPECT_NE(c.finding.remedy, "");
+  for (const auto& [name, finding, health, text] : findingCases) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(finding.health, health);
+    EXPECT_EQ(finding.text, text);
+    if (health == Health::problem) {
+      EXPECT_NE(finding.remedy, "");
     }
-    if (c.health == Health::ok) {
-      EXPECT_EQ(c.finding.remedy, "");
+    if (health == Health::ok) {
+      EXPECT_EQ(finding.remedy, "");
     }
   }
 }
