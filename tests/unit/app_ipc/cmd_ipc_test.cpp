@@ -1,7 +1,7 @@
 #include "app_ipc/cmd_ipc.h"
 
 #include "platform/clock.h"
-#include "support/loopback_socket.h"
+#include "support/scripted_server.h"
 #include "support/test_folder.h"
 #include "support/test_pipe.h"
 #include "support/test_system.h"
@@ -15,38 +15,12 @@ constexpr const char* token = "0b1C";
 constexpr const char* nonce = "00fF";
 const std::string challenge = frameOf(R"({"nonce":"00fF","other":1})");
 
-// The application's end: one connection after the other, each served by the script.
-class AppDouble {
- public:
-  using Script = std::function<void(const OwnedSocket&)>;
-  explicit AppDouble(Script script) : script_(std::move(script)) {
-    listener_ = listenOnLoopback(port_, 8);
-    thread_ = std::make_unique<TestThread>([this] { serve(); });
+// The application's end.
+struct AppDouble : ScriptedServer {
+  using Talk = std::function<void(const OwnedSocket&)>;
+  explicit AppDouble(Talk talk)
+      : ScriptedServer([talk = std::move(talk)](ServedConnection& c) { talk(c.socket()); }, false) {
   }
-  ~AppDouble() {
-    stopping_ = true;
-    (void)connectToLoopback(port_);
-    thread_.reset();
-  }
-  std::uint16_t port() const { return port_; }
-  int connections() const { return connections_; }
-
- private:
-  void serve() {
-    for (;;) {
-      const OwnedSocket socket = acceptFrom(listener_);
-      if (!socket || stopping_) return;
-      ++connections_;
-      script_(socket);
-    }
-  }
-
-  const Script script_;
-  std::uint16_t port_ = 0;
-  OwnedSocket listener_;
-  std::atomic<bool> stopping_ = false;
-  std::atomic<int> connections_ = 0;
-  std::unique_ptr<TestThread> thread_;
 };
 
 // Everything up to the end of the stream, or up to one whole frame.
@@ -64,7 +38,7 @@ std::string receiveFrame(const OwnedSocket& socket) {
 }
 
 // Asks for the proof and answers with the bytes `reply`.
-AppDouble::Script answering(std::string reply) {
+AppDouble::Talk answering(std::string reply) {
   return [reply = std::move(reply)](const OwnedSocket& socket) {
     (void)sendTo(socket, challenge);
     if (!receiveFrame(socket).empty()) (void)sendTo(socket, reply);
@@ -75,7 +49,7 @@ class CmdIpc : public testing::Test {
  protected:
   void announce(std::uint32_t port, const std::string& withToken = token) {
     const auto folder = appData_.path() / "Quenlark" / "morva-viewer" / "instances" / "run-ipc";
-    std::filesystem::create_directories(folder);
+    fs::create_directories(folder);
     std::ofstream(folder / "a.json") << json{{"kind", "ui"},
                                              {"transport", "tcp"},
                                              {"pid", ownProcessId()},

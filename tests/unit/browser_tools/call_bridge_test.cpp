@@ -34,12 +34,7 @@ TEST(CallBrowserTool, RefusesWithoutAskingTheBrowser) {
   EXPECT_TRUE(output.finish().empty());
 }
 
-struct RelayCase {
-  const char* request;
-  const char* payload;
-};
-
-const RelayCase relayCases[] = {
+const std::pair<const char*, const char*> relayCases[] = {
     {R"({"name":"browser_click"})", R"({"arguments":{},"name":"browser_click"})"},
     {R"({"name":"browser_click","arguments":[1]})", R"({"arguments":{},"name":"browser_click"})"},
     {R"({"name":"browser_read","arguments":{"b":[1,{"\u00e9":null}],"a":1},"other":1})",
@@ -55,11 +50,11 @@ TEST(CallBrowserTool, RelaysTheCallAsItCame) {
     sent = message.dump();
     answer(message, {{"ok", true}, {"data", json::object()}});
   });
-  for (const RelayCase& c : relayCases) {
+  for (const auto& [request, payload] : relayCases) {
     const std::uint64_t before = tickCountMs();
-    EXPECT_EQ(callBrowserTool(json::parse(c.request)), json::object()) << c.request;
+    EXPECT_EQ(callBrowserTool(json::parse(request)), json::object()) << request;
     const std::string id = json::parse(sent).at("requestId");
-    EXPECT_EQ(sent, std::string(R"({"command":"browserUse","payload":)") + c.payload +
+    EXPECT_EQ(sent, std::string(R"({"command":"browserUse","payload":)") + payload +
                         R"(,"protocolVersion":1,"requestId":")" + id + "\"}");
     ASSERT_TRUE(id.starts_with("cht-")) << id;
     const std::string tick = id.substr(4);
@@ -76,10 +71,7 @@ json resultOf(const json& reply) {
 }
 
 TEST(CallBrowserTool, ReportsTheExtensionsFailure) {
-  const struct {
-    const char* reply;
-    const char* error;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {R"({"ok":false,"data":{}})", "browser tool failed"},
       {R"({"data":{}})", "browser tool failed"},
       {R"({"ok":"true","data":{}})", "browser tool failed"},
@@ -97,11 +89,11 @@ TEST(CallBrowserTool, ReportsTheExtensionsFailure) {
       {R"({"ok":true,"data":{"prompt_injection_detected":"yes"}})",
        "[json.exception.type_error.302] type must be boolean, but is string"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [text, wanted] : cases) {
     json reply;
     std::string error;
-    ASSERT_EQ(parseJson(c.reply, reply, error), ParseOutcome::ok) << error;
-    EXPECT_EQ(resultOf(reply), failure("browser_read", c.error)) << c.reply;
+    ASSERT_EQ(parseJson(text, reply, error), ParseOutcome::ok) << error;
+    EXPECT_EQ(resultOf(reply), failure("browser_read", wanted)) << text;
   }
 }
 

@@ -1,6 +1,8 @@
+// The tab that the panel names, and the note about it.
 #include "browser_tools/context_prompt.h"
 
 #include "browser_tools/browser_context.h"
+#include "support/test_thread.h"
 #include "support/testing.h"
 
 namespace media::win::chrome_inspect {
@@ -17,12 +19,7 @@ std::string activeTab(const std::string& titleAndUrl) {
          " browser_read with no tab argument reads this tab, not an earlier one.";
 }
 
-struct PromptCase {
-  const char* context;
-  std::string wanted;
-};
-
-const PromptCase promptCases[] = {
+const std::pair<const char*, std::string> promptCases[] = {
     {R"({})", noTab},
     {R"(null)", noTab},
     {R"({"tabs":[{"id":1,"url":"u"}],"currentTitle":"t"})", noTab},
@@ -44,14 +41,28 @@ const PromptCase promptCases[] = {
 };
 
 TEST(BrowserContextPrompt, IsShortBeforeAnyContextCame) {
+  EXPECT_TRUE(browserContext().is_null());
   EXPECT_EQ(browserContextPrompt(), "No Chrome tab is attached to this turn.");
 }
 
 TEST(BrowserContextPrompt, NamesTheActiveTabAndTheOpenOnes) {
-  for (const PromptCase& c : promptCases) {
-    setBrowserContext(json::parse(c.context));
-    EXPECT_EQ(browserContextPrompt(), c.wanted) << c.context;
+  for (const auto& [context, wanted] : promptCases) {
+    setBrowserContext(json::parse(context));
+    EXPECT_EQ(browserContextPrompt(), wanted) << context;
   }
+}
+
+TEST(BrowserContext, IsTheLastOneAndAlwaysWhole) {
+  setBrowserContext({{"currentUrl", "a"}, {"currentTitle", "t"}});
+  setBrowserContext({{"a", 0}, {"b", 0}});
+  EXPECT_EQ(browserContext().dump(), R"({"a":0,"b":0})");
+  runThreads(4, [](int number) {
+    for (int i = 0; i < 100; ++i) {
+      setBrowserContext({{"a", number}, {"b", number}});
+      const json seen = browserContext();
+      ASSERT_EQ(seen.at("a"), seen.at("b"));
+    }
+  });
 }
 
 }  // namespace

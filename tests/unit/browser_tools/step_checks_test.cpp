@@ -110,10 +110,7 @@ TEST(ValidateBatchSteps, TakesMillisecondsForOneMib) {
 }
 
 TEST(NavigateAction, IsTheNamedOneElseThatOfTheAddress) {
-  const struct {
-    const char* arguments;
-    const char* action;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {R"({})", "tabs"},
       {R"({"url":" "})", "goto"},
       {R"({"url":""})", "tabs"},
@@ -123,8 +120,8 @@ TEST(NavigateAction, IsTheNamedOneElseThatOfTheAddress) {
       {R"({"action":["back"]})", "tabs"},
       {R"({"action":"forward","url":"https://a/"})", "forward"},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(navigateAction(json::parse(c.arguments)), c.action) << c.arguments;
+  for (const auto& [arguments, action] : cases) {
+    EXPECT_EQ(navigateAction(json::parse(arguments)), action) << arguments;
   }
 }
 

@@ -7,13 +7,7 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-struct MessageCase {
-  const char* text;
-  bool panel;
-  bool relay;
-};
-
-const MessageCase messageCases[] = {
+const std::tuple<const char*, bool, bool> messageCases[] = {
     {R"({"source":"morva-chat"})", true, false},
     {R"({"source":"morva-chat","ok":true,"requestId":"r"})", true, true},
     {R"({"source":"morva-chat "})", false, false},
@@ -29,10 +23,10 @@ const MessageCase messageCases[] = {
 };
 
 TEST(Classify, KnowsPanelMessagesAndAnswers) {
-  for (const MessageCase& c : messageCases) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(isPanelMessage(json::parse(c.text)), c.panel);
-    EXPECT_EQ(isRelayReply(json::parse(c.text)), c.relay);
+  for (const auto& [text, panel, relay] : messageCases) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ(isPanelMessage(json::parse(text)), panel);
+    EXPECT_EQ(isRelayReply(json::parse(text)), relay);
   }
 }
 
@@ -64,14 +58,7 @@ TEST(ProviderRpcReply, CarriesDataOrError) {
             R"({"error":"why","kind":"hostProviderRpc","ok":false,"source":"morva-chat"})");
 }
 
-struct ReplyCase {
-  const char* name;
-  json request;
-  json reply;
-  std::string frame;
-};
-
-const ReplyCase replyCases[] = {
+const std::tuple<const char*, json, json, std::string> replyCases[] = {
     {"an object",
      request,
      {{"kind", "k"}},
@@ -89,11 +76,11 @@ const ReplyCase replyCases[] = {
 };
 
 TEST(SendReply, SendsOneFrameWhateverTheReply) {
-  for (const ReplyCase& c : replyCases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, message, reply, frame] : replyCases) {
+    SCOPED_TRACE(name);
     CapturedOutput output;
-    sendReply(c.request, c.reply);
-    EXPECT_EQ(output.finish(), std::vector<std::string>{c.frame});
+    sendReply(message, reply);
+    EXPECT_EQ(output.finish(), std::vector<std::string>{frame});
   }
 }
 

@@ -43,11 +43,7 @@ TEST(EventBatch, SplitsExactlyWhereTheBrowsersLimitIs) {
   }
   limitFramesForBrowser();
   const std::size_t room = maxBrowserBody - aroundEvents;
-  const struct {
-    const char* name;
-    std::vector<std::size_t> sizes;
-    std::vector<std::size_t> frames;
-  } cases[] = {
+  const std::tuple<const char*, std::vector<std::size_t>, std::vector<std::size_t>> cases[] = {
       {"two that just fit", {room / 2, room - room / 2 - 1}, {maxBrowserBody}},
       {"two that just do not",
        {room / 2, room - room / 2},
@@ -56,15 +52,15 @@ TEST(EventBatch, SplitsExactlyWhereTheBrowsersLimitIs) {
        {100, room, 200},
        {aroundEvents + 100, maxBrowserBody, aroundEvents + 200}},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, sizes, frames] : cases) {
+    SCOPED_TRACE(name);
     CapturedOutput output;
     EventBatch batch;
-    for (const std::size_t size : c.sizes) batch.add(eventOfSize(size));
+    for (const std::size_t size : sizes) batch.add(eventOfSize(size));
     EXPECT_TRUE(batch.send());
-    std::vector<std::size_t> sizes;
-    for (const std::string& frame : output.finish()) sizes.push_back(frame.size());
-    EXPECT_EQ(sizes, c.frames);
+    std::vector<std::size_t> written;
+    for (const std::string& frame : output.finish()) written.push_back(frame.size());
+    EXPECT_EQ(written, frames);
   }
 }
 

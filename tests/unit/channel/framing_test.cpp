@@ -8,14 +8,8 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-struct FrameCase {
-  const char* name;
-  std::string bytes;
-  bool ok;
-  std::string wanted;  // the value, or a beginning of the error text
-};
-
-const FrameCase frameCases[] = {
+// `wanted`: the value, or a beginning of the error text
+const std::tuple<const char*, std::string, bool, std::string> frameCases[] = {
     {"length 0 is an empty object", frameHeader(0), true, "{}"},
     {"length 0, then another", frameHeader(0) + frameOf("[1]"), true, "{}"},
     {"an object", frameOf(R"({"a":"b"})"), true, R"({"a":"b"})"},
@@ -33,18 +27,18 @@ const FrameCase frameCases[] = {
 };
 
 TEST(ReadFrame, AnswersAlikeHoweverTheBytesArrive) {
-  for (const FrameCase& c : frameCases) {
+  for (const auto& [name, bytes, ok, wanted] : frameCases) {
     for (const std::size_t chunk : {1U, 3U, 64U}) {
-      SCOPED_TRACE(testing::Message() << c.name << ", " << chunk << " bytes at a time");
-      FedPipe in(c.bytes, chunk);
+      SCOPED_TRACE(testing::Message() << name << ", " << chunk << " bytes at a time");
+      FedPipe in(bytes, chunk);
       json frame = "before";
       std::string error = "no error";
-      EXPECT_EQ(readFrame(in.id(), frame, error), c.ok);
-      if (c.ok) {
-        EXPECT_EQ(frame.dump(), c.wanted);
+      EXPECT_EQ(readFrame(in.id(), frame, error), ok);
+      if (ok) {
+        EXPECT_EQ(frame.dump(), wanted);
         EXPECT_EQ(error, "no error");
       } else {
-        EXPECT_EQ(error.substr(0, c.wanted.size()), c.wanted);
+        EXPECT_EQ(error.substr(0, wanted.size()), wanted);
         EXPECT_EQ(frame, "before");
       }
     }
@@ -72,32 +66,23 @@ TEST(ReadFrame, StaysInStepAcrossFramesAndParseErrors) {
   EXPECT_EQ(error, "unexpected EOF");
 }
 
-TEST(ReadFrame, ReportsAFailedReadAndTheEndDifferently) {
+TEST(ReadFrame, ReportsAFailedRead) {
   json frame;
   std::string error;
-  OwnedStream readEnd;
-  OwnedStream writeEnd;
-  ASSERT_TRUE(makePipe(readEnd, writeEnd));
-  EXPECT_FALSE(readFrame(writeEnd.get(), frame, error));  // cannot be read from
+  const TestPipe pipe;
+  EXPECT_FALSE(readFrame(pipe.writeEnd.get(), frame, error));  // cannot be read from
   EXPECT_EQ(error, "ReadFile failed");
 }
 
-TEST(WriteAll, SucceedsWithNothingAndFailsWithoutReader) {
-  OwnedStream readEnd;
-  OwnedStream writeEnd;
-  ASSERT_TRUE(makePipe(readEnd, writeEnd));
-  readEnd.reset();
-  EXPECT_TRUE(writeAll(writeEnd.get(), "", 0));
-  EXPECT_FALSE(writeAll(writeEnd.get(), "a", 1));
-  EXPECT_FALSE(writeFrame(writeEnd.get(), "{}"));
-}
-
-TEST(WriteFrame, RefusesABodyOf2GiB) {
-  OwnedStream readEnd;
-  OwnedStream writeEnd;
-  ASSERT_TRUE(makePipe(readEnd, writeEnd));
+TEST(WriteFrame, RefusesABodyOf2GiBAndFailsWithoutReader) {
+  TestPipe pipe;
+  const StreamId out = pipe.writeEnd.get();
   // Refused for its length alone: not a byte of it is looked at.
-  EXPECT_FALSE(writeFrame(writeEnd.get(), std::string_view("x", 0x80000000)));
+  EXPECT_FALSE(writeFrame(out, std::string_view("x", 0x80000000)));
+  pipe.readEnd.reset();
+  EXPECT_TRUE(writeAll(out, "", 0));
+  EXPECT_FALSE(writeAll(out, "a", 1));
+  EXPECT_FALSE(writeFrame(out, "{}"));
 }
 
 TEST(WriteMessage, SendsCompactTextAndNothingThatIsNotUtf8) {

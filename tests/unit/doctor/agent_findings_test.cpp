@@ -29,16 +29,7 @@ const Finding& find(const Findings& findings, const std::string& id) {
   return found == findings.end() ? none : *found;
 }
 
-struct WholeCase {
-  const char* name;
-  bool hasProgram;
-  Answer first;
-  Answer rest;
-  Health health;
-  const char* text;
-};
-
-const WholeCase wholeCases[] = {
+const std::tuple<const char*, bool, Answer, Answer, Health, const char*> wholeCases[] = {
     {"can be started", true, Answer::none, Answer::none, Health::ok,
      "none runs, the host starts one when it needs it"},
     {"runs", true, Answer::ready, Answer::none, Health::ok, "one is ready, the host uses it"},
@@ -54,18 +45,18 @@ const WholeCase wholeCases[] = {
 };
 
 TEST(JudgeAgent, JudgesTheWhole) {
-  for (const WholeCase& c : wholeCases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, hasProgram, first, rest, health, text] : wholeCases) {
+    SCOPED_TRACE(name);
     std::vector<CliLook> looks = noProgram();
-    if (c.hasProgram) looks[3] = {"cli SearchPath", CliOutcome::found, L"C:\\x.exe"};
-    const Findings findings = judgeAgent(looks, ports(c.first, c.rest));
+    if (hasProgram) looks[3] = {"cli SearchPath", CliOutcome::found, L"C:\\x.exe"};
+    const Findings findings = judgeAgent(looks, ports(first, rest));
     const Finding& whole = find(findings, "agent");
-    EXPECT_EQ(whole.health, c.health);
-    EXPECT_EQ(whole.text, c.text);
-    EXPECT_EQ(whole.remedy.empty(), c.health == Health::ok);
+    EXPECT_EQ(whole.health, health);
+    EXPECT_EQ(whole.text, text);
+    EXPECT_EQ(whole.remedy.empty(), health == Health::ok);
     // Whatever is wrong with one place or port is no problem by itself.
     EXPECT_EQ(std::ranges::count(findings, Health::problem, &Finding::health),
-              c.health == Health::problem ? 1 : 0);
+              health == Health::problem ? 1 : 0);
   }
 }
 
@@ -96,20 +87,16 @@ TEST(JudgeAgent, UsesTheFirstPlaceThatHasIt) {
 }
 
 TEST(JudgeAgent, SaysWhatEachPortAnswersAndHowFast) {
-  const struct {
-    Answer answer;
-    Health health;
-    const char* text;
-  } cases[] = {
+  const std::tuple<Answer, Health, const char*> cases[] = {
       {Answer::ready, Health::ok, "an agent is ready (7 ms)"},
       {Answer::notReady, Health::note, "an agent answers that it is not ready (7 ms)"},
       {Answer::foreign, Health::note, "another program answers (7 ms)"},
       {Answer::none, Health::note, "nobody answers (7 ms)"},
   };
-  for (const auto& c : cases) {
-    const Findings findings = judgeAgent(noProgram(), ports(c.answer));
-    EXPECT_EQ(find(findings, "agent.port.8090").text, c.text);
-    EXPECT_EQ(find(findings, "agent.port.8090").health, c.health);
+  for (const auto& [answer, health, text] : cases) {
+    const Findings findings = judgeAgent(noProgram(), ports(answer));
+    EXPECT_EQ(find(findings, "agent.port.8090").text, text);
+    EXPECT_EQ(find(findings, "agent.port.8090").health, health);
   }
 }
 

@@ -56,41 +56,36 @@ TEST(JudgeBrowsers, MissesARegistrationOrABrowser) {
   EXPECT_EQ(find(findings, "browser.edge.registration")->health, Health::problem);
 }
 
-struct FaultCase {
-  const char* name;
-  std::function<void(BrowserState&)> change;
-  const char* id;
-  const char* text;
-};
-
-const FaultCase faultCases[] = {
-    {"a manifest that is no good",
-     [](BrowserState& s) { s.manifestFault = "it is no JSON object"; }, "browser.chrome.manifest",
-     "the browser does not take it: it is no JSON object"},
-    {"a program that is gone", [](BrowserState& s) { s.programExists = s.programIsThis = false; },
-     "browser.chrome.manifest", "it names a program that is not there: C:\\x.exe"},
-    {"another program", [](BrowserState& s) { s.programIsThis = false; }, "browser.chrome.manifest",
-     "it starts another program: C:\\x.exe"},
-    {"forbidden", [](BrowserState& s) { s.hostForbidden = true; }, "browser.chrome.policy",
-     "an administrator's policy forbids this host (NativeMessagingBlocklist)"},
-    {"forbidden for users", [](BrowserState& s) { s.userHostsForbidden = true; },
-     "browser.chrome.policy",
-     "an administrator's policy forbids hosts that are registered for one user "
-     "(NativeMessagingUserLevelHosts)"},
+const std::tuple<const char*, std::function<void(BrowserState&)>, const char*, const char*>
+    faultCases[] = {
+        {"a manifest that is no good",
+         [](BrowserState& s) { s.manifestFault = "it is no JSON object"; },
+         "browser.chrome.manifest", "the browser does not take it: it is no JSON object"},
+        {"a program that is gone",
+         [](BrowserState& s) { s.programExists = s.programIsThis = false; },
+         "browser.chrome.manifest", "it names a program that is not there: C:\\x.exe"},
+        {"another program", [](BrowserState& s) { s.programIsThis = false; },
+         "browser.chrome.manifest", "it starts another program: C:\\x.exe"},
+        {"forbidden", [](BrowserState& s) { s.hostForbidden = true; }, "browser.chrome.policy",
+         "an administrator's policy forbids this host (NativeMessagingBlocklist)"},
+        {"forbidden for users", [](BrowserState& s) { s.userHostsForbidden = true; },
+         "browser.chrome.policy",
+         "an administrator's policy forbids hosts that are registered for one user "
+         "(NativeMessagingUserLevelHosts)"},
 };
 
 TEST(JudgeBrowsers, NamesEachFaultAndARemedy) {
-  for (const FaultCase& c : faultCases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, change, id, text] : faultCases) {
+    SCOPED_TRACE(name);
     BrowserStates states;
     states[0] = wellState();
-    c.change(states[0]);
+    change(states[0]);
     const Findings findings = judgeBrowsers(states);
     EXPECT_EQ(problemsIn(findings), 1);
-    const Finding* finding = find(findings, c.id);
+    const Finding* finding = find(findings, id);
     ASSERT_NE(finding, nullptr);
     EXPECT_EQ(finding->health, Health::problem);
-    EXPECT_EQ(finding->text, c.text);
+    EXPECT_EQ(finding->text, text);
     EXPECT_NE(finding->remedy, "");
   }
 }

@@ -6,25 +6,18 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-struct WaitCase {
-  const char* name;
-  std::uint32_t stepMs;
-  bool outputIsBusy;
-  std::uint32_t endsAtMs;
-};
-
-const WaitCase waitCases[] = {
+const std::tuple<const char*, std::uint32_t, bool, std::uint32_t> waitCases[] = {
     {"for an answer that takes its time", 10, false, lastWorkMs},
     {"for a browser that does not read", 10, true, lastRepliesMs},
     {"in long steps", 3000, true, 3000},
 };
 
 TEST(LastWait, EndsInTime) {
-  for (const WaitCase& c : waitCases) {
+  for (const auto& [name, stepMs, outputIsBusy, endsAtMs] : waitCases) {
     LastWait wait;
-    std::uint32_t ms = c.stepMs;
-    while (wait.goesOn(c.stepMs, c.outputIsBusy)) ms += c.stepMs;
-    EXPECT_EQ(ms, c.endsAtMs) << c.name;
+    std::uint32_t ms = stepMs;
+    while (wait.goesOn(stepMs, outputIsBusy)) ms += stepMs;
+    EXPECT_EQ(ms, endsAtMs) << name;
   }
 }
 

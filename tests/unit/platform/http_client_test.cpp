@@ -10,7 +10,9 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-const HttpAnswerCase answerCases[] = {
+// What is all that the server sends before it closes, the status (0 when no answer is received),
+// whether the body comes to its regular end, and the body.
+const std::tuple<const char*, std::string, std::uint32_t, bool, std::string> answerCases[] = {
     {"announced length", okHead + "Content-Length: 5\r\n\r\nhello", 200, true, "hello"},
     {"announced length 0", okHead + "Content-Length: 0\r\n\r\n", 200, true, ""},
     {"until the connection closes", okHead + "\r\nto the end", 200, true, "to the end"},
@@ -26,18 +28,21 @@ const HttpAnswerCase answerCases[] = {
 };
 
 TEST(HttpExchange, AnswersAlikeHoweverTheBytesArrive) {
-  for (const HttpAnswerCase& c : answerCases) {
-    for (const std::size_t pieceSize : {1U, 2U, 7U, 4096U}) expectAnswer(c, pieceSize);
+  for (const auto& [name, answer, status, whole, body] : answerCases) {
+    for (const std::size_t pieceSize : {1U, 2U, 7U, 4096U}) {
+      SCOPED_TRACE(testing::Message() << name << ", " << pieceSize << " bytes at a time");
+      const ScriptedServer server(sendInPieces(answer, pieceSize));
+      const HttpOutcome outcome = runExchange(*openExchange(server.port()));
+      EXPECT_TRUE(outcome.sent);
+      EXPECT_EQ(outcome.status, status);
+      EXPECT_EQ(outcome.whole, whole);
+      EXPECT_EQ(outcome.body, body);
+    }
   }
 }
 
 TEST(HttpExchange, SendsVerbPathAndBodyAsTheyAre) {
-  const struct {
-    const wchar_t* verb;
-    const wchar_t* path;
-    std::string line;
-    std::string body;
-  } cases[] = {
+  const std::tuple<const wchar_t*, const wchar_t*, std::string, std::string> cases[] = {
       {L"GET", L"/ready?x=1&y=%20", "GET /ready?x=1&y=%20", ""},
       {L"GET", L"/a/../b/./c", "GET /a/../b/./c", ""},
       {L"GET", L"/caf\u00e9", "GET /caf%C3%A9", ""},
@@ -45,10 +50,10 @@ TEST(HttpExchange, SendsVerbPathAndBodyAsTheyAre) {
       {L"POST", L"/v1/speak/stop", "POST /v1/speak/stop", ""},
       {L"POST", L"/v1/x", "POST /v1/x", R"({"text":")" + std::string(200'000, 'x') + R"("})"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.line);
+  for (const auto& [verb, path, line, body] : cases) {
+    SCOPED_TRACE(line);
     ScriptedServer server(sendInPieces(okHead + "Content-Length: 2\r\n\r\n{}", 99));
-    EXPECT_EQ(runExchange(*openExchange(server.port(), {}, c.verb, c.path), c.body).body, "{}");
+    EXPECT_EQ(runExchange(*openExchange(server.port(), {}, verb, path), body).body, "{}");
     ASSERT_EQ(server.requests().size(), 1U);
     const std::string request = server.requests().front();
     const std::string head = request.substr(0, request.find("\r\n\r\n") + 2);
@@ -56,14 +61,14 @@ TEST(HttpExchange, SendsVerbPathAndBodyAsTheyAre) {
     const auto has = [&head](const std::string& field) {
       return head.find("\r\n" + field) != head.npos;
     };
-    EXPECT_TRUE(head.starts_with(c.line + " HTTP/1.1\r\n"));
+    EXPECT_TRUE(head.starts_with(line + " HTTP/1.1\r\n"));
     EXPECT_TRUE(has("User-Agent: morva-chrome-host\r\n"));
     EXPECT_TRUE(has("Host: 127.0.0.1:" + std::to_string(server.port())));
-    EXPECT_EQ(has("Content-Type: application/json\r\n"), !c.body.empty());
-    EXPECT_EQ(has("Content-Type"), !c.body.empty());
-    EXPECT_TRUE(c.body.empty() || has("Content-Length: " + std::to_string(c.body.size()) + "\r\n"));
+    EXPECT_EQ(has("Content-Type: application/json\r\n"), !body.empty());
+    EXPECT_EQ(has("Content-Type"), !body.empty());
+    EXPECT_TRUE(body.empty() || has("Content-Length: " + std::to_string(body.size()) + "\r\n"));
     EXPECT_FALSE(has("Expect"));
-    EXPECT_TRUE(request.ends_with("\r\n\r\n" + c.body));
+    EXPECT_TRUE(request.ends_with("\r\n\r\n" + body));
   }
 }
 
@@ -144,21 +149,16 @@ TEST(HttpExchange, GivesUpOnASilentServerAfterItsTimeOut) {
 }
 
 TEST(OpenHttpExchange, RefusesWhatCannotBeSent) {
-  const struct {
-    std::uint16_t port;
-    const wchar_t* verb;
-    const wchar_t* path;
-    HttpOpenResult opened;
-  } cases[] = {
+  const std::tuple<std::uint16_t, const wchar_t*, const wchar_t*, HttpOpenResult> cases[] = {
       {8090, L"GET", L"/", HttpOpenResult::ok},
       {0, L"GET", L"/", HttpOpenResult::connectFailed},
       {8090, L"GET /x", L"/", HttpOpenResult::requestFailed},
       {8090, L"GET", L"/a\r\nX: y", HttpOpenResult::requestFailed},
   };
-  for (const auto& c : cases) {
+  for (const auto& [port, verb, path, opened] : cases) {
     std::shared_ptr<HttpExchange> exchange;
-    EXPECT_EQ(openHttpExchange(c.port, c.verb, c.path, {}, exchange), c.opened) << c.path;
-    EXPECT_EQ(exchange != nullptr, c.opened == HttpOpenResult::ok) << c.path;
+    EXPECT_EQ(openHttpExchange(port, verb, path, {}, exchange), opened) << path;
+    EXPECT_EQ(exchange != nullptr, opened == HttpOpenResult::ok) << path;
   }
 }
 

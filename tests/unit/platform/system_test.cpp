@@ -31,24 +31,20 @@ TEST(Clock, NeverGoesBackwardsAndSleepsAsLongAsAsked) {
 }
 
 TEST(ReadEnvironment, TakesAValueBelowTheLimitAndNoEmptyOne) {
-  const struct {
-    std::string stored;
-    std::size_t limit;
-    bool ok;
-  } cases[] = {
+  const std::tuple<std::string, std::size_t, bool> cases[] = {
       {std::string(30'000, 'x'), 32768, true},
       {"12345", 6, true},
       {"12345", 5, false},
       {"12345", 0, false},
       {"", 32768, false},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.stored.size() << " of " << c.limit);
-    setEnvironment("MORVA_TEST_VARIABLE", c.stored);
+  for (const auto& [stored, limit, ok] : cases) {
+    SCOPED_TRACE(testing::Message() << stored.size() << " of " << limit);
+    setEnvironment("MORVA_TEST_VARIABLE", stored);
     std::wstring value = L"before";
-    EXPECT_EQ(readEnvironment(L"MORVA_TEST_VARIABLE", c.limit, value), c.ok);
-    EXPECT_EQ(value, c.ok ? std::wstring(c.stored.begin(), c.stored.end()) : L"before");
-    EXPECT_FALSE(readEnvironment(L"", c.limit, value));
+    EXPECT_EQ(readEnvironment(L"MORVA_TEST_VARIABLE", limit, value), ok);
+    EXPECT_EQ(value, ok ? std::wstring(stored.begin(), stored.end()) : L"before");
+    EXPECT_FALSE(readEnvironment(L"", limit, value));
   }
 }
 

@@ -112,28 +112,22 @@ std::string refsOf(const json& items) {
   return refs;
 }
 
-struct BudgetCase {
-  std::size_t count;
-  bool isFind;
-  std::size_t kept;
-};
-
-const BudgetCase budgetCases[] = {
+const std::tuple<std::size_t, bool, std::size_t> budgetCases[] = {
     {0, false, 0}, {12, false, 12}, {13, false, 12}, {400, false, 12},
     {0, true, 0},  {8, true, 8},    {9, true, 8},
 };
 
 TEST(CompactPageData, KeepsEightItemsThatMatchAndTwelveOthers) {
-  for (const BudgetCase& c : budgetCases) {
-    SCOPED_TRACE(testing::Message() << c.count << (c.isFind ? " found" : " read"));
-    json data = {{"items", numberedItems(c.count)}, {"truncated", "by the extension"}};
-    if (c.isFind) data["matchCount"] = nullptr;  // that it is there is what counts
+  for (const auto& [count, isFind, kept] : budgetCases) {
+    SCOPED_TRACE(testing::Message() << count << (isFind ? " found" : " read"));
+    json data = {{"items", numberedItems(count)}, {"truncated", "by the extension"}};
+    if (isFind) data["matchCount"] = nullptr;  // that it is there is what counts
     const json out = compactPageData(data, true);
-    EXPECT_EQ(out.at("items").size(), c.kept);
-    EXPECT_EQ(refsOf(out.at("items")), refsOf(numberedItems(c.kept)));
-    EXPECT_EQ(out.at("truncated"), c.count > c.kept ? json(true) : json("by the extension"));
-    EXPECT_EQ(out.value("itemsOmitted", std::size_t{0}), c.count - c.kept);
-    EXPECT_EQ(out.contains("itemsOmitted"), c.count > c.kept);
+    EXPECT_EQ(out.at("items").size(), kept);
+    EXPECT_EQ(refsOf(out.at("items")), refsOf(numberedItems(kept)));
+    EXPECT_EQ(out.at("truncated"), count > kept ? json(true) : json("by the extension"));
+    EXPECT_EQ(out.value("itemsOmitted", std::size_t{0}), count - kept);
+    EXPECT_EQ(out.contains("itemsOmitted"), count > kept);
   }
 }
 

@@ -43,13 +43,7 @@ TEST(GatherPageText, TakesTheKnownKeysAndThenTheKnownContainersInTheirOrder) {
   EXPECT_EQ(gathered(page) + "\n", wanted);
 }
 
-struct GatherCase {
-  const char* name;
-  const char* page;
-  const char* wanted;
-};
-
-const GatherCase gatherCases[] = {
+const std::tuple<const char*, const char*, const char*> gatherCases[] = {
     {"other values", R"([1, true, null, 2.5, ""])", ""},
     {"empty fields put no line", R"({"name":"","text":"a","title":"","value":"b"})", "a\nb"},
     {"fields that are no text", R"({"name":1,"text":["a"],"title":{"name":"b"},"note":null})", ""},
@@ -58,8 +52,8 @@ const GatherCase gatherCases[] = {
 };
 
 TEST(GatherPageText, TakesEachFieldAsALine) {
-  for (const GatherCase& c : gatherCases)
-    EXPECT_EQ(gathered(json::parse(c.page)), c.wanted) << c.name;
+  for (const auto& [name, page, wanted] : gatherCases)
+    EXPECT_EQ(gathered(json::parse(page)), wanted) << name;
 }
 
 // `levels` objects around the innermost one.
@@ -107,13 +101,7 @@ TEST(ScreenPageModel, JudgesFieldsTogether) {
   EXPECT_TRUE(screenPageModel(bad).detected);
 }
 
-struct CarriedCase {
-  const char* page;
-  const char* kind;
-  const char* reason;
-};
-
-const CarriedCase carriedCases[] = {
+const std::tuple<const char*, const char*, const char*> carriedCases[] = {
     {R"({"prompt_injection_detected":true})", "detected", "prompt injection previously flagged"},
     {R"({"prompt_injection_detected":true,"prompt_injection_kind":"k","prompt_injection_reason":"r",
          "name":"curl x|sh"})",
@@ -127,11 +115,11 @@ const CarriedCase carriedCases[] = {
 };
 
 TEST(ScreenPageModel, KeepsAnEarlierVerdict) {
-  for (const CarriedCase& c : carriedCases) {
-    const InjectionVerdict verdict = screenPageModel(json::parse(c.page));
-    EXPECT_EQ(verdict.detected, *c.kind != '\0') << c.page;
-    EXPECT_EQ(verdict.kind, c.kind) << c.page;
-    EXPECT_EQ(verdict.reason, c.reason) << c.page;
+  for (const auto& [page, kind, reason] : carriedCases) {
+    const InjectionVerdict verdict = screenPageModel(json::parse(page));
+    EXPECT_EQ(verdict.detected, *kind != '\0') << page;
+    EXPECT_EQ(verdict.kind, kind) << page;
+    EXPECT_EQ(verdict.reason, reason) << page;
   }
 }
 

@@ -7,11 +7,7 @@ namespace media::win::chrome_inspect {
 namespace {
 
 TEST(Browsers, HaveTheKeysInWhichTheyLook) {
-  const struct {
-    const char* name;
-    const wchar_t* host;
-    const wchar_t* policy;
-  } cases[] = {
+  const std::tuple<const char*, const wchar_t*, const wchar_t*> cases[] = {
       {"chrome", L"Software\\Google\\Chrome\\NativeMessagingHosts\\com.quenlark.morva.chrome",
        L"Software\\Policies\\Google\\Chrome"},
       {"edge", L"Software\\Microsoft\\Edge\\NativeMessagingHosts\\com.quenlark.morva.chrome",
@@ -25,12 +21,12 @@ TEST(Browsers, HaveTheKeysInWhichTheyLook) {
        L"Software\\Policies\\Chromium"},
   };
   EXPECT_EQ(std::size(cases), browsers.size());
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const Browser* browser = findBrowser(c.name);
+  for (const auto& [name, host, policy] : cases) {
+    SCOPED_TRACE(name);
+    const Browser* browser = findBrowser(name);
     ASSERT_NE(browser, nullptr);
-    EXPECT_EQ(toUtf8(hostKeyOf(*browser)), toUtf8(c.host));
-    EXPECT_EQ(toUtf8(policyKeyOf(*browser)), toUtf8(c.policy));
+    EXPECT_EQ(toUtf8(hostKeyOf(*browser)), toUtf8(host));
+    EXPECT_EQ(toUtf8(policyKeyOf(*browser)), toUtf8(policy));
   }
 }
 

@@ -29,12 +29,7 @@ TEST(IsUserCommand, NeverTakesABrowserForAPerson) {
   }
 }
 
-struct GoodCase {
-  Arguments arguments;
-  CommandLine wanted;
-};
-
-const GoodCase goodCases[] = {
+const std::pair<Arguments, CommandLine> goodCases[] = {
     {{}, {UserCommand::help}},
     {{"--help"}, {UserCommand::help}},
     {{"-h"}, {UserCommand::help}},
@@ -47,24 +42,19 @@ const GoodCase goodCases[] = {
 };
 
 TEST(ReadCommandLine, TakesWhatTheHelpNames) {
-  for (const GoodCase& c : goodCases) {
+  for (const auto& [arguments, wanted] : goodCases) {
     CommandLine line;
     std::string error;
-    EXPECT_TRUE(readCommandLine(c.arguments, line, error)) << error;
-    EXPECT_EQ(line.command, c.wanted.command) << &c - goodCases;
-    EXPECT_EQ(line.browsers, c.wanted.browsers);
-    EXPECT_EQ(line.extensionIds, c.wanted.extensionIds);
-    EXPECT_EQ(line.dryRun, c.wanted.dryRun);
-    EXPECT_EQ(line.json, c.wanted.json);
+    EXPECT_TRUE(readCommandLine(arguments, line, error)) << error;
+    EXPECT_EQ(line.command, wanted.command) << testing::PrintToString(arguments);
+    EXPECT_EQ(line.browsers, wanted.browsers);
+    EXPECT_EQ(line.extensionIds, wanted.extensionIds);
+    EXPECT_EQ(line.dryRun, wanted.dryRun);
+    EXPECT_EQ(line.json, wanted.json);
   }
 }
 
-struct BadCase {
-  Arguments arguments;
-  const char* error;
-};
-
-const BadCase badCases[] = {
+const std::pair<Arguments, const char*> badCases[] = {
     {{"--foo"}, "unknown option \"--foo\""},
     {{"--version=1"}, "unknown option \"--version=1\""},
     {{"--register", "chrome"}, "unexpected argument \"chrome\""},
@@ -88,12 +78,12 @@ const BadCase badCases[] = {
 };
 
 TEST(ReadCommandLine, ReportsWhatIsWrong) {
-  for (const BadCase& c : badCases) {
-    SCOPED_TRACE(c.error);
+  for (const auto& [arguments, wanted] : badCases) {
+    SCOPED_TRACE(wanted);
     CommandLine line;
     std::string error;
-    EXPECT_FALSE(readCommandLine(c.arguments, line, error));
-    EXPECT_EQ(error, c.error);
+    EXPECT_FALSE(readCommandLine(arguments, line, error));
+    EXPECT_EQ(error, wanted);
   }
   CommandLine line;
   std::string error;

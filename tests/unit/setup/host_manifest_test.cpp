@@ -35,12 +35,8 @@ TEST(ManifestText, NamesEachExtensionOnceAndIsTakenByABrowser) {
   EXPECT_EQ(program, toUtf8(path));
 }
 
-struct FaultCase {
-  const char* change;  // merged into a good manifest; a null takes a member away
-  const char* error;
-};
-
-const FaultCase faultCases[] = {
+// `change`: merged into a good manifest; a null takes a member away
+const std::pair<const char*, const char*> faultCases[] = {
     {R"({"name":"com.example"})", R"(its name is not "com.quenlark.morva.chrome")"},
     {R"({"name":null})", R"(its name is not "com.quenlark.morva.chrome")"},
     {R"({"name":5})", R"(its name is not "com.quenlark.morva.chrome")"},
@@ -63,11 +59,11 @@ const FaultCase faultCases[] = {
 TEST(ReadManifest, ReportsWhatABrowserWouldRefuse) {
   std::string program = "before";
   std::string error;
-  for (const FaultCase& c : faultCases) {
+  for (const auto& [change, wanted] : faultCases) {
     json manifest = json::parse(manifestText(L"C:\\x.exe", {}));
-    manifest.merge_patch(json::parse(c.change));
-    EXPECT_FALSE(readManifest(manifest.dump(), program, error)) << c.change;
-    EXPECT_EQ(error, c.error) << c.change;
+    manifest.merge_patch(json::parse(change));
+    EXPECT_FALSE(readManifest(manifest.dump(), program, error)) << change;
+    EXPECT_EQ(error, wanted) << change;
   }
   for (const char* text : {"", "{", "[]", "null", "{} x", "\xFF"}) {
     EXPECT_FALSE(readManifest(text, program, error)) << text;
@@ -78,8 +74,8 @@ TEST(ReadManifest, ReportsWhatABrowserWouldRefuse) {
 
 TEST(ManifestPathFor, IsBesideTheProgram) {
   const TestFolder folder;
-  const std::filesystem::path program = folder.path() / "morva-chrome-host.exe";
-  EXPECT_EQ(std::filesystem::path(manifestPathFor(program.wstring())),
+  const fs::path program = folder.path() / "morva-chrome-host.exe";
+  EXPECT_EQ(fs::path(manifestPathFor(program.wstring())),
             folder.path() / "com.quenlark.morva.chrome.json");
 }
 

@@ -42,23 +42,4 @@ inline HttpOutcome runExchange(HttpExchange& exchange, const std::string& body =
   return outcome;
 }
 
-struct HttpAnswerCase {
-  const char* name;
-  std::string answer;    // all that the server sends before it closes
-  std::uint32_t status;  // 0 when no answer is received
-  bool whole;
-  std::string body;
-};
-
-// Serves the answer of `c`, `pieceSize` bytes at a time, and expects the rest of `c`.
-inline void expectAnswer(const HttpAnswerCase& c, std::size_t pieceSize) {
-  SCOPED_TRACE(testing::Message() << c.name << ", " << pieceSize << " bytes at a time");
-  const ScriptedServer server(sendInPieces(c.answer, pieceSize));
-  const HttpOutcome outcome = runExchange(*openExchange(server.port()));
-  EXPECT_TRUE(outcome.sent);
-  EXPECT_EQ(outcome.status, c.status);
-  EXPECT_EQ(outcome.whole, c.whole);
-  EXPECT_EQ(outcome.body, c.body);
-}
-
 }  // namespace media::win::chrome_inspect

@@ -44,6 +44,15 @@ inline std::size_t receiveFrom(const OwnedSocket& socket, char* buffer, std::siz
   return receiveSome(socket, buffer, capacity, got) ? got : 0;
 }
 
+// All that comes until then.
+inline std::string receiveToEnd(const OwnedSocket& socket) {
+  std::string all;
+  char buffer[4096];
+  while (const std::size_t got = receiveFrom(socket, buffer, sizeof buffer))
+    all.append(buffer, got);
+  return all;
+}
+
 // False when not all went.
 inline bool sendTo(const OwnedSocket& socket, std::string_view bytes) {
   for (std::size_t sent = 0; !bytes.empty(); bytes.remove_prefix(sent)) {

@@ -23,8 +23,9 @@ std::string readRequest(const OwnedSocket& socket) {
 
 }  // namespace
 
-ScriptedServer::ScriptedServer(Script script)
+ScriptedServer::ScriptedServer(Script script, bool readsRequest)
     : script_(std::move(script)),
+      readsRequest_(readsRequest),
       listener_(listenOnLoopback(port_, 64)),
       acceptor_([this] { accept(); }) {}
 
@@ -64,7 +65,7 @@ void ScriptedServer::accept() {
 }
 
 void ScriptedServer::serve(OwnedSocket socket) {
-  std::string request = readRequest(socket);
+  std::string request = readsRequest_ ? readRequest(socket) : "";
   {
     const std::lock_guard lock(mutex_);
     requests_.push_back(request);

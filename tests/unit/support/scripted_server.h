@@ -21,6 +21,8 @@ class ServedConnection {
     return receiveFrom(socket_, &byte, 1) == 0;
   }
 
+  const OwnedSocket& socket() const { return socket_; }
+
   const std::string request;  // head and body as they came
 
  private:
@@ -33,7 +35,8 @@ class ServedConnection {
 class ScriptedServer {
  public:
   using Script = std::function<void(ServedConnection&)>;
-  explicit ScriptedServer(Script script);
+  // Whoever speaks first itself does not wait for a request.
+  explicit ScriptedServer(Script script, bool readsRequest = true);
   ~ScriptedServer();
 
   std::uint16_t port() const { return port_; }
@@ -47,6 +50,7 @@ class ScriptedServer {
   void serve(OwnedSocket socket);
 
   const Script script_;
+  const bool readsRequest_;
   std::uint16_t port_ = 0;
   OwnedSocket listener_;
   std::mutex mutex_;  // guards what follows

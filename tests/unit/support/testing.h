@@ -37,4 +37,11 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 using namespace std::string_literals;
 
+inline std::string repeat(std::size_t count, std::string_view text) {
+  std::string all;
+  all.reserve(count * text.size());
+  for (std::size_t i = 0; i < count; ++i) all += text;
+  return all;
+}
+
 }  // namespace media::win::chrome_inspect

@@ -5,13 +5,6 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-std::string repeat(std::size_t count, std::string_view text) {
-  std::string all;
-  all.reserve(count * text.size());
-  for (std::size_t i = 0; i < count; ++i) all += text;
-  return all;
-}
-
 // An array of `count` elements.
 std::string listOf(std::size_t count, const std::string& element) {
   return "[" + repeat(count - 1, element + ",") + element + "]";

@@ -7,12 +7,6 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-std::string repeat(std::size_t count, std::string_view text) {
-  std::string all;
-  for (std::size_t i = 0; i < count; ++i) all += text;
-  return all;
-}
-
 std::string nestedArrays(std::size_t depth) { return repeat(depth, "[") + repeat(depth, "]"); }
 std::string nestedObjects(std::size_t depth) {
   return repeat(depth, "{\"a\":") + "1" + repeat(depth, "}");

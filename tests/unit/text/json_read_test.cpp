@@ -11,11 +11,7 @@ constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min();
 
 TEST(ReadInteger, KeepsWhatFitsAndFallsBackForTheRest) {
-  const struct {
-    json number;
-    std::int64_t as32;
-    std::int64_t as64;
-  } cases[] = {
+  const std::tuple<json, std::int64_t, std::int64_t> cases[] = {
       // -7 is the fallback
       {0, 0, 0},
       {-1, -1, -1},
@@ -42,13 +38,13 @@ TEST(ReadInteger, KeepsWhatFitsAndFallsBackForTheRest) {
       {infinity, -7, -7},
       {-infinity, -7, -7},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.number.dump());
-    const json object = {{"n", c.number}};
-    EXPECT_EQ(readInt32(object, "n", -7), c.as32);
-    EXPECT_EQ(readInt64(object, "n", -7), c.as64);
-    EXPECT_EQ(lenientInt32(object, "n", -7), c.as32);
-    EXPECT_EQ(lenientInt64(object, "n", -7), c.as64);
+  for (const auto& [number, as32, as64] : cases) {
+    SCOPED_TRACE(number.dump());
+    const json object = {{"n", number}};
+    EXPECT_EQ(readInt32(object, "n", -7), as32);
+    EXPECT_EQ(readInt64(object, "n", -7), as64);
+    EXPECT_EQ(lenientInt32(object, "n", -7), as32);
+    EXPECT_EQ(lenientInt64(object, "n", -7), as64);
   }
 }
 

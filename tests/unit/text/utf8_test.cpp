@@ -48,12 +48,7 @@ TEST(CutUtf8, EndsAtTheLastWholeCharacterForEveryLimit) {
 }
 
 TEST(ForeignText, CutsAndRepairsWithinItsLimit) {
-  const struct {
-    const char* name;
-    std::string text;
-    std::size_t limit;
-    std::string wanted;
-  } cases[] = {
+  const std::tuple<const char*, std::string, std::size_t, std::string> cases[] = {
       {"exactly the limit", "xxxx", 4, "xxxx"},
       {"a character across the limit is dropped", "xxx\xC3\xA9", 4, "xxx"},
       {"a character up to the limit is kept", "xx\xC3\xA9y", 4, "xx\xC3\xA9"},
@@ -62,7 +57,8 @@ TEST(ForeignText, CutsAndRepairsWithinItsLimit) {
       {"nothing", "abc", 0, ""},
       {"the usual limit", std::string(5000, 'x'), 4096, foreignText(std::string(5000, 'x'))},
   };
-  for (const auto& c : cases) EXPECT_EQ(foreignText(c.text, c.limit), c.wanted) << c.name;
+  for (const auto& [name, text, limit, wanted] : cases)
+    EXPECT_EQ(foreignText(text, limit), wanted) << name;
   const std::string text = mixed + "\xFF\xFF" + mixed + "\xC3";
   for (std::size_t limit = 0; limit <= text.size() + 8; ++limit) {
     EXPECT_LE(foreignText(text, limit).size(), limit);

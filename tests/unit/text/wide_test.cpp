@@ -39,11 +39,7 @@ TEST(Wide, RefusesOrRepairsWhatIsNotUtf8) {
 }
 
 TEST(Wide, JoinsPairsAndReplacesLoneSurrogates) {
-  const struct {
-    const char* name;
-    std::u16string units;
-    std::string utf8;
-  } cases[] = {
+  const std::tuple<const char*, std::u16string, std::string> cases[] = {
       {"a pair", u"\xD83D\xDE00", smile},
       {"high at the end", u"a\xD83D", "a" + bad},
       {"high before a character", u"\xD83D\u20AC", bad + "\xE2\x82\xAC"},
@@ -53,14 +49,14 @@ TEST(Wide, JoinsPairsAndReplacesLoneSurrogates) {
       {"a pair before a low", u"\xD83D\xDE00\xDE00", smile + bad},
       {"first and last of each half", u"\xD800\xDBFF\xDC00\xDFFF", bad + "\xF4\x8F\xB0\x80" + bad},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(toUtf8(std::wstring(c.units.begin(), c.units.end())), c.utf8);
+  for (const auto& [name, units, utf8] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(toUtf8(std::wstring(units.begin(), units.end())), utf8);
     std::string bytes;
-    for (const char16_t unit : c.units) {
+    for (const char16_t unit : units) {
       bytes += {static_cast<char>(unit & 0xFFU), static_cast<char>(unit >> 8U)};
     }
-    EXPECT_EQ(wideFromUtf16Bytes(bytes), toWide(c.utf8));
+    EXPECT_EQ(wideFromUtf16Bytes(bytes), toWide(utf8));
   }
 }
 

@@ -7,12 +7,6 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-std::string repeated(const std::string& text, int count) {
-  std::string all;
-  for (int i = 0; i < count; ++i) all += text;
-  return all;
-}
-
 TEST(CleanDropName, KeepsWhatAFileMayBeCalled) {
   const std::string kana = "\xE3\x81\x82";
   const std::string smile = "\xF0\x9F\x98\x80";
@@ -43,9 +37,9 @@ TEST(CleanDropName, KeepsWhatAFileMayBeCalled) {
       {a119 + " b", a119},
       {a119 + ".png", a119},
       {a118 + "\xC3\xA9", a118 + "\xC3\xA9"},
-      {repeated(kana, 41), repeated(kana, 40)},
-      {"a" + repeated(kana, 40), "a" + repeated(kana, 39)},
-      {"ab" + repeated(smile, 30), "ab" + repeated(smile, 29)},
+      {repeat(41, kana), repeat(40, kana)},
+      {"a" + repeat(40, kana), "a" + repeat(39, kana)},
+      {"ab" + repeat(30, smile), "ab" + repeat(29, smile)},
   };
   for (const auto& [hint, kept] : cases) EXPECT_EQ(cleanDropName(hint), kept) << hint;
 }

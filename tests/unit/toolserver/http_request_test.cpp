@@ -45,11 +45,7 @@ TEST(ReadHttpRequest, FillsItsFieldsHoweverTheBytesArrive) {
   }
 }
 
-const struct {
-  const char* name;
-  std::string bytes;
-  bool ok;
-} requestCases[] = {
+const std::tuple<const char*, std::string, bool> requestCases[] = {
     {"nothing", "", false},
     {"a head without an end", "GET / HTTP/1.1\r\n", false},
     {"the least", "GET / HTTP/1.1\r\n\r\n", true},
@@ -70,11 +66,11 @@ const struct {
 };
 
 TEST(ReadHttpRequest, RefusesWhatIsNoRequest) {
-  for (const auto& c : requestCases) {
+  for (const auto& [name, bytes, ok] : requestCases) {
     for (const std::size_t piece : {1U, 7U, 4096U}) {
-      SCOPED_TRACE(testing::Message() << c.name << ", " << piece << " bytes at a time");
+      SCOPED_TRACE(testing::Message() << name << ", " << piece << " bytes at a time");
       HttpRequest request;
-      EXPECT_EQ(read(c.bytes, request, piece), c.ok);
+      EXPECT_EQ(read(bytes, request, piece), ok);
     }
   }
 }
@@ -87,33 +83,17 @@ TEST(ReadHttpRequest, TakesOneFormOfRequestLine) {
                                  "GET /x//y#z/../w HTTP/1.1", "GET /\xE4\xFF\ry\nz HTTP/1.1"}) {
     EXPECT_TRUE(read(line + rest, request)) << line;
   }
-  for (const std::string line : {"",
-                                 "GET",
-                                 "GET /x",
-                                 "GET /x ",
-                                 " /x HTTP/1.1",
-                                 " GET /x HTTP/1.1",
-                                 "GET  /x HTTP/1.1",
-                                 "GET /x  HTTP/1.1",
-                                 "GET /x HTTP/1.1 ",
-                                 "GET /x y HTTP/1.1",
-                                 "GET\t/x\tHTTP/1.1",
-                                 "GET /x HTTP/1.2",
-                                 "GET /x HTTP/2",
-                                 "GET /x http/1.1",
-                                 "get /x HTTP/1.1",
-                                 "Post /x HTTP/1.1",
-                                 "GETX /x HTTP/1.1",
-                                 "PUT /x HTTP/1.1",
-                                 "CONNECT 127.0.0.1:443 HTTP/1.1",
-                                 "PRI * HTTP/2.0",
-                                 "GET * HTTP/1.1",
-                                 "GET x HTTP/1.1",
-                                 "GET ?x=1 HTTP/1.1",
-                                 "GET http://127.0.0.1/x HTTP/1.1",
-                                 "GET /x://y HTTP/1.1",
-                                 "\x16\x03\x01\x02\xFC",
-                                 "\r\nGET /x HTTP/1.1"}) {
+  for (const std::string line :
+       {// Too little, and blanks in other places.
+        "", "GET", "GET /x", "GET /x ", " /x HTTP/1.1", " GET /x HTTP/1.1", "GET  /x HTTP/1.1",
+        "GET /x  HTTP/1.1", "GET /x HTTP/1.1 ", "GET /x y HTTP/1.1", "GET\t/x\tHTTP/1.1",
+        // Other versions and methods.
+        "GET /x HTTP/1.2", "GET /x HTTP/2", "GET /x http/1.1", "get /x HTTP/1.1",
+        "Post /x HTTP/1.1", "GETX /x HTTP/1.1", "PUT /x HTTP/1.1", "CONNECT 127.0.0.1:443 HTTP/1.1",
+        "PRI * HTTP/2.0",
+        // No path.
+        "GET * HTTP/1.1", "GET x HTTP/1.1", "GET ?x=1 HTTP/1.1", "GET http://127.0.0.1/x HTTP/1.1",
+        "GET /x://y HTTP/1.1", "\x16\x03\x01\x02\xFC", "\r\nGET /x HTTP/1.1"}) {
     EXPECT_FALSE(read(line + rest, request)) << line;
   }
 }
@@ -194,29 +174,13 @@ TEST(ContentLengthOf, ParsesOneStrictNumber) {
     EXPECT_EQ(contentLengthOf(block, ok), length) << block;
     EXPECT_TRUE(ok) << block;
   }
-  for (const std::string& value : {"2147483648"s,
-                                   "99999999999999999999"s,
-                                   "-1"s,
-                                   "-0"s,
-                                   "+1"s,
-                                   "1 "s,
-                                   "1\t"s,
-                                   "1,1"s,
-                                   "0x1"s,
-                                   "1.0"s,
-                                   "1e0"s,
-                                   "1\r1"s,
-                                   "\t "s,
-                                   ""s,
-                                   "/"s,
-                                   ":"s,
-                                   "\xB2"s,
-                                   "1\0"s,
-                                   "1\r\nContent-Length: 1"s,
-                                   "1\r\n folded"s,
-                                   "1\r\n\tfolded"s,
-                                   "1\r\ntransfer-encoding:"s,
-                                   "1\r\nTRANSFER-ENCODING: identity"s}) {
+  for (const std::string& value :
+       {// Too large, and other notations.
+        "2147483648"s, "99999999999999999999"s, "-1"s, "-0"s, "+1"s, "1 "s, "1\t"s, "1,1"s, "0x1"s,
+        "1.0"s, "1e0"s, "1\r1"s, "\t "s, ""s, "/"s, ":"s, "\xB2"s, "1\0"s,
+        // What stands on further lines.
+        "1\r\nContent-Length: 1"s, "1\r\n folded"s, "1\r\n\tfolded"s, "1\r\ntransfer-encoding:"s,
+        "1\r\nTRANSFER-ENCODING: identity"s}) {
     bool ok = true;
     EXPECT_EQ(contentLengthOf("Content-Length: " + value, ok), -1) << value;
     EXPECT_FALSE(ok) << value;

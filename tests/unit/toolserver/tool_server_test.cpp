@@ -1,24 +1,23 @@
+// The server as a whole, with the connections that it serves.
 #include "toolserver/tool_server.h"
 
-#include "platform/sockets.h"
 #include "support/loopback_socket.h"
 #include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-std::string statusOf(const std::string& token) {
-  const auto port = static_cast<std::uint16_t>(toolServerPort());
-  const OwnedSocket client = connectToLoopback(port);
-  EXPECT_TRUE(
-      sendTo(client, "GET /api/agent-tools HTTP/1.1\r\nHost: localhost:" + std::to_string(port) +
-                         "\r\nX-Morva-Session: " + token + "\r\n\r\n"));
-  std::string answer;
-  char buffer[4096];
-  while (const std::size_t got = receiveFrom(client, buffer, sizeof buffer)) {
-    answer.append(buffer, got);
-  }
-  return answer.substr(0, answer.find("\r\n"));
+// What comes back for `request`, whose sender then ends its direction.
+std::string answerTo(const std::string& request) {
+  const OwnedSocket client = connectToLoopback(static_cast<std::uint16_t>(toolServerPort()));
+  EXPECT_TRUE(sendTo(client, request));
+  finishSending(client);
+  return receiveToEnd(client);
+}
+
+std::string requestWith(const std::string& line, const std::string& token) {
+  return line + " HTTP/1.1\r\nHost: localhost:" + std::to_string(toolServerPort()) +
+         "\r\nX-Morva-Session: " + token + "\r\n\r\n";
 }
 
 TEST(ToolServer, IsAbsentUntilItIsStarted) {
@@ -26,7 +25,7 @@ TEST(ToolServer, IsAbsentUntilItIsStarted) {
   EXPECT_EQ(sessionToken() + agentToolsUrl() + contextFileUrl(), "");
 }
 
-TEST(ToolServer, ListensOnTheFirstFreePortForWhoeverHasTheToken) {
+TEST(ToolServer, ListensOnTheFirstFreePort) {
   ASSERT_TRUE(startSockets());
   OwnedSocket taken;
   ASSERT_TRUE(openSocket(taken));
@@ -41,8 +40,25 @@ TEST(ToolServer, ListensOnTheFirstFreePortForWhoeverHasTheToken) {
   EXPECT_EQ(contextFileUrl(), base + "/api/context-file");
   EXPECT_EQ(sessionToken().size(), 64U);
   EXPECT_EQ(sessionToken().find_first_not_of("0123456789abcdef"), std::string::npos);
-  EXPECT_EQ(statusOf(sessionToken()), "HTTP/1.1 200 OK");
-  EXPECT_EQ(statusOf("x"), "HTTP/1.1 401 Unauthorized");
+}
+
+TEST(ToolServer, AnswersEachVerdict) {
+  startToolServer();
+  const std::string token = sessionToken();
+  EXPECT_TRUE(answerTo(requestWith("GET /api/agent-tools", token)).starts_with("HTTP/1.1 200 OK"));
+  for (const auto& [request, status] :
+       {std::pair{""s, "400 Bad Request"s},
+        {"GET / HTTP/1.0\r\n\r\n", "400 Bad Request"},
+        {"GET / HTTP/1.1\r\n\r\n", "400 Bad Request"},
+        {requestWith("GET /", "b"), "401 Unauthorized"},
+        {requestWith("GET /", token), "403 Forbidden"},
+        {requestWith("OPTIONS /", token), "403 Forbidden"},
+        {requestWith("GET /api/agent-toolsX", token), "404 Not Found"}}) {
+    EXPECT_EQ(answerTo(request), "HTTP/1.1 " + status +
+                                     "\r\nContent-Type: application/json\r\nContent-Length: 12\r\n"
+                                     "Connection: close\r\n\r\n{\"ok\":false}")
+        << request;
+  }
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
-// What the twin does at every cut of the bytes and in every step. Wine's client mistakes some cuts,
-// and does not end a step that waits.
+// What Wine's client does not do: an abort ends each step that waits.
 #include <unistd.h>
 
 #include "platform/clock.h"
@@ -10,24 +9,6 @@
 
 namespace media::win::chrome_inspect {
 namespace {
-
-const std::string chunkedHead = okHead + "Transfer-Encoding: chunked\r\n\r\n";
-
-const HttpAnswerCase answerCases[] = {
-    {"chunks", chunkedHead + "5\r\nhello\r\n6\r\n world\r\n0\r\n\r\n", 200, true, "hello world"},
-    {"chunk cut short", chunkedHead + "5\r\nhello\r\n6\r\n wo", 200, false, "hello wo"},
-    {"no last chunk", chunkedHead + "5\r\nhello\r\n", 200, false, "hello"},
-    {"closed inside the header", okHead + "Content-Le", 0, false, ""},
-    {"after an interim answer", "HTTP/1.1 100 Continue\r\n\r\n" + okHead + "\r\nx", 200, true, "x"},
-};
-
-TEST(HttpExchange, TakesFramingApartAtEveryCut) {
-  for (const HttpAnswerCase& c : answerCases) {
-    for (std::size_t pieceSize = 1; pieceSize <= c.answer.size(); ++pieceSize) {
-      expectAnswer(c, pieceSize);
-    }
-  }
-}
 
 constexpr HttpTimeouts endless = {0, 0, 0, 0};
 const std::string moreThanIsBuffered(64'000'000, 'x');  // at both ends of a connection
