@@ -7,6 +7,7 @@ namespace media::win::chrome_inspect {
 namespace {
 
 constexpr std::string_view separator = "\n\n";
+constexpr std::size_t keptBytes = 4 * 1024 * 1024;
 
 }  // namespace
 
@@ -21,6 +22,7 @@ void EventSplitter::feed(std::string_view chunk,
     begin = end + separator.size();
   }
   pending_.erase(0, begin);
+  if (pending_.capacity() > keptBytes && pending_.size() < keptBytes) pending_.shrink_to_fit();
   // Its last byte may be the first half of a separator.
   searched_ = pending_.empty() ? 0 : pending_.size() - 1;
   if (pending_.size() > maxEventBlock) throw std::length_error("agent event too large");

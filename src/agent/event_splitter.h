@@ -21,6 +21,8 @@ class EventSplitter {
 
   // What has come behind the last separator.
   std::string_view pending() const { return pending_; }
+  // The memory that it keeps for that: small once a large block has been handed over.
+  std::size_t heldBytes() const { return pending_.capacity(); }
 
  private:
   std::string pending_;
