@@ -4,6 +4,7 @@
 #include <charconv>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include "viewer_turn.h"
 
@@ -93,6 +94,9 @@ void answer(Socket connection, const Request& request, const Behaviour& behaviou
     streamTurn(connection, request.body, behaviour);
   } else if (request.target == "POST /v1/chat/consent") {
     answerConsent(connection, request.body);
+  } else if (request.target == "POST /v1/speak") {
+    std::this_thread::sleep_for(behaviour.speaks);
+    answerJson(connection, "200 OK", R"({"ok":true})");
   } else if (request.target == "POST /v1/host-tool-providers") {
     answerJson(connection, "200 OK", R"({"ok":true})");
   } else {

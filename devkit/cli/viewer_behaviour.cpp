@@ -70,6 +70,7 @@ Behaviour readBehaviour() {
       .readyOnlyPort = environmentNumber("MORVA_CLI_READY_ONLY_PORT"),
       .mute = environmentNumber("MORVA_CLI_MUTE").value_or(0) != 0,
       .words = environmentNumber("MORVA_CLI_WORDS"),
+      .speaks = std::chrono::milliseconds(environmentNumber("MORVA_CLI_SPEAK_MS").value_or(0)),
       .tokensPerSecond = environmentNumber("MORVA_CLI_TOKENS_PER_SECOND").value_or(0),
   };
 }

@@ -15,6 +15,7 @@
 //   MORVA_CLI_READY_ONLY_PORT=N    "/ready" answers 503 on every other port
 //   MORVA_CLI_MUTE=1               accept connections, read requests, never answer
 //   MORVA_CLI_WORDS=N              answer a prompt with N words instead of a greeting
+//   MORVA_CLI_SPEAK_MS=N           read every text aloud for N ms
 //   MORVA_CLI_TOKENS_PER_SECOND=N  the speed of an answer; as fast as possible when not set
 //
 // What is printed comes after the ordinary log lines and before the port is opened.
@@ -38,6 +39,7 @@ struct Behaviour {
   std::optional<std::uint64_t> readyOnlyPort;
   bool mute = false;
   std::optional<std::uint64_t> words;
+  std::chrono::milliseconds speaks{0};
   std::uint64_t tokensPerSecond = 0;
   std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };

@@ -5,7 +5,7 @@ from __future__ import annotations
 import asyncio
 
 _WORDS_PER_SECOND = 8.0
-_LONGEST_S = 12.0  # the host waits 15 s for an answer
+_LONGEST_S = 12.0  # nobody listens to a stand-in for longer
 _STEP_S = 0.05
 
 

@@ -26,7 +26,8 @@ void cancelAllAgentRequests() {
   }
   if (owned) terminateProcess(owned);  // first of all: whoever ended us may not leave us long
   stopTurns();
-  for (const CancelSlot slot : {CancelSlot::realtime, CancelSlot::events, CancelSlot::plain}) {
+  for (const CancelSlot slot :
+       {CancelSlot::realtime, CancelSlot::events, CancelSlot::speech, CancelSlot::plain}) {
     abortRequests(slot);
   }
   endProcess(owned);

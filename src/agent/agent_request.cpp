@@ -12,6 +12,8 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
+constexpr int longestSpeechMs = 600000;
+
 const char* openErrorText(HttpOpenResult result) {
   switch (result) {
     case HttpOpenResult::ok:
@@ -40,6 +42,15 @@ HttpTimeouts answerTimeouts(const AnswerLimits& limits) {
     *limit = std::clamp(*limit, 1, std::max(most, 1));
   }
   return timeouts;
+}
+
+// Whether an answer that is so large by now, and has taken so long, is past its limits.
+std::function<bool(std::size_t bodySize)> pastLimits(const AnswerLimits& limits) {
+  const auto deadline = SteadyClock::now() + std::chrono::milliseconds(limits.totalMs);
+  return [limits, deadline](std::size_t bodySize) {
+    const bool isLate = limits.totalMs != 0 && SteadyClock::now() > deadline;
+    return isLate || bodySize > limits.maxBodyBytes;
+  };
 }
 
 // Keeps a request in its slot for as long as it runs, however that ends.
@@ -71,7 +82,7 @@ struct Terms {
   // Whether its owner was cancelled. This also keeps a stream, but no plain request, from being
   // sent, and explains why the body of a stream broke off.
   std::function<bool()> isCancelled;
-  bool isStream;
+  bool isStream;  // or may take as long as one
   HttpTimeouts timeouts;
   ChunkSink sink;                                   // empty: the body is collected
   std::function<bool(std::size_t bodySize)> stops;  // asked before each read; empty: never
@@ -116,14 +127,25 @@ AgentResponse runRequest(const Call& call, const Terms& terms) {
 
 AgentResponse agentRequest(std::uint16_t port, const std::wstring& verb, const std::wstring& path,
                            std::string_view body, const AnswerLimits& limits) {
-  const auto deadline = SteadyClock::now() + std::chrono::milliseconds(limits.totalMs);
-  const auto exceeds = [&limits, deadline](std::size_t bodySize) {
-    const bool isLate = limits.totalMs != 0 && SteadyClock::now() > deadline;
-    return isLate || bodySize > limits.maxBodyBytes;
-  };
-  return runRequest(
-      {port, verb, path, body},
-      {{CancelSlot::plain}, cancelRequested, false, answerTimeouts(limits), {}, exceeds});
+  return runRequest({port, verb, path, body}, {{CancelSlot::plain},
+                                               cancelRequested,
+                                               false,
+                                               answerTimeouts(limits),
+                                               {},
+                                               pastLimits(limits)});
+}
+
+AgentResponse agentSpeech(std::uint16_t port, std::string_view body,
+                          const std::function<bool()>& isStopped) {
+  HttpTimeouts timeouts;
+  timeouts.receiveMs = longestSpeechMs;
+  return runRequest({port, L"POST", L"/v1/speak", body},
+                    {{CancelSlot::speech},
+                     isStopped,
+                     true,
+                     timeouts,
+                     {},
+                     pastLimits({.totalMs = static_cast<std::uint32_t>(longestSpeechMs)})});
 }
 
 AgentResponse agentTurnStream(std::uint16_t port, const std::wstring& path, std::string_view body,

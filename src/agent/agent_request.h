@@ -39,6 +39,12 @@ struct AnswerLimits {
 AgentResponse agentRequest(std::uint16_t port, const std::wstring& verb, const std::wstring& path,
                            std::string_view body, const AnswerLimits& limits = {});
 
+// Has the agent read a text aloud, and waits for its answer, up to 10 minutes for each read and in
+// all. Published in the slot `speech`; when `isStopped` returns true it is not sent, or has failed
+// with "cancelled".
+AgentResponse agentSpeech(std::uint16_t port, std::string_view body,
+                          const std::function<bool()>& isStopped);
+
 // Posts the request of a chat turn; the answer is a stream without time or size limit that goes to
 // `sink`. A stop of the turn aborts it, or keeps it from being sent.
 AgentResponse agentTurnStream(std::uint16_t port, const std::wstring& path, std::string_view body,

@@ -10,8 +10,8 @@
 namespace media::win::chrome_inspect {
 
 // On whose behalf a request runs. Only the end of the host aborts those that are `plain`.
-enum class CancelSlot { plain, turn, events, realtime };
-inline constexpr std::size_t cancelSlotCount = 4;
+enum class CancelSlot { plain, turn, events, realtime, speech };
+inline constexpr std::size_t cancelSlotCount = 5;
 
 // Where a request is published.
 struct RequestPlace {

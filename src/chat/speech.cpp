@@ -1,11 +1,14 @@
 #include "chat/speech.h"
 
+#include <atomic>
 #include <deque>
 #include <nlohmann/json.hpp>
 
 #include "agent/agent_answer.h"
+#include "agent/agent_end.h"
 #include "agent/agent_request.h"
 #include "agent/current_agent.h"
+#include "agent/request_slots.h"
 #include "agent/running_turns.h"
 #include "agent_process/supervision.h"
 #include "channel/panel_events.h"
@@ -27,15 +30,28 @@ void showError(const std::string& error, const char* fallback) {
   emitPanelMessage("appendText", json::array({{{"role", "error"}, {"text", text}}}));
 }
 
-void speak(const std::string& text) {
+std::atomic<std::uint64_t> readingStops = 0;
+
+void stopReadings() {
+  ++readingStops;
+  abortRequests(CancelSlot::speech);
+}
+
+// Whether a reading that began after so many stops is to end, without a word about its failing.
+bool isStopped(std::uint64_t stopsBefore) {
+  return readingStops != stopsBefore || agentsAreEnding();
+}
+
+void speak(const std::string& text, std::uint64_t stopsBefore) {
   const AgentInUse inUse;  // a long reading is not idleness
   std::string error;
   const auto port = ensureAgent(error);
+  if (isStopped(stopsBefore)) return;
   if (!port) return showError(error, "speak did not start");
-  const AnswerLimits limits{.totalMs = 0};  // it lasts as long as the text does
-  const AgentAnswer answer = readAnswer(
-      agentRequest(*port, L"POST", L"/v1/speak", dumpJson({{"text", text}}), limits), speakFailed);
-  if (!answer.ok) showError(answer.error, speakFailed);
+  const auto stopped = [stopsBefore] { return isStopped(stopsBefore); };
+  const AgentAnswer answer =
+      readAnswer(agentSpeech(*port, dumpJson({{"text", text}}), stopped), speakFailed);
+  if (!answer.ok && !stopped()) showError(answer.error, speakFailed);
 }
 
 // Ends every reading with the one event that the panel waits for.
@@ -114,10 +130,11 @@ bool startSpeech(const std::string& text) {
   if (text.empty()) return true;
   emitPanelMessage("ttsStarted", json::array());
   const auto end = std::make_shared<const SpeechEnd>();  // also when no thread takes it over
-  return runDetached("speech", [text, end] { speak(text); });
+  return runDetached("speech", [text, end, stops = readingStops.load()] { speak(text, stops); });
 }
 
 bool controlSpeech(SpeechControl control) {
+  if (control == SpeechControl::stop) stopReadings();
   ControlState& state = controlState();
   const Lock lock(state.mutex);
   state.waiting.push_back(control);

@@ -95,6 +95,13 @@ def test_a_slow_stream_has_no_time_limit(panel):
         assert (turn.done, turn.text) == ((True, ""), "before after")
 
 
+def test_an_owned_agent_that_reads_aloud_is_not_idle(start_panel, cli):
+    panel = start_panel(env=cli.env(speak_ms=90_000))
+    panel.ask_for_ack("speak", text="a long text")
+    assert panel.wait_told(2, timeout=150) == [("ttsStarted", []), ("ttsDone", [])]
+    assert len(cli.running()) == 1
+
+
 @pytest.mark.posix_only
 def test_a_frozen_owned_agent_keeps_its_port(start_panel, cli):
     """A foreign agent answers meanwhile; it never takes the place of the owned one."""

