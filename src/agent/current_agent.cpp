@@ -16,6 +16,10 @@ std::uint64_t elapsedSince(std::uint64_t then, std::uint64_t now) {
   return now > then ? now - then : 0;
 }
 
+AgentId currentOf(const AgentShared& shared) MORVA_REQUIRES(shared.agentMutex) {
+  return {shared.port, shared.ownedProcess ? shared.ownedSerial : 0};
+}
+
 bool idleStopDue(AgentShared& shared, std::uint64_t now) MORVA_REQUIRES(shared.agentMutex) {
   const std::uint64_t gap = elapsedSince(std::exchange(shared.lastWatchMs, now), now);
   if (gap > longestWatchGapMs && shared.lastActivityMs != 0) shared.lastActivityMs = now;
@@ -23,24 +27,35 @@ bool idleStopDue(AgentShared& shared, std::uint64_t now) MORVA_REQUIRES(shared.a
          elapsedSince(shared.lastActivityMs, now) >= agentIdleLimitMs;
 }
 
-// True when there was an owned agent to end. `isDue` is called with the lock held.
-bool stopOwnedAgentIf(const std::function<bool(AgentShared&)>& isDue) {
+// Returns the agent that was ended, if there was an owned one. `isDue` is called with the lock
+// held.
+AgentId stopOwnedAgentIf(const std::function<bool(AgentShared&)>& isDue) {
   AgentShared& shared = agentShared();
+  AgentId ended;
   OwnedProcess owned;
   {
     const Lock lock(shared.agentMutex);
-    if (isDue(shared)) owned = forgetOwnedAgent(shared);
+    if (isDue(shared) && shared.ownedProcess) {
+      ended = currentOf(shared);
+      owned = forgetOwnedAgent(shared);
+    }
   }
   endProcess(owned);
-  return static_cast<bool>(owned);
+  return ended;
 }
 
 }  // namespace
 
-std::uint16_t currentAgentPort() {
+AgentId currentAgent() {
   AgentShared& shared = agentShared();
   const Lock lock(shared.agentMutex);
-  return shared.port;
+  return currentOf(shared);
+}
+
+std::uint16_t currentAgentPort() { return currentAgent().port; }
+
+bool isGoneAgent(const AgentId& agent) {
+  return agent.serial != 0 && agent.serial != currentAgent().serial;
 }
 
 void touchAgentActivity() {
@@ -49,18 +64,19 @@ void touchAgentActivity() {
   shared.lastActivityMs = tickCountMs();
 }
 
-std::uint16_t candidateAgentPort() {
+AgentId candidateAgent() {
   AgentShared& shared = agentShared();
   OwnedProcess ended;  // closed after the lock is gone
   const Lock lock(shared.agentMutex);
   if (shared.ownedProcess && waitForExit(shared.ownedProcess, 0)) ended = forgetOwnedAgent(shared);
-  return shared.port;
+  return currentOf(shared);
 }
 
-void adoptFoundAgent(std::uint16_t port) {
+AgentId adoptFoundAgent(std::uint16_t port) {
   AgentShared& shared = agentShared();
   const Lock lock(shared.agentMutex);
   if (!shared.ownedProcess) shared.port = port;
+  return shared.port == port ? currentOf(shared) : AgentId{port};
 }
 
 std::uint64_t adoptOwnedAgent(OwnedProcess process, std::uint16_t port) {
@@ -88,13 +104,19 @@ void stopOwnedAgent(std::uint64_t serial) {
   });
 }
 
-bool stopIdleAgent(std::uint64_t nowMs) {
+void beginIdleWatch(std::uint64_t nowMs) {
+  AgentShared& shared = agentShared();
+  const Lock lock(shared.agentMutex);
+  shared.lastWatchMs = nowMs;
+}
+
+AgentId stopIdleAgent(std::uint64_t nowMs) {
   return stopOwnedAgentIf([nowMs](AgentShared& shared) MORVA_REQUIRES(shared.agentMutex) {
     return idleStopDue(shared, nowMs);
   });
 }
 
-bool stopUnusedAgent() {
+AgentId stopUnusedAgent() {
   return stopOwnedAgentIf([](AgentShared& shared)
                               MORVA_REQUIRES(shared.agentMutex) { return shared.users < 1; });
 }

@@ -3,7 +3,6 @@
 #include <exception>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -44,16 +43,19 @@ class FeedPump::Stream {
   }
 
   void forward(std::string_view block) {
-    nlohmann::json event;
-    if (readFeedEvent(block, event)) whileCurrent([&] { pump_.user_.forward(event); });
+    try {
+      nlohmann::json event;
+      if (readFeedEvent(block, event)) whileCurrent([&] { pump_.user_.forward(event); });
+    } catch (const std::exception&) {  // no memory for this one; the next may do
+    }
   }
 
   void take(std::string_view chunk) {
     if (!isCurrent()) return;
     try {
       splitter_.feed(chunk, [this](std::string_view block) { forward(block); });
-    } catch (const std::length_error&) {
-      splitter_ = EventSplitter();  // a block without end: what it would have been is lost
+    } catch (const std::exception&) {
+      splitter_ = EventSplitter();  // a block too large: what it would have been is lost
     }
   }
 

@@ -17,7 +17,8 @@ namespace media::win::chrome_inspect {
 struct FeedUser {
   const char* threadName;
   CancelSlot slot;
-  // Takes one event: an object with a text "method" that is not empty, and an array "args".
+  // Takes one event: an object with a text "method" that is not empty, and an array "args". When it
+  // throws, the event is lost and the stream goes on.
   void (*forward)(nlohmann::json& event);
   // The stream has ended, however it did; also when there was no thread for it.
   void (*ended)(const AgentResponse& response);

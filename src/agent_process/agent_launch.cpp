@@ -87,13 +87,13 @@ std::wstring agentCommandLine(const std::wstring& path, std::uint16_t port) {
          std::to_wstring(port) + L" --consent-ui stream";
 }
 
-bool spawnAgent(const CliLocation& cli, std::uint16_t port) {
+AgentId spawnAgent(const CliLocation& cli, std::uint16_t port) {
   OwnedProcess polled;
   const std::uint64_t serial = startOwnedAgent(cli, port, polled);
-  if (serial == 0) return false;
-  const bool ready = waitUntilReady(polled, port);
-  if (!ready) stopOwnedAgent(serial);
-  return ready;
+  if (serial == 0) return {};
+  if (waitUntilReady(polled, port)) return {port, serial};
+  stopOwnedAgent(serial);
+  return {};
 }
 
 }  // namespace media::win::chrome_inspect

@@ -16,39 +16,30 @@ constexpr std::uint32_t watchdogPeriodMs = 5000;
 
 AgentListener agentListener;
 
-// An agent that answers; `fresh`: it was started by this call.
-struct Answering {
-  std::uint16_t port = 0;
-  bool fresh = false;
-};
-
 void logReuse(std::uint16_t port) {
   appendDebugLog("reusing llm agent on port " + std::to_string(port));
 }
 
-// The port of an agent that answers already, ours or not; 0 when there is none.
-std::uint16_t findRunningAgent() {
-  const std::uint16_t candidate = candidateAgentPort();
-  if (candidate != 0 && isAgentReady(candidate)) {
-    logReuse(candidate);
+// An agent that answers already, ours or not, if there is one.
+AgentId findRunningAgent() {
+  const AgentId candidate = candidateAgent();
+  if (candidate && isAgentReady(candidate.port)) {
+    logReuse(candidate.port);
     return candidate;
   }
   const std::uint16_t found = firstReadyPort();
-  if (found == 0) return 0;
+  if (found == 0) return {};
   logReuse(found);
-  adoptFoundAgent(found);
-  return found;
+  return adoptFoundAgent(found);
 }
 
 // Starts an agent on the first port that works. The error text is empty on success.
-std::string startAgent(std::uint16_t& startedPort) {
+std::string startAgent(AgentId& agent) {
   const CliLocation cli = locateCli();
   if (cli.path.empty()) return std::string(cliNameUtf8) + " is not on PATH";
   for (const std::uint16_t port : agentPorts) {
-    if (spawnAgent(cli, port)) {
-      startedPort = port;
-      return {};
-    }
+    agent = spawnAgent(cli, port);
+    if (agent) return {};
     if (!waitUnlessEnding(0)) return "cancelled";
   }
   return "llm agent --serve did not become ready";
@@ -64,22 +55,21 @@ class LeadStart {
   std::string error = "agent start failed";
 };
 
-bool lead(Answering& agent, std::string& error) {
+bool lead(AgentId& agent, std::string& error) {
   LeadStart start;
-  start.error = startAgent(agent.port);
-  agent.fresh = true;
+  start.error = startAgent(agent);
   if (start.error.empty()) return true;
   error = start.error;
   appendDebugLog(error, "error");
   return false;
 }
 
-bool findOrStartAgent(Answering& agent, std::string& error) {
+bool findOrStartAgent(AgentId& agent, std::string& error) {
   for (;;) {
     // Read before looking: a start that ends after the look is then not mistaken for none.
     const std::uint64_t seenStarts = finishedStarts();
-    agent.port = findRunningAgent();
-    if (agent.port != 0) return true;
+    agent = findRunningAgent();
+    if (agent) return true;
     std::string othersError;
     switch (joinStart(seenStarts, othersError)) {
       case StartRole::leader:
@@ -97,25 +87,32 @@ bool findOrStartAgent(Answering& agent, std::string& error) {
   }
 }
 
+void reportEnd(const AgentId& ended) {
+  if (ended && agentListener.stopped != nullptr) agentListener.stopped(ended);
+}
+
 }  // namespace
 
 void setAgentListener(const AgentListener& listener) { agentListener = listener; }
 
 std::optional<std::uint16_t> ensureAgent(std::string& error) {
   touchAgentActivity();
-  Answering agent;
+  AgentId agent;
   if (!findOrStartAgent(agent, error)) return std::nullopt;
-  if (agentListener.ready != nullptr) agentListener.ready(agent.port, agent.fresh);
+  if (agentListener.ready != nullptr) agentListener.ready(agent);
   return agent.port;
 }
 
 void endIdleAgent(std::uint64_t nowMs) {
-  if (!stopIdleAgent(nowMs)) return;
-  appendDebugLog("idle: owned llm agent stopped after 60s quiet", "warn");
-  if (agentListener.stopped != nullptr) agentListener.stopped();
+  const AgentId ended = stopIdleAgent(nowMs);
+  if (ended) appendDebugLog("idle: owned llm agent stopped after 60s quiet", "warn");
+  reportEnd(ended);
 }
 
+void endUnusedAgent() { reportEnd(stopUnusedAgent()); }
+
 void idleWatchdog() {
+  beginIdleWatch(tickCountMs());
   for (;;) {
     sleepMs(watchdogPeriodMs);
     endIdleAgent(tickCountMs());

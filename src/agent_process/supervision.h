@@ -4,15 +4,18 @@
 #include <optional>
 #include <string>
 
+#include "agent/current_agent.h"
+
 namespace media::win::chrome_inspect {
 
-// Who learns that an agent has come or gone. Set once, before any thread starts.
+// Who learns that an agent has come or gone. Set once, before any thread starts. Both functions run
+// on the thread that found out, and may block: calls for different agents may overlap and overtake
+// each other.
 struct AgentListener {
-  // An agent answers on `port`; `fresh`: it was started just now. Runs on the thread that looked
-  // for the agent, before its ensureAgent returns; may block.
-  void (*ready)(std::uint16_t port, bool fresh) = nullptr;
-  // The agent that we owned has been ended because nobody used it.
-  void (*stopped)() = nullptr;
+  // The agent answers. Called before the ensureAgent that looked for it returns.
+  void (*ready)(const AgentId& agent) = nullptr;
+  // An agent that we owned has been ended because nobody used it.
+  void (*stopped)(const AgentId& agent) = nullptr;
 };
 void setAgentListener(const AgentListener& listener);
 
@@ -31,5 +34,8 @@ void endIdleAgent(std::uint64_t nowMs);
 
 // Does so every 5 s. Never returns.
 void idleWatchdog();
+
+// Ends the agent that we own unless it is in use, and reports that to the listener.
+void endUnusedAgent();
 
 }  // namespace media::win::chrome_inspect

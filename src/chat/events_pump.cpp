@@ -21,8 +21,7 @@ void chatEventsEnded(const AgentResponse& response);
 struct ChatEvents {
   FeedPump pump{{"chat events", CancelSlot::events, forwardChatEvent, chatEventsEnded}};
   Mutex mutex;  // taken after the pump's, and not held while an event is sent
-  // Of the agent whose stream is read; 0 when none is.
-  std::uint16_t port MORVA_GUARDED_BY(mutex) = 0;
+  AgentId agent MORVA_GUARDED_BY(mutex);  // whose stream is read, if one is
   std::string sender MORVA_GUARDED_BY(mutex);
   std::uint64_t after MORVA_GUARDED_BY(mutex) = 0;
 };
@@ -52,7 +51,7 @@ void forwardChatEvent(json& event) {
 // How it ended is of no interest to the panel; the next agent that answers starts a new one.
 void chatEventsEnded(const AgentResponse&) {
   const Lock lock(chatEvents().mutex);
-  chatEvents().port = 0;
+  chatEvents().agent = {};
 }
 
 std::wstring eventsPath(const ChatEvents& events) MORVA_REQUIRES(events.mutex) {
@@ -65,14 +64,14 @@ void pump_chat_events(std::uint16_t port, std::wstring path, std::uint64_t strea
   chatEvents().pump.read(stream, port, std::move(path));
 }
 
-bool runsOn(std::uint16_t port) {
+bool isReadFrom(const AgentId& agent) {
   const Lock lock(chatEvents().mutex);
-  return chatEvents().port == port;
+  return chatEvents().agent == agent;
 }
 
-// Ends the stream that is read and reads the next one, from the agent on the port that `choose`
-// leaves in the state, if there is one. `choose` is called with the lock held; when it returns
-// false, nothing happens.
+// Ends the stream that is read and reads the next one, from the agent that `choose` leaves in the
+// state, if there is one. `choose` is called with the lock held; when it returns false, nothing
+// happens.
 void restart(const std::function<bool(ChatEvents&)>& choose) {
   ChatEvents& events = chatEvents();
   std::uint16_t port = 0;
@@ -80,7 +79,7 @@ void restart(const std::function<bool(ChatEvents&)>& choose) {
   const std::uint64_t stream = events.pump.begin([&] {
     const Lock lock(events.mutex);
     if (!choose(events)) return false;
-    port = events.port;
+    port = events.agent.port;
     path = eventsPath(events);
     return true;
   });
@@ -89,20 +88,19 @@ void restart(const std::function<bool(ChatEvents&)>& choose) {
 
 }  // namespace
 
-void startChatEvents(std::uint16_t port, bool fresh) {
-  if (!fresh && runsOn(port)) return;  // mostly; without waiting for an event's writing
-  restart([port, fresh](ChatEvents& events) MORVA_REQUIRES(events.mutex) {
-    if (!fresh && events.port == port) return false;
-    events.port = port;
-    return true;
-  });
+void startChatEvents(const AgentId& agent) {
+  if (isReadFrom(agent)) return;  // mostly; without waiting for an event's writing
+  restart([&agent](ChatEvents& events)
+              MORVA_REQUIRES(events.mutex) { return std::exchange(events.agent, agent) != agent; });
 }
 
 void pointChatEvents(const std::string& sender, std::uint64_t after) {
-  restart([&sender, after](ChatEvents& events) MORVA_REQUIRES(events.mutex) {
+  const AgentId current = currentAgent();
+  restart([&](ChatEvents& events) MORVA_REQUIRES(events.mutex) {
     events.sender = sender;
     events.after = after;
-    return events.port != 0;
+    if (!events.agent) events.agent = current;
+    return static_cast<bool>(events.agent);
   });
 }
 
@@ -113,7 +111,15 @@ std::string chatEventsSender() {
 
 void stopChatEvents() {
   restart([](ChatEvents& events) MORVA_REQUIRES(events.mutex) {
-    events.port = 0;
+    events.agent = {};
+    return true;
+  });
+}
+
+void stopChatEventsOf(const AgentId& agent) {
+  restart([&agent](ChatEvents& events) MORVA_REQUIRES(events.mutex) {
+    if (events.agent != agent) return false;
+    events.agent = {};
     return true;
   });
 }

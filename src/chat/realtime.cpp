@@ -1,13 +1,17 @@
 #include "chat/realtime.h"
 
+#include <exception>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "agent/agent_answer.h"
 #include "agent/agent_request.h"
 #include "agent/current_agent.h"
 #include "agent/feed_pump.h"
 #include "agent/request_slots.h"
+#include "agent/running_turns.h"
 #include "agent_process/supervision.h"
 #include "browser_tools/browser_context.h"
 #include "channel/panel_events.h"
@@ -24,6 +28,7 @@ using nlohmann::json;
 constexpr int acquireTimeoutMs = 1500;
 constexpr const char* sessionFailed = "realtime session failed";
 constexpr const char* startFailed = "realtime start failed";
+constexpr const wchar_t* stopPath = L"/v1/realtime/stop";
 
 std::string textOr(const std::string& text, const char* fallback) {
   return text.empty() ? fallback : foreignText(text);
@@ -43,7 +48,11 @@ void voiceEventsEnded(const AgentResponse& response);
 
 struct Voice {
   FeedPump pump{{"realtime events", CancelSlot::realtime, forwardVoiceEvent, voiceEventsEnded}};
-  bool saidDone = false;  // the agent has reported the session's end itself; under the pump's lock
+  // Under the pump's lock. A session runs while `port`, its agent's, is not 0; it is use of the
+  // agent for as long, however silent.
+  std::uint16_t port = 0;
+  std::optional<AgentInUse> use;
+  bool saidDone = false;  // the agent has reported the session's end itself
 };
 
 Voice& voice() {
@@ -51,26 +60,43 @@ Voice& voice() {
   return all;
 }
 
+// Returns the port of the session's agent; 0 when none ran.
+std::uint16_t forgetSession() {
+  voice().use.reset();
+  return std::exchange(voice().port, 0);
+}
+
 void forwardVoiceEvent(json& event) {
-  touchAgentActivity();  // a conversation is use of the agent, however long it lasts
   const std::string method(lenientText(event, "method"));
-  voice().saidDone = voice().saidDone || method == "realtimeDone";
+  if (method == "realtimeDone") {
+    voice().saidDone = true;
+    forgetSession();
+  }
   emitPanelMessage(method, event["args"]);
 }
 
 void voiceEventsEnded(const AgentResponse& response) {
+  forgetSession();
   reportVoiceStreamEnd(response, voice().saidDone);
 }
 
-// Leaves the session before, if any.
-std::uint64_t beginSession() {
-  return voice().pump.begin([] {
+// Leaves the session that runs, and returns the port of its agent; 0 when there was none.
+std::uint16_t leaveSession() {
+  std::uint16_t port = 0;
+  (void)voice().pump.begin([&port] {
+    port = forgetSession();
+    return true;
+  });
+  return port;
+}
+
+void pump_realtime(std::uint16_t port) {
+  const std::uint64_t session = voice().pump.begin([port] {
+    voice().port = port;
+    voice().use.emplace();
     voice().saidDone = false;
     return true;
   });
-}
-
-void pump_realtime(std::uint16_t port, std::uint64_t session) {
   voice().pump.read(session, port, L"/v1/realtime/events");
 }
 
@@ -85,8 +111,8 @@ json startBody(const json& request) {
   return body;
 }
 
-void postIfKnown(const wchar_t* path, const json& body) {
-  const std::uint16_t port = currentAgentPort();
+// Nothing when there is no such agent.
+void postTo(std::uint16_t port, const wchar_t* path, const json& body) {
   if (port != 0) (void)agentRequest(port, L"POST", path, dumpJson(body));
 }
 
@@ -102,33 +128,36 @@ bool startSession(std::uint16_t port, const json& body, std::string& error) {
 
 void startRealtime(const json& request) {
   if (const json* browser = findObject(request, "browser")) setBrowserContext(*browser);
-  const std::uint64_t session = beginSession();
+  const std::uint16_t previous = leaveSession();
   std::string error;
   const auto port = ensureAgent(error);
-  if (!port) return reportRealtimeEnd(error);
-  if (!startSession(*port, startBody(request), error)) return reportRealtimeEnd(error);
-  pump_realtime(*port, session);
+  if (port && startSession(*port, startBody(request), error)) return pump_realtime(*port);
+  postTo(previous, stopPath, json::object());  // its microphone must not stay on
+  reportRealtimeEnd(error);
 }
 
 void pushToTalk(const json& request) {
-  postIfKnown(L"/v1/realtime/ptt",
-              {{"held", readBool(request, "held", true)},
-               {"latched", readBool(request, "latched", false)},
-               {"finishInputTurn", readBool(request, "finishInputTurn", false)}});
+  postTo(currentAgentPort(), L"/v1/realtime/ptt",
+         {{"held", readBool(request, "held", true)},
+          {"latched", readBool(request, "latched", false)},
+          {"finishInputTurn", readBool(request, "finishInputTurn", false)}});
 }
 
 void stopRealtime() {
   stopRealtimeEvents();  // first: the agent's own "realtimeDone" would be a second one
-  postIfKnown(L"/v1/realtime/stop", json::object());
+  postTo(currentAgentPort(), stopPath, json::object());
   emitPanelMessage("realtimeDone", json::array());
 }
 
 void reportVoiceStreamEnd(const AgentResponse& response, bool saidDone) {
   if (saidDone) return;
-  if (response.status != 200) reportRealtimeError(response.error);
+  try {
+    if (response.status != 200) reportRealtimeError(response.error);
+  } catch (const std::exception&) {  // no memory for the reason; the end itself must be sent
+  }
   emitPanelMessage("realtimeDone", json::array());
 }
 
-void stopRealtimeEvents() { (void)beginSession(); }
+void stopRealtimeEvents() { (void)leaveSession(); }
 
 }  // namespace media::win::chrome_inspect

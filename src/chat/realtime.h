@@ -9,7 +9,8 @@
 namespace media::win::chrome_inspect {
 
 // Has the agent start a session; a failure is reported to the panel by "realtimeError" and
-// "realtimeDone". No event of a session that ran before is forwarded any more.
+// "realtimeDone". No event of a session that ran before is forwarded any more; when the new one
+// fails, its agent is asked to end it.
 void startRealtime(const nlohmann::json& request);
 
 // Posts the state of the push-to-talk key to the agent, if one is known. Throws

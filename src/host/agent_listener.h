@@ -1,10 +1,12 @@
 #pragma once
 
+#include "agent_process/supervision.h"
+
 namespace media::win::chrome_inspect {
 
-// Sets the agent listener. For an agent that answers it registers our tools with the agent, sends
-// the state "connected" to the panel and forwards the agent's chat events; for one that was stopped
-// it ends the forwarding and sends "disconnected". Called once, before any thread starts.
-void followAgent();
+// What is done about agents: for one that answers our tools are registered with it, the state
+// "connected" is sent to the panel, and its chat events are forwarded; for one that was stopped
+// that ends and, when no other agent is current, "disconnected" is sent.
+AgentListener agentFollower();
 
 }  // namespace media::win::chrome_inspect

@@ -6,9 +6,9 @@
 #include <string_view>
 #include <utility>
 
-#include "agent/current_agent.h"
 #include "agent_process/cli_dir.h"
 #include "agent_process/cli_settings.h"
+#include "agent_process/supervision.h"
 #include "channel/envelope.h"
 #include "common/detached.h"
 #include "shell/pickers.h"
@@ -68,7 +68,7 @@ json answerCliDirSet(const json& request) {
 
 json answerCliDirApply(const json& request) {
   json reply = answerCliDirSet(request);
-  if (reply.value("ok", false)) (void)stopUnusedAgent();
+  if (reply.value("ok", false)) endUnusedAgent();
   return reply;
 }
 

@@ -11,8 +11,8 @@ nlohmann::json answerCliDirGet(const nlohmann::json& request);
 // Saves the folder "dir" and tries the program that the next start uses.
 nlohmann::json answerCliDirSet(const nlohmann::json& request);
 
-// The same; besides, an agent that the host started and that no turn uses is ended, so that the
-// next one is started from there.
+// The same; besides, an agent that the host started and that nobody uses is ended and reported
+// as gone, so that the next one is started from there.
 nlohmann::json answerCliDirApply(const nlohmann::json& request);
 
 // Shows the folder picker on a thread of its own, which sends the reply when the user has closed

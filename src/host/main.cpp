@@ -26,7 +26,7 @@ int runHost(const Arguments& arguments) {
   startEndGuard();  // before all others
   keepStandardStreamsFromChildren();
   setDetachedReporter(logFailure);
-  followAgent();
+  setAgentListener(agentFollower());
   if (isStartedByBrowser(arguments)) limitFramesForBrowser();
   if (!runDetached("stdin reader", [] { runStdinReader(); })) return 1;
   startToolServer();

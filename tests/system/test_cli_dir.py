@@ -75,7 +75,9 @@ def test_the_next_agent_is_started_from_there(start_panel, cli):
     assert panel.finish_turn(mark).done == (False, "cancelled")
     ask(panel, "cliDirSet", dir=folder)  # and this one any agent
     assert len(cli.running()) == 1
+    mark = panel.mark()
     ask(panel, "cliDirApply", dir=folder)
+    panel.wait_frame(lambda f: f.get("agent") == "disconnected", mark)
     cli.wait_until_gone()
     panel.start_turn(until="appendAssistantDelta")
     assert len(cli.starts()) == 2

@@ -14,48 +14,47 @@ namespace media::win::chrome_inspect {
 namespace {
 
 TEST(CurrentAgent, IsNoneAtFirst) {
-  EXPECT_EQ(currentAgentPort(), 0);
-  EXPECT_EQ(candidateAgentPort(), 0);
+  EXPECT_FALSE(currentAgent());
+  EXPECT_FALSE(candidateAgent());
   EXPECT_FALSE(stopIdleAgent(tickCountMs()));
   stopOwnedAgent(0);
   stopOwnedAgent(1);
 }
 
-TEST(CurrentAgent, FoundOnesReplaceEachOther) {
-  adoptFoundAgent(8092);
-  EXPECT_EQ(currentAgentPort(), 8092);
-  adoptFoundAgent(8091);
-  EXPECT_EQ(candidateAgentPort(), 8091);
-}
-
-TEST(CurrentAgent, AFoundOneIsNeverStopped) {
-  adoptFoundAgent(8092);
+TEST(CurrentAgent, FoundOnesReplaceEachOtherAndAreNeverStopped) {
+  EXPECT_EQ(adoptFoundAgent(8092), AgentId{8092});
+  EXPECT_EQ(currentAgent(), AgentId{8092});
+  EXPECT_EQ(adoptFoundAgent(8091), AgentId{8091});
   stopOwnedAgent(0);
-  EXPECT_EQ(currentAgentPort(), 8092);
+  EXPECT_FALSE(stopUnusedAgent());
   cancelAllAgentRequests();
-  EXPECT_EQ(currentAgentPort(), 8092);
+  EXPECT_EQ(candidateAgent(), AgentId{8091});
+  EXPECT_FALSE(isGoneAgent({8092}));
 }
 
 TEST(CurrentAgent, AnOwnedOneIsNotReplacedByAFoundOne) {
-  const std::uint64_t serial = adoptOwnedAgent(idleChild(), 8090);
-  EXPECT_NE(serial, 0U);
-  adoptFoundAgent(8091);
-  EXPECT_EQ(currentAgentPort(), 8090);
-  stopOwnedAgent(serial);
-  EXPECT_EQ(currentAgentPort(), 0);
-  adoptFoundAgent(8091);
-  EXPECT_EQ(currentAgentPort(), 8091);
+  const AgentId owned{8090, adoptOwnedAgent(idleChild(), 8090)};
+  EXPECT_NE(owned.serial, 0U);
+  EXPECT_EQ(adoptFoundAgent(8091), AgentId{8091});
+  EXPECT_EQ(adoptFoundAgent(8090), owned);
+  EXPECT_EQ(currentAgent(), owned);
+  EXPECT_FALSE(isGoneAgent(owned));
+  EXPECT_EQ(stopUnusedAgent(), owned);
+  EXPECT_FALSE(currentAgent());
+  EXPECT_TRUE(isGoneAgent(owned));
+  EXPECT_EQ(adoptFoundAgent(8090), AgentId{8090});
+  EXPECT_TRUE(isGoneAgent(owned));
 }
 
 TEST(CurrentAgent, IsForgottenWhenOurChildHasEnded) {
   OwnedProcess child = idleChild();
   const OwnedProcess watched = duplicateProcess(child);
   (void)adoptOwnedAgent(std::move(child), 8090);
-  EXPECT_EQ(candidateAgentPort(), 8090);
+  EXPECT_EQ(candidateAgent().port, 8090);
   terminateProcess(watched);
   ASSERT_TRUE(waitForExit(watched, 10'000));
   EXPECT_EQ(currentAgentPort(), 8090);  // nobody has looked yet
-  EXPECT_EQ(candidateAgentPort(), 0);
+  EXPECT_EQ(candidateAgent().port, 0);
   EXPECT_EQ(currentAgentPort(), 0);
 }
 
@@ -90,7 +89,11 @@ class IdleStop : public testing::Test {
   IdleStop() { look(0); }
   ~IdleStop() override { stopOwnedAgent(serial_); }
 
-  bool look(std::uint64_t afterMs) { return stopIdleAgent(start_ + afterMs); }
+  bool look(std::uint64_t afterMs) {
+    const AgentId ended = stopIdleAgent(start_ + afterMs);
+    EXPECT_TRUE(!ended || ended == (AgentId{8090, serial_}));
+    return static_cast<bool>(ended);
+  }
   // Looks every 5 s from one moment up to, and not at, another. False when the agent was stopped.
   bool staysUntil(std::uint64_t from, std::uint64_t to) {
     for (std::uint64_t at = from; at < to; at += 5000) {
@@ -110,6 +113,20 @@ TEST_F(IdleStop, ComesAfterAMinute) {
   EXPECT_TRUE(look(60'000));
   EXPECT_EQ(currentAgentPort(), 0);
   EXPECT_FALSE(look(65'000));
+}
+
+TEST(IdleWatch, CountsTheFirstGapFromItsOwnStart) {
+  for (const bool slept : {false, true}) {
+    const std::uint64_t serial = adoptOwnedAgent(idleChild(), 8090);
+    const std::uint64_t start = tickCountMs();
+    beginIdleWatch(start);
+    const std::uint64_t firstLook = start + (slept ? 15'001 : 15'000);
+    for (std::uint64_t at = firstLook; at < start + 60'000; at += 5000) {
+      EXPECT_FALSE(stopIdleAgent(at));
+    }
+    EXPECT_EQ(static_cast<bool>(stopIdleAgent(start + 60'000)), !slept);
+    stopOwnedAgent(serial);
+  }
 }
 
 TEST_F(IdleStop, TakesAGapForSleep) {

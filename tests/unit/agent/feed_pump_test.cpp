@@ -1,19 +1,10 @@
 #include "agent/feed_pump.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <nlohmann/json.hpp>
-#include <stdexcept>
-#include <string>
-#include <vector>
-
 #include "agent/agent_end.h"
 #include "agent/request_slots.h"
 #include "support/scripted_server.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 #include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
@@ -47,50 +38,41 @@ class Record {
   Lines lines_;
 };
 
-Record& record() {
-  static Record& all = leaked<Record>();
+// What the pump's functions share with the tests.
+struct Scene {
+  Record record;
+  Gate held;  // an event "hold" waits for it
+  Gate threadEnded;
+  // Holds up whoever begins a stream next, before it aborts the older ones.
+  std::atomic<bool> holdsBeginner = false;
+  Gate beginnerIsHeld;
+  Gate beginnerGoesOn;
+};
+
+Scene& scene() {
+  static Scene& all = leaked<Scene>();
   return all;
 }
 
-Gate& held() {
-  static Gate& gate = leaked<Gate>();
-  return gate;
-}
-
-Gate& threadEnded() {
-  static Gate& gate = leaked<Gate>();
-  return gate;
-}
+Record& record() { return scene().record; }
 
 struct AtThreadEnd {
-  ~AtThreadEnd() { threadEnded().open(); }
+  ~AtThreadEnd() { scene().threadEnded.open(); }
 };
 
-// Holds up whoever begins a stream next, before it aborts the older ones.
-struct Window {
-  std::atomic<bool> holdsNext = false;
-  Gate reached;
-  Gate closed;
-};
-
-Window& window() {
-  static Window& each = leaked<Window>();
-  return each;
+void holdBeginner() {
+  if (!scene().holdsBeginner.exchange(false)) return;
+  scene().beginnerIsHeld.open();
+  scene().beginnerGoesOn.wait();
 }
 
-void holdWindow() {
-  if (!window().holdsNext.exchange(false)) return;
-  window().reached.open();
-  window().closed.wait();
-}
-
-void forward(nlohmann::json& event) {
+void forward(json& event) {
   thread_local const AtThreadEnd end;
   const std::string method = event.at("method");
   if (method == "throw") throw std::runtime_error("x");
   if (method == "hold") {
     record().add("holding");
-    held().wait();
+    scene().held.wait();
   }
   record().add(method);
 }
@@ -101,9 +83,11 @@ void ended(const AgentResponse& response) {
 
 FeedPump& pump() {
   static FeedPump& pump =
-      leaked<FeedPump>(FeedUser{"feed", CancelSlot::events, forward, ended, holdWindow});
+      leaked<FeedPump>(FeedUser{"feed", CancelSlot::events, forward, ended, holdBeginner});
   return pump;
 }
+
+const std::string head(streamHead);
 
 std::string event(const std::string& method) {
   return "data: {\"method\":\"" + method + "\",\"args\":[]}\n\n";
@@ -111,6 +95,15 @@ std::string event(const std::string& method) {
 
 void readNext(ScriptedServer& server, std::wstring path = L"/feed") {
   pump().read(pump().begin(), server.port(), std::move(path));
+}
+
+// Sends `first`, and `then` when the gate is open.
+ScriptedServer::Script inTwoParts(std::string first, Gate& gate, std::string then = "") {
+  return [first = head + first, &gate, then = std::move(then)](ServedConnection& connection) {
+    (void)connection.send(first);
+    gate.wait();
+    (void)connection.send(then);
+  };
 }
 
 struct FeedCase {
@@ -121,17 +114,17 @@ struct FeedCase {
 
 const FeedCase feedCases[] = {
     {"events and other blocks",
-     std::string(streamHead) + event("a") + ": c\n\n" + event("b"),
+     head + event("a") + ": c\n\n" + event("b"),
      {"a", "b", "ended 200"}},
     {"the last block needs no blank line",
-     std::string(streamHead) + "data: {\"method\":\"a\",\"args\":[]}",
+     head + "data: {\"method\":\"a\",\"args\":[]}",
      {"a", "ended 200"}},
     {"broken off",
      "HTTP/1.1 200 OK\r\nContent-Length: 99\r\n\r\n" + event("a"),
      {"a", "ended 200agent response truncated"}},
     {"another status", answerText("", "500 No"), {"ended 500"}},
     {"no answer", "", {"ended 0agent request failed"}},
-    {"a user that throws", std::string(streamHead) + event("throw") + event("a"), {"ended 0"}},
+    {"a user that throws", head + event("throw") + event("a"), {"a", "ended 200"}},
 };
 
 TEST(FeedPump, ForwardsTheEventsAndReportsTheEndOnce) {
@@ -163,17 +156,14 @@ TEST(FeedPump, LosesABlockWithoutEndAndGoesOn) {
 
 TEST(FeedPump, ForwardsNothingOfAStreamThatWasReplaced) {
   Gate replaced;
-  ScriptedServer server([&replaced](ServedConnection& connection) {
-    (void)connection.send(std::string(streamHead) + event("first"));
-    replaced.wait();
-    (void)connection.send(event("late") + "data: {\"method\":\"unfinished\",\"args\":[]}");
-  });
+  ScriptedServer server(inTwoParts(
+      event("first"), replaced, event("late") + "data: {\"method\":\"unfinished\",\"args\":[]}"));
   readNext(server);
   (void)record().waitFor("first");
   const std::uint64_t second = pump().begin();
   const std::uint64_t third = pump().begin();
   replaced.open();
-  ScriptedServer other(sendInPieces(std::string(streamHead) + event("third"), 1000));
+  ScriptedServer other(sendInPieces(head + event("third"), 1000));
   pump().read(second, other.port(), L"/second");
   pump().read(third, other.port(), L"/third");
   EXPECT_EQ(record().waitFor("ended 200"), (Lines{"first", "third", "ended 200"}));
@@ -182,34 +172,27 @@ TEST(FeedPump, ForwardsNothingOfAStreamThatWasReplaced) {
 
 TEST(FeedPump, BeginsNoNextStreamWhileAnEventIsForwarded) {
   Gate begun;
-  ScriptedServer server([&begun](ServedConnection& connection) {
-    (void)connection.send(std::string(streamHead) + event("hold"));
-    begun.wait();
-  });
+  ScriptedServer server(inTwoParts(event("hold"), begun));
   readNext(server);
   (void)record().waitFor("holding");
   TestThread next([] {
     (void)pump().begin();
     record().add("begun");
   });
-  held().open();
+  scene().held.open();
   EXPECT_EQ(record().waitFor("begun"), (Lines{"holding", "hold", "begun"}));
   begun.open();
 }
 
 TEST(FeedPump, AbortsNoStreamThatBeganMeanwhile) {
   Gate aborted;
-  ScriptedServer server([&aborted](ServedConnection& connection) {
-    (void)connection.send(std::string(streamHead) + event("a"));
-    aborted.wait();
-    (void)connection.send(event("b"));
-  });
-  window().holdsNext = true;
+  ScriptedServer server(inTwoParts(event("a"), aborted, event("b")));
+  scene().holdsBeginner = true;
   TestThread older([] { (void)pump().begin(); });
-  window().reached.wait();
+  scene().beginnerIsHeld.wait();
   readNext(server);
   (void)record().waitFor("a");
-  window().closed.open();
+  scene().beginnerGoesOn.open();
   older.join();
   aborted.open();
   EXPECT_EQ(record().waitFor("ended 200"), (Lines{"a", "b", "ended 200"}));
@@ -217,26 +200,19 @@ TEST(FeedPump, AbortsNoStreamThatBeganMeanwhile) {
 
 TEST(FeedPump, SaysNothingMoreOnceTheHostEnds) {
   Gate ended;
-  ScriptedServer server([&ended](ServedConnection& connection) {
-    (void)connection.send(std::string(streamHead) + event("hold") + event("late"));
-    ended.wait();
-  });
+  ScriptedServer server(inTwoParts(event("hold") + event("late"), ended));
   readNext(server);
   (void)record().waitFor("holding");
   cancelAllAgentRequests();  // does not wait for the event that is being forwarded
-  held().open();
+  scene().held.open();
   ended.open();
-  threadEnded().wait();
+  scene().threadEnded.wait();
   EXPECT_EQ(record().lines(), (Lines{"holding", "hold"}));
 }
 
 TEST(FeedPump, KeepsTheStreamWhenTheChangeIsRefused) {
   Gate refused;
-  ScriptedServer server([&refused](ServedConnection& connection) {
-    (void)connection.send(std::string(streamHead) + event("a"));
-    refused.wait();
-    (void)connection.send(event("b"));
-  });
+  ScriptedServer server(inTwoParts(event("a"), refused, event("b")));
   readNext(server);
   (void)record().waitFor("a");
   EXPECT_EQ(pump().begin([] { return false; }), 0U);

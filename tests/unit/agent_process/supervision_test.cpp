@@ -9,6 +9,7 @@
 
 #include "agent/agent_end.h"
 #include "agent/current_agent.h"
+#include "agent/running_turns.h"
 #include "agent_process/cli_dir.h"
 #include "agent_process/cli_location.h"
 #include "channel/host_log.h"
@@ -23,11 +24,12 @@ namespace {
 
 std::string heard;  // by the listener
 
-const AgentListener listener = {[](std::uint16_t port, bool fresh) {
-                                  heard +=
-                                      "ready " + std::to_string(port) + (fresh ? " fresh;" : ";");
-                                },
-                                [] { heard += "stopped;"; }};
+void hear(const char* what, const AgentId& agent) {
+  heard += what + std::to_string(agent.port) + " " + std::to_string(agent.serial) + ";";
+}
+
+const AgentListener listener = {[](const AgentId& agent) { hear("ready ", agent); },
+                                [](const AgentId& agent) { hear("stopped ", agent); }};
 
 std::vector<std::string> logged() {
   std::vector<std::string> texts;
@@ -57,7 +59,7 @@ TEST_F(EnsureAgent, ReturnsThePortThatAnswered) {
   AgentDouble agent([](ServedConnection&) {});
   agent.adopt();
   EXPECT_EQ(ensureAgent(error_), agent.port());
-  EXPECT_EQ(heard, "ready " + std::to_string(agent.port()) + ";");
+  EXPECT_EQ(heard, "ready " + std::to_string(agent.port()) + " 0;");
   EXPECT_EQ(error_, "untouched");
   EXPECT_EQ(logged(), std::vector<std::string>{"trace reusing llm agent on port " +
                                                std::to_string(agent.port())});
@@ -108,12 +110,25 @@ TEST(EndIdleAgent, ReportsThatTheOwnedAgentWasEnded) {
   for (std::uint64_t at = 0; at < 60'000; at += 5000) endIdleAgent(start + at);
   EXPECT_EQ(heard, "");
   endIdleAgent(start + 70'000);
-  EXPECT_EQ(heard, "stopped;");
+  EXPECT_EQ(heard, "stopped 8090 1;");
   EXPECT_EQ(logged(),
             std::vector<std::string>{"warn idle: owned llm agent stopped after 60s quiet"});
   EXPECT_EQ(currentAgentPort(), 0);
   endIdleAgent(start + 75'000);
-  EXPECT_EQ(heard, "stopped;");
+  EXPECT_EQ(heard, "stopped 8090 1;");
+}
+
+TEST(EndUnusedAgent, ReportsItsEndUnlessItIsInUse) {
+  setAgentListener(listener);
+  (void)adoptOwnedAgent(idleChild(), 8090);
+  {
+    const AgentInUse use;
+    endUnusedAgent();
+    EXPECT_EQ(heard, "");
+  }
+  endUnusedAgent();
+  endUnusedAgent();
+  EXPECT_EQ(heard, "stopped 8090 1;");
 }
 
 }  // namespace

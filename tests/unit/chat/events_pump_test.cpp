@@ -1,24 +1,14 @@
 #include "chat/events_pump.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <nlohmann/json.hpp>
-#include <set>
-#include <string>
-#include <vector>
-
-#include "channel/host_log.h"
 #include "platform/clock.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"
 #include "support/test_system.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 constexpr const char* anyFeed = "GET /v1/chat/events";
 
@@ -39,7 +29,7 @@ AgentDouble::Script saysAndStays(const std::string& text, Gate& gate) {
 // when that ended at once, one more: the end of the one before is nothing that could be waited for.
 void startUntil(AgentDouble& agent, std::size_t count) {
   for (int i = 0; i < 3000 && agent.requests(anyFeed).size() < count; ++i) {
-    startChatEvents(agent.port(), false);
+    startChatEvents({agent.port()});
     sleepMs(10);
   }
   EXPECT_GE(agent.requests(anyFeed).size(), count);
@@ -72,7 +62,7 @@ TEST(ChatEvents, KeepTheirIdAndSender) {
     wanted.emplace_back(c.forwarded);
   }
   AgentDouble agent([&stream](ServedConnection& connection) { (void)connection.send(stream); });
-  startChatEvents(agent.port(), false);
+  startChatEvents({agent.port()});
   EXPECT_EQ(eventsIn(output.waitFor(wanted.size())), wanted);
 }
 
@@ -81,15 +71,15 @@ TEST(ChatEvents, HaveOneStreamPerAgentHoweverManyAskForIt) {
   CapturedOutput output;
   AgentDouble agent(saysAndStays(numbered(1), gate));
   AgentDouble other(saysAndStays("", gate));
-  runThreads(20, [&agent](int) { startChatEvents(agent.port(), false); });
+  runThreads(20, [&agent](int) { startChatEvents({agent.port()}); });
   (void)output.waitFor(1);
-  startChatEvents(agent.port(), false);
+  startChatEvents({agent.port()});
   EXPECT_EQ(agent.requests(anyFeed).size(), 1U);
-  startChatEvents(agent.port(), true);  // fresh
+  startChatEvents({agent.port(), 1});  // another on the same port
   const auto requests = agent.waitForRequests(anyFeed, 2);
   EXPECT_EQ(pathOf(requests.at(0)), "/v1/chat/events?after=0");
   EXPECT_EQ(pathOf(requests.at(1)), "/v1/chat/events?after=1");
-  startChatEvents(other.port(), false);
+  startChatEvents({other.port()});
   (void)other.waitForRequests(anyFeed, 1);
   gate.open();
 }
@@ -101,7 +91,7 @@ TEST(ChatEvents, GoOnAfterTheLastNumber) {
                           "data: {\"method\":\"m\",\"args\":[],\"id\":\"x\"}\n\n"
                           "data: {\"method\":\"last\",\"args\":[],\"id\":-5}");
   });
-  startChatEvents(agent.port(), false);
+  startChatEvents({agent.port()});
   (void)output.waitFor(3);
   startUntil(agent, 2);
   EXPECT_EQ(pathOf(agent.requests(anyFeed).at(1)), "/v1/chat/events?after=17");
@@ -115,16 +105,22 @@ TEST(ChatEvents, AreAskedForAsPointedAt) {
   EXPECT_EQ(chatEventsSender(), "");
   pointChatEvents("w 1", 5);  // none is read yet
   EXPECT_EQ(chatEventsSender(), "w 1");
-  startChatEvents(agent.port(), false);
+  startChatEvents({agent.port()});
   (void)agent.waitForRequests(anyFeed, 1);
   pointChatEvents("a&b=\xC3\xBC\r\n", 18446744073709551615U);
   (void)agent.waitForRequests(anyFeed, 2);
   pointChatEvents("", 0);
-  const std::vector<std::string> requests = agent.waitForRequests(anyFeed, 3);
+  (void)agent.waitForRequests(anyFeed, 3);
+  stopChatEvents();
+  pointChatEvents("", 1);  // no agent is known
+  agent.adopt();
+  pointChatEvents("", 7);
+  const std::vector<std::string> requests = agent.waitForRequests(anyFeed, 4);
   EXPECT_EQ(pathOf(requests.at(0)), "/v1/chat/events?after=5&sender=w%201");
   EXPECT_EQ(pathOf(requests.at(1)),
             "/v1/chat/events?after=18446744073709551615&sender=a&b=%C3%BC%0D%0A");
   EXPECT_EQ(pathOf(requests.at(2)), "/v1/chat/events?after=0");
+  EXPECT_EQ(pathOf(requests.at(3)), "/v1/chat/events?after=7");
   gate.open();
 }
 
@@ -136,15 +132,26 @@ TEST(ChatEvents, OfAStoppedStreamAreNotForwarded) {
     stopped.wait();
     (void)connection.send(numbered(2) + "data: {\"method\":\"unfinished\",\"args\":[]}");
   });
-  startChatEvents(agent.port(), false);
+  startChatEvents({agent.port()});
   (void)output.waitFor(1);
-  stopChatEvents();
+  stopChatEventsOf({agent.port()});
   stopped.open();
-  pointChatEvents("", 1);  // begins none
-  startChatEvents(agent.port(), false);
+  startChatEvents({agent.port()});
   const std::vector<std::string> events = eventsIn(output.waitFor(4));  // of the second one, too
   EXPECT_EQ(events.at(0), event1);
   EXPECT_EQ(events.at(1), event1);
+}
+
+TEST(ChatEvents, GoOnWhenAnotherAgentIsStopped) {
+  Gate asked;
+  CapturedOutput output;
+  AgentDouble agent(saysAndStays(numbered(1), asked));
+  startChatEvents({agent.port(), 2});
+  (void)output.waitFor(1);
+  stopChatEventsOf({agent.port(), 1});
+  startChatEvents({agent.port(), 2});  // is read already
+  EXPECT_EQ(agent.requests(anyFeed).size(), 1U);
+  asked.open();
 }
 
 // Starts, stops and new cursors at random, with streams that end by themselves: no event comes
@@ -152,12 +159,13 @@ TEST(ChatEvents, OfAStoppedStreamAreNotForwarded) {
 TEST(ChatEvents, SurviveAThousandStartsAndStops) {
   CapturedOutput output;
   std::atomic<int> number = 0;
+  std::atomic<std::uint64_t> serial = 1;
   AgentDouble agent([&number](ServedConnection& connection) {
     (void)connection.send(std::string(streamHead) + numbered(++number));
   });
-  runThreads(4, [&agent](int thread) {
+  runThreads(4, [&](int thread) {
     for (int i = 0; i < 250; ++i) {
-      startChatEvents(agent.port(), i % 5 == 0);
+      startChatEvents({agent.port(), i % 5 == 0 ? serial++ : 0});
       if ((i + thread) % 3 == 0) stopChatEvents();
       if ((i + thread) % 7 == 0) pointChatEvents("w", static_cast<std::uint64_t>(i));
     }

@@ -1,13 +1,5 @@
 #include "chat/realtime.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
-
 #include "agent/current_agent.h"
 #include "platform/clock.h"
 #include "support/agent_double.h"
@@ -15,11 +7,10 @@
 #include "support/captured_output.h"
 #include "support/child_probe.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 const std::string done = "realtimeDone []";
 
@@ -183,24 +174,65 @@ TEST(Realtime, AnySuccessStartsASession) {
   EXPECT_EQ(waitFor(output, wanted), wanted);
 }
 
-// The clock of the looks is 200 s late: whatever happens now is activity after all of them.
-TEST(Realtime, AnEventIsUseOfTheAgent) {
-  Gate idle;
+struct UseCase {
+  const char* name;
+  std::string more;  // what the agent says before it ends the session's stream
+  void (*end)();     // by whom the session is ended; nullptr: by the agent
+};
+
+const UseCase useCases[] = {
+    {"the stream ends", "", nullptr},
+    {"the agent ends the session", event("realtimeDone"), nullptr},
+    {"it is stopped", "", stopRealtime},
+    {"the panel is closed", "", stopRealtimeEvents},
+};
+
+// A session that says nothing is use, too.
+TEST(Realtime, ASessionIsUseOfTheAgentUntilItsEnd) {
+  for (const UseCase& c : useCases) {
+    SCOPED_TRACE(c.name);
+    Gate over;
+    CapturedOutput output;
+    AgentDouble agent(session([&](ServedConnection& connection) {
+      (void)connection.send(head + event("realtimeA"));
+      over.wait();
+      (void)connection.send(c.more);
+    }));
+    (void)adoptOwnedAgent(idleChild(), agent.port());
+    startRealtime(json::object());
+    (void)output.waitFor(1);
+    EXPECT_FALSE(stopUnusedAgent());
+    if (c.end != nullptr) c.end();
+    over.open();
+    if (c.end == nullptr)
+      EXPECT_EQ(waitFor(output, "realtimeA []; " + done), "realtimeA []; " + done);
+    EXPECT_TRUE(stopUnusedAgent());
+  }
+}
+
+TEST(Realtime, ASecondStartThatFailsEndsTheFirstSession) {
+  Gate over;
   CapturedOutput output;
-  AgentDouble agent(session([&idle](ServedConnection& connection) {
-    (void)connection.send(streamHead);
-    idle.wait();
-    (void)connection.send(event("realtimeA"));
-  }));
-  const std::uint64_t serial = adoptOwnedAgent(idleChild(), agent.port());
+  std::atomic<bool> refuses = false;
+  AgentDouble agent([&](ServedConnection& connection) {
+    if (!connection.request.starts_with("GET /v1/realtime/events")) {
+      return answerWith(connection, refuses ? R"({"error":"busy"})" : R"({"ok":true})");
+    }
+    (void)connection.send(head + event("realtimeA"));
+    over.wait();
+    (void)connection.send(event("late"));
+  });
+  agent.adopt();
   startRealtime(json::object());
-  (void)agent.waitForRequests("GET /v1/realtime/events ", 1);
-  const std::uint64_t start = tickCountMs() - 200'000;
-  for (std::uint64_t at = 0; at < 60'000; at += 5000) EXPECT_FALSE(stopIdleAgent(start + at));
-  idle.open();
-  EXPECT_EQ(waitFor(output, "realtimeA []; " + done), "realtimeA []; " + done);
-  EXPECT_FALSE(stopIdleAgent(start + 60'000));
-  stopOwnedAgent(serial);
+  (void)output.waitFor(1);
+  refuses = true;
+  for (int i = 0; i < 2; ++i) {  // with the second one there is no session to be ended
+    startRealtime(json::object());
+    EXPECT_EQ(agent.requests("POST /v1/realtime/stop ").size(), 1U);
+  }
+  over.open();
+  EXPECT_EQ(briefEvents(output.finish()),
+            "realtimeA []; " + failure("busy") + "; " + failure("busy"));
 }
 
 TEST(Realtime, AStoppedSessionSaysNothingMore) {

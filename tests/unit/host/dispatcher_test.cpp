@@ -125,7 +125,7 @@ TEST_P(Activity, KeepsTheAgentFromBeingIdle) {
   for (std::uint64_t at = 0; at < 60'000; at += 5000) EXPECT_FALSE(stopIdleAgent(start + at));
   const auto& [kind, isActivity] = GetParam();
   (void)handleMessage({{"kind", kind}});
-  EXPECT_EQ(stopIdleAgent(start + 60'000), !isActivity);
+  EXPECT_EQ(static_cast<bool>(stopIdleAgent(start + 60'000)), !isActivity);
   stopOwnedAgent(serial);
 }
 
