@@ -78,9 +78,7 @@ json answerPoll(const json& request) {
 }
 
 json answerChatSender(const json& request) {
-  const std::int64_t after = readInt64(request, "after", 0);
-  pointChatEvents(std::string(readText(request, "sender")),
-                  static_cast<std::uint64_t>(std::max<std::int64_t>(after, 0)));
+  pointChatEvents(std::string(readText(request, "sender")), readUint64(request, "after", 0));
   return stampMessage({{"kind", "chatSender"}, {"ok", true}}, request);
 }
 

@@ -28,9 +28,10 @@ Int integerOr(const json& number, Int fallback) {
     return std::in_range<Int>(value) ? static_cast<Int>(value) : fallback;
   }
   const auto value = number.get<double>();
-  // Both bounds are powers of two, so they are exact as doubles; NaN fails the comparison.
+  // Both bounds are 0 or powers of two, so they are exact as doubles; NaN fails the comparison.
   constexpr double low = static_cast<double>(std::numeric_limits<Int>::min());
-  return value >= low && value < -low ? static_cast<Int>(value) : fallback;
+  constexpr double end = 2 * static_cast<double>(std::numeric_limits<Int>::max() / 2 + 1);
+  return value >= low && value < end ? static_cast<Int>(value) : fallback;
 }
 
 template <class Int>
@@ -60,6 +61,10 @@ std::int32_t readInt32(const json& object, const char* key, std::int32_t fallbac
 }
 
 std::int64_t readInt64(const json& object, const char* key, std::int64_t fallback) {
+  return readInteger(object, key, fallback);
+}
+
+std::uint64_t readUint64(const json& object, const char* key, std::uint64_t fallback) {
   return readInteger(object, key, fallback);
 }
 

@@ -16,6 +16,7 @@ bool readBool(const nlohmann::json& object, const char* key, bool fallback);
 // A fraction is cut off toward zero; a boolean is 0 or 1, as the library has it.
 std::int32_t readInt32(const nlohmann::json& object, const char* key, std::int32_t fallback);
 std::int64_t readInt64(const nlohmann::json& object, const char* key, std::int64_t fallback);
+std::uint64_t readUint64(const nlohmann::json& object, const char* key, std::uint64_t fallback);
 
 // The same for what a peer may get wrong without harm: another type is `fallback` too; never throw.
 std::string_view lenientText(const nlohmann::json& object, const char* key,

@@ -134,7 +134,8 @@ def test_naming_a_sender_begins_a_new_stream_and_leaves_the_old_one(panel, feedi
 
 
 CURSORS = [({}, 0), ({"after": None}, 0), ({"after": -5}, 0), ({"after": 7.9}, 7),
-           ({"after": 1 << 53}, 1 << 53), ({"after": 1e300}, 0)]
+           ({"after": 1 << 53}, 1 << 53), ({"after": (1 << 64) - 1}, (1 << 64) - 1),
+           ({"after": 1e300}, 0)]
 
 
 @pytest.mark.off_protocol("panel")

@@ -48,6 +48,18 @@ TEST(ReadInteger, KeepsWhatFitsAndFallsBackForTheRest) {
   }
 }
 
+TEST(ReadUint64, TakesItsWholeRange) {
+  const struct {
+    json number;
+    std::uint64_t wanted;  // 7 is the fallback
+  } cases[] = {
+      {0, 0},   {18446744073709551615U, 18446744073709551615U}, {-1, 7},     {7.9, 7}, {2.9, 2},
+      {-1., 7}, {9223372036854775808.0, 9223372036854775808U},  {1.9e19, 7},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(readUint64({{"n", c.number}}, "n", 7), c.wanted) << c.number;
+}
+
 TEST(Readers, FallBackForMissingNullAndNoObject) {
   for (const json& object : {json::object(), json{{"k", nullptr}}, json(), json("k"), json::array(),
                              json::array({"k"}), json(5), json{{"other", "x"}}}) {
