@@ -18,10 +18,8 @@ class AgentTools:
 
     def call(self, tool, **arguments):
         """The result as the agent gets it, whatever it is."""
+        url = f"{self.url}/call"
         body = json.dumps({"name": f"browser_{tool}", "arguments": arguments}).encode()
-        return self._post(f"{self.url}/call", body)
-
-    def _post(self, url, body):
         headers = {"Content-Type": "application/json", "X-Morva-Session": self._token,
                    "Host": urlsplit(url).netloc}
         path = urlsplit(url).path
@@ -45,11 +43,8 @@ class AgentTools:
     def goto(self, url):
         return self.use("navigate", url=url)
 
-    def find(self, query, **arguments):
-        """The first match."""
-        items = self.use("find", query=query, **arguments)["data"]["items"]
-        assert items, f"nothing found for {query!r}"
-        return items[0]
-
     def ref(self, query):
-        return self.find(query)["ref"]
+        """Of the first match."""
+        items = self.use("find", query=query)["data"]["items"]
+        assert items, f"nothing found for {query!r}"
+        return items[0]["ref"]
