@@ -2,7 +2,6 @@
 
 import contextlib
 import re
-import shutil
 import socket
 import subprocess
 import time
@@ -103,20 +102,20 @@ def test_the_end_of_the_host_ends_its_connections(own_server):
 @pytest.fixture(scope="session")
 def failing_calls(tmp_path_factory):
     """A library that makes calls of the system fail."""
-    compiler = shutil.which("clang++") or shutil.which("g++")
-    assert compiler, "no compiler: ./dev setup"
     source = Path(__file__).with_name("support") / "failing_calls.cpp"
     library = tmp_path_factory.mktemp("failing") / "failing_calls.so"
-    subprocess.run([compiler, "-std=c++20", "-shared", "-fPIC", "-O1", "-o", library, source],
+    subprocess.run(["clang++", "-std=c++20", "-shared", "-fPIC", "-O1", "-o", library, source],
                    check=True)
     return library
 
 
 @pytest.fixture
 def start_failing(start_panel, failing_calls):
-    def start(calls, **more):
+    """start_failing(call, switch): from the beginning, or while the file `switch` exists."""
+    def start(call, switch=None):
         return start_panel(env={
-            "LD_PRELOAD": str(failing_calls), "MORVA_FAILING_CALLS": calls, **more})
+            "LD_PRELOAD": str(failing_calls), "MORVA_FAILING_CALL": call,
+            **({"MORVA_FAILING_FROM": str(switch)} if switch else {})})
 
     return start
 
@@ -151,7 +150,7 @@ def voluntary_waits(pid):
 @pytest.mark.posix_only
 def test_an_accept_that_fails_is_tried_again_after_a_pause(start_failing, tmp_path):
     switch = tmp_path / "accept fails"
-    server = ToolServer(start_failing("accept4", MORVA_FAILING_FROM=str(switch)))
+    server = ToolServer(start_failing("accept4", switch))
     switch.touch()
     server.is_well()  # accepted by the call that was under way; those that follow fail
     with server.connect() as client:
@@ -167,7 +166,7 @@ def test_an_accept_that_fails_is_tried_again_after_a_pause(start_failing, tmp_pa
 @pytest.mark.posix_only
 def test_a_connection_without_a_thread_is_closed_and_logged(start_failing, tmp_path):
     switch = tmp_path / "no more threads"
-    panel = start_failing("pthread_create", MORVA_FAILING_FROM=str(switch))
+    panel = start_failing("pthread_create", switch)
     server = ToolServer(panel)
     held = [server.connect() for _ in range(6)]  # every thread that there is has one of them
     wait_until_accepted(server.port)

@@ -1,6 +1,5 @@
-// Preloaded into a native host: makes the calls fail that MORVA_FAILING_CALLS names, so that tests
-// see what no healthy system shows. "pthread_create" and "accept4" fail while the file exists that
-// MORVA_FAILING_FROM names.
+// Preloaded into a native host: makes the call fail that MORVA_FAILING_CALL names, so that tests
+// see what no healthy system shows. Where MORVA_FAILING_FROM names a file, only while that exists.
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sys/random.h>
@@ -14,8 +13,10 @@
 namespace {
 
 bool fails(const char* call) {
-  const char* named = std::getenv("MORVA_FAILING_CALLS");
-  return named != nullptr && std::strstr(named, call) != nullptr;
+  const char* named = std::getenv("MORVA_FAILING_CALL");
+  const char* from = std::getenv("MORVA_FAILING_FROM");
+  return named != nullptr && std::strcmp(named, call) == 0 &&
+         (from == nullptr || access(from, F_OK) == 0);
 }
 
 // As opposed to what the twin has in the place of a named pipe.
@@ -23,11 +24,6 @@ bool isOfInternet(int socket) {
   sockaddr address = {};
   socklen_t size = sizeof address;
   return getsockname(socket, &address, &size) == 0 && address.sa_family == AF_INET;
-}
-
-bool failsNow(const char* call) {
-  const char* from = std::getenv("MORVA_FAILING_FROM");
-  return fails(call) && from != nullptr && access(from, F_OK) == 0;
 }
 
 template <class Function>
@@ -40,14 +36,15 @@ Function* next(const char* name) {
 extern "C" {
 
 int listen(int socket, int backlog) {
-  if (!fails("listen") || !isOfInternet(socket))
+  if (!fails("listen") || !isOfInternet(socket)) {
     return next<int(int, int)>("listen")(socket, backlog);
+  }
   errno = EADDRINUSE;
   return -1;
 }
 
 int accept4(int socket, sockaddr* address, socklen_t* size, int flags) {
-  if (!failsNow("accept4")) {
+  if (!fails("accept4")) {
     return next<int(int, sockaddr*, socklen_t*, int)>("accept4")(socket, address, size, flags);
   }
   errno = EMFILE;
@@ -65,7 +62,7 @@ ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                    void* argument) {
   using Create = int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-  if (failsNow("pthread_create")) return EAGAIN;
+  if (fails("pthread_create")) return EAGAIN;
   return next<Create>("pthread_create")(thread, attributes, start, argument);
 }
 
