@@ -3,10 +3,10 @@
 import json
 import shutil
 import subprocess
-import time
 from pathlib import Path, PureWindowsPath
 
 from support.user_commands import UserRegistry, host_key
+from support.waiting import until
 
 from devkit.panel import wine
 from devkit.panel.host_process import HostProcess
@@ -17,14 +17,6 @@ PROGRAM_LIST_KEY = r"Software\Microsoft\Windows\CurrentVersion\Uninstall"
 UNINSTALL_KEY = PROGRAM_LIST_KEY + r"\morva-chrome-host"
 WINES_OWN = "software\\wine"  # the key in which Wine itself keeps what it met
 WAIT_S = 100
-
-
-def wait_until(condition, what):
-    """For what ends in another process: there is nothing to wait on but the result."""
-    deadline = time.monotonic() + WAIT_S
-    while not condition():
-        assert time.monotonic() < deadline, f"still not so after {WAIT_S} s: {what}"
-        time.sleep(0.05)
 
 
 class Machine:
@@ -52,19 +44,16 @@ class Machine:
     def uninstall(self):
         """As the list of programs does it: the uninstaller goes on in a copy of itself."""
         assert self.run(self.uninstaller, "/S")[0] == 0
-        wait_until(lambda: not self.root.exists(), f"{self.root} is gone")
-        wait_until(lambda: not self.text_value(UNINSTALL_KEY, "UninstallString"),
-                   "the program is no longer listed")
+        until(lambda: not self.root.exists(), f"{self.root} is not gone", WAIT_S)
+        until(lambda: not self.text_value(UNINSTALL_KEY, "UninstallString"),
+              "the program is still listed", WAIT_S, 0.05)
 
     def uninstall_in_place(self):
         """The exit code of an uninstaller that makes no copy, and so cannot remove itself."""
         return self.run(self.uninstaller, "/S", f"_?={self.windows_path(self.root)}")[0]
 
-    def start_host(self, version):
-        """The installed program, greeted: a frame went in, and the answer came out."""
-        return self.start_program(self.program(version))
-
-    def start_program(self, program):
+    def start_host(self, program):
+        """Greeted: a frame went in, and the answer came out."""
         self._hosts.append(HostProcess(wineprefix=self.prefix, program=program))
         return self._hosts[-1].start()
 

@@ -7,29 +7,21 @@ import zlib
 import package
 
 
+def run(*command):
+    return subprocess.run(command, capture_output=True, text=True, check=True).stdout
+
+
 def listing(program, option):
-    return subprocess.run(["x86_64-w64-mingw32-objdump", option, str(program)],
-                          capture_output=True, text=True, check=True).stdout
+    return run("x86_64-w64-mingw32-objdump", option, program)
 
 
-def resources(program):
-    """The resources as a resource script."""
-    return subprocess.run(["x86_64-w64-mingw32-windres", "-J", "coff", "-O", "rc", str(program)],
-                          capture_output=True, text=True, check=True).stdout
-
-
-def test_a_package_is_four_files(made, version):
-    assert sorted(each.name for each in made.iterdir()) == [
-        "SHA256SUMS", f"morva-chrome-host-{version}-setup.exe",
-        f"morva-chrome-host-{version}-windows-x64.zip", f"morva-chrome-host-{version}.debug"]
-
-
-def test_the_sums_are_those_of_the_files(made):
+def test_a_package_is_three_files_and_their_sums(made, version):
+    names = [f"morva-chrome-host-{version}{end}"
+             for end in ("-setup.exe", "-windows-x64.zip", ".debug")]
+    assert sorted(each.name for each in made.iterdir()) == ["SHA256SUMS", *names]
     lines = (made / "SHA256SUMS").read_text().splitlines()
-    assert len(lines) == 3
-    for line in lines:
-        digest, name = line.split("  ")
-        assert hashlib.sha256((made / name).read_bytes()).hexdigest() == digest
+    assert dict(line.split("  ")[::-1] for line in lines) == {
+        name: hashlib.sha256((made / name).read_bytes()).hexdigest() for name in names}
 
 
 def test_the_archive_has_the_program_and_what_to_read(unpacked):
@@ -59,18 +51,15 @@ def test_the_program_can_be_placed_anywhere_and_has_no_executable_data(unpacked)
     assert ".reloc" in listing(unpacked / "morva-chrome-host.exe", "-h")
 
 
-def test_the_program_names_its_version(unpacked, version):
-    script = resources(unpacked / "morva-chrome-host.exe")
-    assert f"FILEVERSION {version.replace('.', ', ')}, 0" in script
-    for name in ("FileVersion", "ProductVersion"):
-        assert f'VALUE "{name}", "{version}"' in script
-    assert 'VALUE "OriginalFilename", "morva-chrome-host.exe"' in script
-
-
-def test_the_program_says_what_it_expects_of_the_system(unpacked, version):
-    script = resources(unpacked / "morva-chrome-host.exe")
+def test_the_program_names_its_version_and_what_it_expects_of_the_system(unpacked, version):
+    # The resources as a resource script.
+    script = run("x86_64-w64-mingw32-windres", "-J", "coff", "-O", "rc",
+                 unpacked / "morva-chrome-host.exe")
     assert script.count("/* RT_MANIFEST */") == 1
-    for part in (f'version=""{version}.0""', 'level=""asInvoker""', ">UTF-8</activeCodePage>",
+    for part in (f"FILEVERSION {version.replace('.', ', ')}, 0",
+                 f'VALUE "FileVersion", "{version}"', f'VALUE "ProductVersion", "{version}"',
+                 'VALUE "OriginalFilename", "morva-chrome-host.exe"',
+                 f'version=""{version}.0""', 'level=""asInvoker""', ">UTF-8</activeCodePage>",
                  ">true</longPathAware>", "{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}"):
         assert part in script, part
 

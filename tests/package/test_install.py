@@ -16,13 +16,14 @@ def ping(host):
 
 
 def test_install_run_uninstall(machine, setup, version):
+    machine.registry.add(HOST_KEY, "cli", r"C:\cli.exe")
     assert machine.install(setup) == 0
 
     program = machine.windows_path(machine.program(version))
     assert machine.installed_versions() == [version]
     assert machine.registered_program() == program
     assert machine.text_value(UNINSTALL_KEY, "DisplayVersion") == version
-    assert ping(machine.start_host(version))["ok"] is True
+    assert ping(machine.start_host(machine.program(version)))["ok"] is True
     machine.end_hosts()
 
     _, report = machine.run(machine.program(version), "--doctor", "--json")
@@ -35,11 +36,13 @@ def test_install_run_uninstall(machine, setup, version):
 
     machine.uninstall()
     assert machine.registered_program() is None
+    assert machine.text_value(HOST_KEY, "cli") == r"C:\cli.exe"  # what was there before
+    machine.registry.delete(VENDOR_KEY)
 
 
 def test_an_update_installs_beside_a_running_host(machine, older_setup, setup, version):
     assert machine.install(older_setup) == 0
-    running = machine.start_host(OLDER)
+    running = machine.start_host(machine.program(OLDER))
 
     assert machine.install(setup) == 0
     assert machine.registered_program() == machine.windows_path(machine.program(version))
@@ -49,24 +52,14 @@ def test_an_update_installs_beside_a_running_host(machine, older_setup, setup, v
 
     running.close_stdin()
     assert running.wait(60) == 0
-    assert ping(machine.start_host(version))["ok"] is True
+    assert ping(machine.start_host(machine.program(version)))["ok"] is True
     machine.end_hosts()
     machine.uninstall()
 
 
-def test_what_was_in_the_key_survives(machine, setup, version):
-    machine.registry.add(HOST_KEY, "cli", r"C:\cli.exe")
-    assert machine.install(setup) == 0
-    assert machine.registered_program() == machine.windows_path(machine.program(version))
-    machine.uninstall()
-    assert machine.text_value(HOST_KEY, "cli") == r"C:\cli.exe"
-    assert machine.text_value(HOST_KEY) is None
-    machine.registry.delete(VENDOR_KEY)
-
-
 def test_while_it_runs_it_is_neither_replaced_nor_removed(machine, setup, version):
     assert machine.install(setup) == 0
-    running = machine.start_host(version)
+    running = machine.start_host(machine.program(version))
 
     assert machine.install(setup) == 2, "the same version, whose file is in use"
     assert machine.registered_program() == machine.windows_path(machine.program(version))
@@ -89,7 +82,7 @@ def test_the_archive_works_in_a_long_folder_in_any_script(machine, unpacked):
     assert len(machine.windows_path(program)) > 260
     assert machine.run(program, "--register")[0] == 0
     assert machine.registered_program() == machine.windows_path(program)
-    assert ping(machine.start_program(program))["ok"] is True
+    assert ping(machine.start_host(program))["ok"] is True
     machine.end_hosts()
     assert machine.run(program, "--unregister")[0] == 0
     shutil.rmtree(folder.parent.parent)
