@@ -97,7 +97,7 @@ def test_click_type_and_select_change_the_page(form, page, site):
     assert events.index("input:who") < events.index("change:who")
 
     result = form.use("type", ref=form.ref("e-mail"), text="a@example.org", submit=True)
-    assert result["title"] == "Another page"  # the answer comes when the page that followed is there
+    assert result["title"] == "Another page"  # the answer comes when the page is there
     assert "mail=a%40example.org" in form.use("navigate")["tabs"][0]["url"]
     form.use("navigate", action="back")
     result = form.use("click", ref=form.ref("another page"))

@@ -11,8 +11,7 @@ from concurrent.futures import ThreadPoolExecutor
 import pytest
 
 from support import builds
-from support.desktop_app import (
-    NONCE, TOKEN, DesktopApp, Instances, frame, proof, replies)
+from support.desktop_app import PROOF, TOKEN, Connection, DesktopApp, announce, replies
 from support.feeding_agent import FeedingAgent
 from support.panel_side import compact
 from support.scripted_agent import answers
@@ -29,7 +28,7 @@ def instances(user_folders):
     """Where the application announces itself; there is nothing else of it in %APPDATA%."""
     folder = roaming_folder(user_folders)[0]
     empty(folder / "Quenlark")
-    yield Instances(folder)
+    yield folder
     empty(folder / "Quenlark")
 
 
@@ -44,7 +43,7 @@ def leaving_agent():
 @pytest.fixture
 def app(instances, leaving_agent):
     with DesktopApp() as application:
-        instances.announce("app", application.port)
+        announce(instances, application.port)
         yield application
 
 
@@ -71,7 +70,7 @@ def test_the_application_gets_the_command_and_a_proof_but_never_the_token(panel,
     assert body == compact(sent)
     token = sent["request"].pop("chromeRequestId")
     assert token and sent == {
-        "action": "command_run", "proof": proof(),
+        "action": "command_run", "proof": PROOF,
         "request": {"source": "morva-chat", "kind": "providerRpc", "method": "commandRun",
                     "rpcId": 1, "id": "open-view", "arguments": {"b": 1, "a": "ü"},
                     "sender": "window 1"}}
@@ -83,10 +82,6 @@ def test_without_an_agent_the_application_is_asked(panel, app, leaving_agent):
     with pytest.MonkeyPatch.context() as patch:
         patch.setitem(leaving_agent.on, "/ready", answers({"ready": False}))
         assert run(panel) == {"ok": True, "data": {}}
-
-
-def says_nothing(connection):
-    connection.wait_for_host()
 
 
 ENDS = [
@@ -112,24 +107,21 @@ def test_a_large_command_goes_whole(panel, app):
 def test_the_application_is_found_when_it_has_come_and_missed_when_it_has_gone(
         panel, instances, leaving_agent):
     assert run(panel) == failed("morva is not running")
-    with DesktopApp() as app, DesktopApp() as trap:
-        instances.announce("app", app.port)
-        instances.announce("dead", trap.port, alive=False, startedUnixMs=9000)
-        instances.write("bad.json", b"{")
+    with DesktopApp() as app:
+        announce(instances, app.port)
         assert run(panel)["ok"] is True
-        assert trap.connections == 0
     assert run(panel) == failed("cmd_ipc connect failed")
 
 
 def test_an_application_that_hangs_does_not_hold_up_the_end(panel, app):
-    app.script = says_nothing
+    app.script = Connection.wait_for_host
     panel.send("providerRpc", method="commandRun", id="open-report")
     until(lambda: app.connections, "the application is not asked", 10)
     panel.end(alive=False, limit=1.0)
 
 
 def drips(connection):
-    for byte in frame({"nonce": NONCE}):
+    for byte in b"\x10\0\0\0{":
         connection.send(bytes([byte]))
         time.sleep(9)
 
@@ -146,7 +138,7 @@ def test_an_application_that_is_silent_or_drips_is_left(start_panel, app):
         assert least <= time.monotonic() - began <= most * builds.SLOWER
 
     is_played = threading.Event()
-    app.script = lambda connection: [is_played.set(), says_nothing(connection)]
+    app.script = lambda connection: [is_played.set(), connection.wait_for_host()]
     with ThreadPoolExecutor(1) as threads:
         first = threads.submit(leave, panels[0], 14, 17)
         assert is_played.wait(10)

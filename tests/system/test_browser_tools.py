@@ -5,15 +5,68 @@ What each tool's call and answer may hold is tested in tests/unit/browser_tools.
 
 import json
 import time
+from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
-from support.extension_side import NO_ANSWER, Extension, ToolCall, failure
 from support.panel_side import compact
 from support.scripted_agent import COMPLETIONS, ScriptedAgent
+from support.tool_server_client import check_request
 
 PROVIDERS = "/v1/host-tool-providers"
 WAIT_S = 25
+
+
+_calls = ThreadPoolExecutor()
+
+
+def call(server, name, arguments=None, body=None):
+    """A call of a tool, on a thread of its own; a body that is given is whatever the test wants."""
+    request = {"name": name, **({} if arguments is None else {"arguments": arguments})}
+    sent = json.dumps(request).encode() if body is None else body
+    head = server.head("POST", "/api/agent-tools/call", len(sent), origin=None)
+    if body is None:
+        check_request(head, sent)
+    return _calls.submit(server.exchange, head + sent, timeout=60)
+
+
+def result_of(running):
+    answer = running.result(60)
+    assert answer.data.startswith(b"HTTP/1.1 200 OK\r\n"), answer.data[:300]
+    return answer.json()
+
+
+def failure(tool, error):
+    return {"error": error, "ok": False, "tool": tool}
+
+
+def is_command(frame):
+    return isinstance(frame, dict) and frame.get("command") == "browserUse"
+
+
+class Extension:
+    """The extension's side: takes the commands that come from now on, and answers them."""
+
+    def __init__(self, panel):
+        self.panel = panel
+        self._next = panel.mark()
+
+    def take(self):
+        """The next command."""
+        command = self.panel.wait_frame(is_command, self._next)
+        self._next += self.panel.frames_since(self._next).index(command) + 1
+        return command
+
+    def commands_waiting(self):
+        return [each for each in self.panel.frames_since(self._next) if is_command(each)]
+
+    def reply(self, command, **keys):
+        self.panel.host.send({"requestId": command["requestId"], **keys})
+
+    def reply_raw(self, command, rest):
+        """An answer whose members behind the id are this text."""
+        body = f'{{"requestId":"{command["requestId"]}",{rest}}}'.encode()
+        self.panel.send_raw(len(body).to_bytes(4, "little") + body)
 
 
 @pytest.fixture
@@ -34,7 +87,7 @@ def test_the_context_is_the_note_about_the_browser(own_server, agent):
 
 def test_a_call_is_relayed_as_it_came(server, extension, shared_panel):
     arguments = {"ref": "e4", "text": "é\U0001f600\n", "n": [1.5]}
-    running = ToolCall(server, "browser_type", arguments)
+    running = call(server, "browser_type", arguments)
     command = extension.take()
     at = next(i for i, frame in enumerate(shared_panel.host.frames) if frame is command)
     assert shared_panel.host.bodies[at] == compact({
@@ -42,11 +95,11 @@ def test_a_call_is_relayed_as_it_came(server, extension, shared_panel):
         "payload": {"name": "browser_type", "arguments": arguments}})
     assert command["requestId"].startswith("cht-") and command["requestId"][4:].isdecimal()
     extension.reply(command, ok=True, data={"tool": "browser_type", "tabId": 3, "html": "x"})
-    assert running.result() == {"compacted": True, "tabId": 3, "tool": "browser_type"}
+    assert result_of(running) == {"compacted": True, "tabId": 3, "tool": "browser_type"}
 
 
 def test_a_call_that_is_refused_does_not_reach_the_extension(server, extension):
-    refused = ToolCall(server, "", body=b'{"name":"shell"}').result()
+    refused = result_of(call(server, "", body=b'{"name":"shell"}'))
     assert refused == failure("shell", "tool is not allowed")
     extension.panel.prove_alive()
     assert not extension.commands_waiting()
@@ -65,9 +118,9 @@ def test_what_the_extension_says_becomes_the_answer(server, extension):
                 "prompt_injection_detected": True, "prompt_injection_kind": "instruction_override",
                 "data": {"items": [{
                     "ref": "e1", "name": "[redacted: prompt-injection content removed]"}]}})):
-        running = ToolCall(server, "browser_read")
+        running = call(server, "browser_read")
         extension.reply_raw(extension.take(), reply)
-        assert wanted.items() <= running.result().items()
+        assert wanted.items() <= result_of(running).items()
 
 
 # --- Time ---
@@ -77,24 +130,25 @@ def test_what_the_extension_says_becomes_the_answer(server, extension):
 def test_a_call_waits_for_25_seconds_and_a_late_answer_reaches_nobody(own_server):
     extension = Extension(own_server.panel)
     started = time.monotonic()
-    running = ToolCall(own_server, "browser_read")
+    running = call(own_server, "browser_read")
     late = extension.take()
     for _ in range(5):  # answers to others wake the waiter
-        quick = ToolCall(own_server, "browser_find")
+        quick = call(own_server, "browser_find")
         extension.reply(extension.take(), ok=True, data={"quick": True})
-        assert quick.result() == {"quick": True}
-    assert running.result() == failure("browser_read", NO_ANSWER)
+        assert result_of(quick) == {"quick": True}
+    assert result_of(running) == failure(
+        "browser_read", "Chrome extension did not answer the browser tool.")
     assert WAIT_S - 0.02 <= time.monotonic() - started <= WAIT_S * 1.2
 
     extension.reply(late, ok=True, data={"late": True})
-    last = ToolCall(own_server, "browser_read")
+    last = call(own_server, "browser_read")
     extension.reply(extension.take(), ok=True, data={"in time": True})
-    assert last.result() == {"in time": True}
+    assert result_of(last) == {"in time": True}
 
 
 def test_a_call_ends_with_the_host(own_server):
     extension = Extension(own_server.panel)
-    ToolCall(own_server, "browser_read")
+    call(own_server, "browser_read")
     extension.take()
     own_server.panel.end(limit=5)
 

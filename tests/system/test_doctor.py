@@ -10,7 +10,7 @@ import jsonschema
 import pytest
 
 from support import builds
-from support.desktop_app import TOKEN, DesktopApp, Instances
+from support.desktop_app import TOKEN, DesktopApp, announce
 from support.scripted_agent import READY, ScriptedAgent, answers
 from support.tool_server_fixtures import empty, roaming_folder
 from support.user_commands import SCHEMA, VENDOR_KEYS, Program, UserRegistry, host_key
@@ -107,7 +107,7 @@ def test_everything_that_is_there_is_seen(program, examine, folders, cli):
     with (ScriptedAgent(8091), ScriptedAgent(8092, ready=answers({"ready": False})),
           ScriptedAgent(8093, ready=answers({}, status="404 Not Found")), DesktopApp() as app,
           socket.create_server(("127.0.0.1", 39270)), socket.create_server(("127.0.0.1", 39271))):
-        Instances(folders[0]).announce("app", app.port)
+        announce(folders[0], app.port)
         findings = examine(cli.env())
         table = program.run("--doctor", environment=cli.env())
     found = [findings[f"agent.port.{number}"]["facts"]["answer"] for number in range(8090, 8095)]
@@ -129,7 +129,7 @@ def test_nothing_is_left(examine, folders):
         for port in range(39270, 39280):
             stack.enter_context(socket.create_server(("127.0.0.1", port)))
         with DesktopApp() as gone:
-            Instances(folders[0]).announce("app", gone.port)
+            announce(folders[0], gone.port)
         findings = examine()
     assert verdicts(findings, "toolServer", "application", "agent") == ["problem"] * 3
     assert findings["toolServer"]["facts"] == {"freePort": 0, "taken": 10}
