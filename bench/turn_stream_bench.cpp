@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -36,9 +37,7 @@ void translateStream(benchmark::State& state, Arrival arrival) {
   const std::string stream = madeStream(static_cast<std::size_t>(state.range(0)));
   const FramesNowhere quiet;
   for (auto _ : state) {
-    TurnStream turn;
-    turn.runId = "chrome-1";
-    turn.chatSessionId = "chrome";
+    TurnStream turn(std::make_shared<TurnEvents>("chrome-1"), "chrome");
     arrive(stream, arrival, [&turn](std::string_view piece) { onStreamChunk(turn, piece); });
     if (turn.seq != state.range(0)) state.SkipWithError("events were lost");
   }

@@ -1,14 +1,27 @@
 #include "agent/agent_end.h"
 
 #include <chrono>
+#include <utility>
+#include <vector>
 
 #include "agent/agent_shared.h"
 #include "agent/running_turns.h"
+#include "common/bounded.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
 constexpr auto longestSpawn = std::chrono::milliseconds(1000);
+constexpr std::uint32_t lastWordsMs = 200;
+
+// Bounded: the rest of the end does not wait for a browser that does not read.
+void endTurns(std::vector<TurnEnder> enders) {
+  if (enders.empty()) return;
+  (void)runBounded("turn ends", lastWordsMs, [enders = std::move(enders)] {
+    for (const TurnEnder& end : enders) end();
+    return true;
+  });
+}
 
 }  // namespace
 
@@ -25,11 +38,12 @@ void cancelAllAgentRequests() {
     owned = forgetOwnedAgent(shared);
   }
   if (owned) terminateProcess(owned);  // first of all: whoever ended us may not leave us long
-  stopTurns();
+  std::vector<TurnEnder> enders = abortTurns();
   for (const CancelSlot slot :
        {CancelSlot::realtime, CancelSlot::events, CancelSlot::speech, CancelSlot::plain}) {
     abortRequests(slot);
   }
+  endTurns(std::move(enders));
   endProcess(owned);
 }
 

@@ -6,7 +6,8 @@
 namespace media::win::chrome_inspect {
 
 // Lets no new request and no new agent begin, and forwards no event of a feed any more; then aborts
-// every request and ends the owned agent: asked first, then waited for, up to 2 s.
+// every request, ends the running turns, and ends the owned agent: asked first, then waited for, up
+// to 2 s.
 void cancelAllAgentRequests();
 
 // Whether that has begun.

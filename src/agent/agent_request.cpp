@@ -79,10 +79,11 @@ struct Call {
 // What differs between the kinds of requests.
 struct Terms {
   RequestPlace place;  // where another thread finds the request to abort it
-  // Whether its owner was cancelled. This also keeps a stream, but no plain request, from being
-  // sent, and explains why the body of a stream broke off.
+  // Whether it was cancelled, which explains why no response header came.
   std::function<bool()> isCancelled;
-  bool isStream;  // or may take as long as one
+  // The cancellation is that of its owner: it also keeps the request from being sent, and explains
+  // why the body broke off.
+  bool hasOwner;
   HttpTimeouts timeouts;
   ChunkSink sink;                                   // empty: the body is collected
   std::function<bool(std::size_t bodySize)> stops;  // asked before each read; empty: never
@@ -99,7 +100,7 @@ void runPublished(HttpExchange& request, std::string_view body, const Terms& ter
   response.status = request.status();
   const auto shouldStop = [&] { return terms.stops && terms.stops(response.body.size()); };
   if (readAgentBody(request, response.body, terms.sink, shouldStop)) return;
-  const bool wasCancelled = terms.isStream && terms.isCancelled();
+  const bool wasCancelled = terms.hasOwner && terms.isCancelled();
   response.error = wasCancelled ? "cancelled" : "agent response truncated";
 }
 
@@ -115,7 +116,7 @@ AgentResponse runRequest(const Call& call, const Terms& terms) {
   }
   const Published published(terms.place, request);
   // Asked once it is published: whoever cancels says so first and then takes what is published.
-  if (!published.ok() || (terms.isStream && terms.isCancelled())) {
+  if (!published.ok() || (terms.hasOwner && terms.isCancelled())) {
     response.error = "cancelled";
     return response;
   }
@@ -146,6 +147,18 @@ AgentResponse agentSpeech(std::uint16_t port, std::string_view body,
                      timeouts,
                      {},
                      pastLimits({.totalMs = static_cast<std::uint32_t>(longestSpeechMs)})});
+}
+
+AgentResponse agentTurnRequest(std::uint16_t port, const std::wstring& verb,
+                               const std::wstring& path, std::string_view body,
+                               const RunningTurn& turn) {
+  const AnswerLimits limits;
+  return runRequest({port, verb, path, body}, {{CancelSlot::turn},
+                                               [&turn] { return turn.stopped(); },
+                                               true,
+                                               answerTimeouts(limits),
+                                               {},
+                                               pastLimits(limits)});
 }
 
 AgentResponse agentTurnStream(std::uint16_t port, const std::wstring& path, std::string_view body,

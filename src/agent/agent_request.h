@@ -45,6 +45,12 @@ AgentResponse agentRequest(std::uint16_t port, const std::wstring& verb, const s
 AgentResponse agentSpeech(std::uint16_t port, std::string_view body,
                           const std::function<bool()>& isStopped);
 
+// As agentRequest, on behalf of a chat turn: a stop of the turn aborts it, or keeps it from being
+// sent.
+AgentResponse agentTurnRequest(std::uint16_t port, const std::wstring& verb,
+                               const std::wstring& path, std::string_view body,
+                               const RunningTurn& turn);
+
 // Posts the request of a chat turn; the answer is a stream without time or size limit that goes to
 // `sink`. A stop of the turn aborts it, or keeps it from being sent.
 AgentResponse agentTurnStream(std::uint16_t port, const std::wstring& path, std::string_view body,

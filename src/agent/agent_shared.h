@@ -3,11 +3,13 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "agent/request_slots.h"
+#include "agent/running_turns.h"
 #include "platform/http_client.h"
 #include "platform/process.h"
 #include "text/locks.h"
@@ -45,6 +47,7 @@ struct AgentShared {
 
   // Turns. The atomics are written under the lock.
   std::int32_t users MORVA_GUARDED_BY(agentMutex) = 0;  // turns that run, and readings aloud
+  std::map<const RunningTurn*, TurnEnder> turnEnders MORVA_GUARDED_BY(agentMutex);
   std::atomic<std::uint64_t> stops = 0;
   std::atomic<bool> cancelRequested = false;
 

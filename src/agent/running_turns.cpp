@@ -1,5 +1,7 @@
 #include "agent/running_turns.h"
 
+#include <utility>
+
 #include "agent/agent_shared.h"
 #include "platform/clock.h"
 
@@ -18,7 +20,22 @@ AgentInUse::~AgentInUse() {
   shared.lastActivityMs = tickCountMs();  // a long answer is activity up to its last word
 }
 
-RunningTurn::RunningTurn() : stopsBefore_(agentShared().stops) {}
+RunningTurn::RunningTurn(TurnEnder end) {
+  AgentShared& shared = agentShared();
+  const Lock lock(shared.agentMutex);
+  stopsBefore_ = shared.stops;
+  if (end) shared.turnEnders.emplace(this, std::move(end));
+}
+
+RunningTurn::~RunningTurn() {
+  TurnEnder ender;  // destroyed after the lock is gone
+  AgentShared& shared = agentShared();
+  const Lock lock(shared.agentMutex);
+  const auto known = shared.turnEnders.find(this);
+  if (known == shared.turnEnders.end()) return;
+  ender.swap(known->second);
+  shared.turnEnders.erase(known);
+}
 
 bool RunningTurn::stopped() const { return agentShared().stops != stopsBefore_; }
 
@@ -30,14 +47,21 @@ bool RunningTurn::beginRequest() const {
   return true;
 }
 
-void stopTurns() {
+std::vector<TurnEnder> abortTurns() {
+  std::vector<TurnEnder> enders;
   AgentShared& shared = agentShared();
   {
     const Lock lock(shared.agentMutex);
     ++shared.stops;
     shared.cancelRequested = true;
+    for (const auto& [turn, ender] : shared.turnEnders) enders.push_back(ender);
   }
   abortRequests(CancelSlot::turn);
+  return enders;
+}
+
+void stopTurns() {
+  for (const TurnEnder& end : abortTurns()) end();
 }
 
 bool cancelRequested() { return agentShared().cancelRequested; }

@@ -11,7 +11,7 @@ namespace media::win::chrome_inspect {
 // frames. Normally one frame; what would not fit into a frame that Chrome takes goes into the next
 // one, and a single event that fits into none is replaced by an "appendText" line that names it and
 // its size. Events go out in the order of `add`. Belongs to one thread. `add` and `send` may block
-// on standard output: no lock may be held, but for the two that keep the events of a stream
+// on standard output: no lock may be held, but for those that keep the events of a stream
 // together (docs/architecture.md, "Locks").
 class EventBatch {
  public:

@@ -7,7 +7,7 @@ namespace media::win::chrome_inspect {
 
 // Sends one event to the panel, ahead of it up to 40 waiting log lines, as one batch. `args` must
 // be an array and `method` not empty, or nothing is sent; then batches of lines that were to be
-// flushed meanwhile. May block on standard output: no lock may be held, but for the two that keep
+// flushed meanwhile. May block on standard output: no lock may be held, but for those that keep
 // the events of a stream together (docs/architecture.md, "Locks"). Threads: any.
 void emitPanelMessage(std::string_view method, const nlohmann::json& args);
 

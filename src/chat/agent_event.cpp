@@ -6,7 +6,6 @@
 #include <string_view>
 #include <utility>
 
-#include "channel/panel_events.h"
 #include "chat/text_events.h"
 #include "text/ascii.h"
 #include "text/json_read.h"
@@ -16,17 +15,16 @@ namespace {
 
 using nlohmann::json;
 
-struct TurnIds {
-  const std::string& runId;
+struct Turn {
+  TurnEvents& events;
   const std::string& chatSessionId;
 };
 
-void showThinking(const TurnIds& turn, json& event) {
+void showThinking(const Turn& turn, json& event) {
   for (const std::string_view piece : piecesForBrowser(readText(event, "text"))) {
-    emitPanelMessage(
-        "appendThinking",
-        json::array(
-            {{{"runId", turn.runId}, {"chatSessionId", turn.chatSessionId}, {"text", piece}}}));
+    turn.events.send("appendThinking", json::array({{{"runId", turn.events.runId()},
+                                                     {"chatSessionId", turn.chatSessionId},
+                                                     {"text", piece}}}));
   }
 }
 
@@ -50,30 +48,30 @@ json toolLine(const json& event, bool running) {
   return line;
 }
 
-void showToolCall(const TurnIds&, json& event) {
-  emitPanelMessage("appendText", json::array({toolLine(event, true)}));
+void showToolCall(const Turn& turn, json& event) {
+  turn.events.send("appendText", json::array({toolLine(event, true)}));
 }
 
-void showToolResult(const TurnIds&, json& event) {
+void showToolResult(const Turn& turn, json& event) {
   const std::string_view path = readText(event, "path");
-  emitPanelMessage("appendText", json::array({toolLine(event, false)}));
+  turn.events.send("appendText", json::array({toolLine(event, false)}));
   if (path.empty()) return;
   const char* role = isImagePath(path) ? "image" : "file";
-  emitPanelMessage("appendText", json::array({{{"role", role}, {"text", path}}}));
+  turn.events.send("appendText", json::array({{{"role", role}, {"text", path}}}));
 }
 
-void showCommandRun(const TurnIds&, json& event) {
+void showCommandRun(const Turn& turn, json& event) {
   const std::string_view id = readText(event, "id");
-  const std::string_view step = readText(event, "event");
   if (id.empty()) return;
+  const std::string_view step = readText(event, "event");
   if (step == "start") {
-    emitPanelMessage("startRun", json::array({id, readText(event, "command")}));
+    turn.events.send("startRun", json::array({id, readText(event, "command")}));
   } else if (step == "done") {
-    emitPanelMessage("finishRun", json::array({id, readInt32(event, "exit_code", -1),
+    turn.events.send("finishRun", json::array({id, readInt32(event, "exit_code", -1),
                                                readInt64(event, "duration_ms", 0)}));
   } else if (const std::string_view chunk = readText(event, "chunk"); !chunk.empty()) {
     for (const std::string_view piece : piecesForBrowser(chunk)) {
-      emitPanelMessage("appendRunChunk",
+      turn.events.send("appendRunChunk",
                        json::array({id, piece, readText(event, "stream", "stdout")}));
     }
   }
@@ -84,17 +82,17 @@ json consentPayload(json event) {
   return json::array({std::move(event)});
 }
 
-void askConsent(const TurnIds&, json& event) {
-  emitPanelMessage("consentRequest", consentPayload(std::move(event)));
+void askConsent(const Turn& turn, json& event) {
+  turn.events.send("consentRequest", consentPayload(std::move(event)));
 }
 
-void dismissConsent(const TurnIds&, json& event) {
-  emitPanelMessage("dismissConsent", consentPayload(std::move(event)));
+void dismissConsent(const Turn& turn, json& event) {
+  turn.events.send("dismissConsent", consentPayload(std::move(event)));
 }
 
 struct EventType {
   std::string_view type;
-  void (*show)(const TurnIds& turn, json& event);  // may take parts out of the event
+  void (*show)(const Turn& turn, json& event);  // may take parts out of the event
 };
 
 constexpr EventType eventTypes[] = {
@@ -105,10 +103,10 @@ constexpr EventType eventTypes[] = {
 
 }  // namespace
 
-void translateAgentEvent(const std::string& runId, const std::string& chatSessionId, json event) {
+void translateAgentEvent(TurnEvents& events, const std::string& chatSessionId, json event) {
   const std::string type(readText(event, "type"));
   for (const EventType& known : eventTypes) {
-    if (known.type == type) return known.show({runId, chatSessionId}, event);
+    if (known.type == type) return known.show({events, chatSessionId}, event);
   }
 }
 

@@ -10,7 +10,6 @@
 #include "browser_tools/browser_context.h"
 #include "channel/panel_events.h"
 #include "chat/preset_list.h"
-#include "chat/turn_end.h"
 #include "chat/turn_stream.h"
 #include "common/detached.h"
 #include "common/paths.h"
@@ -54,8 +53,8 @@ std::string promptWithTab(const json& message) {
   return headed + prompt;
 }
 
-std::string choosePreset(std::uint16_t port) {
-  const AgentResponse response = agentRequest(port, L"GET", L"/v1/models", "");
+std::string choosePreset(std::uint16_t port, const RunningTurn& running) {
+  const AgentResponse response = agentTurnRequest(port, L"GET", L"/v1/models", "", running);
   json models;
   std::string error;
   if (!response.error.empty()) throw TurnFailure(response.error);
@@ -91,48 +90,58 @@ AgentResponse streamAnswer(std::uint16_t port, const std::string& body, TurnStre
   return response;
 }
 
-void answerTurn(const json& message, const RunningTurn& running, TurnStream& stream, TurnEnd& end) {
-  const std::string prompt = promptWithTab(message);
-  stream.chatSessionId = chatSessionIdOf(message);
-  std::string preset(readText(message, "preset"));
-  emitPanelMessage("setBusy", json::array({true}));
-  emitPanelMessage("agentStarted", json::array({{{"id", stream.runId},
-                                                 {"name", preset.empty() ? "agent" : preset},
-                                                 {"chat_session_id", stream.chatSessionId}}}));
+void failWhenStopped(const RunningTurn& running) {
+  if (running.stopped()) throw TurnFailure("cancelled");
+}
+
+std::uint16_t findAgent(const RunningTurn& running) {
   std::string error;
   const auto port = ensureAgent(error);
-  if (!port) return end.fail(error);
-  if (running.stopped()) return end.fail("cancelled");
-  if (preset.empty()) preset = choosePreset(*port);
+  failWhenStopped(running);
+  if (!port) throw TurnFailure(error);
+  return *port;
+}
+
+void answerTurn(const ChatTurn& turn) {
+  const auto& [message, events, running] = turn;
+  const std::string prompt = promptWithTab(message);
+  TurnStream stream(events, chatSessionIdOf(message));
+  std::string preset(readText(message, "preset"));
+  events->begin(
+      {{"name", preset.empty() ? "agent" : preset}, {"chat_session_id", stream.chatSessionId}});
+  failWhenStopped(running);
+  const std::uint16_t port = findAgent(running);
+  if (preset.empty()) preset = choosePreset(port, running);
   const std::string body = completionBody(message, prompt, preset, stream.chatSessionId);
-  if (!running.beginRequest()) return end.fail("cancelled");
-  const AgentResponse response = streamAnswer(*port, body, stream, running);
-  if (running.stopped()) return end.fail("cancelled");
+  if (!running.beginRequest()) throw TurnFailure("cancelled");
+  const AgentResponse response = streamAnswer(port, body, stream, running);
+  failWhenStopped(running);
   const bool accepted = response.status != 0 && response.status < 400;
   if (accepted || !stream.assistantText.empty()) {
-    return end.succeed(stream.chatSessionId, stream.assistantText, stream.usage);
+    return events->succeed(stream.chatSessionId, stream.assistantText, stream.usage);
   }
-  end.fail(response.error.empty() ? "agent request failed" : response.error);
+  throw TurnFailure(response.error.empty() ? "agent request failed" : response.error);
 }
 
 }  // namespace
 
-void run_turn(const json& message, const RunningTurn& running) {
-  TurnStream stream;
-  stream.runId = newRunId();
-  TurnEnd end(stream.runId);
+ChatTurn::ChatTurn(json sendMessage)
+    : message(std::move(sendMessage)),
+      events(std::make_shared<TurnEvents>(newRunId())),
+      running([events = events] { events->cancel(); }) {}
+
+void run_turn(const ChatTurn& turn) {
   try {
-    answerTurn(message, running, stream, end);
+    answerTurn(turn);
   } catch (const std::exception& failure) {
     // A stop that made the agent break off in the middle of an event is still a stop.
-    end.fail(running.stopped() ? "cancelled" : failure.what());
+    turn.events->fail(turn.running.stopped() ? "cancelled" : failure.what());
   }
 }
 
 bool startTurn(const json& message) {
-  const auto running = std::make_shared<const RunningTurn>();
-  const auto request = std::make_shared<const json>(message);
-  return runDetached("chat turn", [running, request] { run_turn(*request, *running); });
+  const auto turn = std::make_shared<const ChatTurn>(message);
+  return runDetached("chat turn", [turn] { run_turn(*turn); });
 }
 
 }  // namespace media::win::chrome_inspect

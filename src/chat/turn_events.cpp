@@ -1,4 +1,4 @@
-#include "chat/turn_end.h"
+#include "chat/turn_events.h"
 
 #include <exception>
 #include <nlohmann/json.hpp>
@@ -11,17 +11,32 @@ namespace media::win::chrome_inspect {
 
 using nlohmann::json;
 
-TurnEnd::TurnEnd(std::string runId) : runId_(std::move(runId)) {}
+TurnEvents::TurnEvents(std::string runId) : runId_(std::move(runId)) {}
 
-TurnEnd::~TurnEnd() {
+TurnEvents::~TurnEvents() {
   try {
-    fail("agent turn failed");
+    const Lock lock(mutex_);
+    if (begun_) sendDone(false, "agent turn failed");
   } catch (const std::exception&) {  // no memory for the last word
   }
 }
 
-void TurnEnd::succeed(std::string_view chatSessionId, std::string_view text, const json& usage) {
-  if (sent_) return;
+void TurnEvents::begin(json details) {
+  details["id"] = runId_;
+  const Lock lock(mutex_);
+  begun_ = true;
+  emitPanelMessage("setBusy", json::array({true}));
+  emitPanelMessage("agentStarted", json::array({std::move(details)}));
+}
+
+void TurnEvents::send(std::string_view method, const json& args) {
+  const Lock lock(mutex_);
+  if (!ended_) emitPanelMessage(method, args);
+}
+
+void TurnEvents::succeed(std::string_view chatSessionId, std::string_view text, const json& usage) {
+  const Lock lock(mutex_);
+  if (ended_) return;
   emitPanelMessage(
       "completeAssistantText",
       json::array({{{"runId", runId_}, {"chatSessionId", chatSessionId}, {"text", text}}}));
@@ -30,13 +45,23 @@ void TurnEnd::succeed(std::string_view chatSessionId, std::string_view text, con
   sendDone(true, "");
 }
 
-void TurnEnd::fail(std::string_view error) { sendDone(false, error); }
+void TurnEvents::fail(std::string_view error) {
+  const Lock lock(mutex_);
+  sendDone(false, error);
+}
 
-void TurnEnd::sendDone(bool ok, std::string_view error) {
-  if (sent_) return;
-  const json args = json::array({runId_, ok, foreignText(error)});
-  sent_ = true;  // from here on the event may be on its way, whatever is thrown
-  emitPanelMessage("agentDone", args);
+void TurnEvents::cancel() {
+  try {
+    const Lock lock(mutex_);
+    if (begun_) sendDone(false, "cancelled");
+  } catch (const std::exception&) {
+  }
+}
+
+void TurnEvents::sendDone(bool ok, std::string_view error) {
+  if (ended_) return;
+  emitPanelMessage("agentDone", json::array({runId_, ok, foreignText(error)}));
+  ended_ = true;  // only now: what could not be sent may be tried again
 }
 
 }  // namespace media::win::chrome_inspect

@@ -5,7 +5,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "channel/panel_events.h"
 #include "chat/agent_event.h"
 #include "chat/text_events.h"
 #include "text/json_parse.h"
@@ -35,7 +34,7 @@ std::string dataOf(std::string_view block) {
 void showError(TurnStream& stream, const json& error) {
   const std::string text =
       error.is_object() ? std::string(readText(error, "message", "agent failed")) : dumpJson(error);
-  emitPanelMessage("appendText", json::array({{{"role", "error"}, {"text", text}}}));
+  stream.events->send("appendText", json::array({{{"role", "error"}, {"text", text}}}));
   stream.done = true;
 }
 
@@ -47,10 +46,11 @@ void addContent(TurnStream& stream, std::string_view content) {
   stream.assistantText += content;
   for (const std::string_view piece : piecesForBrowser(content)) {
     ++stream.seq;
-    emitPanelMessage("appendAssistantDelta", json::array({{{"runId", stream.runId},
-                                                           {"chatSessionId", stream.chatSessionId},
-                                                           {"seq", stream.seq},
-                                                           {"delta", piece}}}));
+    stream.events->send("appendAssistantDelta",
+                        json::array({{{"runId", stream.events->runId()},
+                                      {"chatSessionId", stream.chatSessionId},
+                                      {"seq", stream.seq},
+                                      {"delta", piece}}}));
   }
 }
 
@@ -97,7 +97,7 @@ void translateEventBlock(TurnStream& stream, std::string_view block) {
   if (event.is_object() && event.contains("error") && !event["error"].is_null()) {
     showError(stream, event["error"]);
   } else if (readText(event, "object") == "morva.event") {
-    translateAgentEvent(stream.runId, stream.chatSessionId, std::move(event));
+    translateAgentEvent(*stream.events, stream.chatSessionId, std::move(event));
   } else {
     translateCompletionChunk(stream, event);
   }

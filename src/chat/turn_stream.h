@@ -2,11 +2,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "agent/event_splitter.h"
+#include "chat/turn_events.h"
 
 // Translates the agent's answer to a chat turn, a stream of server-sent events, into panel events.
 namespace media::win::chrome_inspect {
@@ -16,9 +19,12 @@ inline constexpr std::size_t maxAssistantText = 64 * 1024 * 1024;
 
 // The running state of one turn's stream. Belongs to the turn's thread.
 struct TurnStream {
-  EventSplitter splitter;
-  std::string runId;
+  TurnStream(std::shared_ptr<TurnEvents> turnEvents, std::string sessionId)
+      : events(std::move(turnEvents)), chatSessionId(std::move(sessionId)) {}
+
+  std::shared_ptr<TurnEvents> events;
   std::string chatSessionId;
+  EventSplitter splitter;
   std::string assistantText;  // all content deltas so far
   std::uint32_t seq = 0;      // "appendAssistantDelta" events sent so far
   bool done = false;          // the answer is complete, or failed

@@ -4,6 +4,7 @@
 #include "chat/turn_stream.h"
 
 #include <exception>
+#include <memory>
 #include <string_view>
 
 #include "fuzz_input.h"
@@ -13,9 +14,7 @@ namespace media::win::chrome_inspect {
 
 void fuzz(std::string_view input) {
   Pieces pieces(input);
-  TurnStream stream;
-  stream.runId = "r";
-  stream.chatSessionId = "c";
+  TurnStream stream(std::make_shared<TurnEvents>("r"), "c");
   try {
     while (!pieces.rest().empty()) onStreamChunk(stream, pieces.next());
     finishStream(stream);

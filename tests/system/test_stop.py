@@ -1,14 +1,16 @@
 """Stopping turns: in the stream, before it, and when there is nothing to stop."""
 
 import threading
+import time
 
 import pytest
 
 from support import builds
 from support.memory import expect_no_growth, held
 from support.scripted_agent import (
-    COMPLETIONS, CONSENT, MODELS, READY, answers, delta, holds, streams, streams_then_holds)
+    COMPLETIONS, CONSENT, MODELS, READY, answers, delta, streams, streams_then_holds)
 
+PROVIDERS = "/v1/host-tool-providers"
 CANCELLED = (False, "cancelled")
 
 
@@ -63,48 +65,45 @@ def test_broken_and_overlapping_turns_leave_nothing_open(shared_panel, shared_ag
     expect_no_growth(shared_panel, before, files=5)
 
 
-def test_stop_while_the_preset_is_looked_up_makes_no_request(shared_panel, shared_agent):
-    go_on = threading.Event()
-
-    def slow_list(exchange):
-        assert go_on.wait(20)
-        exchange.answer({"data": [{"id": "a"}]})
-
-    shared_agent.on[MODELS] = slow_list
-    asked, lists = len(shared_agent.seen(COMPLETIONS)), len(shared_agent.seen(MODELS))
-    mark = shared_panel.start_turn(preset="")
-    shared_agent.wait_for(MODELS, lists + 1)
-    shared_panel.ask_for_ack("stop")
-    go_on.set()
-    assert shared_panel.finish_turn(mark).done == CANCELLED
-    assert len(shared_agent.seen(COMPLETIONS)) == asked
+def seconds_to_the_end(panel, mark):
+    """From a stop to the end of the one turn since the mark."""
+    began = time.monotonic()
+    panel.send("stop")
+    _, *end = panel.wait_event("agentDone", since=mark)
+    assert tuple(end) == CANCELLED
+    return time.monotonic() - began
 
 
-def test_stop_while_the_agent_is_looked_for_makes_no_request(panel, shared_agent):
-    go_on = threading.Event()
+@pytest.mark.parametrize("path", [READY, PROVIDERS, MODELS, COMPLETIONS])
+def test_a_stop_ends_a_turn_at_once_whatever_it_asks_for(panel, agent, path):
+    """The agent does not answer before the turn has ended."""
+    answers_then, took = agent.on.get(path, answers({"ok": True})), []
+    for _ in range(3):
+        go_on = threading.Event()
 
-    def slow_ready(exchange):
-        assert go_on.wait(20)
-        exchange.answer({"ready": True})
+        def blocks(exchange, go_on=go_on):
+            assert go_on.wait(20)
+            answers_then(exchange)
 
-    shared_agent.on[READY] = slow_ready
-    looked, asked = len(shared_agent.seen(READY)), len(shared_agent.seen(COMPLETIONS))
+        agent.on[path] = blocks
+        asked = len(agent.seen(path))
+        mark = panel.start_turn(preset="")
+        exchange = agent.wait_for(path, asked + 1)
+        took.append(seconds_to_the_end(panel, mark))
+        go_on.set()
+        assert exchange.finished.wait(20)
+    agent.on[path] = answers_then
+    agent.turn(streams("[DONE]"))
+    assert panel.run_turn().done == (True, "")
+    assert len(agent.seen(COMPLETIONS)) == (4 if path == COMPLETIONS else 1)
+    assert min(took) <= 0.3 * builds.SLOWER, took
+
+
+def test_a_stop_ends_a_turn_at_once_while_an_agent_starts(start_panel, cli):
+    panel = start_panel(env=cli.env(mute=1))
     mark = panel.start_turn()
-    shared_agent.wait_for(READY, looked + 1)
-    panel.ask_for_ack("stop")  # not behind the turn's look for the agent
-    go_on.set()
-    assert panel.finish_turn(mark).done == CANCELLED
-    assert len(shared_agent.seen(COMPLETIONS)) == asked
-
-
-def test_stop_while_the_agent_thinks_about_its_answer(shared_panel, shared_agent):
-    """No byte of the answer has come yet, not even its head."""
-    shared_agent.turn(holds)
-    asked = len(shared_agent.seen(COMPLETIONS))
-    mark = shared_panel.start_turn()
-    shared_agent.wait_for(COMPLETIONS, asked + 1)
-    shared_panel.ask_for_ack("stop")
-    assert shared_panel.finish_turn(mark).done == CANCELLED
+    cli.wait_for_starts(1)
+    assert seconds_to_the_end(panel, mark) <= 0.3 * builds.SLOWER
 
 
 def test_stop_reaches_all_turns_that_run(shared_panel, shared_agent):

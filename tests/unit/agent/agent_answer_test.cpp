@@ -1,13 +1,9 @@
 #include "agent/agent_answer.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 struct AnswerCase {
   const char* name;

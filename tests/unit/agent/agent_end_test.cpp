@@ -1,13 +1,11 @@
 #include "agent/agent_end.h"
 
-#include <gtest/gtest.h>
-
-#include <utility>
-
 #include "agent/current_agent.h"
+#include "agent/running_turns.h"
 #include "platform/clock.h"
 #include "support/child_probe.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -31,6 +29,13 @@ TEST(CancelAll, EndsTheOwnedAgent) {
   EXPECT_TRUE(waitForExit(watched, 0));  // it was waited for
   EXPECT_EQ(currentAgentPort(), 0);
   cancelAllAgentRequests();
+}
+
+TEST(CancelAll, DoesNotWaitForABrowserThatDoesNotRead) {
+  const auto reads = std::make_shared<Gate>();
+  const RunningTurn turn([reads] { reads->wait(); });
+  cancelAllAgentRequests();
+  reads->open();
 }
 
 }  // namespace

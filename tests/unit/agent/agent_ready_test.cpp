@@ -1,13 +1,10 @@
 #include "agent/agent_ready.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "platform/clock.h"
 #include "support/loopback_socket.h"
 #include "support/scripted_server.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,11 +1,5 @@
 #include "agent/agent_request.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <stdexcept>
-#include <string>
-
 #include "agent/agent_end.h"
 #include "agent/request_slots.h"
 #include "agent/running_turns.h"
@@ -13,6 +7,7 @@
 #include "support/loopback_socket.h"
 #include "support/scripted_server.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -137,6 +132,7 @@ TEST(AgentRequest, IsNotMadeWhenItsOwnerIsCancelledOrTheHostEnds) {
   const RunningTurn turn;
   stopTurns();
   EXPECT_EQ(agentTurnStream(server.port(), L"/", "", stopped, noSink).error, "cancelled");
+  EXPECT_EQ(agentTurnRequest(server.port(), L"GET", L"/", "", stopped).error, "cancelled");
   EXPECT_EQ(agentFeed(
                 server.port(), L"/", {CancelSlot::events}, [] { return false; }, noSink)
                 .error,
@@ -205,6 +201,24 @@ TEST(AgentRequest, IsCancelledInTheMiddleOfItsBody) {
                                }),
             "cancelled");
   EXPECT_EQ(errorWhenCancelled(stream, stopTurns), "cancelled");
+}
+
+TEST(AgentRequest, OfATurnIsCollectedAndStopped) {
+  Gate asked;
+  Gate stopped;
+  ScriptedServer server([&](ServedConnection& connection) {
+    if (connection.request.starts_with("GET /a ")) return answerWith(connection, "abc");
+    asked.open();
+    stopped.wait();
+  });
+  const RunningTurn turn;
+  EXPECT_EQ(agentTurnRequest(server.port(), L"GET", L"/a", "", turn).body, "abc");
+  TestThread canceller([&] {
+    asked.wait();
+    stopTurns();
+    stopped.open();  // some systems only notice with the end of the connection
+  });
+  EXPECT_EQ(agentTurnRequest(server.port(), L"GET", L"/", "", turn).error, "cancelled");
 }
 
 TEST(AgentRequest, ATurnIsCancelledByTheEndOfTheHost) {

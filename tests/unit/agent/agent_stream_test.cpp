@@ -1,13 +1,7 @@
 #include "agent/agent_stream.h"
 
-#include <gtest/gtest.h>
-
-#include <deque>
-#include <stdexcept>
-#include <string>
-#include <vector>
-
 #include "support/scripted_exchange.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,16 +1,9 @@
 #include "agent/event_splitter.h"
 
-#include <gtest/gtest.h>
-
-#include <numeric>
-#include <stdexcept>
-#include <string>
-#include <vector>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using namespace std::string_literals;
 
 struct Cut {
   std::vector<std::string> blocks;

@@ -1,8 +1,7 @@
 #include "agent/running_turns.h"
 
-#include <gtest/gtest.h>
-
 #include "agent/agent_end.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -27,6 +26,23 @@ TEST(RunningTurn, IsStoppedByTheEndOfTheHost) {
   cancelAllAgentRequests();
   EXPECT_TRUE(turn.stopped());
   EXPECT_FALSE(turn.beginRequest());
+}
+
+TEST(RunningTurn, IsEndedByEachStopWhileItRuns) {
+  int ended = 0;
+  const auto end = [&ended] { ++ended; };
+  stopTurns();
+  {
+    const RunningTurn turn(end);
+    const RunningTurn other(end);
+    EXPECT_EQ(ended, 0);
+    stopTurns();
+    EXPECT_EQ(ended, 2);
+    cancelAllAgentRequests();
+    EXPECT_EQ(ended, 4);
+  }
+  stopTurns();
+  EXPECT_EQ(ended, 4);
 }
 
 TEST(CancelRequested, StaysUntilATurnBeginsItsRequest) {

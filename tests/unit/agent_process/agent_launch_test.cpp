@@ -1,12 +1,9 @@
 #include "agent_process/agent_launch.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-
 #include "agent/agent_end.h"
 #include "agent/current_agent.h"
 #include "channel/host_log.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

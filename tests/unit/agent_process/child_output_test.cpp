@@ -1,16 +1,9 @@
 #include "agent_process/child_output.h"
 
-#include <gtest/gtest.h>
-
-#include <initializer_list>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "channel/framing.h"
 #include "channel/host_log.h"
 #include "support/captured_output.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

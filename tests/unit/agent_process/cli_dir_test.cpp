@@ -1,8 +1,7 @@
 #include "agent_process/cli_dir.h"
 
-#include <gtest/gtest.h>
-
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,18 +1,11 @@
 #include "agent_process/cli_location.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
-
 #include "agent_process/cli_dir.h"
 #include "channel/host_log.h"
 #include "common/paths.h"
 #include "platform/known_folders.h"
 #include "support/test_folder.h"
+#include "support/testing.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {

@@ -1,25 +1,15 @@
 #include "agent_process/cli_settings.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "agent_process/cli_dir.h"
 #include "agent_process/cli_location.h"
 #include "common/paths.h"
 #include "support/test_folder.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using namespace std::string_literals;
 
 constexpr const char* invalid = "invalid folder";
 constexpr const char* missing = "folder does not exist";

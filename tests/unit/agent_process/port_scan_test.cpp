@@ -1,14 +1,9 @@
 #include "agent_process/port_scan.h"
 
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "support/loopback_socket.h"
 #include "support/scripted_server.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -1,22 +1,17 @@
 #include "chat/agent_event.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "channel/framing.h"
 #include "support/brief_events.h"
 #include "support/captured_output.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-using nlohmann::json;
-
 std::string translated(const std::string& event) {
   CapturedOutput output;
-  translateAgentEvent("r", "c", json::parse(event));
+  TurnEvents events("r");
+  translateAgentEvent(events, "c", json::parse(event));
   return briefEvents(output.finish());
 }
 
@@ -106,6 +101,7 @@ const EventCase runCases[] = {
     {R"("id":"7","chunk":"")", ""},
     {R"("event":"start")", ""},
     {R"("id":"","event":"done")", ""},
+    {R"("event":5)", ""},
 };
 
 TEST(TranslateAgentEvent, ShowsRunsOfCommands) {
@@ -131,7 +127,8 @@ TEST(TranslateAgentEvent, ThrowsForAWrongTypeAndSendsNothing) {
        }) {
     SCOPED_TRACE(text);
     CapturedOutput output;
-    EXPECT_THROW(translateAgentEvent("r", "c", json::parse(text)), json::type_error);
+    TurnEvents events("r");
+    EXPECT_THROW(translateAgentEvent(events, "c", json::parse(text)), json::type_error);
     EXPECT_TRUE(output.finish().empty());
   }
 }
@@ -140,9 +137,10 @@ TEST(TranslateAgentEvent, SplitsLongTextsForTheBrowser) {
   limitFramesForBrowser();
   const std::string text(2 * maxBrowserBody, 'x');
   CapturedOutput output;
-  translateAgentEvent("r", "c", {{"type", "thinking"}, {"text", text}});
-  translateAgentEvent("r", "c", {{"type", "tool_file_progress"}, {"id", "7"}, {"chunk", text}});
-  translateAgentEvent("r", "c", {{"type", "tool_call"}, {"text", text}});
+  TurnEvents turn("r");
+  translateAgentEvent(turn, "c", {{"type", "thinking"}, {"text", text}});
+  translateAgentEvent(turn, "c", {{"type", "tool_file_progress"}, {"id", "7"}, {"chunk", text}});
+  translateAgentEvent(turn, "c", {{"type", "tool_call"}, {"text", text}});
   const CapturedOutput::Frames frames = output.finish();
   std::string thinking;
   std::string chunks;

@@ -1,14 +1,9 @@
 #include "chat/preset_list.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 std::string preset(const std::string& id, const std::string& name, bool isDefault) {
   return json{{"id", id}, {"name", name}, {"is_default", isDefault}, {"isDefault", isDefault}}

@@ -1,10 +1,7 @@
 #include "chat/text_events.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "channel/framing.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

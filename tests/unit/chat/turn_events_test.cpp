@@ -1,78 +1,101 @@
-#include "chat/turn_end.h"
+#include "chat/turn_events.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
-
+#include "support/brief_events.h"
 #include "support/captured_output.h"
+#include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-using nlohmann::json;
-using Events = std::vector<std::string>;
-
 std::string done(bool ok, const std::string& error) {
-  return json{{"method", "agentDone"}, {"args", {"r", ok, error}}}.dump();
+  return "agentDone " + json{"r", ok, error}.dump();
 }
 
-const std::string complete =
-    R"({"args":[{"chatSessionId":"c","runId":"r","text":"all"}],"method":"completeAssistantText"})";
+const std::string begun = R"(setBusy [true]; agentStarted [{"id":"r","name":"n"}])";
+const std::string complete = R"(completeAssistantText [{"text":"all"}]; )";
 
-template <class Use>
-Events eventsOf(const Use& use) {
-  CapturedOutput output;
-  {
-    TurnEnd end("r");
-    use(end);
+struct UseCase {
+  const char* name;
+  void (*use)(TurnEvents& events);
+  std::string sent;
+};
+
+const UseCase useCases[] = {
+    {"succeeds with its usage",
+     [](TurnEvents& e) {
+       e.succeed("c", "all", {{"total_tokens", 3}});
+     },
+     complete + R"(setTurnLlmUsage [{"total_tokens":3}]; )" + done(true, "")},
+    {"fails", [](TurnEvents& e) { e.fail("x"); }, done(false, "x")},
+    {"fails with what is no UTF-8", [](TurnEvents& e) { e.fail("a\xFF"); },
+     done(false, "a\xEF\xBF\xBD")},
+    {"fails with a long text", [](TurnEvents& e) { e.fail(std::string(5000, 'x')); },
+     done(false, std::string(4096, 'x'))},
+    {"is not forgotten",
+     [](TurnEvents& e) {
+       e.begin({{"name", "n"}});
+     },
+     begun + "; " + done(false, "agent turn failed")},
+    {"never began", [](TurnEvents&) {}, ""},
+    {"is cancelled before it begins",
+     [](TurnEvents& e) {
+       e.cancel();
+       e.fail("its own end");
+     },
+     done(false, "its own end")},
+    {"says nothing after its end",
+     [](TurnEvents& e) {
+       e.begin({{"name", "n"}});
+       e.send("x", {1});
+       e.cancel();
+       e.send("x", {2});
+       e.succeed("c", "all", nullptr);
+       e.fail("late");
+       e.cancel();
+     },
+     begun + "; x [1]; " + done(false, "cancelled")},
+    {"ends well once",
+     [](TurnEvents& e) {
+       e.succeed("c", "all", nullptr);
+       e.cancel();
+       e.succeed("c", "again", nullptr);
+     },
+     complete + done(true, "")},
+};
+
+TEST(TurnEvents, EndOnce) {
+  for (const UseCase& c : useCases) {
+    SCOPED_TRACE(c.name);
+    CapturedOutput output;
+    {
+      TurnEvents events("r");
+      c.use(events);
+    }
+    EXPECT_EQ(briefEvents(output.finish()), c.sent);
   }
-  return eventsIn(output.finish());
 }
 
-TEST(TurnEnd, SucceedsWithTextAndUsage) {
-  EXPECT_EQ(eventsOf([](TurnEnd& end) {
-              end.succeed("c", "all", {{"total_tokens", 3}});
-            }),
-            (Events{complete, R"({"args":[{"total_tokens":3}],"method":"setTurnLlmUsage"})",
-                    done(true, "")}));
-}
-
-TEST(TurnEnd, LeavesOutUsageThatSaysNothing) {
+TEST(TurnEvents, LeaveOutUsageThatSaysNothing) {
   for (const json& usage : {json(nullptr), json::object(), json::array({1}), json("x"), json(5)}) {
-    EXPECT_EQ(eventsOf([&usage](TurnEnd& end) { end.succeed("c", "all", usage); }),
-              (Events{complete, done(true, "")}))
-        << usage;
+    CapturedOutput output;
+    TurnEvents("r").succeed("c", "all", usage);
+    EXPECT_EQ(briefEvents(output.finish()), complete + done(true, "")) << usage;
   }
 }
 
-TEST(TurnEnd, FailsWithATextInUtf8) {
-  EXPECT_EQ(eventsOf([](TurnEnd& end) { end.fail("cancelled"); }),
-            Events{done(false, "cancelled")});
-  EXPECT_EQ(eventsOf([](TurnEnd& end) { end.fail("a\xFF"); }),
-            Events{done(false, "a\xEF\xBF\xBD")});
-  EXPECT_EQ(eventsOf([](TurnEnd& end) { end.fail(std::string(5000, 'x')); }),
-            Events{done(false, std::string(4096, 'x'))});
-}
-
-TEST(TurnEnd, SaysItOnce) {
-  EXPECT_EQ(eventsOf([](TurnEnd& end) {
-              end.fail("first");
-              end.fail("second");
-              end.succeed("c", "all", nullptr);
-            }),
-            Events{done(false, "first")});
-  EXPECT_EQ(eventsOf([](TurnEnd& end) {
-              end.succeed("c", "all", nullptr);
-              end.fail("late");
-              end.succeed("c", "again", nullptr);
-            }),
-            (Events{complete, done(true, "")}));
-}
-
-TEST(TurnEnd, IsNotForgotten) {
-  EXPECT_EQ(eventsOf([](TurnEnd&) {}), Events{done(false, "agent turn failed")});
+TEST(TurnEvents, EndWithNoneOnItsWay) {
+  CapturedOutput output;
+  TurnEvents events("r");
+  events.begin({{"name", "n"}});
+  TestThread sender([&events] {
+    for (int i = 0; i < 2000; ++i) events.send("x", {i});
+  });
+  output.waitFor(50);
+  events.cancel();
+  sender.join();
+  const CapturedOutput::Frames frames = output.finish();
+  EXPECT_EQ(briefEvents({frames.back()}), done(false, "cancelled"));
 }
 
 }  // namespace

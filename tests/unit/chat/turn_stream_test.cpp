@@ -1,27 +1,14 @@
 #include "chat/turn_stream.h"
 
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-#include <string>
-#include <vector>
-
 #include "channel/framing.h"
 #include "support/brief_events.h"
 #include "support/captured_output.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-using nlohmann::json;
-using namespace std::string_literals;
-
-TurnStream newStream() {
-  TurnStream stream;
-  stream.runId = "r";
-  stream.chatSessionId = "c";
-  return stream;
-}
+TurnStream newStream() { return {std::make_shared<TurnEvents>("r"), "c"}; }
 
 std::string delta(int seq, const std::string& text) {
   return "appendAssistantDelta " + json{{{"delta", text}, {"seq", seq}}}.dump();

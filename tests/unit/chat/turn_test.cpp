@@ -1,19 +1,15 @@
 #include "chat/turn.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-
+#include "agent/agent_request.h"
+#include "agent/agent_starts.h"
+#include "agent_process/supervision.h"
 #include "support/agent_double.h"
 #include "support/brief_events.h"
 #include "support/captured_output.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
-using namespace std::string_literals;
 
 const std::string head(streamHead);
 const std::string delta = "data: {\"choices\":[{\"delta\":{\"content\":\"a\"}}]}\n\n";
@@ -28,17 +24,22 @@ json sendMessage(const json& more = json::object()) {
   return message;
 }
 
-// Runs a turn and returns its events, with "r" for its run id.
-std::string eventsOf(const json& message, const RunningTurn& running = {}) {
-  CapturedOutput output;
-  run_turn(message, running);
+// The events of a turn, with "r" for its run id.
+std::string eventsIn(CapturedOutput& output, const ChatTurn& turn) {
+  const std::string& runId = turn.events->runId();
   std::string frames = json(output.finish()).dump();
-  const std::size_t at = frames.find("chrome-");
-  const std::string runId = frames.substr(at, frames.find_first_not_of("0123456789", at + 7) - at);
-  for (std::size_t i = at; i != frames.npos; i = frames.find(runId, i)) {
+  for (std::size_t i = frames.find(runId); i != frames.npos; i = frames.find(runId, i)) {
     frames.replace(i, runId.size(), "r");
   }
   return briefEvents(json::parse(frames).get<CapturedOutput::Frames>());
+}
+
+// Runs a turn and returns its events.
+std::string eventsOf(const json& message) {
+  const ChatTurn turn(message);
+  CapturedOutput output;
+  run_turn(turn);
+  return eventsIn(output, turn);
 }
 
 const std::string begun =
@@ -190,26 +191,83 @@ TEST(Turn, EndsWithoutAPreset) {
 
 TEST(Turn, EndsBeforeItBeginsForATextOfAnotherType) {
   for (const char* const key : {"prompt", "preset", "chat_session_id"}) {
-    CapturedOutput output;
-    run_turn(sendMessage({{key, 5}}), RunningTurn());
-    const json done = json::parse(eventsIn(output.finish()).at(0));
-    EXPECT_EQ(done.at("args").at(2),
-              "[json.exception.type_error.302] type must be string, but is number");
+    EXPECT_EQ(eventsOf(sendMessage({{key, 5}})),
+              ended("[json.exception.type_error.302] type must be string, but is number"));
   }
 }
 
-TEST(Turn, StoppedBeforeItsRequestMakesNone) {
+TEST(Turn, StoppedBeforeItRunsMakesNoRequest) {
+  AgentDouble agent(sendInPieces(head, 1000));
+  agent.adopt();
+  const ChatTurn turn(sendMessage());
+  CapturedOutput output;
+  stopTurns();
+  run_turn(turn);
+  EXPECT_EQ(eventsIn(output, turn), begun + ended("cancelled"));
+  EXPECT_TRUE(agent.requests().empty());
+}
+
+// The request that the agent does not answer before the turn has ended.
+const char* const phases[] = {"GET /ready ", "POST /v1/host-tool-providers ", "GET /v1/models ",
+                              "POST /v1/chat/completions "};
+
+TEST(Turn, EndsWhenItIsStoppedWhateverItWaitsFor) {
+  setAgentListener({.ready = [](const AgentId& agent) {
+    (void)agentRequest(agent.port, L"POST", L"/v1/host-tool-providers", "{}");
+  }});
+  for (const std::string phase : phases) {
+    SCOPED_TRACE(phase);
+    Gate asked;
+    Gate goOn;
+    ScriptedServer agent([&](ServedConnection& connection) {
+      if (connection.request.starts_with(phase)) {
+        asked.open();
+        goOn.wait();
+      }
+      if (!asksForModels(connection)) return answerWith(connection, "{}");
+      answerWith(connection, R"({"data":[{"id":"a"}]})");
+    });
+    adoptFoundAgent(agent.port());
+    const ChatTurn turn(sendMessage({{"preset", ""}}));
+    CapturedOutput output;
+    TestThread thread([&turn] { run_turn(turn); });
+    asked.wait();
+    stopTurns();
+    const std::string events = eventsIn(output, turn);
+    goOn.open();
+    thread.join();
+    EXPECT_EQ(events, unnamed + ended("cancelled"));
+    const bool streams = phase == std::end(phases)[-1];
+    EXPECT_EQ(agent.requests("POST /v1/chat/completions ").size(), streams ? 1U : 0U);
+  }
+}
+
+TEST(Turn, EndsWhenItIsStoppedWhileAnotherThreadStartsAnAgent) {
+  std::string error;
+  ASSERT_EQ(joinStart(finishedStarts(), error), StartRole::leader);
+  const ChatTurn turn(sendMessage());
+  CapturedOutput output;
+  TestThread thread([&turn] { run_turn(turn); });
+  output.waitFor(2);
+  stopTurns();
+  EXPECT_EQ(eventsIn(output, turn), begun + ended("cancelled"));
+  finishStart("x");
+}
+
+TEST(Turn, StoppedInAFloodOfEventsSaysNothingAfterItsEnd) {
   AgentDouble agent([](ServedConnection& connection) {
-    stopTurns();  // while it asks for the models
-    answerWith(connection, R"({"data":[{"id":"a"}]})");
+    (void)connection.send(head);
+    while (connection.send(delta)) continue;
   });
   agent.adopt();
-  EXPECT_EQ(eventsOf(sendMessage({{"preset", ""}})), unnamed + ended("cancelled"));
-  EXPECT_TRUE(agent.requests("POST ").empty());
-  const RunningTurn running;
+  const ChatTurn turn(sendMessage());
+  CapturedOutput output;
+  TestThread thread([&turn] { run_turn(turn); });
+  output.waitFor(50);
   stopTurns();
-  EXPECT_EQ(eventsOf(sendMessage(), running), begun + ended("cancelled"));
-  EXPECT_EQ(agent.requests("GET /v1/models").size(), 1U);
+  thread.join();
+  const std::string events = eventsIn(output, turn);
+  EXPECT_EQ(events.substr(events.find("agentDone")), ended("cancelled"));
 }
 
 TEST(Turn, StoppedInItsStreamIsCancelled) {

@@ -1,20 +1,12 @@
 #include "host/agent_proxy.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <iterator>
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "host/dispatcher.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 struct MethodCase {
   const char* request;

@@ -1,21 +1,13 @@
 #include "host/command_run.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <iterator>
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "chat/events_pump.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"
 #include "support/test_folder.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 struct RunCase {
   std::string answer;  // empty: hangs up

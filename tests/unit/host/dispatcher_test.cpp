@@ -1,14 +1,5 @@
 #include "host/dispatcher.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
-
 #include "agent/current_agent.h"
 #include "agent/running_turns.h"
 #include "browser_tools/browser_context.h"
@@ -16,11 +7,10 @@
 #include "platform/clock.h"
 #include "support/captured_output.h"
 #include "support/child_probe.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-using nlohmann::json;
 
 std::string ack(bool ok, const std::string& error = "") {
   json reply = {{"kind", "ack"}, {"ok", ok}, {"source", "morva-chat"}};

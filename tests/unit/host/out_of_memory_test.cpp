@@ -2,7 +2,7 @@
 
 #include "channel/host_log.h"
 #include "channel/pending_replies.h"
-#include "chat/turn_end.h"
+#include "chat/turn_events.h"
 #include "chat/turn_stream.h"
 #include "host/dispatcher.h"
 #include "support/captured_output.h"
@@ -81,7 +81,7 @@ TEST(OutOfMemory, AStreamIsTranslatedOrBrokenOff) {
       "data: {\"object\":\"morva.event\",\"type\":\"tool_result\",\"path\":\"" +
       longText + ".png\"}\n\ndata: {\"error\":\"" + longText + "\"}\n\n";
   const auto calls = framesOfEachCall([&stream] {
-    TurnStream turn;
+    TurnStream turn(std::make_shared<TurnEvents>(longText), longText);
     onStreamChunk(turn, std::string_view(stream).substr(0, 20));
     onStreamChunk(turn, std::string_view(stream).substr(20));
     finishStream(turn);
@@ -95,22 +95,23 @@ TEST(OutOfMemory, AStreamIsTranslatedOrBrokenOff) {
   }
 }
 
-TEST(OutOfMemory, ATurnEndsOnceAtMost) {
+TEST(OutOfMemory, ATurnThatBeganEndsOnce) {
   const auto calls = framesOfEachCall([] {
-    TurnEnd end("chrome-" + longText);
+    const auto events = std::make_shared<TurnEvents>("chrome-" + longText);
     try {
-      end.succeed("c", longText, {{"total_tokens", longText}});
+      events->begin({{"name", longText}});
+      events->succeed("c", longText, {{"total_tokens", longText}});
     } catch (const std::exception& failure) {
-      end.fail(failure.what());
+      events->fail(failure.what());
     }
   });
   for (const CapturedOutput::Frames& frames : calls) {
     std::size_t done = 0;
     for (const std::string& frame : frames)
       if (frame.find("agentDone") != frame.npos) ++done;
-    EXPECT_LE(done, 1U);
+    EXPECT_EQ(done, frames.empty() ? 0U : 1U);
   }
-  EXPECT_EQ(calls.back().size(), 3U);
+  EXPECT_EQ(calls.back().size(), 5U);
 }
 
 TEST(OutOfMemory, TheLogGoesOn) {

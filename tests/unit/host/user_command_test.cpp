@@ -1,15 +1,11 @@
 #include "host/user_command.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
-
 #include "common/product_version.h"
 #include "setup/help_text.h"
 #include "support/test_pipe.h"
 #include "support/test_system.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
