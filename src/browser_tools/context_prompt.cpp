@@ -1,6 +1,7 @@
 #include "browser_tools/context_prompt.h"
 
 #include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
@@ -17,11 +18,21 @@ constexpr std::string_view windowSentence =
     "browser_scope, browser_click, browser_type, browser_select, browser_batch, and "
     "browser_navigate act on that window. Do not claim the browser connection is unavailable.";
 
+// What a reader may take for the end of a line, as UTF-8: the last three are U+0085, U+2028 and
+// U+2029.
+constexpr std::string_view lineEnds[] = {"\n",       "\r",           "\v",          "\f",
+                                         "\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9"};
+
 // Pages choose their titles; the note stays one line all the same.
 std::string onOneLine(std::string_view text) {
-  std::string line(text);
-  std::replace_if(
-      line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+  std::string line;
+  for (std::size_t at = 0; at < text.size();) {
+    const auto* end = std::ranges::find_if(
+        lineEnds, [rest = text.substr(at)](auto lineEnd) { return rest.starts_with(lineEnd); });
+    const bool isEnd = end != std::end(lineEnds);
+    line += isEnd ? ' ' : text[at];
+    at += isEnd ? end->size() : 1;
+  }
   return line;
 }
 

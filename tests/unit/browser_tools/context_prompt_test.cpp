@@ -38,6 +38,8 @@ const std::pair<const char*, std::string> promptCases[] = {
     // A page cannot begin a line of its own.
     {R"({"currentUrl":"U\n","currentTitle":"A\nB\r\nC","tabs":[{"title":"T\nX","url":"V\rW"}]})",
      activeTab("A B  C U ") + " Open tabs: [0] T X V W"},
+    {R"({"currentUrl":"U","currentTitle":"\u000B\f\u0085a\u2028b\u2029\u2027\u0084\u00e9"})",
+     activeTab("   a b \xE2\x80\xA7\xC2\x84\xC3\xA9 U")},
 };
 
 TEST(BrowserContextPrompt, IsShortBeforeAnyContextCame) {
