@@ -39,10 +39,16 @@ void examineFile(const std::wstring& path, AppInstance& accepted) {
   accepted = std::move(instance);
 }
 
+// A file that is called ".json" has no extension.
+bool isAnnouncementName(std::wstring_view name) {
+  constexpr std::wstring_view extension = L".json";
+  return name.size() > extension.size() && name.ends_with(extension);
+}
+
 void examineFolder(const std::wstring& application, AppInstance& accepted) {
   const std::wstring folder = joinPath(joinPath(application, L"instances"), L"run-ipc");
   (void)visitFolder(folder, [&](const FolderEntry& entry) {
-    if (entry.isRegular && entry.name.ends_with(L".json")) {
+    if (entry.isRegular && isAnnouncementName(entry.name)) {
       examineFile(joinPath(folder, entry.name), accepted);
     }
     return true;

@@ -72,8 +72,8 @@ struct FolderEntry {
   std::int64_t ageMs = 0;  // since the last write; negative when that lies in the future
 };
 
-// Calls `visit` for each entry of a folder until it says false. False when the folder could not be
-// read to its end.
+// Calls `visit` for each entry of a folder, but "." and "..", until it says false. False when the
+// folder could not be read to its end.
 bool visitFolder(const std::wstring& path, const std::function<bool(const FolderEntry&)>& visit);
 
 // Writes a file of its own, creating it or emptying one of the same name. On failure nothing is

@@ -165,7 +165,8 @@ bool visitFolder(const std::wstring& path, const std::function<bool(const Folder
     errno = 0;
     const dirent* found = readdir(folder.get());  // each call has a folder stream of its own
     if (found == nullptr) return errno == 0;
-    if (!visit(entryOf(dirfd(folder.get()), found->d_name))) return true;
+    const FolderEntry entry = entryOf(dirfd(folder.get()), found->d_name);
+    if (entry.name != L"." && entry.name != L".." && !visit(entry)) return true;
   }
 }
 

@@ -191,7 +191,8 @@ bool visitFolder(const std::wstring& path, const std::function<bool(const Folder
   const Owned<FindTraits> search(FindFirstFileW((longPath(path) + L"\\*").c_str(), &found));
   if (!search) return false;
   do {
-    if (!visit(entryOf(found))) return true;
+    const FolderEntry entry = entryOf(found);
+    if (entry.name != L"." && entry.name != L".." && !visit(entry)) return true;
   } while (FindNextFileW(search.get(), &found));
   return GetLastError() == ERROR_NO_MORE_FILES;
 }

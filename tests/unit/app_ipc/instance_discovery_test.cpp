@@ -79,6 +79,9 @@ class Discovery : public testing::Test {
 TEST_F(Discovery, FindsNothingWhereNothingIs) {
   EXPECT_EQ(discoverAppInstance().port, 0U);
   (void)folderOf("morva-viewer");
+  for (const char* const noApplication : {".", ".."}) {
+    write(folderOf(noApplication) / "a.json", announcement().dump());
+  }
   EXPECT_EQ(discoverAppInstance().port, 0U);
   const EnvironmentVariable none("APPDATA", "");
   EXPECT_EQ(discoverAppInstance().port, 0U);
@@ -102,7 +105,7 @@ TEST_F(Discovery, ChoosesTheNewestThatIsAliveInTheFirstFolder) {
 TEST_F(Discovery, PassesOverOtherFiles) {
   const fs::path folder = folderOf("morva-viewer");
   std::string good = announcement(1, 9000).dump();
-  for (const char* const name : {"a.txt", "a.JSON", "a.json5", "json", "a.json.bak"}) {
+  for (const char* const name : {"a.txt", "a.JSON", "a.json5", "json", ".json", "a.json.bak"}) {
     write(folder / name, good);
   }
   fs::create_directories(folder / "folder.json");

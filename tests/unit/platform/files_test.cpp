@@ -137,6 +137,7 @@ TEST_F(Files, AFolderIsVisitedEntryByEntry) {
   const auto seen = entriesOf(folderPath_);
   EXPECT_TRUE(seen.at(L"a").isRegular && !seen.at(L"a").isFolder);
   EXPECT_TRUE(!seen.at(L"sub").isRegular && seen.at(L"sub").isFolder);
+  EXPECT_EQ(seen.size(), 3U);
   EXPECT_NEAR(static_cast<double>(seen.at(L"a").ageMs), 48.0 * hourMs, 60'000);
   EXPECT_NEAR(static_cast<double>(seen.at(L"b").ageMs), -48.0 * hourMs, 60'000);
   int visited = 0;
