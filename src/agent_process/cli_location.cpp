@@ -4,8 +4,10 @@
 
 #include "agent_process/cli_dir.h"
 #include "channel/host_log.h"
+#include "common/bounded.h"
 #include "common/paths.h"
 #include "common/product_names.h"
+#include "common/reachable.h"
 #include "platform/files.h"
 #include "platform/known_folders.h"
 #include "platform/registry.h"
@@ -18,7 +20,7 @@ constexpr std::size_t maxRegistryBytes = 65536;
 
 // What is to be said of a file that a source names.
 CliLook lookFor(const char* source, std::wstring path) {
-  const CliOutcome outcome = isExistingFile(path) ? CliOutcome::found : CliOutcome::missing;
+  const CliOutcome outcome = isReachableFile(path) ? CliOutcome::found : CliOutcome::missing;
   return {source, outcome, std::move(path)};
 }
 
@@ -50,14 +52,17 @@ CliLook lookAtAlias() {
   return lookFor(source, folder);
 }
 
-CliLook lookAlongSearchPath() {
-  constexpr const char* source = "cli SearchPath";
+std::wstring searchForFile() {
   std::wstring path;
   // The search also finds folders of that name.
-  if (!searchExecutable(cliName, path) || !isExistingFile(path)) {
-    return {source, CliOutcome::notOnPath, {}};
-  }
-  return {source, CliOutcome::found, std::move(path)};
+  return searchExecutable(cliName, path) && isExistingFile(path) ? path : std::wstring();
+}
+
+CliLook lookAlongSearchPath() {
+  constexpr const char* source = "cli SearchPath";
+  auto path = runBounded("file look-up", fileLookMs, searchForFile);
+  if (!path || path->empty()) return {source, CliOutcome::notOnPath, {}};
+  return {source, CliOutcome::found, std::move(*path)};
 }
 
 void logLook(const CliLook& look) {

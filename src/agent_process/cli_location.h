@@ -16,8 +16,8 @@ struct CliLocation {
 
 // Looks for the command-line program in the folder the user saved, the registry, the app execution
 // alias and the search path, in this order; the first existing file wins. Each source leaves a line
-// in the host log that says why it was taken or passed over. May block on standard output: hold no
-// lock. Threads: any.
+// in the host log that says why it was taken or passed over; what has not been seen after 5 s is
+// not there. May block on standard output: hold no lock. Threads: any.
 CliLocation locateCli();
 
 // Looks in one of the sources only, `index` counting in the order above, and leaves no line in the

@@ -8,7 +8,7 @@
 #include "agent_process/cli_location.h"
 #include "common/bounded.h"
 #include "common/paths.h"
-#include "platform/files.h"
+#include "common/reachable.h"
 #include "platform/process.h"
 #include "text/wide.h"
 
@@ -16,7 +16,6 @@ namespace media::win::chrome_inspect {
 namespace {
 
 constexpr std::size_t maxFolderBytes = 1024;
-constexpr std::uint32_t lookMs = 5000;  // a share whose server is away takes a minute
 constexpr std::uint32_t probeMs = 3000;
 
 // Would end the quoted path in a command line early.
@@ -31,9 +30,7 @@ std::string_view folderProblem(std::string_view dirUtf8, std::wstring& folder) {
     return "invalid folder";
   }
   if (isInsideWindowsApps(folder)) return "that folder is inside WindowsApps";
-  const auto there =
-      runBounded("folder look-up", lookMs, [folder] { return isExistingFolder(folder); });
-  return there.value_or(false) ? "" : "folder does not exist";
+  return isReachableFolder(folder) ? "" : "folder does not exist";
 }
 
 std::string trialOutcome(const std::wstring& path, const StartTrial& trial) {
@@ -61,7 +58,7 @@ bool validateAndSaveCliDir(std::string_view dirUtf8, std::string& error) {
 }
 
 std::string probeCliStart(const std::wstring& path, StartTrial trial) {
-  if (!isExistingFile(path)) return "not found";
+  if (!isReachableFile(path)) return "not found";
   return runBounded("cli probe", probeMs,
                     [path, trial = std::move(trial)] { return trialOutcome(path, trial); })
       .value_or("timed out");

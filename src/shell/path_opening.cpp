@@ -11,15 +11,13 @@
 #include "common/bounded.h"
 #include "common/detached.h"
 #include "common/paths.h"
+#include "common/reachable.h"
 #include "platform/files.h"
 #include "platform/shell.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {
-
-// A share whose server is away keeps the system busy for a minute.
-constexpr std::uint32_t lookMs = 5000;
 
 // Calls of the shell that may be under way at a time; each holds a thread, some for very long.
 constexpr int maxShellCalls = 16;
@@ -110,8 +108,8 @@ bool openUrl(std::string_view target, std::string& error) {
 
 bool openPath(std::string_view target, PathAction action, std::string& error) {
   if (isWebAddress(target)) return openUrl(target, error);
-  auto found =
-      runBounded("path look-up", lookMs, [path = wideTarget(target)] { return findPath(path); });
+  auto found = runBounded("file look-up", fileLookMs,
+                          [path = wideTarget(target)] { return findPath(path); });
   if (!found || !*found) {
     error = "file not found";
     return false;

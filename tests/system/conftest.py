@@ -14,7 +14,7 @@ from support.virtual_display import VirtualDisplay
 
 from devkit.panel.host_process import HostProcess
 
-pytest_plugins = ["support.tool_server_fixtures"]
+pytest_plugins = ["support.tool_server_fixtures", "support.failing_calls"]
 
 sys.setrecursionlimit(20_000)  # frames may be nested 1,000 levels deep
 

@@ -1,5 +1,7 @@
 """Where the command-line program is looked for, and what the log tells of each place."""
 
+import time
+
 import pytest
 
 from support import builds
@@ -113,6 +115,17 @@ def test_without_a_local_folder_there_is_no_alias(start_panel):
     assert looked(start_panel(env={"LOCALAPPDATA": ""})) == (
         [NO_OPTIONS, NO_REGISTRY, ("warn", "cli alias LocalAppData unavailable"), MISS],
         NOT_FOUND)
+
+
+@pytest.mark.long
+@pytest.mark.posix_only
+def test_a_share_whose_server_is_away_costs_five_seconds_in_each_place(start_failing, tmp_path):
+    dead = str(tmp_path / "dead-share")
+    panel = start_failing("stat", PATH=dead, LOCALAPPDATA=dead)
+    began = time.monotonic()
+    assert looked(panel, 60) == ([NO_OPTIONS, NO_REGISTRY, missing((
+        None, f"{dead}/Microsoft/WindowsApps/{CLI_NAME}")), MISS], NOT_FOUND)
+    assert 9.9 < time.monotonic() - began < 14 * builds.SLOWER
 
 
 # --- The registry ---

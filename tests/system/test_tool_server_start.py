@@ -99,27 +99,6 @@ def test_the_end_of_the_host_ends_its_connections(own_server):
 
 # --- Calls that fail ---
 
-@pytest.fixture(scope="session")
-def failing_calls(tmp_path_factory):
-    """A library that makes calls of the system fail."""
-    source = Path(__file__).with_name("support") / "failing_calls.cpp"
-    library = tmp_path_factory.mktemp("failing") / "failing_calls.so"
-    subprocess.run(["clang++", "-std=c++20", "-shared", "-fPIC", "-O1", "-o", library, source],
-                   check=True)
-    return library
-
-
-@pytest.fixture
-def start_failing(start_panel, failing_calls):
-    """start_failing(call, switch): from the beginning, or while the file `switch` exists."""
-    def start(call, switch=None):
-        return start_panel(env={
-            "LD_PRELOAD": str(failing_calls), "MORVA_FAILING_CALL": call,
-            **({"MORVA_FAILING_FROM": str(switch)} if switch else {})})
-
-    return start
-
-
 @pytest.mark.posix_only
 @pytest.mark.off_protocol("pipe client")
 def test_a_port_that_cannot_be_listened_on_is_none(start_failing):

@@ -1,9 +1,11 @@
 // Preloaded into a native host: makes the call fail that MORVA_FAILING_CALL names, so that tests
 // see what no healthy system shows. Where MORVA_FAILING_FROM names a file, only while that exists.
+// "stat" never returns for what is on a "dead-share".
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sys/random.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -49,6 +51,11 @@ int accept4(int socket, sockaddr* address, socklen_t* size, int flags) {
   }
   errno = EMFILE;
   return -1;
+}
+
+int stat(const char* path, struct stat* status) {
+  while (fails("stat") && std::strstr(path, "dead-share") != nullptr) pause();
+  return next<int(const char*, struct stat*)>("stat")(path, status);
 }
 
 ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
