@@ -96,6 +96,15 @@ def test_a_frame_that_is_none_is_refused_and_the_next_client_served(panel, conne
 
 
 @pytest.mark.off_protocol("pipe client")
+def test_an_id_of_the_hosts_own_requests_is_refused_at_once_and_not_forwarded(panel, connect):
+    for request_id in ("cht-1", "cht-", "cht-" + "x" * 5000):
+        assert connect().ask(request(request_id)) == pipe_error(
+            "INVALID_REQUEST", "requestId begins as the host's own do", request_id)
+    assert connect().ask({"command": "pipe"}) == NOT_WAITED_FOR
+    assert panel.wait_frame(lambda f: "command" in f) == {"command": "pipe"}
+
+
+@pytest.mark.off_protocol("pipe client")
 def test_clients_that_leave_early_harm_nobody(panel, connect):
     for data in (b"", b"\1", b"\4\0\0\0", b"\4\0\0\0{}"):
         client = connect()
