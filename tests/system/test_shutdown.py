@@ -13,9 +13,13 @@ from support.feeding_agent import (
 from support.panel_side import exit_limit_seconds
 from support.scripted_agent import (
     COMPLETIONS, CONSENT, MODELS, READY, ScriptedAgent, delta, holds, streams, streams_then_holds)
+from support.stopped_threads import stop_threads, wait_until_gone
 
 # The longest that an end may take when a child must be waited for.
 CHILD_LIMIT_SECONDS = 2.3
+
+# Which of the host's threads watches over its end, in the order of their start.
+GUARD = 2 if builds.BUILD == "tsan" else 1
 
 # A busy machine may spoil one measurement, but not each of a few.
 TRIES = 3
@@ -167,6 +171,19 @@ def test_a_browser_that_never_reads_is_waited_for_no_longer_than_two_seconds(lau
             if took <= longest:
                 break
     assert 1.9 <= took <= longest
+
+
+def test_whatever_blocks_the_host_ends_in_four_seconds(launch):
+    """Every thread is stopped in the middle of the end, but the one that watches over it."""
+    panel = launch()
+    send_large(panel)  # replies for which it waits for two seconds
+    panel.host.close_stdin()
+    began = time.monotonic()
+    threading.Event().wait(0.5 * builds.SLOWER)  # that the end has been seen shows nowhere
+    wait_until_gone(stop_threads(panel.pid, but=GUARD), timeout=10)
+    assert panel.host._process.wait(1) == 0
+    assert 3.9 < time.monotonic() - began < 4.4 * builds.SLOWER
+    panel.host.kill()
 
 
 # How the program behaves that the host has started, and what shows that it does: how often it was
