@@ -62,7 +62,7 @@ FolderState lookAtFolder() {
   if (folder.empty() || !isExistingFolder(folder)) return state;
   state.exists = true;
   state.mayWrite = mayAddFiles(folder);
-  state.onDrive = folderFacts(folder, facts) && isDrivePath(facts.finalPath);
+  state.onDrive = isDrivePath(folder) && !finalFolderPath(folder).empty();
   if (!isExistingFolder(drops)) return state;
   state.dropsIsLink = !folderFacts(drops, facts) || facts.isLink;
   if (!state.dropsIsLink) countDrops(drops, state);

@@ -62,7 +62,10 @@ bool openForReading(const std::wstring& path, OwnedFile& file, FileFacts& facts)
 // Reads exactly `size` bytes from where the last read ended.
 bool readExactly(const OwnedFile& file, char* buffer, std::size_t size);
 
-// What an existing folder is: its final path, and whether it is a link itself.
+// The final path of an existing folder, links followed, as in FileFacts.
+std::wstring finalFolderPath(const std::wstring& path);
+
+// What an existing folder is, itself: of a link, not what it points to.
 bool folderFacts(const std::wstring& path, FileFacts& facts);
 
 struct FolderEntry {

@@ -36,10 +36,10 @@ std::string_view trimEnd(std::string_view name) {
 // Makes the folder and sees that it is where it seems to be: deleting old files through a link
 // would delete somebody else's.
 bool prepareFolder(const std::wstring& workFolder, const std::wstring& folder, FileFacts& drops) {
-  FileFacts work;
-  return makeFolderWithParents(folder) && folderFacts(workFolder, work) &&
-         folderFacts(folder, drops) && !drops.isLink && !work.finalPath.empty() &&
-         isSamePath(drops.finalPath, joinPath(work.finalPath, dropsFolderName));
+  if (!makeFolderWithParents(folder) || !folderFacts(folder, drops) || drops.isLink) return false;
+  const std::wstring finalFolder = finalFolderPath(workFolder);
+  return !finalFolder.empty() &&
+         isSamePath(drops.finalPath, joinPath(finalFolder, dropsFolderName));
 }
 
 // Deletes a file of the folder that has this final path, but nothing to which its name only leads:

@@ -33,24 +33,27 @@ bool isRefusedText(std::string_view path) {
 }
 
 // The absolute form, when it may be opened at all: only opening a path on another machine would
-// already hand the user's credentials to it, and opening a device may block.
-bool openablePath(std::string_view path, const std::wstring& workFolder, std::wstring& absolute) {
+// already hand the user's credentials to it, and opening a device may block. The work folder may be
+// a link to another drive.
+bool openablePath(std::string_view path, const std::wstring& finalFolder, std::wstring& absolute) {
   std::wstring wide;
   return !isRefusedText(path) && wideFromUtf8(path, wide) && absolutePath(wide, absolute) &&
-         isDrivePath(absolute) && isSameDrive(absolute, workFolder);
+         isDrivePath(absolute) &&
+         (isSameDrive(absolute, hostDataFolder()) || isSameDrive(absolute, finalFolder));
 }
 
 // Everything is asked of the one open handle, which is also what is read: a path that is exchanged
 // meanwhile changes nothing.
 bool loadFrom(std::string_view path, std::string& body, std::wstring& finalPath) {
-  const std::wstring& workFolder = hostDataFolder();
+  if (hostDataFolder().empty()) return false;
+  const std::wstring finalFolder = finalFolderPath(hostDataFolder());
   std::wstring absolute;
-  if (workFolder.empty() || !openablePath(path, workFolder, absolute)) return false;
-  FileFacts folder;
   FileFacts facts;
   OwnedFile file;
-  if (!folderFacts(workFolder, folder) || !openForReading(absolute, file, facts)) return false;
-  if (facts.isLink || !isInsideFolder(facts.finalPath, folder.finalPath)) return false;
+  if (!openablePath(path, finalFolder, absolute) || !openForReading(absolute, file, facts)) {
+    return false;
+  }
+  if (facts.isLink || !isInsideFolder(facts.finalPath, finalFolder)) return false;
   if (facts.size == 0) return false;
   finalPath = facts.finalPath;
   return readWholeFile(file, facts, maxServedFileBytes, body);

@@ -15,6 +15,7 @@ from concurrent.futures import ThreadPoolExecutor
 import pytest
 
 from support.builds import IS_WINDOWS
+from support.cli_program import seen_by_host
 from support.tool_server_client import NO_FILE, ToolServer, file_answer
 
 NO_FOLDER = {"error": "could not create the drops folder", "ok": False}
@@ -47,6 +48,20 @@ def test_links_are_refused_wherever_they_point(server, work, tmp_path):
     # Wine follows a link of the system below before a program can ask about it: there only the
     # place that it leads to can be judged.
     assert wrong <= ({"in.png", "relative.png"} if IS_WINDOWS else set())
+
+
+def test_a_work_folder_that_is_a_link_is_the_folder_to_which_it_leads(server, work, tmp_path):
+    work.local.rmdir()
+    work.local.symlink_to(tmp_path, target_is_directory=True)
+    try:
+        path = server.upload("a.png", b"bytes")["path"]
+        (file,) = (tmp_path / "chat-paste").iterdir()
+        for name in (path, seen_by_host(file)):  # on another drive, under Wine
+            assert server.download(name).body == b"bytes"
+        (tmp_path / "out.png").symlink_to("/etc/hostname")
+        assert refused(server, work.name_of("out.png"))
+    finally:
+        work.local.unlink()
 
 
 @pytest.mark.posix_only

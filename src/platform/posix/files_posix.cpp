@@ -156,6 +156,12 @@ bool readExactly(const OwnedFile& file, char* buffer, std::size_t size) {
 bool folderFacts(const std::wstring& path, FileFacts& facts) {
   OwnedFile folder;
   return openWith(path, O_PATH | O_NOFOLLOW, folder, facts);
+std::wstring finalFolderPath(const std::wstring& path) {
+  OwnedFile folder;
+  FileFacts facts;
+  return openWith(path, O_PATH | O_DIRECTORY, folder, facts) ? facts.finalPath : std::wstring();
+}
+
 }
 
 bool visitFolder(const std::wstring& path, const std::function<bool(const FolderEntry&)>& visit) {

@@ -74,6 +74,11 @@ bool factsOf(HANDLE handle, FileFacts& facts) {
   return true;
 }
 
+OwnedFile openFolder(const std::wstring& path, DWORD flags) {
+  return opened(CreateFileW(longPath(path).c_str(), FILE_READ_ATTRIBUTES, shareAll, nullptr,
+                            OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr));
+}
+
 std::int64_t ticksOf(const FILETIME& time) {
   ULARGE_INTEGER value = {};
   value.LowPart = time.dwLowDateTime;
@@ -178,12 +183,14 @@ bool readExactly(const OwnedFile& file, char* buffer, std::size_t size) {
   return true;
 }
 
+std::wstring finalFolderPath(const std::wstring& path) {
+  const OwnedFile folder = openFolder(path, 0);
+  return folder ? finalPathOf(handleOf(folder)) : std::wstring();
+}
+
 bool folderFacts(const std::wstring& path, FileFacts& facts) {
-  constexpr DWORD folderFlags = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
-  const OwnedFile handle =
-      opened(CreateFileW(longPath(path).c_str(), FILE_READ_ATTRIBUTES, shareAll, nullptr,
-                         OPEN_EXISTING, folderFlags, nullptr));
-  return handle && factsOf(handleOf(handle), facts);
+  const OwnedFile folder = openFolder(path, FILE_FLAG_OPEN_REPARSE_POINT);
+  return folder && factsOf(handleOf(folder), facts);
 }
 
 bool visitFolder(const std::wstring& path, const std::function<bool(const FolderEntry&)>& visit) {

@@ -48,6 +48,7 @@ TEST_F(Files, AreDistinguishedFromFoldersAndNothing) {
     EXPECT_FALSE(isExistingFolder(nothing));
     EXPECT_FALSE(openForReading(nothing, file_, facts_));
     EXPECT_FALSE(folderFacts(nothing, facts_));
+    EXPECT_EQ(finalFolderPath(nothing), L"");
     EXPECT_FALSE(deleteFile(nothing));
     EXPECT_FALSE(mayAddFiles(nothing));
   }
@@ -85,6 +86,7 @@ TEST_F(Files, AnOpenFileIsKnownAndReadExactlyAsOthersChangeIt) {
   ASSERT_TRUE(folderFacts(folderPath_, folder));
   EXPECT_FALSE(folder.isRegular);
   EXPECT_FALSE(folder.isLink);
+  EXPECT_EQ(folder.finalPath, finalFolderPath(folderPath_));
   EXPECT_TRUE(facts_.finalPath.starts_with(folder.finalPath));
   put("a.png", "HELLO");
   std::string bytes(3, ' ');
@@ -135,9 +137,9 @@ TEST_F(Files, AFolderIsVisitedEntryByEntry) {
   fs::last_write_time(folder_.path() / "a", now - std::chrono::hours(48));
   fs::last_write_time(folder_.path() / "b", now + std::chrono::hours(48));
   const auto seen = entriesOf(folderPath_);
+  EXPECT_EQ(seen.size(), 3U);
   EXPECT_TRUE(seen.at(L"a").isRegular && !seen.at(L"a").isFolder);
   EXPECT_TRUE(!seen.at(L"sub").isRegular && seen.at(L"sub").isFolder);
-  EXPECT_EQ(seen.size(), 3U);
   EXPECT_NEAR(static_cast<double>(seen.at(L"a").ageMs), 48.0 * hourMs, 60'000);
   EXPECT_NEAR(static_cast<double>(seen.at(L"b").ageMs), -48.0 * hourMs, 60'000);
   int visited = 0;
