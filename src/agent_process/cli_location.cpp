@@ -55,7 +55,7 @@ CliLook lookAtAlias() {
 std::wstring searchForFile() {
   std::wstring path;
   // The search also finds folders of that name.
-  return searchExecutable(cliName, path) && isExistingFile(path) ? path : std::wstring();
+  return searchExecutable(cliName, path) && isFileAsWritten(path) ? path : std::wstring();
 }
 
 CliLook lookAlongSearchPath() {

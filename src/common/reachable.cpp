@@ -12,7 +12,7 @@ bool isSeen(const std::wstring& path, bool (*isThere)(const std::wstring& path))
 
 }  // namespace
 
-bool isReachableFile(const std::wstring& path) { return isSeen(path, isExistingFile); }
-bool isReachableFolder(const std::wstring& path) { return isSeen(path, isExistingFolder); }
+bool isReachableFile(const std::wstring& path) { return isSeen(path, isFileAsWritten); }
+bool isReachableFolder(const std::wstring& path) { return isSeen(path, isFolderAsWritten); }
 
 }  // namespace media::win::chrome_inspect

@@ -9,7 +9,7 @@ namespace media::win::chrome_inspect {
 
 inline constexpr std::uint32_t fileLookMs = 5000;
 
-// As isExistingFile and isExistingFolder; what has not been seen after 5 s is not there.
+// As isFileAsWritten and isFolderAsWritten; what has not been seen after 5 s is not there.
 bool isReachableFile(const std::wstring& path);
 bool isReachableFolder(const std::wstring& path);
 

@@ -18,6 +18,11 @@ extern const wchar_t pathSeparator;
 bool isExistingFile(const std::wstring& path);
 bool isExistingFolder(const std::wstring& path);
 
+// The same of the path as it is written: with 260 characters or more it is nothing to Windows,
+// which could start no program there either.
+bool isFileAsWritten(const std::wstring& path);
+bool isFolderAsWritten(const std::wstring& path);
+
 // Makes one folder; true when it exists afterwards, made by us or not.
 bool makeFolder(const std::wstring& path);
 

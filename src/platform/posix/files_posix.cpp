@@ -102,6 +102,9 @@ bool isExistingFolder(const std::wstring& path) {
   return statusOf(path, status) && S_ISDIR(status.st_mode);
 }
 
+bool isFileAsWritten(const std::wstring& path) { return isExistingFile(path); }
+bool isFolderAsWritten(const std::wstring& path) { return isExistingFolder(path); }
+
 bool makeFolder(const std::wstring& path) {
   return ::mkdir(pathText(path).c_str(), S_IRWXU) == 0 || isExistingFolder(path);
 }
@@ -153,15 +156,15 @@ bool readExactly(const OwnedFile& file, char* buffer, std::size_t size) {
   return true;
 }
 
-bool folderFacts(const std::wstring& path, FileFacts& facts) {
-  OwnedFile folder;
-  return openWith(path, O_PATH | O_NOFOLLOW, folder, facts);
 std::wstring finalFolderPath(const std::wstring& path) {
   OwnedFile folder;
   FileFacts facts;
   return openWith(path, O_PATH | O_DIRECTORY, folder, facts) ? facts.finalPath : std::wstring();
 }
 
+bool folderFacts(const std::wstring& path, FileFacts& facts) {
+  OwnedFile folder;
+  return openWith(path, O_PATH | O_NOFOLLOW, folder, facts);
 }
 
 bool visitFolder(const std::wstring& path, const std::function<bool(const FolderEntry&)>& visit) {

@@ -118,15 +118,18 @@ bool writeAll(HANDLE handle, const std::string& bytes) {
 
 const wchar_t pathSeparator = L'\\';
 
-bool isExistingFile(const std::wstring& path) {
-  const DWORD attributes = GetFileAttributesW(longPath(path).c_str());
+bool isFileAsWritten(const std::wstring& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
 }
 
-bool isExistingFolder(const std::wstring& path) {
-  const DWORD attributes = GetFileAttributesW(longPath(path).c_str());
+bool isFolderAsWritten(const std::wstring& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
+
+bool isExistingFile(const std::wstring& path) { return isFileAsWritten(longPath(path)); }
+bool isExistingFolder(const std::wstring& path) { return isFolderAsWritten(longPath(path)); }
 
 bool makeFolder(const std::wstring& path) {
   return CreateDirectoryW(longPath(path).c_str(), nullptr) || isExistingFolder(path);

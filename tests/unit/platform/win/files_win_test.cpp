@@ -1,7 +1,7 @@
-
 #include "platform/files.h"
 #include "platform/named_pipe.h"
 #include "platform/win/handles_win.h"
+#include "support/test_folder.h"
 #include "support/testing.h"
 
 namespace media::win::chrome_inspect {
@@ -29,6 +29,15 @@ TEST(SamePaths, AndDrivesAreFoldedAsTheFileSystemDoes) {
   EXPECT_FALSE(isSameDrive(L"C:\\a", L"D:\\a"));
   EXPECT_FALSE(isSameDrive(L"C:\\a", L"\\\\server\\share"));
   EXPECT_TRUE(isSamePath(L"C:\\\u00C4bc", L"c:\\\u00E4BC"));
+}
+
+TEST(FilesAndFoldersAsWritten, AreAskedForWithoutAPrefix) {
+  const TestFolder folder;
+  std::wstring path = folder.path().wstring();
+  while (path.size() < 245) path += L"\\.";  // is a name in the form that takes longer paths
+  std::ofstream(folder.path() / "file") << "x";
+  EXPECT_TRUE(isFolderAsWritten(path));
+  EXPECT_TRUE(isFileAsWritten(path + L"\\file"));
 }
 
 TEST(ProbePipe, DistinguishesAFreeNameAPipeThatWaitsAndOneThatServes) {
