@@ -2,8 +2,10 @@
 
 import os
 import re
+import resource
 from pathlib import Path
 
+from support.builds import IS_WINDOWS
 from support.waiting import until
 
 
@@ -11,6 +13,13 @@ def peak_mib(panel):
     """The most memory that the host's process ever had in use, in MiB."""
     status = Path(f"/proc/{panel.pid}/status").read_text()
     return int(re.search(r"VmHWM:\s+(\d+) kB", status).group(1)) / 1024
+
+
+def limit_memory(panel, mib):
+    """All memory that the host may have from now on. Wine reserves addresses by the gigabyte, so
+    there it is what the host may write to."""
+    kind = resource.RLIMIT_DATA if IS_WINDOWS else resource.RLIMIT_AS
+    resource.prlimit(panel.pid, kind, (mib << 20, mib << 20))
 
 
 def held(panel):
