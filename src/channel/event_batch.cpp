@@ -20,6 +20,9 @@ std::string eventText(std::string_view method, const json& args) {
   return R"({"args":)" + dumpJson(args) + R"(,"method":)" + dumpJson(method) + "}";
 }
 
+// What one frame has for its events.
+std::size_t roomForEvents() { return outboundLimit() - head.size() - tail.size(); }
+
 std::string leftOutText(std::string_view method, std::size_t size) {
   const std::string line = "event " + std::string(method.substr(0, 64)) +
                            " left out: too large for the browser (" + std::to_string(size) +
@@ -48,7 +51,7 @@ bool EventBatch::send() {
 }
 
 void EventBatch::append(std::string_view method, std::string text) {
-  const std::size_t room = outboundLimit() - head.size() - tail.size();
+  const std::size_t room = roomForEvents();
   if (text.size() > room) text = leftOutText(method, text.size());
   if (!frame_.empty() && frame_.size() - head.size() + 1 + text.size() > room) {
     const bool sent = send();
@@ -56,6 +59,10 @@ void EventBatch::append(std::string_view method, std::string text) {
   }
   frame_ += frame_.empty() ? head : ",";
   frame_ += text;
+}
+
+std::size_t maxArgsBytes(std::string_view method) {
+  return roomForEvents() + 2 - eventText(method, json::array()).size();
 }
 
 }  // namespace media::win::chrome_inspect

@@ -29,4 +29,7 @@ class EventBatch {
   bool written_ = true;
 };
 
+// The most bytes that the args of an event may take in JSON, so that it is sent and not left out.
+std::size_t maxArgsBytes(std::string_view method);
+
 }  // namespace media::win::chrome_inspect

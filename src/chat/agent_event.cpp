@@ -21,11 +21,11 @@ struct Turn {
 };
 
 void showThinking(const Turn& turn, json& event) {
-  for (const std::string_view piece : piecesForBrowser(readText(event, "text"))) {
-    turn.events.send("appendThinking", json::array({{{"runId", turn.events.runId()},
-                                                     {"chatSessionId", turn.chatSessionId},
-                                                     {"text", piece}}}));
-  }
+  const auto args = [&turn](std::string_view piece, std::uint32_t) {
+    return json::array(
+        {{{"runId", turn.events.runId()}, {"chatSessionId", turn.chatSessionId}, {"text", piece}}});
+  };
+  (void)sendText(turn.events, "appendThinking", readText(event, "text"), args);
 }
 
 bool isImagePath(std::string_view path) {
@@ -70,10 +70,11 @@ void showCommandRun(const Turn& turn, json& event) {
     turn.events.send("finishRun", json::array({id, readInt32(event, "exit_code", -1),
                                                readInt64(event, "duration_ms", 0)}));
   } else if (const std::string_view chunk = readText(event, "chunk"); !chunk.empty()) {
-    for (const std::string_view piece : piecesForBrowser(chunk)) {
-      turn.events.send("appendRunChunk",
-                       json::array({id, piece, readText(event, "stream", "stdout")}));
-    }
+    const std::string_view stream = readText(event, "stream", "stdout");
+    const auto args = [id, stream](std::string_view piece, std::uint32_t) {
+      return json::array({id, piece, stream});
+    };
+    (void)sendText(turn.events, "appendRunChunk", chunk, args);
   }
 }
 

@@ -1,12 +1,21 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
+#include <nlohmann/json_fwd.hpp>
 #include <string_view>
-#include <vector>
+
+#include "chat/turn_events.h"
 
 namespace media::win::chrome_inspect {
 
-// A long text in pieces that each fit, however much escaping adds, into a frame that Chrome takes;
-// in one piece when it fits anyway or no browser limits the frames. At least one piece.
-std::vector<std::string_view> piecesForBrowser(std::string_view text);
+// The args of the event that shows a piece of a text; `index` counts the pieces before it.
+using PieceArgs = std::function<nlohmann::json(std::string_view piece, std::uint32_t index)>;
+
+// Sends a text, which is UTF-8, as events of a turn: in one when that fits into a frame that the
+// browser takes, else in pieces of which each fits. Returns how many it were. May block on standard
+// output.
+std::uint32_t sendText(TurnEvents& events, std::string_view method, std::string_view text,
+                       const PieceArgs& argsOf);
 
 }  // namespace media::win::chrome_inspect

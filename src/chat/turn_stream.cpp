@@ -44,14 +44,13 @@ void addContent(TurnStream& stream, std::string_view content) {
     throw std::length_error("agent answer too large");
   }
   stream.assistantText += content;
-  for (const std::string_view piece : piecesForBrowser(content)) {
-    ++stream.seq;
-    stream.events->send("appendAssistantDelta",
-                        json::array({{{"runId", stream.events->runId()},
-                                      {"chatSessionId", stream.chatSessionId},
-                                      {"seq", stream.seq},
-                                      {"delta", piece}}}));
-  }
+  const auto args = [&stream](std::string_view piece, std::uint32_t index) {
+    return json::array({{{"runId", stream.events->runId()},
+                         {"chatSessionId", stream.chatSessionId},
+                         {"seq", stream.seq + 1 + index},
+                         {"delta", piece}}});
+  };
+  stream.seq += sendText(*stream.events, "appendAssistantDelta", content, args);
 }
 
 bool isTokenUsage(const json& usage) {

@@ -95,14 +95,4 @@ std::string foreignText(std::string_view text, std::size_t maxBytes) {
   return valid;
 }
 
-std::vector<std::string_view> splitUtf8(std::string_view text, std::size_t maxBytes) {
-  std::vector<std::string_view> pieces;
-  while (!text.empty()) {
-    const std::string_view piece = cutUtf8(text, maxBytes);
-    pieces.push_back(piece);
-    text.remove_prefix(piece.size());
-  }
-  return pieces;
-}
-
 }  // namespace media::win::chrome_inspect

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
-#include <vector>
 
 // Text that came from outside is bytes until it has been through here: the JSON library refuses to
 // serialise anything that is not UTF-8 (RFC 3629). All functions are pure.
@@ -22,8 +21,5 @@ std::string_view cutUtf8(std::string_view text, std::size_t maxBytes);
 // What a foreign text (exception, path, child output, peer's error) becomes before it enters a JSON
 // value: valid UTF-8 of at most `maxBytes` bytes.
 std::string foreignText(std::string_view text, std::size_t maxBytes = 4096);
-
-// `text` in pieces of at most `maxBytes` (at least 4) bytes, none ending inside a character.
-std::vector<std::string_view> splitUtf8(std::string_view text, std::size_t maxBytes);
 
 }  // namespace media::win::chrome_inspect
