@@ -4,9 +4,10 @@ import sys
 
 import pytest
 
-from support import builds, own_network, protocol
+from support import builds, protocol
 from support.cli_program import CliProgram
 from support.feeding_agent import FeedingAgent
+from support.own_network import LongTests
 from support.panel_side import Panel
 from support.sanitizer_reports import sanitizer_environment, take_reports
 from support.scripted_agent import ScriptedAgent
@@ -35,32 +36,8 @@ def pytest_collection_modifyitems(items):
     items.sort(key=lambda item: item.get_closest_marker("long") is not None)
 
 
-_beside = {}
-
-
-def _runs_beside(item):
-    return (item.get_closest_marker("long") and not item.get_closest_marker("skip")
-            and not own_network.is_inside())
-
-
-def pytest_runtestloop(session):
-    if session.config.option.collectonly or session.testsfailed:
-        return
-    for number, item in enumerate(filter(_runs_beside, session.items)):
-        _beside[item.nodeid] = own_network.BesideRun(item, number)
-
-
-@pytest.hookimpl(tryfirst=True)
-def pytest_pyfunc_call(pyfuncitem):
-    if pyfuncitem.nodeid not in _beside:
-        return None
-    _beside[pyfuncitem.nodeid].wait(180)
-    return True
-
-
-def pytest_sessionfinish():
-    for run in _beside.values():
-        run.end()
+def pytest_configure(config):
+    config.pluginmanager.register(LongTests())
 
 
 @pytest.fixture(scope="session")

@@ -5,65 +5,63 @@ marked `long` is started in a process of its own when the run begins; when its t
 all, the run waits for that process and takes over how it ended.
 """
 
-import contextlib
 import os
 import signal
 import subprocess
 import sys
-import threading
+from concurrent.futures import ThreadPoolExecutor
+
+import pytest
 
 from support import builds
 
-_INSIDE = "MORVA_LONG_TEST"
+_INSIDE = "MORVA_LONG_TEST"  # in the environment of a process that was started for a long test
 
 
-def is_inside():
-    """Whether this process is one that was started for a long test."""
-    return bool(os.environ.get(_INSIDE))
+class LongTests:
+    """A plugin of pytest. Eight run at a time: most of them only wait, but each start takes a
+    processor for a while."""
 
+    def __init__(self):
+        self._places = ThreadPoolExecutor(8)
+        self._begun = {}
+        self._processes = []
 
-# Most of them only wait, but each start takes a processor for a while.
-_places = threading.Semaphore(8)
+    def pytest_runtestloop(self, session):
+        if session.config.option.collectonly or session.testsfailed or _INSIDE in os.environ:
+            return
+        wanted = [item for item in session.items if item.get_closest_marker("long")
+                  and not item.get_closest_marker("skip")]
+        for number, item in enumerate(wanted):
+            self._begun[item.nodeid] = self._places.submit(self._run, item, number)
 
+    @pytest.hookimpl(tryfirst=True)
+    def pytest_pyfunc_call(self, pyfuncitem):
+        if pyfuncitem.nodeid not in self._begun:
+            return None
+        code, output = self._begun[pyfuncitem.nodeid].result(180)
+        assert code == 0, output[-20_000:]
+        return True
 
-class BesideRun:
-    """The run of one long test in a process of its own, begun as soon as there is a place."""
+    def pytest_sessionfinish(self):
+        self._places.shutdown(wait=False, cancel_futures=True)
+        for process in self._processes:
+            if process.poll() is None:
+                os.killpg(process.pid, signal.SIGTERM)  # a session that we began
+                process.wait(30)
 
-    def __init__(self, item, number):
-        self._environment = {**os.environ, _INSIDE: "1"}
-        self._command = [str(builds.ROOT / "tools" / "in-own-network")]
+    def _run(self, item, number):
+        environment = {**os.environ, _INSIDE: "1"}
+        command = [builds.ROOT / "tools" / "in-own-network"]
         if builds.IS_WINDOWS:
-            prefix = builds.wine_prefix()
-            self._environment["WINEPREFIX"] = f"{prefix}-long-{number}"
-            self._environment.pop("MORVA_WINEPREFIX", None)
-            self._command.append(str(builds.ROOT / "tools" / "with-wine-server"))
-        self._command += [
-            sys.executable, "-m", "pytest", "-q", "-p", "no:cacheprovider",
-            f"{item.path}::{item.name}"]
-        self._process = None
-        self._ended = False
-        self._output = ""
-        self._thread = threading.Thread(target=self._run, daemon=True)
-        self._thread.start()
-
-    def wait(self, timeout):
-        self._thread.join(timeout)
-        assert not self._thread.is_alive(), f"still running after {timeout} s"
-        assert self._process.returncode == 0, self._output[-20_000:]
-
-    def end(self):
-        self._ended = True
-        if self._process is not None and self._process.poll() is None:
-            with contextlib.suppress(ProcessLookupError):
-                os.killpg(self._process.pid, signal.SIGTERM)  # a session that we began
-            self._process.wait(30)
-
-    def _run(self):
-        with _places:
-            if self._ended:
-                return
-            self._process = subprocess.Popen(
-                self._command, env=self._environment, stdin=subprocess.DEVNULL,
-                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                start_new_session=True)
-            self._output, _ = self._process.communicate()
+            environment["WINEPREFIX"] = f"{builds.wine_prefix()}-long-{number}"
+            environment.pop("MORVA_WINEPREFIX", None)
+            command.append(builds.ROOT / "tools" / "with-wine-server")
+        command += [sys.executable, "-m", "pytest", "-q", "-p", "no:cacheprovider",
+                    f"{item.path}::{item.name}"]
+        process = subprocess.Popen(
+            command, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT, text=True, start_new_session=True)
+        self._processes.append(process)
+        output, _ = process.communicate()
+        return process.returncode, output
