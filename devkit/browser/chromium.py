@@ -7,6 +7,7 @@ import shutil
 from collections.abc import Mapping
 from pathlib import Path
 from types import TracebackType
+from typing import ClassVar
 
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
@@ -63,6 +64,8 @@ class Browser:
     report       where to write what is said against the protocol; nothing is looked at without it
     """
 
+    running: ClassVar[list[Browser]] = []
+
     def __init__(
         self,
         folder: Path,
@@ -82,6 +85,7 @@ class Browser:
         self.driver.set_page_load_timeout(60)
         self.driver.set_script_timeout(60)
         self.pid = int(self._own_pid())
+        self.running.append(self)
         return self
 
     def _own_pid(self) -> str:
@@ -94,6 +98,7 @@ class Browser:
         _value: BaseException | None,
         _trace: TracebackType | None,
     ) -> None:
+        self.running.remove(self)
         try:
             self.driver.quit()
         finally:

@@ -4,7 +4,8 @@ from __future__ import annotations
 
 import json
 import time
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
 from dataclasses import dataclass
 from typing import Any, TypeVar
 
@@ -231,10 +232,16 @@ class PanelPage:
         """Presses the button that gives consent."""
         self.run("document.querySelector('.consent button.primary').click()")
 
+    @contextmanager
+    def whole_turn(self, patience: float = _PATIENCE_S) -> Iterator[None]:
+        """What is done inside begins or ends a turn; afterwards it is over."""
+        before = self.turns_over
+        yield
+        self.wait_for(lambda: self.turns_over > before, "the turn did not end", patience)
+
     def turn(self, prompt: str, patience: float = _PATIENCE_S) -> list[Row]:
         """A whole turn in a chat of its own; everything that it showed."""
         self.new_chat()
-        before = self.turns_over
-        self.send(prompt)
-        self.wait_for(lambda: self.turns_over > before, "the turn did not end", patience)
+        with self.whole_turn(patience):
+            self.send(prompt)
         return self.rows[1:]

@@ -10,6 +10,7 @@ import pytest
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT))  # for devkit
 
+from devkit.browser.chromium import Browser  # noqa: E402
 from devkit.browser.local_site import LocalSite  # noqa: E402
 from devkit.panel import wine  # noqa: E402
 from support.agent_tools import FINDINGS  # noqa: E402
@@ -17,9 +18,6 @@ from support.shared_browser import SharedBrowser  # noqa: E402
 
 SCREENSHOTS = ROOT / "build" / "test" / "browser-screenshots"
 README_IMAGES = ROOT / "docs" / "images"
-
-# Every browser that runs, for pictures of what a failed test left.
-_browsers = []
 
 
 def pytest_addoption(parser):
@@ -36,7 +34,7 @@ def pytest_runtest_makereport(item, call):
 
 def _take_screenshots(name):
     SCREENSHOTS.mkdir(parents=True, exist_ok=True)
-    for number, browser in enumerate(_browsers):
+    for number, browser in enumerate(Browser.running):
         try:
             for tab, handle in enumerate(browser.driver.window_handles):
                 browser.driver.switch_to.window(handle)
@@ -69,7 +67,6 @@ def shared(tmp_path_factory, prefix):
 def panel(shared):
     """The panel in a tab, connected, with an empty chat."""
     panel = shared.panel
-    _browsers[:] = [shared.browser]
     panel.new_chat()
     panel.driver.set_window_size(460, 820)
     yield panel
@@ -107,13 +104,6 @@ def page(panel, shared):
         return panel.driver.execute_script(script, *args)
 
     return run
-
-
-@pytest.fixture
-def watch():
-    """watch(browser): pictures are taken of this one too when the test fails."""
-    yield _browsers.append
-    del _browsers[1:]
 
 
 @pytest.fixture

@@ -5,8 +5,6 @@ import json
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
 
-from support.panel_turns import whole_turn
-
 
 def test_the_panel_connects_and_its_message_is_acknowledged(panel):
     assert panel.link_text == "Connected"
@@ -27,7 +25,7 @@ def test_a_turn_streams_its_text_in_order_and_shows_its_usage(panel, agent):
       }).observe(document.getElementById('chat'), {subtree: true, childList: true});
     """)
     agent.set(tokens_per_second=100)
-    with whole_turn(panel):
+    with panel.whole_turn():
         panel.type("Tell me something")
 
     wanted = ("Hello! This is the stand-in agent. You said: Tell me something\n\n"
@@ -56,7 +54,7 @@ def test_characters_of_every_length_arrive_whole(panel):
 
 def test_escape_stops_an_answer_in_mid_stream(panel, agent):
     agent.set(tokens_per_second=30)
-    with whole_turn(panel):
+    with panel.whole_turn():
         panel.type("/scenario long 5000")
         panel.wait_for(lambda: panel.answer.count(" ") > 3, "no answer")
         assert panel.busy
@@ -81,7 +79,7 @@ def test_consent_is_given_with_the_mouse_and_refused_with_the_keyboard(panel):
     for act, answer, decision in ((panel.allow, "Thank you, done.", "Allowed."),
                                   (refuse, "Then I leave them.", "Not allowed.")):
         panel.new_chat()
-        with whole_turn(panel):
+        with panel.whole_turn():
             panel.send("/scenario consent")
             card = panel.wait_for_question()
             assert card.text.startswith("Delete 3 files?\nrm report-1 report-2 report-3")

@@ -12,10 +12,9 @@ from devkit.panel import wine
 from devkit.panel.host_setup import offer_program
 
 from support import processes
-from support.panel_turns import whole_turn
 from support.standin import StandIn
 
-RELOADS = 8
+RELOADS = 4
 
 
 @pytest.fixture(scope="module")
@@ -40,21 +39,13 @@ def own(shared, prefix, tmp_path_factory):
         panel.browser.__exit__(None, None, None)
 
 
-@pytest.fixture
-def own_panel(own, watch):
-    panel = own()
-    watch(panel.browser)
-    return panel
-
-
 def test_an_agent_that_is_killed_in_mid_turn_is_one_error_and_the_next_turn_works(
-        shared, own, watch, prefix):
+        shared, own, prefix):
     shared.close()
     agent = StandIn()
     try:
         panel = own()
-        watch(panel.browser)
-        with whole_turn(panel):
+        with panel.whole_turn():
             panel.send("/scenario silent")
             panel.wait_for(lambda: agent.running_turns == 1, "the turn did not begin")
             agent.kill()
@@ -70,8 +61,8 @@ def test_an_agent_that_is_killed_in_mid_turn_is_one_error_and_the_next_turn_work
     processes.wait_for_count(prefix, processes.AGENT, 1)
 
 
-def test_a_killed_host_is_started_again_and_a_missing_one_tried_again(own_panel, prefix):
-    panel = own_panel
+def test_a_killed_host_is_started_again_and_a_missing_one_tried_again(own, prefix):
+    panel = own()
     [host] = processes.wait_for_count(prefix, processes.HOST, 1)
     manifest = next((panel.browser.profile / "NativeMessagingHosts").iterdir())
     text = manifest.read_text()
@@ -91,8 +82,8 @@ def test_a_killed_host_is_started_again_and_a_missing_one_tried_again(own_panel,
     assert panel.answer.endswith("You said: and now")
 
 
-def test_reloading_the_extension_leaves_nothing_behind(own_panel, prefix):
-    panel = own_panel
+def test_reloading_the_extension_leaves_nothing_behind(own, prefix):
+    panel = own()
     [first] = processes.wait_for_count(prefix, processes.HOST, 1)
     seen = {first.pid}
     for _ in range(RELOADS):
@@ -106,8 +97,8 @@ def test_reloading_the_extension_leaves_nothing_behind(own_panel, prefix):
     assert "still well" in panel.answer
 
 
-def test_a_killed_browser_takes_host_and_agent_with_it(own_panel, prefix):
-    panel = own_panel
+def test_a_killed_browser_takes_host_and_agent_with_it(own, prefix):
+    panel = own()
     panel.turn("before the end")
     processes.wait_for_count(prefix, processes.HOST, 1)
     os.kill(panel.browser.pid, signal.SIGKILL)

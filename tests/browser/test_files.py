@@ -4,8 +4,6 @@ import json
 
 import pytest
 
-from support.panel_turns import say
-
 # Puts a file into a DataTransfer and lets the panel see it as the browser would.
 GIVE_FILE = """
   const [name, size, how, done] = arguments;
@@ -30,6 +28,13 @@ SHOWN = """
 """
 
 
+def echoed(panel):
+    """What of the host's the agent gets, after a turn in the chat that is open."""
+    with panel.whole_turn():
+        panel.send("/scenario echo")
+    return json.loads(panel.answer)["morva"]
+
+
 def give_file(panel, name, size, how):
     panel.show()
     panel.driver.execute_async_script(GIVE_FILE, name, size, how)
@@ -46,10 +51,8 @@ def test_an_image_is_uploaded_shown_and_goes_with_the_message(panel, how):
     assert image["path"].endswith("-my picture ü.png")
     assert "\\chrome-extension\\chat-paste\\" in image["path"]
 
-    say(panel, "/scenario echo")
-    assert json.loads(panel.answer)["morva"]["selection"] == [image["path"]]
-    say(panel, "/scenario echo")
-    assert "selection" not in json.loads(panel.answer)["morva"], "the file went twice"
+    assert echoed(panel)["selection"] == [image["path"]]
+    assert "selection" not in echoed(panel), "the file went twice"
 
 
 def test_paths_that_the_host_gives_go_with_the_message(panel):
@@ -59,8 +62,7 @@ def test_paths_that_the_host_gives_go_with_the_message(panel):
     listed = "return [...document.querySelectorAll('#attachments li')].map((e) => e.dataset.path)"
     panel.wait_for(lambda: panel.run(listed) == paths, "the paths are not listed")
     panel.run("document.querySelector('#attachments li:last-child button').click()")
-    say(panel, "/scenario echo")
-    assert json.loads(panel.answer)["morva"]["selection"] == paths[:1]
+    assert echoed(panel)["selection"] == paths[:1]
 
 
 def test_an_empty_file_is_refused_in_words(panel):
@@ -83,7 +85,7 @@ def test_an_image_outside_of_the_hosts_folder_is_not_served(panel):
 
 def test_a_web_page_gets_nothing_from_the_tool_server(panel, tools, page, site):
     """The rule that lets the panel in is for the panel alone."""
-    tools.goto(f"{site.url}/after.html")
+    tools.goto(f"{site.url}/basket.html")
     page("return 1")
     answers = panel.driver.execute_async_script("""
       const [url, done] = arguments;

@@ -3,7 +3,6 @@
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
 
-from support.panel_turns import whole_turn
 
 # What a person may use; each must say what it is.
 CONTROLS = {"button", "textbox", "combobox", "link", "DisclosureTriangle"}
@@ -18,7 +17,7 @@ def test_every_control_has_a_name_and_what_is_said_is_a_log(panel):
     assert all(names), names
     assert {"Message", "Send", "Stop", "Add files …", "New chat", "Chats …", "Allow (Alt+Y)",
             "Don't allow (Alt+N)"} <= set(names)
-    with whole_turn(panel):
+    with panel.whole_turn():
         ActionChains(panel.driver).send_keys(Keys.ESCAPE).perform()
     panel.turn("/scenario error")
     assert panel.run("""

@@ -8,11 +8,10 @@ from support.agent_tools import AgentTools
 
 
 def test_two_profiles_chat_and_the_last_one_gets_the_tools(
-        panel, tools, agent, page, site, tmp_path, prefix, watch):
+        panel, tools, agent, page, site, tmp_path, prefix):
     tools.goto(f"{site.url}/form.html")
     assert agent.provider["url"].startswith(panel.tool_server)
     with Browser(tmp_path / "second", environment=wine.environment(prefix)) as browser:
-        watch(browser)
         second = PanelPage(browser)
         second.open_tab("about:blank")
         second.wait_until_ready()
@@ -31,7 +30,7 @@ def test_two_profiles_chat_and_the_last_one_gets_the_tools(
             second.tool_server) else (panel, second)
         for each in (last, other):
             each.run("delete document.body.dataset.lastTool")
-        AgentTools(agent.provider).goto(f"{site.url}/after.html")
+        AgentTools(agent.provider).goto(f"{site.url}/basket.html")
         last.wait_for(lambda: last.run("return document.body.dataset.lastTool"),
                       "the panel does not say that the agent acted there")
         assert other.run("return document.body.dataset.lastTool ?? ''") == ""
