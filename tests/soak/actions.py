@@ -1,5 +1,6 @@
 """What goes on in a soak run: things that a user, an agent or a browser does to a Life, each with
-the choices that it makes at random."""
+the choices that it makes at random. Where one does not succeed, which is in order while the agent
+is away, an assertion says why."""
 
 from __future__ import annotations
 
@@ -11,15 +12,6 @@ from ledger import TIMEOUT_S, LifeOver, numbers
 from support import builds
 
 PIPE_COMMAND = "soakPipe"  # what local programs say, who get back what they sent
-
-
-class Failed(Exception):
-    """It did not succeed, which is in order while the agent is away. The text says why."""
-
-
-def check(wanted, text):
-    if not wanted:
-        raise Failed(text)
 
 
 # Weight and name of each scenario; "long" takes a number of words.
@@ -37,17 +29,17 @@ def turn(life, random):
     session = f"{prompt}, number {next(numbers)}"
     record = life.ledger.expect_turn(session, expected)
     reply = life.ask("send", prompt=prompt, browser=TAB, chat_session_id=session, preset="plain")
-    check(reply["ok"], f"not accepted: {reply}")
+    assert reply["ok"], f"not accepted: {reply}"
     life.ledger.wait(record)
     if life.record.disturbed_until >= began:
         record.expected = None  # an answer that lasts until the agent hangs up may end anywhere
-    check(record.ok, f"{prompt}: {record.error}")
+    assert record.ok, f"{prompt}: {record.error}"
 
 
 def rpc(method, **members):
     def run(life, _):
         reply = life.ask("providerRpc", method=method, rpcId=next(numbers), **members)
-        check(reply["ok"], f"{method}: {reply.get('error')}")
+        assert reply["ok"], f"{method}: {reply.get('error')}"
     return run
 
 
@@ -57,7 +49,7 @@ def small_messages(life, _):
     pending.append(life.post("browserSnapshot", browser=TAB))
     for each in pending:
         life.ledger.wait(each)
-        check(each.reply["ok"], each.name)
+        assert each.reply["ok"], each.name
 
 
 def upload(life, random):
@@ -65,7 +57,7 @@ def upload(life, random):
     body = random.randbytes(random.randint(1, 300_000))
     result = life.tool_server.upload("soak file.png", body)
     if result != {"ok": False, "error": "drops folder is full"}:
-        check(result["ok"], f"{result}")
+        assert result["ok"], f"{result}"
         same = life.tool_server.download(result["path"]).body == body
         if not same and life.over.is_set():
             raise LifeOver
@@ -80,7 +72,7 @@ def tool_call(life, random):
     body = json.dumps({"name": name, "arguments": arguments}).encode()
     answer = life.tool_server.request("POST", "/api/agent-tools/call", body, origin=None)
     result = answer.json()
-    check(answer.status == 200 and result.get("ok"), f"{name}: {str(result)[:200]}")
+    assert answer.status == 200 and result.get("ok"), f"{name}: {str(result)[:200]}"
 
 
 def pipe_request(life, random):
@@ -91,7 +83,7 @@ def pipe_request(life, random):
         answer = client.ask(asked, TIMEOUT_S)
     if life.over.is_set():
         raise LifeOver
-    check(answer is not None and answer.get("ok"), f"pipe: {str(answer)[:200]}")
+    assert answer is not None and answer.get("ok"), f"pipe: {str(answer)[:200]}"
     if (answer["requestId"], answer["text"]) != (asked["requestId"], asked["text"]):
         life.ledger.fault(f"a program that asked as {asked['requestId']} got another answer")
 

@@ -13,7 +13,7 @@ from devkit.panel.host_process import HostError, HostTimeout
 from devkit.panel.panel_session import events_of
 from devkit.panel.standin_browser import StandInBrowser
 
-from actions import ACTIONS, ACTORS, NEED_NO_AGENT, OUTLIVES_THE_HOST, PIPE_COMMAND, Failed
+from actions import ACTIONS, ACTORS, NEED_NO_AGENT, OUTLIVES_THE_HOST, PIPE_COMMAND
 from ledger import Ledger, LifeOver, numbers
 from support.tool_server_client import ToolServer
 
@@ -147,7 +147,7 @@ class Life:
         began = time.monotonic()
         try:
             is_done = ACTIONS[action](self, own) is not False
-        except (Failed, AssertionError, OSError, ValueError, http.client.HTTPException) as failure:
+        except (AssertionError, OSError, ValueError, http.client.HTTPException) as failure:
             if self.over.is_set():
                 raise LifeOver from None
             disturbed = action not in NEED_NO_AGENT and self.record.disturbed_until >= began

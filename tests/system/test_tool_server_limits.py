@@ -109,67 +109,66 @@ def test_sixteen_clients_mix_what_they_ask_for_and_lose_no_request(own_server, w
 
 # --- Time ---
 
-def silent(server, sent):
-    with server.connect() as connection:
-        connection.sendall(sent)
-        started = time.monotonic()
-        assert receive_all(connection) == BAD_REQUEST
-        assert 4.3 <= time.monotonic() - started <= 5.7
+# What a client does on a connection on which it has sent something.
+
+def say_no_more(connection, _):
+    started = time.monotonic()
+    assert receive_all(connection) == BAD_REQUEST
+    assert 4.3 <= time.monotonic() - started <= 5.7
 
 
-def dripping(server):
+def drip(connection, _):
     """A byte each second, so that no single read takes too long."""
     started = time.monotonic()
-    with server.connect() as connection:
-        connection.settimeout(1)
-        answer = None
-        while answer is None:
-            with contextlib.suppress(ConnectionError):
-                connection.send(b"x")
-            with contextlib.suppress(TimeoutError, ConnectionError):
-                answer = connection.recv(4096)
-            assert time.monotonic() - started <= 13
-    assert time.monotonic() - started >= 9.5
+    connection.settimeout(1)
+    answer = None
+    while answer is None:
+        with contextlib.suppress(ConnectionError):
+            connection.send(b"x")
+        with contextlib.suppress(TimeoutError, ConnectionError):
+            answer = connection.recv(4096)
+    assert 9.5 <= time.monotonic() - started <= 13
     assert BAD_REQUEST.startswith(answer)
 
 
-def slow_upload(server):
+def upload_slowly(connection, _):
     """Longer than a header may take, and with pauses shorter than a read may."""
-    body = os.urandom(MIB)
-    with server.connect() as connection:
-        connection.sendall(server.head("POST", f"{UPLOAD}?name=slow", len(body)))
-        for at in range(0, len(body), MIB // 16):
-            connection.sendall(body[at:at + MIB // 16])
-            time.sleep(0.75)
-        assert receive_all(connection).startswith(b"HTTP/1.1 200 OK\r\n")
+    for _ in range(16):
+        connection.sendall(bytes(MIB // 16))
+        time.sleep(0.75)
+    assert receive_all(connection).startswith(b"HTTP/1.1 200 OK\r\n")
 
 
-def not_reading(server, target):
-    with server.connect() as connection:
-        connection.sendall(server.head("GET", target))
-        # A write of which a part went out is followed by another.
-        until(lambda: has_left(server.port, connection), "the server does not stop writing", 15)
-        assert len(receive_all(connection)) < 16 * MIB
+def never_read(connection, port):
+    # A write of which a part went out is followed by another.
+    until(lambda: has_left(port, connection), "the server does not stop writing", 15)
+    assert len(receive_all(connection)) < 16 * MIB
 
 
-def slow_reading(server, target):
-    with server.connect() as connection:
-        connection.sendall(server.head("GET", target))
-        received = 0
-        while piece := connection.recv(MIB):
-            received += len(piece)
-            time.sleep(len(piece) / (2 * MIB))
+def read_slowly(connection, _):
+    received = 0
+    while piece := connection.recv(MIB):
+        received += len(piece)
+        time.sleep(len(piece) / (2 * MIB))
     assert received > 16 * MIB
 
 
 @pytest.mark.long
 def test_the_slow_are_waited_for_and_the_stuck_are_cut(own_server, work):
-    large = "/api/local-file?path=" + work.put("a.png", b"x" * (16 * MIB))
-    half = own_server.head("POST", "/api/nothing", 10) + b"half"
-    clients = [(slow_upload,), (not_reading, large), (slow_reading, large), (silent, half),
-               *((silent, sent) for sent in (b"", b"GET / HT", b"POST /x HTTP/1.1\r\n")),
-               *[(dripping,)] * 8]
-    in_parallel(len(clients), lambda number: clients[number][0](own_server, *clients[number][1:]))
+    head = own_server.head
+    large = head("GET", "/api/local-file?path=" + work.put("a.png", b"x" * (16 * MIB)))
+    clients = [(upload_slowly, head("POST", f"{UPLOAD}?name=slow", MIB)), (never_read, large),
+               (read_slowly, large), (say_no_more, head("POST", "/api/nothing", 10) + b"half"),
+               *((say_no_more, sent) for sent in (b"", b"GET / HT", b"POST /x HTTP/1.1\r\n")),
+               *[(drip, b"")] * 8]
+
+    def run(number):
+        act, sent = clients[number]
+        with own_server.connect() as connection:
+            connection.sendall(sent)
+            act(connection, own_server.port)
+
+    in_parallel(len(clients), run)
     own_server.is_well()
 
 
