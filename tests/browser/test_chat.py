@@ -45,13 +45,6 @@ def test_a_turn_streams_its_text_in_order_and_shows_its_usage(panel, agent):
     assert not panel.rows_of("error") and not panel.busy
 
 
-def test_characters_of_every_length_arrive_whole(panel):
-    panel.turn("/scenario unicode")
-    assert panel.answer.startswith("Zwölf Boxkämpfer — “naïve” façade")
-    assert panel.answer.endswith("𝔘𝔫𝔦𝔠𝔬𝔡𝔢 \U0010ffff end")
-    assert "👩‍👩‍👧‍👦" in panel.answer
-
-
 def test_escape_stops_an_answer_in_mid_stream(panel, agent):
     agent.set(tokens_per_second=30)
     with panel.whole_turn():

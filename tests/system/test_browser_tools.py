@@ -9,7 +9,6 @@ from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
-from support.panel_side import compact
 from support.scripted_agent import COMPLETIONS, ScriptedAgent
 from support.tool_server_client import check_request
 
@@ -85,19 +84,6 @@ def test_the_context_is_the_note_about_the_browser(own_server, agent):
     assert note().endswith(" reads this tab, not an earlier one. Open tabs: [7] A B https://a/")
 
 
-def test_a_call_is_relayed_as_it_came(server, extension, shared_panel):
-    arguments = {"ref": "e4", "text": "é\U0001f600\n", "n": [1.5]}
-    running = call(server, "browser_type", arguments)
-    command = extension.take()
-    at = next(i for i, frame in enumerate(shared_panel.host.frames) if frame is command)
-    assert shared_panel.host.bodies[at] == compact({
-        "command": "browserUse", "protocolVersion": 1, "requestId": command["requestId"],
-        "payload": {"name": "browser_type", "arguments": arguments}})
-    assert command["requestId"].startswith("cht-") and command["requestId"][4:].isdecimal()
-    extension.reply(command, ok=True, data={"tool": "browser_type", "tabId": 3, "html": "x"})
-    assert result_of(running) == {"compacted": True, "tabId": 3, "tool": "browser_type"}
-
-
 def test_a_call_that_is_refused_does_not_reach_the_extension(server, extension):
     refused = result_of(call(server, "", body=b'{"name":"shell"}'))
     assert refused == failure("shell", "tool is not allowed")
@@ -118,8 +104,12 @@ def test_what_the_extension_says_becomes_the_answer(server, extension):
                 "prompt_injection_detected": True, "prompt_injection_kind": "instruction_override",
                 "data": {"items": [{
                     "ref": "e1", "name": "[redacted: prompt-injection content removed]"}]}})):
-        running = call(server, "browser_read")
-        extension.reply_raw(extension.take(), reply)
+        running = call(server, "browser_read", {"text": "é\U0001f600\n"})
+        command = extension.take()
+        assert command == {
+            "command": "browserUse", "protocolVersion": 1, "requestId": command["requestId"],
+            "payload": {"name": "browser_read", "arguments": {"text": "é\U0001f600\n"}}}
+        extension.reply_raw(command, reply)
         assert wanted.items() <= result_of(running).items()
 
 

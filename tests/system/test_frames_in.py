@@ -64,15 +64,6 @@ def test_messages_are_answered_in_order_with_their_tokens_and_noise_is_not(share
     assert answers_to(shared_panel, data, len(wanted)) == wanted
 
 
-@pytest.mark.parametrize("cuts", [(1, 3), (2, 2), (1,) * 60])
-def test_a_frame_in_pieces_is_put_together(shared_panel, cuts):
-    data = framed(request(b"5"))
-    for size in cuts:
-        shared_panel.send_alone(data[:size])
-        data = data[size:]
-    answers_to(shared_panel, data, 1)
-
-
 def test_a_frame_that_waits_while_the_host_starts_is_answered(start_panel):
     panel = start_panel(greet=False)
     panel.send_raw(framed(request(b'"early"')))
