@@ -22,14 +22,7 @@ def chunks(*pieces):
 
 # name: (handler, ok, error, text)
 ANSWERS = {
-    "an empty 200": (answers(), True, "", ""),
     "a 204": (sends(b"HTTP/1.1 204 No Content\r\nContent-Length: 0\r\n\r\n"), True, "", ""),
-    "a 399": (answers(status="399 Odd"), True, "", ""),
-    "a 400": (answers(status="400 Bad Request"), False, FAILED, None),
-    "a 500 that gives text": (answers(ONE, status="500 Oops"), True, "", "a"),
-    "a 503 with an error event": (
-        answers(b'data: {"error":"busy"}\n\n', status="503 Busy"), False, FAILED, None),
-    "a hang-up before the answer": (hangs_up, False, FAILED, None),
     "a reset before the answer": (resets, False, FAILED, None),
     "a hang-up in the status line": (sends(b"HTTP/1."), False, FAILED, None),
     "no HTTP": (sends(b"SSH-2.0-OpenSSH\r\n"), False, FAILED, None),

@@ -30,18 +30,12 @@ def test_some_kinds_are_only_acknowledged(shared_panel):
 def test_what_cannot_be_read_is_refused_in_the_shape_of_its_replies(shared_panel):
     mark = shared_panel.mark()
     error = "[json.exception.type_error.302] type must be string, but is number"
-    for message in ({"kind": 5}, {"kind": "send", "prompt": 5}):
+    for message, kind in (({"kind": 5}, "ack"), ({"kind": "providerRpc", "method": 5},
+                                                 "hostProviderRpc")):
         reply = shared_panel.ask(**message)
-        del reply["chromeRequestId"]
-        assert reply == {**ACK, "ok": False, "error": error}
-    reply = shared_panel.ask("providerRpc", method=5, rpcId=1)
-    assert (reply["kind"], reply["ok"], reply["rpcId"], reply["error"]) == (
-        "hostProviderRpc", False, 1, error)
-    for keys in ({}, {"prompt": ""}, {"prompt": None}):
-        reply = shared_panel.ask("send", **keys)
-        del reply["chromeRequestId"]
-        assert reply == {**ACK, "kind": "error", "ok": False, "error": "empty prompt"}
-    shared_panel.prove_alive()
+        assert (reply["kind"], reply["ok"], reply["error"]) == (kind, False, error)
+    reply = shared_panel.ask("send", prompt="")
+    assert (reply["kind"], reply["ok"], reply["error"]) == ("error", False, "empty prompt")
     assert shared_panel.told(mark) == []  # no turn has begun
 
 
@@ -72,22 +66,18 @@ def largest(panel, mark):
     return max(len(body) for body in panel.host.bodies[mark:])
 
 
-@pytest.mark.parametrize("text", ["x" + "é" * (BIG // 2), "\x01" * (BIG // 4)],
-                         ids=["an odd start", "growing sixfold"])
-def test_long_texts_are_split_between_characters(shared_panel, shared_agent, text):
+def test_long_texts_are_split_between_characters(shared_panel, shared_agent):
+    text = "x" + "é\x01" * (BIG // 4)
     shared_agent.turn(streams(delta(text), agent_event("thinking", text=text), agent_event(
         "tool_file_progress", id="r", chunk=text, stream="stderr")))
     mark = shared_panel.mark()
     turn = shared_panel.run_turn(timeout=40)
-    assert largest(shared_panel, mark) <= LIMIT
-    deltas = [args[0] for args in turn.args_of("appendAssistantDelta")]
-    assert len(deltas) > 1
-    assert "".join(piece["delta"] for piece in deltas) == text
-    assert [piece["seq"] for piece in deltas] == list(range(1, len(deltas) + 1))
-    assert "".join(a[0]["text"] for a in turn.args_of("appendThinking")) == text
-    chunks = turn.args_of("appendRunChunk")
-    assert "".join(chunk for _, chunk, _ in chunks) == text
-    assert {(run, stream) for run, _, stream in chunks} == {("r", "stderr")}
+    assert LIMIT - 32 < largest(shared_panel, mark) <= LIMIT
+    for method, piece_of in (("appendAssistantDelta", lambda a: a[0]["delta"]),
+                             ("appendThinking", lambda a: a[0]["text"]),
+                             ("appendRunChunk", lambda a: a[1])):
+        pieces = [piece_of(args) for args in turn.args_of(method)]
+        assert len(pieces) == 3 and "".join(pieces) == text, method
     assert turn.done == (True, "")
 
 
@@ -120,18 +110,15 @@ def test_a_reply_that_is_too_large_becomes_a_refusal(shared_panel):
     assert reply["error"].startswith("reply too large for the browser (")
 
 
-@pytest.mark.parametrize("args", [
-    [], ["chrome-extension:/x"], ["https://a/"], ["Chrome-extension://x/"], [""]])
-def test_only_an_origin_as_an_argument_means_a_browser(start_panel, args):
+@pytest.mark.parametrize("args, means_a_browser", [
+    ([], False), (["chrome-extension:/x"], False), (["https://a/"], False),
+    (["Chrome-extension://x/"], False), ([""], False),
+    (["--parent-window=0", "chrome-extension://x/"], True)])
+def test_only_an_origin_as_an_argument_means_a_browser(start_panel, args, means_a_browser):
     panel = start_panel(args=args)
     panel.send("getStatus", chromeRequestId="x" * BIG)
-    assert panel.wait_frame(lambda f: f.get("kind") == "ack")["ok"] is True
-
-
-def test_the_origin_may_stand_behind_the_window(start_panel):
-    panel = start_panel(args=["--parent-window=0", "chrome-extension://x/"])
-    panel.send("getStatus", chromeRequestId="x" * BIG)
-    assert panel.wait_frame(lambda f: f.get("kind") == "ack")["ok"] is False
+    reply = panel.wait_frame(lambda f: f.get("kind") == "ack")
+    assert reply["ok"] is not means_a_browser
 
 
 def test_without_a_browser_nothing_is_split(start_panel, shared_agent):

@@ -258,3 +258,10 @@ def test_a_data_folder_that_is_a_file_does_not_stop_the_child(start_panel, cli, 
         blocked.unlink()
         if aside.exists():
             shutil.move(aside, blocked)
+
+
+def test_a_stop_ends_a_turn_at_once_while_an_agent_starts(start_panel, cli):
+    panel = start_panel(env=cli.env(never_ready=1))
+    mark = panel.start_turn()
+    cli.wait_for_starts(1)
+    assert panel.stop_turn(mark) <= 0.3 * builds.SLOWER

@@ -52,25 +52,12 @@ def test_a_stream_becomes_panel_messages_however_it_is_cut(shared_panel, shared_
     assert (turn.done, turn.text) == ((True, ""), "one two\U0001f600")
 
 
-BROKEN = {
-    "no JSON": ("{broken", "[json.exception.parse_error.101] "),
-    "200,000 levels": ("[" * 200_000 + "]" * 200_000, "json nested too deeply"),
-    "another type": ('{"choices":[{"delta":{"content":5}}]}',
-                     "[json.exception.type_error.302] type must be string, but is number"),
-}
-
-
 @pytest.mark.off_protocol("agent")
-@pytest.mark.parametrize("name", BROKEN)
-def test_a_stream_that_makes_no_sense_ends_the_turn_with_the_reason(
-    shared_panel, shared_agent, name
-):
-    data, error = BROKEN[name]
+def test_a_stream_that_makes_no_sense_ends_the_turn_with_the_reason(shared_panel, shared_agent):
     usage = {"choices": [{"delta": {"content": "a"}}], "usage": {"total_tokens": 1}}
-    shared_agent.turn(streams(usage, data))
+    shared_agent.turn(streams(usage, "[" * 200_000 + "]" * 200_000))
     turn = shared_panel.run_turn()
-    ok, reason = turn.done
-    assert not ok and reason.startswith(error), reason
+    assert turn.done == (False, "json nested too deeply")
     assert [method for method, _ in turn.events] == [
         "setBusy", "agentStarted", "appendAssistantDelta", "agentDone"]
     shared_agent.turn(streams(delta("fine")))

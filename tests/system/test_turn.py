@@ -7,8 +7,7 @@ import pytest
 
 from support import builds
 from support.panel_side import compact
-from support.scripted_agent import (
-    COMPLETIONS, MODELS, answers, delta, resets, sends, streams)
+from support.scripted_agent import COMPLETIONS, MODELS, delta, streams
 
 
 def last_body(agent):
@@ -101,58 +100,6 @@ def test_the_request_to_the_byte(shared_panel, shared_agent, user_folders):
     assert exchange.header("Host") == ["127.0.0.1:8090"]
 
 
-HEADS = [
-    (None, ""),
-    ({"currentUrl": "", "currentTitle": "t"}, ""),
-    ({"currentTitle": "t"}, ""),
-    ({"currentUrl": None, "currentTitle": "t"}, ""),
-    ({"currentUrl": "u"}, "[chrome tab]  — u\n\n"),
-    ({"currentUrl": "u", "currentTitle": None}, "[chrome tab]  — u\n\n"),
-    ({"currentUrl": "u\n", "currentTitle": "\n"}, "[chrome tab] \n — u\n\n\n"),
-    (["u"], ""),
-    ("u", ""),
-]
-
-
-@pytest.mark.off_protocol("panel")
-def test_the_prompt_is_headed_by_the_tab(shared_panel, shared_agent):
-    shared_agent.turn(streams("[DONE]"))
-    for browser, head in HEADS:
-        shared_panel.run_turn("the prompt", browser=browser)
-        body = last_body(shared_agent)
-        assert body["messages"] == [{"role": "user", "content": head + "the prompt"}], browser
-        sent = browser if isinstance(browser, dict) else None
-        assert body["morva"].get("browser") == sent, browser
-
-
-@pytest.mark.off_protocol("panel")
-def test_a_selection_is_sent_when_it_is_an_array(shared_panel, shared_agent):
-    shared_agent.turn(streams("[DONE]"))
-    for paths in (None, "x", {"a": 1}, 5, []):
-        shared_panel.run_turn(context_paths=paths)
-        sent = last_body(shared_agent)["morva"].get("selection", "none")
-        assert sent == ([] if paths == [] else "none"), paths
-
-
-def test_the_session_is_chrome_when_none_is_named(shared_panel, shared_agent):
-    shared_agent.turn(streams(delta("a")))
-    for keys in ({}, {"chat_session_id": ""}, {"chat_session_id": None}):
-        turn = shared_panel.run_turn(**keys)
-        assert last_body(shared_agent)["session_id"] == "chrome"
-        assert turn.started["chat_session_id"] == "chrome"
-        for method in ("appendAssistantDelta", "completeAssistantText"):
-            assert turn.args_of(method)[0][0]["chatSessionId"] == "chrome"
-
-
-@pytest.mark.off_protocol("panel")
-@pytest.mark.parametrize("key", ["chat_session_id", "preset"])
-def test_a_text_of_another_type_ends_the_turn_before_it_begins(shared_panel, shared_agent, key):
-    mark = shared_panel.start_turn(until=None, **{key: 5})
-    ((ok, error),) = shared_panel.wait_ends(mark).values()
-    assert not ok and error.endswith("type must be string, but is number")
-    assert [method for method, _ in shared_panel.told(mark)] == ["agentDone"]
-
-
 def test_a_prompt_of_four_mib_arrives_whole(shared_panel, shared_agent):
     shared_agent.turn(streams("[DONE]"))
     prompt = "é\n\"\\" * 800_000
@@ -163,42 +110,12 @@ def test_a_prompt_of_four_mib_arrives_whole(shared_panel, shared_agent):
 # --- The preset ---
 
 def test_the_preset_is_taken_from_the_agents_list(shared_panel, shared_agent):
-    shared_agent.on[MODELS] = answers({"data": [
-        {"id": "a"}, {"id": "b", "morva_is_default": True, "morva_preset_id": "pb"}]})
     shared_agent.turn(streams("[DONE]"))
-    for preset in ("", None):
-        turn = shared_panel.run_turn(preset=preset)
-        assert (last_body(shared_agent)["model"], turn.started["name"]) == ("pb", "agent")
-    request = shared_agent.seen(MODELS)[-1]
+    turn = shared_panel.run_turn(preset="")
+    assert (last_body(shared_agent)["model"], turn.started["name"]) == ("plain", "agent")
+    (request,) = shared_agent.seen(MODELS)
     assert (request.method, request.body) == ("GET", b"")
     assert request.header("Content-Type") == []
-    asked = len(shared_agent.seen(MODELS))
-    turn = shared_panel.run_turn(preset="mine")
-    assert (last_body(shared_agent)["model"], turn.started["name"]) == ("mine", "mine")
-    assert len(shared_agent.seen(MODELS)) == asked
-
-
-NO_LIST = {
-    "an empty list": (answers({"data": []}), "no chat preset is selected"),
-    "no JSON": (answers(b"<html>"), "[json.exception.parse_error.101] "),
-    "nothing": (answers(b""), "[json.exception.parse_error.101] "),
-    "200,000 levels": (answers(b"[" * 200_000 + b"]" * 200_000), "json nested too deeply"),
-    "no answer": (resets, "agent request failed"),
-    "half an answer": (
-        sends(b'HTTP/1.1 200 OK\r\nContent-Length: 99\r\n\r\n{"data"'), "agent response truncated"),
-}
-
-
-@pytest.mark.off_protocol("agent")
-@pytest.mark.parametrize("name", NO_LIST)
-def test_a_turn_without_a_preset_ends_with_the_reason(shared_panel, shared_agent, name):
-    shared_agent.on[MODELS], error = NO_LIST[name]
-    asked = len(shared_agent.seen(COMPLETIONS))
-    turn = shared_panel.run_turn(preset="")
-    ok, reason = turn.done
-    assert not ok and reason.startswith(error), reason
-    assert [method for method, _ in turn.events] == ["setBusy", "agentStarted", "agentDone"]
-    assert len(shared_agent.seen(COMPLETIONS)) == asked
 
 
 # --- Several at once ---

@@ -177,6 +177,14 @@ class Panel:
         self.wait_ends(mark, 1, timeout)
         return Turn(self.events_since(mark))
 
+    def stop_turn(self, mark):
+        """Stops the one turn since the mark; how many seconds that took."""
+        began = time.monotonic()
+        self.send("stop")
+        _, *end = self.wait_event("agentDone", since=mark)
+        assert end == [False, "cancelled"]
+        return time.monotonic() - began
+
     def run_turn(self, prompt="hi", timeout=20, **keys):
         """A whole chat turn; no other may be running."""
         mark = self.mark()
