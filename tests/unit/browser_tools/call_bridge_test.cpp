@@ -46,7 +46,7 @@ const std::pair<const char*, const char*> relayCases[] = {
 
 TEST(CallBrowserTool, RelaysTheCallAsItCame) {
   std::string sent;
-  AnsweringExtension extension([&sent](const json& message) {
+  CapturedOutput extension([&sent](const json& message) {
     sent = message.dump();
     answer(message, {{"ok", true}, {"data", json::object()}});
   });
@@ -66,7 +66,7 @@ TEST(CallBrowserTool, RelaysTheCallAsItCame) {
 
 // The result of browser_read when the extension answers with `reply`.
 json resultOf(const json& reply) {
-  AnsweringExtension extension([&reply](const json& message) { answer(message, reply); });
+  CapturedOutput extension([&reply](const json& message) { answer(message, reply); });
   return callBrowserTool({{"name", "browser_read"}});
 }
 
@@ -163,7 +163,7 @@ TEST(CallBrowserTool, ScreensTheStepsOfABatchBeforeThePagesInItsReport) {
   const json data = {
       {"tool", "browser_batch"},
       {"data", {{"steps", {step}}, {"zones", {{{"text", std::string(200'001, 'a')}}}}}}};
-  AnsweringExtension extension([&data](const json& message) {
+  CapturedOutput extension([&data](const json& message) {
     answer(message, {{"ok", true}, {"data", data}});
   });
   const json result = callBrowserTool({{"name", "browser_read"}});
@@ -189,7 +189,7 @@ TEST(CallBrowserTool, ReturnsToEachOfSixteenCallersItsOwnAnswer) {
   std::set<std::string> ids;
   std::minstd_rand random(3);
   std::vector<json> waiting;
-  AnsweringExtension extension([&](const json& message) {
+  CapturedOutput extension([&](const json& message) {
     ids.insert(message.at("requestId").get<std::string>());
     waiting.push_back(message);
     if (waiting.size() < callers) return;

@@ -1,6 +1,9 @@
+// Events for the panel, alone and in batches.
 #include "channel/event_batch.h"
 
 #include "channel/framing.h"
+#include "channel/host_log.h"
+#include "channel/panel_events.h"
 #include "support/captured_output.h"
 #include "support/testing.h"
 
@@ -91,6 +94,40 @@ TEST(EventBatch, SaysWhenOutputIsGoneAlsoForAnEarlierFrame) {
   batch.add(eventOfSize(700'000));
   batch.add(eventOfSize(700'000));
   EXPECT_FALSE(batch.send());
+}
+
+TEST(EmitPanelMessage, SendsOneEventBehindTheWaitingLogLines) {
+  appendDebugLog("line");
+  CapturedOutput output;
+  emitPanelMessage("setBusy", json::array({true}));
+  emitPanelMessage("m", json::array());
+  EXPECT_EQ(output.finish(),
+            (CapturedOutput::Frames{
+                R"({"events":[{"args":[{"level":"trace","source":"agent","text":"line"}],)"
+                R"("method":"appendDebugLog"},{"args":[true],"method":"setBusy"}],)"
+                R"("kind":"hostChatEvents","source":"morva-chat"})",
+                R"({"events":[{"args":[],"method":"m"}],"kind":"hostChatEvents",)"
+                R"("source":"morva-chat"})"}));
+}
+
+TEST(EmitPanelMessage, DropsWhatIsNoEventAndLeavesTheLogAlone) {
+  appendDebugLog("kept");
+  CapturedOutput output;
+  emitPanelMessage("", json::array());
+  for (const json& args : {json::object(), json("a"), json(nullptr), json(1), json(true)}) {
+    emitPanelMessage("m", args);
+  }
+  EXPECT_TRUE(output.finish().empty());
+  EXPECT_EQ(takeDebugLogEvents(40).size(), 1U);
+}
+
+TEST(SendChatEventBatch, SendsWholeEvents) {
+  CapturedOutput output;
+  sendChatEventBatch(json::array());
+  sendChatEventBatch(json::array({{{"method", "a"}, {"args", {1}}}, {{"method", "b"}}}));
+  EXPECT_EQ(output.finish(),
+            CapturedOutput::Frames{R"({"events":[{"args":[1],"method":"a"},{"method":"b"}],)"
+                                   R"("kind":"hostChatEvents","source":"morva-chat"})"});
 }
 
 }  // namespace

@@ -109,7 +109,7 @@ TEST(CallExtension, NeedsAnId) {
 }
 
 TEST(CallExtension, SendsAndWaitsForTheAnswer) {
-  AnsweringExtension extension([](const json& message) {
+  CapturedOutput extension([](const json& message) {
     EXPECT_EQ(taken("cht-1"), none);
     answer(message, {{"ok", message.at("n")}});
     EXPECT_EQ(taken("cht-1"), none);  // not even for a local program with the same id

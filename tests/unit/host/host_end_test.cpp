@@ -1,6 +1,9 @@
 #include "host/host_end.h"
 
+#include "host/host_running.h"
+#include "host/inspect_pipe.h"
 #include "platform/clock.h"
+#include "platform/named_pipe.h"
 #include "support/testing.h"
 
 namespace media::win::chrome_inspect {
@@ -49,6 +52,15 @@ TEST(EndByDeathTest, ComesInTimeWhicheverStepBlocks) {
     if (blocked < stepCount) steps[blocked] = blockForEver;
     EXPECT_EXIT(endWith(steps), testing::ExitedWithCode(0), "") << blocked;
   }
+}
+
+constexpr const char* pipeName = R"(\\.\pipe\morva-unit-inspect)";
+
+TEST(InspectPipeServer, ServesNobodyOnceTheHostEnds) {
+  hostRunning = false;
+  runInspectPipeServer({.name = pipeName});  // returns
+  OwnedStream pipe;
+  EXPECT_TRUE(createPipeInstance(pipeName, pipe));
 }
 
 }  // namespace

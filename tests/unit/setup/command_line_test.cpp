@@ -1,5 +1,10 @@
+// What a person may type, and the help about it.
 #include "setup/command_line.h"
 
+#include <sstream>
+
+#include "common/product_version.h"
+#include "setup/help_text.h"
 #include "support/testing.h"
 
 namespace media::win::chrome_inspect {
@@ -99,6 +104,21 @@ TEST(IsExtensionId, IsThirtyTwoLettersFromAToP) {
         std::string(31, 'a') + "A", std::string(31, 'a') + "1"}) {
     EXPECT_FALSE(isExtensionId(id)) << id;
   }
+}
+
+TEST(HelpText, NamesEveryOptionAndSaysWhoStartsTheProgram) {
+  const std::string help = helpText();
+  for (const char* word :
+       {"--help", "-h", "--version", "--register", "--unregister", "--doctor", "--browser",
+        "--extension-id", "--dry-run", "--json", "chrome, edge, brave, vivaldi, chromium",
+        "Chrome starts this program by itself", productVersion}) {
+    EXPECT_NE(help.find(word), std::string::npos) << word;
+  }
+}
+
+TEST(HelpText, FitsAConsole) {
+  std::istringstream lines(helpText());
+  for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 100U) << line;
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
+// Opening and picking, without a shell that would open a window.
 #include "shell/path_opening.h"
 
+#include "shell/pickers.h"
+#include "support/captured_output.h"
 #include "support/test_folder.h"
 #include "support/testing.h"
 
@@ -32,6 +35,14 @@ TEST(OpenUrl, StartsNothingForATextThatIsNoAddress) {
     }
     EXPECT_EQ(error, "untouched");
   }
+}
+
+TEST(AttachContextPaths, SendsThePathsAsOneArgument) {
+  CapturedOutput output;
+  attachContextPaths(json::array());
+  attachContextPaths({"a", 5, nullptr});
+  EXPECT_EQ(eventsIn(output.finish()),
+            CapturedOutput::Frames{R"({"args":[["a",5,null]],"method":"appendContextPaths"})"});
 }
 
 }  // namespace

@@ -31,8 +31,8 @@ CapturedOutput::CapturedOutput(Reader reader) : old_(replaceStandardOutput(pipe_
   if (reader == Reader::reads) resume();
 }
 
-CapturedOutput::CapturedOutput(std::function<void(const std::string&)> onFrame)
-    : onFrame_(std::move(onFrame)), old_(replaceStandardOutput(pipe_.writeEnd.get())) {
+CapturedOutput::CapturedOutput(std::function<void(const json&)> handler)
+    : handler_(std::move(handler)), old_(replaceStandardOutput(pipe_.writeEnd.get())) {
   resume();
 }
 
@@ -75,7 +75,7 @@ void CapturedOutput::readAll() {
   while (readSome(pipe_.readEnd.get(), buffer.data(), buffer.size(), got) == ReadResult::data) {
     rest_.append(buffer, 0, got);
     for (const std::string& frame : cutFrames(rest_)) {
-      if (onFrame_) onFrame_(frame);
+      if (handler_) handler_(json::parse(frame));
       const std::lock_guard lock(mutex_);
       frames_.push_back(frame);
       arrived_.notify_all();
@@ -103,9 +103,6 @@ Frames BlockedOutput::finish() {
   if (!frames.empty()) frames.erase(frames.begin());
   return frames;
 }
-
-AnsweringExtension::AnsweringExtension(const Handler& handler)
-    : CapturedOutput([handler](const std::string& frame) { handler(json::parse(frame)); }) {}
 
 void answer(const json& message, json reply) {
   const auto id = message.at("requestId").get<std::string>();

@@ -12,8 +12,9 @@ class CapturedOutput {
  public:
   enum class Reader { reads, stalls };
   explicit CapturedOutput(Reader reader = Reader::reads);
-  // Hands each frame to `onFrame`, on the reader's thread.
-  explicit CapturedOutput(std::function<void(const std::string&)> onFrame);
+  // Stands where the extension is: what the host sends is handed, parsed, to a handler, on a thread
+  // of its own. The handler answers by storing replies, at once or later.
+  explicit CapturedOutput(std::function<void(const json& message)> handler);
   ~CapturedOutput() { (void)finish(); }
   CapturedOutput(const CapturedOutput&) = delete;
   CapturedOutput& operator=(const CapturedOutput&) = delete;
@@ -35,7 +36,7 @@ class CapturedOutput {
  private:
   void readAll();
 
-  const std::function<void(const std::string&)> onFrame_;
+  const std::function<void(const json&)> handler_;
   TestPipe pipe_;
   const StreamId old_;
   bool captures_ = true;
@@ -62,16 +63,8 @@ class BlockedOutput : public CapturedOutput {
   std::unique_ptr<TestThread> stuck_;
 };
 
-// Stands where the extension is: what the host sends is handed, parsed, to a handler, on a thread
-// of its own. The handler answers by storing replies, at once or later.
-class AnsweringExtension : public CapturedOutput {
- public:
-  using Handler = std::function<void(const nlohmann::json& message)>;
-  explicit AnsweringExtension(const Handler& handler);
-};
-
 // Answers `message`, as the reader of standard input would.
-void answer(const nlohmann::json& message, nlohmann::json reply);
+void answer(const json& message, json reply);
 
 // The events in "hostChatEvents" frames, one after the other, as compact text. A frame of another
 // kind stands among them as it is.

@@ -24,15 +24,8 @@ class RandomPage {
  private:
   std::uint32_t below(std::uint32_t limit) { return next_(source_) % limit; }
   bool once(std::uint32_t in) { return below(in) == 0; }
-  nlohmann::json anything(int depth);
-  nlohmann::json text();
-  nlohmann::json list(std::uint32_t most, nlohmann::json (RandomPage::*element)());
-  nlohmann::json item();
-  nlohmann::json file();
-  nlohmann::json zoneHint();
-  nlohmann::json pageData();
-  nlohmann::json step();
-  nlohmann::json orAnything(nlohmann::json value);
+  std::string text(const std::string& pattern);
+  nlohmann::json varied(const nlohmann::json& whole);
 
   Next next_;
   void* source_;

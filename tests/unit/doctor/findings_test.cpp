@@ -1,0 +1,284 @@
+// How the doctor judges what it has seen of the agent, the browsers and the other places.
+#include "common/paths.h"
+#include "doctor/agent_findings.h"
+#include "doctor/browser_findings.h"
+#include "doctor/place_findings.h"
+#include "support/test_folder.h"
+#include "support/testing.h"
+#include "text/wide.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+// The finding of that name, which there is.
+const Finding& find(const Findings& findings, const std::string& id) {
+  static const Finding none;
+  const auto found = std::ranges::find(findings, id, &Finding::id);
+  EXPECT_NE(found, findings.end()) << id;
+  return found == findings.end() ? none : *found;
+}
+
+std::ptrdiff_t problemsIn(const Findings& findings) {
+  return std::ranges::count(findings, Health::problem, &Finding::health);
+}
+
+using Answer = Readiness;
+
+std::vector<CliLook> noProgram() {
+  return {{"cli options", CliOutcome::notSet, {}},
+          {"cli registry", CliOutcome::notSet, {}},
+          {"cli alias", CliOutcome::missing, L"C:\\alias.exe"},
+          {"cli SearchPath", CliOutcome::notOnPath, {}}};
+}
+
+std::vector<PortState> ports(Answer first, Answer rest = Answer::none) {
+  std::vector<PortState> states;
+  for (std::uint16_t port = 8090; port < 8095; ++port) {
+    states.push_back({port, port == 8090 ? first : rest, 7});
+  }
+  return states;
+}
+
+const std::tuple<const char*, bool, Answer, Answer, Health, const char*> wholeCases[] = {
+    {"can be started", true, Answer::none, Answer::none, Health::ok,
+     "none runs, the host starts one when it needs it"},
+    {"runs", true, Answer::ready, Answer::none, Health::ok, "one is ready, the host uses it"},
+    {"runs, but could not be started", false, Answer::ready, Answer::none, Health::note,
+     "one is ready, the host uses it; should it end, the host could start none: its program was "
+     "not found"},
+    {"neither", false, Answer::none, Answer::none, Health::problem,
+     "none runs, and the program that starts one was not found"},
+    {"a foreign program", true, Answer::foreign, Answer::none, Health::ok,
+     "none runs, the host starts one when it needs it"},
+    {"no port is left", true, Answer::notReady, Answer::foreign, Health::problem,
+     "none is ready, and other programs have all of its ports"},
+};
+
+TEST(JudgeAgent, JudgesTheWhole) {
+  for (const auto& [name, hasProgram, first, rest, health, text] : wholeCases) {
+    SCOPED_TRACE(name);
+    std::vector<CliLook> looks = noProgram();
+    if (hasProgram) looks[3] = {"cli SearchPath", CliOutcome::found, L"C:\\x.exe"};
+    const Findings findings = judgeAgent(looks, ports(first, rest));
+    const Finding& whole = find(findings, "agent");
+    EXPECT_EQ(whole.health, health);
+    EXPECT_EQ(whole.text, text);
+    EXPECT_EQ(whole.remedy.empty(), health == Health::ok);
+    // Whatever is wrong with one place or port is no problem by itself.
+    EXPECT_EQ(problemsIn(findings), health == Health::problem ? 1 : 0);
+  }
+}
+
+TEST(JudgeAgent, SaysWhyAPlaceWasPassedOver) {
+  std::vector<CliLook> looks = noProgram();
+  looks[0] = {"cli options", CliOutcome::insideWindowsApps, L"C:\\WindowsApps\\a"};
+  const Findings findings = judgeAgent(looks, ports(Answer::none));
+  EXPECT_EQ(find(findings, "cli.options").text,
+            "lies in the store of packaged apps, whose files cannot be started: "
+            "C:\\WindowsApps\\a");
+  EXPECT_EQ(find(findings, "cli.registry").text,
+            "there is no value \"cli\" beside the registration with Chrome");
+  EXPECT_EQ(find(findings, "cli.alias").text, "there is no such file: C:\\alias.exe");
+  EXPECT_EQ(find(findings, "cli.searchPath").text, "morva-viewer-cli.exe is not on it");
+  looks[2] = {"cli alias", CliOutcome::unavailable, {}};
+  EXPECT_EQ(find(judgeAgent(looks, ports(Answer::none)), "cli.alias").text,
+            "the system names no folder for local application data");
+}
+
+TEST(JudgeAgent, UsesTheFirstPlaceThatHasIt) {
+  std::vector<CliLook> looks = noProgram();
+  looks[1] = {"cli registry", CliOutcome::found, L"C:\\first.exe"};
+  looks[2] = {"cli alias", CliOutcome::found, L"C:\\second.exe"};
+  const Findings findings = judgeAgent(looks, ports(Answer::none));
+  EXPECT_EQ(find(findings, "cli.registry").text, "found: C:\\first.exe");
+  EXPECT_EQ(find(findings, "cli.alias").text,
+            "found: C:\\second.exe (not used, as an earlier place has one)");
+}
+
+TEST(JudgeAgent, SaysWhatEachPortAnswersAndHowFast) {
+  const std::tuple<Answer, Health, const char*> cases[] = {
+      {Answer::ready, Health::ok, "an agent is ready (7 ms)"},
+      {Answer::notReady, Health::note, "an agent answers that it is not ready (7 ms)"},
+      {Answer::foreign, Health::note, "another program answers (7 ms)"},
+      {Answer::none, Health::note, "nobody answers (7 ms)"},
+  };
+  for (const auto& [answer, health, text] : cases) {
+    const Findings findings = judgeAgent(noProgram(), ports(answer));
+    EXPECT_EQ(find(findings, "agent.port.8090").text, text);
+    EXPECT_EQ(find(findings, "agent.port.8090").health, health);
+  }
+}
+
+TEST(LookAtCliSources, LooksAtAllFour) {
+  const std::vector<CliLook> looks = lookAtCliSources();
+  ASSERT_EQ(looks.size(), cliSourceCount);
+  EXPECT_STREQ(looks[0].source, "cli options");
+  EXPECT_STREQ(looks[3].source, "cli SearchPath");
+}
+
+using Texts = std::vector<std::string>;
+
+BrowserState wellState() {
+  BrowserState state;
+  state.installed = true;
+  state.manifest = "C:\\m.json";
+  state.program = "C:\\x.exe";
+  state.programExists = state.programIsThis = true;
+  return state;
+}
+
+TEST(JudgeBrowsers, IsContentWithOneThatIsSetUp) {
+  BrowserStates states;
+  states[0] = wellState();
+  states[1].installed = true;
+  const Findings findings = judgeBrowsers(states);
+  EXPECT_EQ(problemsIn(findings), 0);
+  for (const char* what : {"registration", "manifest", "policy"}) {
+    const Finding& finding = find(findings, std::string("browser.chrome.") + what);
+    EXPECT_EQ(finding.health, Health::ok) << what;
+    EXPECT_EQ(finding.remedy, "") << what;
+  }
+  const Finding& edge = find(findings, "browser.edge.registration");
+  EXPECT_EQ(edge.health, Health::note);
+  EXPECT_EQ(edge.remedy, "run: morva-chrome-host --register --browser edge");
+  EXPECT_EQ(std::ranges::count(findings, "browser.edge.manifest", &Finding::id), 0);
+}
+
+TEST(JudgeBrowsers, MissesARegistrationOrABrowser) {
+  BrowserStates states;
+  const Findings none = judgeBrowsers(states);
+  EXPECT_EQ(problemsIn(none), 1);
+  EXPECT_NE(find(none, "browsers").remedy.find("--register"), std::string::npos);
+  states[1].installed = true;
+  const Findings findings = judgeBrowsers(states);
+  EXPECT_EQ(problemsIn(findings), 1);
+  EXPECT_EQ(find(findings, "browser.edge.registration").health, Health::problem);
+}
+
+const std::tuple<const char*, std::function<void(BrowserState&)>, const char*, const char*>
+    faultCases[] = {
+        {"a manifest that is no good",
+         [](BrowserState& s) { s.manifestFault = "it is no JSON object"; },
+         "browser.chrome.manifest", "the browser does not take it: it is no JSON object"},
+        {"a program that is gone",
+         [](BrowserState& s) { s.programExists = s.programIsThis = false; },
+         "browser.chrome.manifest", "it names a program that is not there: C:\\x.exe"},
+        {"another program", [](BrowserState& s) { s.programIsThis = false; },
+         "browser.chrome.manifest", "it starts another program: C:\\x.exe"},
+        {"forbidden", [](BrowserState& s) { s.hostForbidden = true; }, "browser.chrome.policy",
+         "an administrator's policy forbids this host (NativeMessagingBlocklist)"},
+        {"forbidden for users", [](BrowserState& s) { s.userHostsForbidden = true; },
+         "browser.chrome.policy",
+         "an administrator's policy forbids hosts that are registered for one user "
+         "(NativeMessagingUserLevelHosts)"},
+};
+
+TEST(JudgeBrowsers, NamesEachFaultAndARemedy) {
+  for (const auto& [name, change, id, text] : faultCases) {
+    SCOPED_TRACE(name);
+    BrowserStates states;
+    states[0] = wellState();
+    change(states[0]);
+    const Findings findings = judgeBrowsers(states);
+    EXPECT_EQ(problemsIn(findings), 1);
+    const Finding& finding = find(findings, id);
+    EXPECT_EQ(finding.health, Health::problem);
+    EXPECT_EQ(finding.text, text);
+    EXPECT_NE(finding.remedy, "");
+  }
+}
+
+TEST(JudgeBrowsers, LetsAPolicyAgainstUsersHostsPassForAllUsers) {
+  BrowserStates states;
+  states[0] = wellState();
+  states[0].forAllUsers = states[0].userHostsForbidden = true;
+  EXPECT_EQ(problemsIn(judgeBrowsers(states)), 0);
+}
+
+TEST(IsHostForbidden, GoesByTheAllowListFirst) {
+  const std::string name = "com.quenlark.morva.chrome";
+  EXPECT_FALSE(isHostForbidden({}, {}));
+  EXPECT_FALSE(isHostForbidden({"com.other"}, {}));
+  for (const Texts& block : {Texts{"*"}, Texts{name}, Texts{"com.other", name}}) {
+    EXPECT_TRUE(isHostForbidden(block, {}));
+    EXPECT_TRUE(isHostForbidden(block, {"com.other"}));
+    EXPECT_TRUE(isHostForbidden(block, {"*"}));
+    EXPECT_FALSE(isHostForbidden(block, {name}));
+  }
+}
+
+FolderState wellFolder() {
+  FolderState state;
+  state.folder = "C:\\work";
+  state.drops = "C:\\work\\chat-paste";
+  state.exists = state.mayWrite = state.onDrive = true;
+  return state;
+}
+
+template <class State, class Change>
+State with(State state, Change change) {
+  change(state);
+  return state;
+}
+
+const std::tuple<const char*, Finding, Health, const char*> findingCases[] = {
+    {"the first port", judgeToolServer({{}, 39270, true}), Health::ok, "can listen on port 39270"},
+    {"the third port", judgeToolServer({{39270, 39271}, 39272, true}), Health::ok,
+     "can listen on port 39272; taken, by other hosts perhaps: 39270, 39271"},
+    {"no port", judgeToolServer({{39270}, 0, true}), Health::problem,
+     "no port from 39270 to 39279 is free: a host that starts now has no browser tools and takes "
+     "no files"},
+    {"no random bytes", judgeToolServer({{}, 39270, false}), Health::problem,
+     "the system returns no random bytes, so there is no session token"},
+    {"a folder", judgeFolder(wellFolder()), Health::ok, "C:\\work"},
+    {"no folder", judgeFolder({}), Health::problem,
+     "the system names no folder for application data"},
+    {"a folder to be made", judgeFolder(with(wellFolder(), [](auto& s) { s.exists = false; })),
+     Health::ok, "C:\\work, made when it is needed"},
+    {"a folder that is locked",
+     judgeFolder(with(wellFolder(), [](auto& s) { s.mayWrite = false; })), Health::problem,
+     "C:\\work cannot be written to"},
+    {"a folder elsewhere", judgeFolder(with(wellFolder(), [](auto& s) { s.onDrive = false; })),
+     Health::note,
+     "C:\\work is no folder of this machine: pasted files cannot be shown in the panel"},
+    {"almost full", judgeDrops(with(wellFolder(), [](auto& s) { s.files = 300, s.recent = 199; })),
+     Health::ok, "300 files, 199 of the last day (at most 200)"},
+    {"full", judgeDrops(with(wellFolder(), [](auto& s) { s.files = s.recent = 200; })),
+     Health::problem, "200 files of the last day, so no more are taken"},
+    {"a link", judgeDrops(with(wellFolder(), [](auto& s) { s.dropsIsLink = true; })),
+     Health::problem, "C:\\work\\chat-paste is a link, so files are refused"},
+    {"unreadable", judgeDrops(with(wellFolder(), [](auto& s) { s.dropsReadable = false; })),
+     Health::problem, "C:\\work\\chat-paste cannot be read, so files are refused"},
+    {"no application", judgeApplication({}), Health::note,
+     "does not run; commands that need its window fail"},
+    {"an application", judgeApplication({8123, true}), Health::ok,
+     "runs and takes commands on port 8123"},
+    {"a silent application", judgeApplication({8123, false}), Health::problem,
+     "announces itself on port 8123, but does not answer there"},
+    {"no pipe", judgePipe(PipeState::absent), Health::ok,
+     "its name is free, the next host that starts serves it"},
+    {"a pipe", judgePipe(PipeState::listening), Health::ok,
+     "a host serves it and waits for a client"},
+    {"a busy pipe", judgePipe(PipeState::busy), Health::ok, "a host serves a client on it"},
+    {"no word on the pipe", judgePipe(PipeState::unknown), Health::note,
+     "the system does not report whether its name is free"},
+};
+
+TEST(JudgePlaces, SaysHowEachIsAndWhatToDo) {
+  for (const auto& [name, finding, health, text] : findingCases) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(finding.health, health);
+    EXPECT_EQ(finding.text, text);
+    if (health != Health::note) EXPECT_EQ(finding.remedy.empty(), health == Health::ok);
+  }
+}
+
+TEST(LookAtFolder, MakesNothing) {
+  const TestFolder folder;
+  const EnvironmentVariable appData("APPDATA", toUtf8(folder.path().wstring()));
+  EXPECT_EQ(lookAtFolder().folder, toUtf8(hostDataFolderPath()));
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+}  // namespace
+}  // namespace media::win::chrome_inspect
