@@ -9,12 +9,8 @@ import struct
 
 import pytest
 
-from support.builds import IS_SANITIZED
-from support.memory import peak_mib
 from support.panel_side import ACK, compact
 from support.scripted_agent import holds
-
-LARGEST_BODY = 16 * 1024 * 1024
 
 
 def framed(body, length=None):
@@ -102,19 +98,10 @@ def test_a_frame_nested_too_deeply_is_told_in_the_log_and_does_no_harm(panel, ag
     assert lines.count(("error", "frame dropped: json nested too deeply")) == 4
 
 
-@pytest.mark.off_protocol("panel")
-@pytest.mark.parametrize("piece", [b'[["a",', b'{"":'])
-def test_small_json_with_a_large_tree_is_refused_before_it_takes_memory(panel, piece):
-    before = peak_mib(panel)
-    answers_to(panel, framed(piece * (LARGEST_BODY // len(piece))), 0)
-    # The body twice over; a sanitizer keeps what was freed for a while.
-    assert peak_mib(panel) - before < (300 if IS_SANITIZED else 60)
-
-
 # --- The end of the stream ---
 
 @pytest.mark.off_protocol("panel")
-@pytest.mark.parametrize("data", [framed(b'{"a":1e999}'), framed(b"", LARGEST_BODY + 1)])
+@pytest.mark.parametrize("data", [framed(b'{"a":1e999}'), framed(b"", 16 * 1024 * 1024 + 1)])
 def test_a_stream_out_of_step_ends_the_host_with_0(panel, data):
     mark = panel.mark()
     panel.send_raw(data)

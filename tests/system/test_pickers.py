@@ -96,9 +96,3 @@ def test_no_dialog_is_an_error_line(panel):
     mark = panel.mark()
     assert panel.ask("pickContextPaths")["ok"] is True
     assert panel.wait_event("appendText", since=mark) == NOT_OPEN
-
-
-def test_attached_paths_come_back_as_one_argument(panel):
-    mark = panel.mark()
-    assert panel.ask("attachContextPaths", paths=["C:\\a b", "h\u00e9"])["ok"] is True
-    assert panel.wait_event("appendContextPaths", since=mark) == [["C:\\a b", "h\u00e9"]]

@@ -37,7 +37,6 @@ def file_answer(content_type, body, cors=True):
 
 FAILURE = '{"ok":false}'
 BAD_REQUEST = json_answer("400 Bad Request", FAILURE, cors=False)
-UNAUTHORIZED = json_answer("401 Unauthorized", FAILURE, cors=False)
 UNAUTHORIZED_CORS = json_answer("401 Unauthorized", FAILURE, cors=True)
 FORBIDDEN = json_answer("403 Forbidden", FAILURE, cors=False)
 NO_ROUTE = json_answer("404 Not Found", FAILURE, cors=False)
@@ -70,14 +69,11 @@ def receive_all(connection):
     return b"".join(pieces)
 
 
-def _start_and_headers(head):
-    first, *lines = head.decode("latin-1").rstrip("\r\n").split("\r\n")
-    return first.split(" "), [tuple(line.split(": ", 1)) for line in lines]
-
-
 def check_request(head, body):
     """Holds a request against the protocol."""
-    (method, target, _), headers = _start_and_headers(head)
+    first, *lines = head.decode("latin-1").rstrip("\r\n").split("\r\n")
+    method, target, _ = first.split(" ")
+    headers = [tuple(line.split(": ", 1)) for line in lines]
     findings.message(CLIENT, "toolServer", message_name(method, target),
                      request_value(method, target, headers, body))
 
@@ -94,15 +90,10 @@ def check_answer(request, answer):
 class ToolServer:
     def __init__(self, panel):
         self.panel = panel
-        asked = {}
-
-        def ready():  # the panel may ask before the port is bound
-            asked.update(panel.ask("contextImportUrl"))
-            return asked["ok"]
-
-        until(ready, "the tool server does not listen", 10)
-        self.upload_url = asked["url"]
-        self.token = asked["token"]
+        # The panel may ask before the port is bound.
+        asked = until(lambda: (reply := panel.ask("contextImportUrl"))["ok"] and reply,
+                      "the tool server does not listen", 10)
+        self.upload_url, self.token = asked["url"], asked["token"]
         self.port = int(self.upload_url.split(":")[2].split("/")[0])
 
     def connect(self, timeout=30):
