@@ -20,16 +20,22 @@ SCENARIOS = {"long": 4, "hello": 3, "unicode": 2, "browse": 2, "tools": 2, "comm
 TAB = {"currentUrl": "https://example.org/", "currentTitle": "Soak"}
 
 
-def turn(life, random):
-    began = time.monotonic()
+def begin_turn(life, random, preset):
+    """What is to become of it, and its prompt."""
     (scenario,) = random.choices(list(SCENARIOS), SCENARIOS.values())
     count = random.randint(20, 400)
     prompt = f"/scenario {scenario} {count}"
     expected = "".join(f"word{number} " for number in range(count)) if scenario == "long" else None
     session = f"{prompt}, number {next(numbers)}"
     record = life.ledger.expect_turn(session, expected)
-    reply = life.ask("send", prompt=prompt, browser=TAB, chat_session_id=session, preset="plain")
+    reply = life.ask("send", prompt=prompt, browser=TAB, chat_session_id=session, preset=preset)
     assert reply["ok"], f"not accepted: {reply}"
+    return record, prompt
+
+
+def turn(life, random):
+    began = time.monotonic()
+    record, prompt = begin_turn(life, random, "plain")
     life.ledger.wait(record)
     if life.record.disturbed_until >= began:
         record.expected = None  # an answer that lasts until the agent hangs up may end anywhere
@@ -47,6 +53,14 @@ def small_messages(life, _):
     """A handful at once, of which none needs the agent."""
     pending = [life.post(kind) for kind in ("getStatus", "poll", "hostLog", "ready")]
     pending.append(life.post("browserSnapshot", browser=TAB))
+    for each in pending:
+        life.ledger.wait(each)
+        assert each.reply["ok"], each.name
+
+
+def cli_folder(life, _):
+    """A look for the program leaves lines in the log, which are taken meanwhile."""
+    pending = [life.post(kind, dir="") for kind in ("cliDirApply", "poll", "poll")]
     for each in pending:
         life.ledger.wait(each)
         assert each.reply["ok"], each.name
@@ -105,18 +119,38 @@ def event(life, _):
         raise LifeOver
 
 
+def point_events(life, random):
+    """The panel is opened anew and goes on behind the last event, for all senders or for one."""
+    if random.random() < 0.5:
+        life.ask("panelClosed")
+    last = life.agent.ask("/test/running")["lastEvent"]
+    reply = life.ask("chatSender", sender=random.choice(["", "soak"]), after=last)
+    assert reply["ok"], f"{reply}"
+
+
+def voice(life, random):
+    """A session, and another while it runs, which the agent takes or refuses."""
+    for kind, members in (
+            ("realtimeStart", {"preset": "plain"}), ("realtimePushToTalk", {"held": True}),
+            ("realtimePushToTalk", {"held": False, "finishInputTurn": True}),
+            ("realtimeStart", {"mic_send": random.random() < 0.5}), ("realtimeStop", {})):
+        assert life.ask(kind, **members)["ok"], kind
+
+
 ACTIONS = {
     "turn": turn, "small messages": small_messages, "upload": upload, "tool call": tool_call,
-    "event": event, "pipe request": pipe_request, "list sessions": rpc("listChatSessions"),
+    "event": event, "point events": point_events, "voice": voice, "cli folder": cli_folder,
+    "pipe request": pipe_request, "list sessions": rpc("listChatSessions"),
     "credit": rpc("getCreditInfo"), "presets": rpc("getChatPresets"),
     "search": rpc("searchStart", query="report", headLimit=5),
 }
-NEED_NO_AGENT = ("small messages", "upload", "tool call", "pipe request")
+NEED_NO_AGENT = ("small messages", "cli folder", "upload", "tool call", "pipe request")
 # One list per thread, from which it chooses at random. What returns False has not been done.
 ACTORS = {
     "chat 1": ["turn"], "chat 2": ["turn"], "files": ["upload"], "tools": ["tool call"],
-    "panel": ["small messages", "list sessions", "credit", "presets", "search"],
-    "events": ["event"], "local program": ["pipe request"],
+    "panel": ["small messages", "cli folder", "list sessions", "credit", "presets", "search"],
+    "events": ["event", "event", "point events"], "voice": ["voice"],
+    "local program": ["pipe request"],
 }
 # A program that waits for the pipe may find the next host there instead; nobody waits for it.
 OUTLIVES_THE_HOST = ("local program",)

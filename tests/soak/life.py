@@ -3,6 +3,7 @@ rest; ended."""
 
 from __future__ import annotations
 
+import contextlib
 import functools
 import http.client
 import random
@@ -21,6 +22,7 @@ REST_TIMEOUT_S = 180.0
 # Between two actions of one thread, so that the machine does other things too.
 PAUSE_S = (0.02, 0.15)
 PAUSE_AFTER_FAILURE_S = (0.2, 0.5)
+LAST_WORDS = 1000
 
 
 class Life:
@@ -71,11 +73,18 @@ class Life:
             for each in quiet:
                 each.release()
 
-    def end(self):
-        """Closes the host's input while whatever is going on goes on. Its exit code."""
+    def end(self, late_seconds):
+        """Closes the host's input while whatever is going on goes on, and more is asked than a pipe
+        takes answers; they are read late. Its exit code."""
         self.over.set()
+        self.host.pause_reading()
+        with contextlib.suppress(LifeOver):  # it has ended by itself
+            for _ in range(LAST_WORDS):
+                self.post("getStatus")
         with self._sending:
             self.host.close_stdin()
+        time.sleep(late_seconds)
+        self.host.resume_reading()
         try:
             return self.host.wait(60)
         finally:

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 """Lets everything happen at once, at random, for a while: ./dev soak --minutes N [--seed S]
 
-Turns, stops, tool calls, uploads, events and small messages come from many threads; the agent
-crashes and comes back; the host's input is closed in the midst of it, and a new host takes over, as
-when the extension is loaded anew. Every reply must come once, every event once, every turn end
-once, every host end in order; and at rest a host must have the memory, threads and handles that it
-had before.
+Turns, stops, tool calls, uploads, events, voice and small messages come from many threads; the
+agent crashes and comes back; the host's input is closed in the midst of it, what it still says is
+read late, and a new host takes over, as when the extension is loaded anew. Every reply must come
+once, every event once, every turn end once, every host end in order; and at rest a host must have
+the memory, threads and handles that it had before.
 
 The seed chooses what is done and when; what the threads then make of it differs from run to run.
 """
@@ -39,7 +39,7 @@ os.environ["MORVA_HOST_BUILD"] = options.build  # read when the modules below ar
 sys.path[:0] = [str(ROOT), str(ROOT / "tests" / "system"), str(ROOT / "tools")]
 
 import junit  # noqa: E402
-from actions import ACTIONS  # noqa: E402
+from actions import ACTIONS, begin_turn  # noqa: E402
 from gauges import Gauges  # noqa: E402
 from judgement import growths, verdicts  # noqa: E402
 from ledger import Record  # noqa: E402
@@ -62,6 +62,8 @@ FEWEST_SAMPLES = 5
 LONGEST_EXTRA_S = 240.0  # for a machine that is too slow to show everything in time
 BUSY_S = (1.5, 3.5)  # between two rests
 AGENT_AWAY_S = (0.0, 1.5)
+STOPPED_AFTER_S = (0.0, 0.1)
+LATE_S = (0.0, 0.5)  # how long after its end a host's last words may be read
 STOP_REACHES_S = 1.0  # so long after a "stop" the agent may still cancel what runs
 
 
@@ -141,7 +143,8 @@ class Run:
             seconds = min(seconds, left)
         before = seconds * self.random.random()
         time.sleep(before)
-        disturb = self.random.choice([self.crash_agent, self.crash_agent, self.stop_turns, None])
+        disturb = self.random.choice(
+            [self.crash_agent, self.crash_agent, self.stop_turns, self.stop_turns, None])
         if disturb:
             self.record.disturbed_until = float("inf")
             disturb(life)
@@ -162,13 +165,17 @@ class Run:
         self.start_agent()
 
     def stop_turns(self, life):
+        """Those that run, and one that has just begun: however far it has come."""
         self.record.counts["stops"] += 1
+        begun, _ = begin_turn(life, self.random, "")
+        time.sleep(self.random.uniform(*STOPPED_AFTER_S))
         life.ask("stop")
+        life.ledger.wait(begun)
         time.sleep(STOP_REACHES_S)
 
     def end_life(self, life):
         try:
-            code = life.end()
+            code = life.end(self.random.uniform(*LATE_S))
             if code < 0 and self.prefix:
                 # A fault of a Windows program becomes its exit code; of a signal only Wine itself
                 # dies, about once in some thousand ends of a process.

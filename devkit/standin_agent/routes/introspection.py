@@ -26,9 +26,10 @@ async def turns(request: web.Request) -> web.Response:
 
 
 async def running(request: web.Request) -> web.Response:
-    """How many turns and event streams are open."""
+    """How many turns and event streams are open, and the id of the last event."""
     state = state_of(request)
-    return web.json_response({"turns": len(state.running), "events": len(state.event_listeners)})
+    return web.json_response({"turns": len(state.running), "events": len(state.event_listeners),
+                              "lastEvent": len(state.chat_events)})
 
 
 async def feed_event(request: web.Request) -> web.Response:
