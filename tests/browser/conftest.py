@@ -17,12 +17,6 @@ from support.agent_tools import FINDINGS  # noqa: E402
 from support.shared_browser import SharedBrowser  # noqa: E402
 
 SCREENSHOTS = ROOT / "build" / "test" / "browser-screenshots"
-README_IMAGES = ROOT / "docs" / "images"
-
-
-def pytest_addoption(parser):
-    parser.addoption("--readme-images", action="store_true",
-                     help="write the pictures of the README to docs/images, not to build/test")
 
 
 @pytest.hookimpl(hookwrapper=True)
@@ -104,18 +98,3 @@ def page(panel, shared):
         return panel.driver.execute_script(script, *args)
 
     return run
-
-
-@pytest.fixture
-def picture(request):
-    """picture(panel, name) writes a picture of the panel for the README."""
-    chosen = request.config.getoption("--readme-images")
-    folder = README_IMAGES if chosen else SCREENSHOTS
-
-    def take(panel, name):
-        folder.mkdir(parents=True, exist_ok=True)
-        panel.show()
-        panel.driver.execute_cdp_cmd("Page.bringToFront", {})
-        assert panel.driver.save_screenshot(str(folder / f"{name}.png"))
-
-    return take

@@ -1,10 +1,8 @@
-"""Turns in which the agent uses this browser, from its stream to the page; pictures of them."""
+"""Turns in which the agent uses this browser, from its stream to the page."""
 
 
-def test_a_turn_reads_finds_clicks_types_selects_batches_and_navigates(
-        panel, tools, page, site, picture):
+def test_a_turn_reads_finds_clicks_types_selects_batches_and_navigates(panel, tools, page, site):
     tools.goto(f"{site.url}/form.html")
-    panel.driver.set_window_size(460, 1150)  # for a picture of the whole turn
     rows = panel.turn(f"/scenario browse {site.url}", patience=90)
     assert not [row.text for row in rows if row.kind == "error"]
     assert panel.answer.startswith("I have 8 browser tools. ")
@@ -15,18 +13,11 @@ def test_a_turn_reads_finds_clicks_types_selects_batches_and_navigates(
         "navigate", "navigate")]
     assert page("return [document.title, location.href]") == [
         "Lamps - Shop", f"{site.url}/shop.html"]
-    picture(panel, "panel-browse")
 
 
-def test_a_hostile_page_is_flagged_and_redacted(panel, tools, site, picture):
+def test_a_hostile_page_is_flagged_and_redacted(panel, tools, site):
     tools.goto(f"{site.url}/shop.html")
-    panel.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {
-        "features": [{"name": "prefers-color-scheme", "value": "dark"}]})
-    try:
-        rows = panel.turn(f"/scenario hostile-page {site.url}", patience=90)
-        picture(panel, "panel-hostile-page")
-    finally:
-        panel.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": []})
+    rows = panel.turn(f"/scenario hostile-page {site.url}", patience=90)
     assert not [row.text for row in rows if row.kind == "error"]
     assert "browser_read: flagged as instruction_override" in "\n".join(row.text for row in rows)
     assert panel.answer.startswith("Flagged: instruction_override. Element d")
