@@ -1,6 +1,5 @@
 #include "chat/agent_event.h"
 
-#include "channel/framing.h"
 #include "support/brief_events.h"
 #include "support/captured_output.h"
 #include "support/testing.h"
@@ -131,35 +130,6 @@ TEST(TranslateAgentEvent, ThrowsForAWrongTypeAndSendsNothing) {
     EXPECT_THROW(translateAgentEvent(events, "c", json::parse(text)), json::type_error);
     EXPECT_TRUE(output.finish().empty());
   }
-}
-
-TEST(TranslateAgentEvent, SplitsLongTextsForTheBrowser) {
-  limitFramesForBrowser();
-  const std::string text(2 * maxBrowserBody, 'x');
-  CapturedOutput output;
-  TurnEvents turn("r");
-  translateAgentEvent(turn, "c", {{"type", "thinking"}, {"text", text}});
-  translateAgentEvent(turn, "c", {{"type", "tool_file_progress"}, {"id", "7"}, {"chunk", text}});
-  translateAgentEvent(turn, "c", {{"type", "tool_call"}, {"text", text}});
-  const CapturedOutput::Frames frames = output.finish();
-  std::string thinking;
-  std::string chunks;
-  std::string lines;
-  for (const std::string& frame : frames) EXPECT_LE(frame.size(), maxBrowserBody);
-  for (const std::string& event : eventsIn(frames)) {
-    const json args = json::parse(event).at("args");
-    if (args.size() == 3) {
-      chunks += args.at(1).get<std::string>();
-    } else if (args.at(0).contains("role")) {
-      lines += args.at(0).at("text").get<std::string>();
-    } else {
-      thinking += args.at(0).at("text").get<std::string>();
-    }
-  }
-  EXPECT_TRUE(thinking == text);
-  EXPECT_TRUE(chunks == text);
-  EXPECT_TRUE(lines.starts_with("event appendText left out: too large for the browser ("))
-      << lines.size();
 }
 
 }  // namespace

@@ -74,6 +74,8 @@ const EndCase endCases[] = {
     {"an end without a word", head, nullptr},
     {"the last good status", answerText("", "399 X"), nullptr},
     {"the first bad one", answerText("", "400 X"), "agent request failed"},
+    {"a bad one with an error event", answerText("data: {\"error\":\"busy\"}\n\n", "503 X"),
+     "agent request failed"},
     {"a bad one after some text", "HTTP/1.1 500 No\r\n\r\n" + delta, nullptr},
     {"broken off", "HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\n" + delta, nullptr},
     {"no answer", "", "agent request failed"},
@@ -114,6 +116,7 @@ const RequestCase requestCases[] = {
     {R"({"browser":{"currentUrl":"u\n","currentTitle":"\n"},"context_paths":["x"]})",
      "[chrome tab] \n \xE2\x80\x94 u\n\n\np",
      R"({"browser":{"currentTitle":"\n","currentUrl":"u\n"},"selection":["x"]})"},
+    {R"({"browser":"u","context_paths":5})", "p", "{}"},
     {R"({"browser":{"currentUrl":"u"}})", "[chrome tab]  \xE2\x80\x94 u\n\np",
      R"({"browser":{"currentUrl":"u"}})"},
 };
@@ -270,8 +273,8 @@ TEST(Turn, StoppedInAFloodOfEventsSaysNothingAfterItsEnd) {
   EXPECT_EQ(events.substr(events.find("agentDone")), ended("cancelled"));
 }
 
-TEST(Turn, StoppedInItsStreamIsCancelled) {
-  for (const std::string& rest : {""s, "data: {"s, "data: {x\n\n"s}) {
+TEST(Turn, StoppedInTheMiddleOfAnEventIsCancelled) {
+  for (const std::string& rest : {"data: {"s, "data: {x\n\n"s}) {
     SCOPED_TRACE(rest);
     AgentDouble agent([&rest](ServedConnection& connection) {
       (void)connection.send(head);
