@@ -4,26 +4,16 @@
 
 namespace media::win::chrome_inspect {
 
-const Phrases overridePhrases = {"ignore prior instructions",
-                                 "ignore previous instructions",
-                                 "system override",
-                                 "ignore safety",
-                                 "disable sandbox",
+const Phrases overridePhrases = {"ignore prior instructions", "ignore previous instructions",
+                                 "system override", "ignore safety", "disable sandbox",
                                  "skip consent",
-                                 "developer maintenance mode",
-                                 "new policy: always allow",
-                                 "do not tell the user",
-                                 "authorized maintenance"};
-const Phrases credentialPhrases = {"~/.ssh",
-                                   R"(%userprofile%\.ssh)",
-                                   "%userprofile%/.ssh",
-                                   R"(\.ssh\)",
-                                   "/.ssh/",
-                                   R"(.ssh\)",
-                                   "id_rsa",
-                                   "id_ed25519",
-                                   ".aws/credentials",
-                                   R"(.aws\credentials)"};
+                                 // In the name of somebody who may.
+                                 "developer maintenance mode", "new policy: always allow",
+                                 "do not tell the user", "authorized maintenance"};
+const Phrases credentialPhrases = {
+    "~/.ssh", R"(%userprofile%\.ssh)", "%userprofile%/.ssh", R"(\.ssh\)", "/.ssh/", R"(.ssh\)",
+    // The keys themselves.
+    "id_rsa", "id_ed25519", ".aws/credentials", R"(.aws\credentials)"};
 const Phrases exfiltrationPhrases = {
     "upload",  "exfil", "exfiltrate",        "compress-archive", "tar cz",
     "tar -cz", "zip ",  "invoke-restmethod", "invoke-webrequest"};
