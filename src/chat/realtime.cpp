@@ -77,7 +77,12 @@ void forwardVoiceEvent(json& event) {
 
 void voiceEventsEnded(const AgentResponse& response) {
   forgetSession();
-  reportVoiceStreamEnd(response, voice().saidDone);
+  if (voice().saidDone) return;
+  try {
+    if (response.status != 200) reportRealtimeError(response.error);
+  } catch (const std::exception&) {  // no memory for the reason; the end itself must be sent
+  }
+  emitPanelMessage("realtimeDone", json::array());
 }
 
 // Leaves the session that runs, and returns the port of its agent; 0 when there was none.
@@ -146,15 +151,6 @@ void pushToTalk(const json& request) {
 void stopRealtime() {
   stopRealtimeEvents();  // first: the agent's own "realtimeDone" would be a second one
   postTo(currentAgentPort(), stopPath, json::object());
-  emitPanelMessage("realtimeDone", json::array());
-}
-
-void reportVoiceStreamEnd(const AgentResponse& response, bool saidDone) {
-  if (saidDone) return;
-  try {
-    if (response.status != 200) reportRealtimeError(response.error);
-  } catch (const std::exception&) {  // no memory for the reason; the end itself must be sent
-  }
   emitPanelMessage("realtimeDone", json::array());
 }
 

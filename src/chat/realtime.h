@@ -2,8 +2,6 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "agent/agent_request.h"
-
 // A voice conversation that the agent runs. Called by the dispatcher; each function blocks as long
 // as its request to the agent takes. The session's events reach the panel from a thread of its own.
 namespace media::win::chrome_inspect {
@@ -22,9 +20,5 @@ void stopRealtime();
 
 // Ends the forwarding; nothing is sent to the agent or the panel.
 void stopRealtimeEvents();
-
-// What the end of a session's event stream is to the panel: "realtimeError", unless the status is
-// 200, and "realtimeDone"; nothing when the agent has said "realtimeDone" itself.
-void reportVoiceStreamEnd(const AgentResponse& response, bool saidDone);
 
 }  // namespace media::win::chrome_inspect

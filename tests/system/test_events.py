@@ -52,15 +52,11 @@ def test_the_stream_is_asked_for_once_an_agent_is_there(panel, feeding):
 
 # --- What is forwarded ---
 
-PASSED_OVER = [b"data: {\"method\":\"m\"}", b"data: {", b"data: " + b"[" * 100_000, b": ping", b"",
-               b'data: {"method":"\xff","args":[]}']
-
-
 def test_events_are_forwarded_and_other_blocks_passed_over(panel, feeding):
     feed = listen(panel, feeding)
     mark = panel.mark()
     stream = b"\n\n".join([
-        b'data: {"method":"m","args":[1,{"a":null}],"id":7,"sender":"w","x":1}', *PASSED_OVER,
+        b'data: {"method":"m","args":[1,{"a":null}],"id":7,"sender":"w","x":1}', b": ping", b"data: {",
         'data: {"method":"ü€😀",\r\ndata: "args":["\\ud83d"]}\r'.encode(), b""])
     for at in range(0, len(stream), 999):
         feed.send(stream[at:at + 999])

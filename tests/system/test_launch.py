@@ -109,29 +109,6 @@ def test_of_too_many_lines_the_oldest_are_dropped(start_panel, cli, reads):
     assert max(map(len, batches)) <= 41  # forty lines and the event itself
 
 
-def test_the_twentieth_line_sends_all_twenty(start_panel, cli):
-    """Nothing else is sent while the child starts, so its lines alone fill the queue."""
-    panel = start_panel(env=cli.env(lines=20, never_ready=1))
-    mark = panel.start_turn()
-    panel.wait_event("appendDebugLog", lambda args: args[0]["text"] == "line 8", mark, timeout=30)
-    first = next(f["events"] for f in panel.frames_since(mark) if f["kind"] == "hostChatEvents"
-                 and f["events"][-1]["method"] == "appendDebugLog")
-    assert 20 <= len(first) <= 40
-    assert first[0] == {"method": "appendDebugLog", "args": [
-        {"source": "agent", "level": "trace", "text": "cli options (none)"}]}  # the oldest first
-
-
-def test_fewer_than_twenty_lines_wait_for_an_event(start_panel, cli):
-    panel = start_panel(env=cli.env(lines=5, ready_after_ms=800))
-    mark = panel.mark()
-    panel.run_turn(timeout=30)
-    (carrier,) = [[event["method"] for event in f["events"]] for f in panel.frames_since(mark)
-                  if f["kind"] == "hostChatEvents" and len(f["events"]) > 1]
-    assert carrier[-1] != "appendDebugLog"  # behind what was queued
-    assert set(carrier[:-1]) == {"appendDebugLog"}
-    assert "line 5" in panel.log_lines(mark)
-
-
 # --- Children that do not come up, or not soon ---
 
 def test_a_child_that_dies_is_tried_on_five_ports(start_panel, cli):

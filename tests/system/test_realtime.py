@@ -11,7 +11,7 @@ import pytest
 
 from support.feeding_agent import (
     REALTIME_EVENTS, REALTIME_PTT, REALTIME_START, REALTIME_STOP)
-from support.scripted_agent import READY, answers, delta, streams
+from support.scripted_agent import READY, answers
 
 DONE = ("realtimeDone", [])
 
@@ -80,27 +80,6 @@ def test_a_start_that_fails_is_told_and_over(panel, feeding):
     assert feeding.feeds_of(REALTIME_EVENTS) == []
 
 
-STREAM_ENDS = {
-    "in order": (streams({"method": "a", "args": [1]}), [("a", [1]), DONE]),
-    "with its own end": (streams({"method": "realtimeDone", "args": ["x"]}),
-                         [("realtimeDone", ["x"])]),
-    "another status": (answers(b"", status="500 No"),
-                       [("realtimeError", ["realtime session failed"]), DONE]),
-}
-
-
-@pytest.mark.off_protocol("agent")
-def test_the_end_of_the_stream_is_told_exactly_once(panel, feeding):
-    listening = feeding.on[REALTIME_EVENTS]
-    for count, (ending, wanted) in enumerate(STREAM_ENDS.values(), 1):
-        mark = panel.mark()
-        feeding.on[REALTIME_EVENTS] = ending
-        panel.ask_for_ack("realtimeStart")
-        panel.wait_event("realtimeDone", since=mark)
-        feeding.on[REALTIME_EVENTS] = listening
-        assert wait_told(panel, start(panel, feeding, count), mark) == wanted
-
-
 # --- The stop ---
 
 def test_a_stop_without_an_agent_still_tells_the_end(panel):
@@ -138,14 +117,3 @@ def test_a_session_is_left_without_a_word(panel, feeding, kind):
     second = feeding.wait_feed(2, REALTIME_EVENTS) if kind == "realtimeStart" else start(
         panel, feeding, 2)
     assert wait_told(panel, second, mark) == []
-
-
-@pytest.mark.off_protocol("agent")
-def test_a_session_does_not_touch_the_turn_that_runs(panel, feeding):
-    feed = start(panel, feeding)
-    feeding.turn(streams(delta("a"), "[DONE]"))
-    feed.tell("agentDone", ["x", False, "not yours"])
-    panel.wait_event("agentDone")
-    mark = panel.mark()
-    assert panel.run_turn("hi").done == (True, "")
-    assert DONE not in panel.told(mark)

@@ -1,17 +1,11 @@
 #include "agent/agent_starts.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <optional>
-#include <string>
-#include <utility>
-
 #include "agent/agent_end.h"
 #include "agent/current_agent.h"
 #include "platform/clock.h"
 #include "support/child_probe.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

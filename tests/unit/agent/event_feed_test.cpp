@@ -1,9 +1,6 @@
 #include "agent/event_feed.h"
 
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
-#include <string>
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -53,7 +50,7 @@ const FeedCase feedCases[] = {
 TEST(ReadFeedEvent, TakesEventsAndPassesOverTheRest) {
   for (const FeedCase& c : feedCases) {
     SCOPED_TRACE(c.name);
-    nlohmann::json event;
+    json event;
     EXPECT_EQ(readFeedEvent(c.block, event), c.event != nullptr);
     if (c.event != nullptr) {
       EXPECT_EQ(event.dump(), c.event);

@@ -1,19 +1,11 @@
 #include "agent/request_slots.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "agent/agent_end.h"
 #include "agent/running_turns.h"
 #include "platform/clock.h"
 #include "support/scripted_exchange.h"
 #include "support/test_thread.h"
+#include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {

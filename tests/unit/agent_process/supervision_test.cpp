@@ -1,12 +1,5 @@
 #include "agent_process/supervision.h"
 
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
-
 #include "agent/agent_end.h"
 #include "agent/current_agent.h"
 #include "agent/running_turns.h"
@@ -17,6 +10,7 @@
 #include "support/agent_double.h"
 #include "support/child_probe.h"
 #include "support/test_folder.h"
+#include "support/testing.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
@@ -33,7 +27,7 @@ const AgentListener listener = {[](const AgentId& agent) { hear("ready ", agent)
 
 std::vector<std::string> logged() {
   std::vector<std::string> texts;
-  for (const nlohmann::json& line : takeDebugLogEvents(maxQueuedLogLines)) {
+  for (const json& line : takeDebugLogEvents(maxQueuedLogLines)) {
     texts.push_back(line.at(0).at("level").get<std::string>() + " " +
                     line.at(0).at("text").get<std::string>());
   }

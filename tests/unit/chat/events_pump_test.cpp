@@ -35,8 +35,6 @@ void startUntil(AgentDouble& agent, std::size_t count) {
   EXPECT_GE(agent.requests(anyFeed).size(), count);
 }
 
-const std::string event1 = R"({"args":[1],"id":1,"method":"numbered"})";
-
 struct ForwardCase {
   const char* said;
   const char* forwarded;
@@ -84,6 +82,33 @@ TEST(ChatEvents, HaveOneStreamPerAgentHoweverManyAskForIt) {
   gate.open();
 }
 
+// The end of another agent on the same port stops nothing.
+TEST(ChatEvents, AreForwardedUntilTheirAgentIsStopped) {
+  Gate goOn;
+  Gate stopped;
+  CapturedOutput output;
+  AgentDouble agent([&](ServedConnection& connection) {
+    (void)connection.send(std::string(streamHead) + numbered(1));
+    goOn.wait();
+    (void)connection.send(numbered(2));
+    stopped.wait();
+    (void)connection.send(numbered(3) + "data: {\"method\":\"unfinished\",\"args\":[]}");
+  });
+  const AgentId owned{agent.port(), 2};
+  startChatEvents(owned);
+  (void)output.waitFor(1);
+  stopChatEventsOf({agent.port(), 1});
+  goOn.open();
+  (void)output.waitFor(2);
+  stopChatEventsOf(owned);
+  stopped.open();
+  startChatEvents(owned);
+  const std::vector<std::string> events = eventsIn(output.waitFor(5));  // of the second one, too
+  for (std::size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(json::parse(events.at(i)).at("id"), i % 2 + 1);
+  }
+}
+
 TEST(ChatEvents, GoOnAfterTheLastNumber) {
   CapturedOutput output;
   AgentDouble agent([](ServedConnection& connection) {
@@ -122,36 +147,6 @@ TEST(ChatEvents, AreAskedForAsPointedAt) {
   EXPECT_EQ(pathOf(requests.at(2)), "/v1/chat/events?after=0");
   EXPECT_EQ(pathOf(requests.at(3)), "/v1/chat/events?after=7");
   gate.open();
-}
-
-TEST(ChatEvents, OfAStoppedStreamAreNotForwarded) {
-  Gate stopped;
-  CapturedOutput output;
-  AgentDouble agent([&stopped](ServedConnection& connection) {
-    (void)connection.send(std::string(streamHead) + numbered(1));
-    stopped.wait();
-    (void)connection.send(numbered(2) + "data: {\"method\":\"unfinished\",\"args\":[]}");
-  });
-  startChatEvents({agent.port()});
-  (void)output.waitFor(1);
-  stopChatEventsOf({agent.port()});
-  stopped.open();
-  startChatEvents({agent.port()});
-  const std::vector<std::string> events = eventsIn(output.waitFor(4));  // of the second one, too
-  EXPECT_EQ(events.at(0), event1);
-  EXPECT_EQ(events.at(1), event1);
-}
-
-TEST(ChatEvents, GoOnWhenAnotherAgentIsStopped) {
-  Gate asked;
-  CapturedOutput output;
-  AgentDouble agent(saysAndStays(numbered(1), asked));
-  startChatEvents({agent.port(), 2});
-  (void)output.waitFor(1);
-  stopChatEventsOf({agent.port(), 1});
-  startChatEvents({agent.port(), 2});  // is read already
-  EXPECT_EQ(agent.requests(anyFeed).size(), 1U);
-  asked.open();
 }
 
 // Starts, stops and new cursors at random, with streams that end by themselves: no event comes
