@@ -93,7 +93,7 @@ def wine_side(folder: Path) -> Iterator[Side]:
 def warn_of_other_libraries(side: Side) -> None:
     """The comparison of starts means little when the loader has different work for the two."""
     loaded = {name: side.libraries(name) for name in ("morva-chrome-host", "baseline_echo")}
-    if len(set(map(frozenset, loaded.values()))) > 1:
+    if len({frozenset(each) for each in loaded.values()}) > 1:
         shown = "; ".join(f"{name}: {' '.join(sorted(each))}" for name, each in loaded.items())
         print(f"{side.name}: host and baseline load different system libraries: {shown}")
 

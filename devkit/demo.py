@@ -11,7 +11,7 @@ import argparse
 import signal
 import sys
 import tempfile
-from contextlib import ExitStack, nullcontext
+from contextlib import ExitStack
 from pathlib import Path
 
 from rich.console import Console
@@ -109,7 +109,9 @@ def converse(host: HostProcess, options: argparse.Namespace, console: Console) -
 
 def run(options: argparse.Namespace, console: Console) -> bool:
     with ExitStack() as stack:
-        with console.status("starting ...") if console.is_terminal else nullcontext():
+        with ExitStack() as starting:
+            if console.is_terminal:
+                starting.enter_context(console.status("starting ..."))
             prefix = stack.enter_context(demo_prefix(options.build))
             environment = {"MORVA_CLI_TOKENS_PER_SECOND": options.tokens_per_second}
             if options.launch:

@@ -12,7 +12,8 @@ import sys
 from pathlib import Path
 
 # What each folder may include, besides itself. A folder that is not here may not exist.
-MAY_INCLUDE = {"text": set(), "platform": {"text"}, "common": {"text", "platform"}}
+MAY_INCLUDE: dict[str, set[str]] = {
+    "text": set(), "platform": {"text"}, "common": {"text", "platform"}}
 FLOOR = set(MAY_INCLUDE)
 MAY_INCLUDE |= {
     "channel": FLOOR,

@@ -34,7 +34,7 @@ void printBytes(std::uint64_t count) {
   }
 }
 
-std::string quoted(std::string_view text) {
+std::string jsonText(std::string_view text) {
   std::string result = "\"";
   for (const char c : text) {
     if (static_cast<unsigned char>(c) < 0x20) {
@@ -49,9 +49,9 @@ std::string quoted(std::string_view text) {
   return result + '"';
 }
 
-std::string quoted(const std::vector<std::string>& texts) {
+std::string jsonText(const std::vector<std::string>& texts) {
   std::string result;
-  for (const std::string& text : texts) result += (result.empty() ? "" : ",") + quoted(text);
+  for (const std::string& text : texts) result += (result.empty() ? "" : ",") + jsonText(text);
   return "[" + result + "]";
 }
 
@@ -94,9 +94,9 @@ void printOutput(const Behaviour& behaviour, std::uint16_t port) {
 void writeReport(const Behaviour& behaviour, const std::string& commandTail) {
   if (behaviour.reportFile.empty()) return;
   const std::string line =
-      "{\"pid\":" + std::to_string(ownProcessId()) + ",\"command\":" + quoted(commandTail) +
-      ",\"folder\":" + quoted(workingFolder()) + ",\"standard\":" + quoted(standardStreams()) +
-      ",\"inherited\":" + quoted(inheritedHandles()) + "}\n";
+      "{\"pid\":" + std::to_string(ownProcessId()) + ",\"command\":" + jsonText(commandTail) +
+      ",\"folder\":" + jsonText(workingFolder()) + ",\"standard\":" + jsonText(standardStreams()) +
+      ",\"inherited\":" + jsonText(inheritedHandles()) + "}\n";
   if (!appendToFile(behaviour.reportFile, line)) {
     std::fprintf(stderr, "cannot write the report %s\n", behaviour.reportFile.c_str());
   }

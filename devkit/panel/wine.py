@@ -61,9 +61,10 @@ def run(prefix: Path, *command: str | Path, check: bool = True, may_be_silent: b
     said nothing, unless it may be silent. `options` are those of subprocess.run."""
     silent = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL,
               "stderr": subprocess.DEVNULL, "timeout": 120}
-    settings = {"env": os.environ | environment(prefix)} | silent | options
-    wine_run = [ROOT / "tools" / "wine-run", *(["--may-be-silent"] if may_be_silent else [])]
-    return subprocess.run([*wine_run, *command], check=check, **settings)
+    settings: dict[str, Any] = {"env": os.environ | environment(prefix)} | silent | options
+    silence = ["--may-be-silent"] if may_be_silent else []
+    return subprocess.run([ROOT / "tools" / "wine-run", *silence, *command], check=check,
+                          **settings)
 
 
 def set_registry_text(prefix: Path, key: str, name: str, value: str) -> None:

@@ -5,8 +5,11 @@
 #include <vector>
 
 #include "agent/agent_shared.h"
+#include "agent/request_slots.h"
 #include "agent/running_turns.h"
 #include "common/bounded.h"
+#include "platform/process.h"
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <utility>
 
+#include "platform/http_client.h"
 #include "text/url_escape.h"
 #include "text/wide.h"
 

@@ -1,7 +1,6 @@
 #include "agent/event_feed.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "text/json_parse.h"

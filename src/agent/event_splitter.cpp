@@ -1,6 +1,5 @@
 #include "agent/event_splitter.h"
 
-#include <algorithm>
 #include <stdexcept>
 
 namespace media::win::chrome_inspect {

@@ -8,6 +8,7 @@
 
 #include "agent/agent_end.h"
 #include "agent/event_feed.h"
+#include "agent/event_splitter.h"
 #include "common/detached.h"
 
 namespace media::win::chrome_inspect {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "agent/agent_request.h"
-#include "agent/event_splitter.h"
+#include "agent/request_slots.h"
 #include "text/locks.h"
 
 namespace media::win::chrome_inspect {

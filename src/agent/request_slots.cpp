@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "agent/agent_shared.h"
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -3,7 +3,9 @@
 #include <utility>
 
 #include "agent/agent_shared.h"
+#include "agent/request_slots.h"
 #include "platform/clock.h"
+#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 

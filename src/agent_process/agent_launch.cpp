@@ -1,6 +1,5 @@
 #include "agent_process/agent_launch.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "agent/agent_end.h"
@@ -10,6 +9,7 @@
 #include "agent_process/port_scan.h"
 #include "channel/host_log.h"
 #include "common/paths.h"
+#include "platform/byte_stream.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/process.h"

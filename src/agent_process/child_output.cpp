@@ -7,6 +7,7 @@
 
 #include "channel/host_log.h"
 #include "common/detached.h"
+#include "platform/owned.h"
 
 namespace media::win::chrome_inspect {
 namespace {

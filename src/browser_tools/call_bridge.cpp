@@ -8,6 +8,7 @@
 #include "browser_tools/tool_catalog.h"
 #include "channel/pending_replies.h"
 #include "common/tick_ids.h"
+#include "screening/injection_text.h"
 #include "screening/page_compaction.h"
 #include "screening/page_screening.h"
 #include "text/json_read.h"

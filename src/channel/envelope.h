@@ -1,7 +1,6 @@
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
-#include <string>
 #include <string_view>
 
 // What is common to all messages between the extension and the host. Threads: any.

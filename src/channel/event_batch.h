@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>

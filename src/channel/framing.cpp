@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/clock.h"
+#include "text/json_parse.h"
 #include "text/leaked.h"
 #include "text/locks.h"
 

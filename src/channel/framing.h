@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "platform/byte_stream.h"
-#include "text/json_parse.h"
 
 // Frames: a 4-byte little-endian length, then that many bytes of UTF-8 JSON. Spoken with the
 // browser on standard input and output (Chrome's native messaging), and with local programs on the

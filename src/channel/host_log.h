@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
-#include <string>
 #include <string_view>
 #include <vector>
 

@@ -1,6 +1,5 @@
 #include "channel/pending_replies.h"
 
-#include <algorithm>
 #include <chrono>
 #include <deque>
 #include <nlohmann/json.hpp>

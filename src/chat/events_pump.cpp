@@ -3,8 +3,9 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "agent/agent_request.h"
 #include "agent/feed_pump.h"
-#include "channel/host_log.h"
+#include "agent/request_slots.h"
 #include "channel/panel_events.h"
 #include "text/leaked.h"
 #include "text/locks.h"

@@ -8,7 +8,6 @@
 #include "agent/agent_request.h"
 #include "agent_process/supervision.h"
 #include "browser_tools/browser_context.h"
-#include "channel/panel_events.h"
 #include "chat/preset_list.h"
 #include "chat/turn_stream.h"
 #include "common/detached.h"

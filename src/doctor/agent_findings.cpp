@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "agent/agent_ready.h"
 #include "agent/current_agent.h"
 #include "text/wide.h"
 

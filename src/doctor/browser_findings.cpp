@@ -6,6 +6,7 @@
 #include "common/product_names.h"
 #include "common/whole_file.h"
 #include "platform/files.h"
+#include "platform/registry.h"
 #include "setup/host_manifest.h"
 #include "text/wide.h"
 

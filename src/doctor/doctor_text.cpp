@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "common/product_names.h"
+#include "doctor/finding.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -4,7 +4,6 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <utility>
 
 #include "agent/agent_answer.h"
 #include "agent/agent_request.h"

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
-#include <string_view>
 
 // What the panel asks for and the agent answers over its REST interface. Each function makes sure
 // that there is an agent and blocks until it has answered; those that need none return at once.

@@ -10,6 +10,7 @@
 #include "channel/pending_replies.h"
 #include "host/host_running.h"
 #include "host/pipe_watchdog.h"
+#include "platform/byte_stream.h"
 #include "platform/named_pipe.h"
 #include "text/json_read.h"
 

@@ -1,6 +1,6 @@
 #include <string>
-#include <string_view>
 
+#include "agent_process/supervision.h"
 #include "channel/framing.h"
 #include "channel/host_log.h"
 #include "common/detached.h"
@@ -12,7 +12,9 @@
 #include "platform/byte_stream.h"
 #include "platform/clock.h"
 #include "platform/console.h"
+#include "platform/owned.h"
 #include "platform/process_control.h"
+#include "setup/command_line.h"
 #include "toolserver/tool_server.h"
 
 namespace media::win::chrome_inspect {

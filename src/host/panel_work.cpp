@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <deque>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "text/locks.h"

@@ -6,6 +6,7 @@
 #include "common/product_version.h"
 #include "doctor/doctor.h"
 #include "doctor/doctor_text.h"
+#include "platform/byte_stream.h"
 #include "platform/console.h"
 #include "platform/system_facts.h"
 #include "setup/help_text.h"

@@ -3,7 +3,6 @@
 #include <array>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "common/product_names.h"
 #include "platform/registry.h"

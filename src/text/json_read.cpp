@@ -30,7 +30,8 @@ Int integerOr(const json& number, Int fallback) {
   const auto value = number.get<double>();
   // Both bounds are 0 or powers of two, so they are exact as doubles; NaN fails the comparison.
   constexpr double low = static_cast<double>(std::numeric_limits<Int>::min());
-  constexpr double end = 2 * static_cast<double>(std::numeric_limits<Int>::max() / 2 + 1);
+  constexpr Int half = std::numeric_limits<Int>::max() / 2 + 1;
+  constexpr double end = 2 * static_cast<double>(half);
   return value >= low && value < end ? static_cast<Int>(value) : fallback;
 }
 

@@ -1,7 +1,5 @@
 #include "text/wide.h"
 
-#include <cstdint>
-
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {

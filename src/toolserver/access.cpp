@@ -4,7 +4,6 @@
 
 #include "common/product_names.h"
 #include "text/ascii.h"
-#include "toolserver/http_response.h"
 
 namespace media::win::chrome_inspect {
 

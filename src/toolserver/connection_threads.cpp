@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "common/detached.h"
+#include "platform/owned.h"
 #include "text/leaked.h"
 #include "text/locks.h"
 

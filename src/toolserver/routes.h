@@ -1,9 +1,5 @@
 #pragma once
 
-#include <functional>
-#include <nlohmann/json_fwd.hpp>
-#include <string>
-
 #include "toolserver/http_request.h"
 #include "toolserver/http_response.h"
 

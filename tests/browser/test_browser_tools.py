@@ -21,7 +21,7 @@ def test_read_tells_what_is_on_the_page(form, site):
     assert (data["count"], len(data["items"]), data["itemsOmitted"]) == (14, 12, 2)
     assert data["pageTextOmitted"] is True and "pageText" not in data
     items = items_of(result)
-    wanted = {
+    wanted: dict[str, dict] = {
         "Your name": {"role": "textbox", "type": "text", "value": "", "disabled": False},
         "It is a gift": {"role": "checkbox", "checked": False},
         "Slow": {"role": "radio", "checked": True},
@@ -61,8 +61,8 @@ REFUSED = [
 
 def test_what_cannot_be_done_is_refused_with_the_reason(form, site):
     for tool, query, arguments, error in REFUSED:
-        ref = {"ref": form.ref(query)} if query else {}
-        failed = form.call(tool, **ref, **arguments)
+        target = {"ref": form.ref(query)} if query else {}
+        failed = form.call(tool, **target, **arguments)
         assert failed["ok"] is False and failed["error"].endswith(error), (tool, arguments)
     ref = form.ref("count")
     number = ref.partition("e")[0] + "e999"

@@ -5,6 +5,7 @@ from __future__ import annotations
 import itertools
 import threading
 from collections import Counter, defaultdict
+from collections.abc import Callable
 from dataclasses import dataclass, field
 
 from devkit.panel.panel_session import events_of
@@ -93,9 +94,10 @@ class Ledger:
 
     def note(self, frame):
         """One frame of the host."""
-        noted = {"agentStarted": self._started, "appendAssistantDelta": self._piece,
-                 "completeAssistantText": self._completed, "agentDone": self._ended,
-                 "soakEvent": lambda event: self._came("events", self.event(event["number"]))}
+        noted: dict[str, Callable] = {
+            "agentStarted": self._started, "appendAssistantDelta": self._piece,
+            "completeAssistantText": self._completed, "agentDone": self._ended,
+            "soakEvent": lambda event: self._came("events", self.event(event["number"]))}
         with self._lock:
             if "chromeRequestId" in frame:
                 self._replied(frame)

@@ -138,7 +138,12 @@ def test_an_application_that_is_silent_or_drips_is_left(start_panel, app):
         assert least <= time.monotonic() - began <= most * builds.SLOWER
 
     is_played = threading.Event()
-    app.script = lambda connection: [is_played.set(), connection.wait_for_host()]
+
+    def script(connection):
+        is_played.set()
+        connection.wait_for_host()
+
+    app.script = script
     with ThreadPoolExecutor(1) as threads:
         first = threads.submit(leave, panels[0], 14, 17)
         assert is_played.wait(10)

@@ -34,7 +34,7 @@ def answers_to(panel, data, count):
     frames = panel.frames_since(mark)
     assert len(frames) == count + 1
     for frame in frames:
-        assert {**frame, "chromeRequestId": 0} == {**ACK, "chromeRequestId": 0}
+        assert frame | {"chromeRequestId": 0} == ACK | {"chromeRequestId": 0}
     return panel.host.bodies[mark:mark + count]
 
 

@@ -3,6 +3,8 @@
 Each method's request and every answer of the agent are in tables of the unit tests.
 """
 
+from typing import Any
+
 import pytest
 
 from support.feeding_agent import EVENTS, PROVIDERS
@@ -16,7 +18,7 @@ SESSION = "/v1/chat/session"
 NOT_ON_PATH = "morva-viewer-cli.exe is not on PATH"
 
 # method: (arguments, verb, path, body)
-RELAYED = {
+RELAYED: dict[str, tuple[dict[str, Any], str, str, bytes]] = {
     "getCreditInfo": ({}, "GET", "/v1/credit", b""),
     "deleteChatSession": ({"id": "a&b=c%20d\r\nX-Evil: 1 ü"}, "DELETE",
                           f"{SESSION}?id=a&b=c%20d%0D%0AX-Evil:%201%20%C3%BC", b""),

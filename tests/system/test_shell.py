@@ -89,8 +89,9 @@ def test_what_is_not_there_is_not_opened(start_panel, desktop, tmp_path):
     (tmp_path / "file.txt").write_text("x")
     there = seen_by_host(tmp_path / "file.txt")
     for kind in PATH_KINDS:
-        for keys in ({"path": there + "x"}, {"path": there + "\n"}, {"path": ""}, {}):
-            assert ask(panel, kind, **keys) == NOT_FOUND, (kind, keys)
+        for path in (there + "x", there + "\n", ""):
+            assert ask(panel, kind, path=path) == NOT_FOUND, (kind, path)
+        assert ask(panel, kind) == NOT_FOUND, kind
         assert ask(panel, kind, path="https://a/\nb") == OK, kind
     assert ask(panel, "openUrlDefault", path="http://a/\0") == OK
     assert ask(panel, "openUrlDefault") == OK

@@ -3,6 +3,7 @@
 import contextlib
 import threading
 import time
+from typing import Any
 
 import pytest
 
@@ -175,7 +176,7 @@ def test_whatever_blocks_the_host_ends_in_four_seconds(launch):
 
 # How the program behaves that the host has started, and what shows that it does: how often it was
 # started, or a panel event.
-STARTED = {
+STARTED: dict[str, tuple[dict, Any]] = {
     "never ready": ({"never_ready": 1}, 1),
     "mute": ({"mute": 1}, 1),
     "ends at once": ({"exit": 1}, 2),

@@ -3,13 +3,15 @@
 What each event becomes is in the tables of the unit tests.
 """
 
+from typing import Any
+
 import pytest
 
 from support.scripted_agent import agent_event, delta, event_bytes, streams
 
 RUN = "<run>"
 
-STREAM = [
+STREAM: list[tuple[Any, list]] = [
     ({"choices": [{"delta": {"role": "assistant", "content": None}}]}, []),
     (agent_event("thinking", text="let me seé"),
      [("appendThinking", [{"runId": RUN, "chatSessionId": "s1", "text": "let me seé"}])]),

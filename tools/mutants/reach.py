@@ -40,7 +40,8 @@ def points_of(folder, build_folder):
     for file in Path(folder).glob("*.points"):
         words = struct.unpack(f"{file.stat().st_size // 8}Q", file.read_bytes())
         (program,) = Path(build_folder).glob(f"**/{file.stem}")
-        points = found[file.name.split(".")[0]] = [None]
+        points: list[tuple | None] = [None]
+        found[file.name.split(".")[0]] = points
         for (path, line), flags in zip(lines_of(program, words[::2]), words[1::2]):
             if flags & 1:  # where a function begins
                 start = line

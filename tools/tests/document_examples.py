@@ -39,8 +39,8 @@ def _http_value(text, channel, is_reply):
     head, _, body = text.rstrip("\n").partition("\n\n")
     data = body.encode()
     first, *lines = head.split("\n")
-    headers = [tuple(line.split(": ", 1)) for line in lines]
-    length = dict((name.lower(), value) for name, value in headers).get("content-length")
+    headers = [(name, value) for name, _, value in (line.partition(": ") for line in lines)]
+    length = {name.lower(): value for name, value in headers}.get("content-length")
     assert length is None or int(length) == len(data), f"Content-Length is {len(data)}:\n{text}"
     if not is_reply:
         method, target, version = first.split(" ")

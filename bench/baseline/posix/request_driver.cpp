@@ -19,7 +19,7 @@
 namespace {
 
 // The bytes that came back until the connection ended; 0 when there was no connection.
-std::size_t exchange(const sockaddr_in& address, const std::string& request) {
+std::size_t bytesAnswered(const sockaddr_in& address, const std::string& request) {
   const int connection = socket(AF_INET, SOCK_STREAM, 0);
   std::size_t received = 0;
   static thread_local std::array<char, 262144> piece;
@@ -52,7 +52,7 @@ int main(int argc, char** argv) {
   std::vector<std::thread> threads;
   for (int i = 0; i < clients; ++i) {
     threads.emplace_back([&] {
-      while (left-- > 0) lost += exchange(address, request) == wanted ? 0 : 1;
+      while (left-- > 0) lost += bytesAnswered(address, request) == wanted ? 0 : 1;
     });
   }
   for (std::thread& thread : threads) thread.join();

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include "platform/byte_stream.h"
+
 namespace media::win::chrome_inspect {
 
 StreamId standardError() { return STDERR_FILENO; }

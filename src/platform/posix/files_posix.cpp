@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <memory>
 #include <string_view>
-#include <utility>
 
 #include "platform/posix/descriptor_posix.h"
 #include "platform/posix/path_text_posix.h"

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "platform/byte_stream.h"
 #include "platform/posix/descriptor_posix.h"
 #include "text/leaked.h"
 
@@ -24,7 +25,7 @@ socklen_t abstractAddress(const char* name, sockaddr_un& address) {
   return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + length);
 }
 
-int descriptorOf(StreamId pipe) { return static_cast<int>(pipe); }
+int pipeDescriptor(StreamId pipe) { return static_cast<int>(pipe); }
 
 OwnedDescriptor listenAs(const char* name) {
   sockaddr_un address = {};
@@ -52,7 +53,7 @@ bool createPipeInstance(const char* name, OwnedStream& pipe) {
 
 bool connectPipeClient(OwnedStream& pipe) {
   OwnedDescriptor client = awayFromStandardStreams(OwnedDescriptor(retryInterrupted(
-      [&] { return accept4(descriptorOf(pipe.get()), nullptr, nullptr, SOCK_CLOEXEC); })));
+      [&] { return accept4(pipeDescriptor(pipe.get()), nullptr, nullptr, SOCK_CLOEXEC); })));
   if (!client) return false;
   pipe.reset(client.release());
   return true;
@@ -60,14 +61,14 @@ bool connectPipeClient(OwnedStream& pipe) {
 
 void flushPipe(StreamId /*pipe*/) {}
 
-void disconnectPipe(StreamId pipe) { shutdown(descriptorOf(pipe), SHUT_RDWR); }
+void disconnectPipe(StreamId pipe) { shutdown(pipeDescriptor(pipe), SHUT_RDWR); }
 
 void CallerTraits::close(Raw /*raw*/) {}
 
 OwnedCaller currentCaller() { return OwnedCaller(1); }  // calls are broken off by their pipe
 
 bool breakOffPipeCall(const OwnedCaller& /*caller*/, StreamId pipe) {
-  return shutdown(descriptorOf(pipe), SHUT_RDWR) == 0;
+  return shutdown(pipeDescriptor(pipe), SHUT_RDWR) == 0;
 }
 
 PipeState probePipe(const std::string& /*name*/) { return PipeState::unknown; }

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/byte_stream.h"
 #include "platform/clock.h"
 #include "platform/posix/command_line_posix.h"
 #include "platform/posix/descriptor_posix.h"

@@ -10,7 +10,9 @@ namespace {
 
 SOCKET socketOf(const OwnedSocket& socket) { return static_cast<SOCKET>(socket.get()); }
 
-int oneCall(std::size_t size) { return static_cast<int>(std::min<std::size_t>(size, MAXLONG)); }
+int oneSocketCall(std::size_t size) {
+  return static_cast<int>(std::min<std::size_t>(size, MAXLONG));
+}
 
 // A child started meanwhile, with inheritance on for its own handles, must not get this one.
 void keepFromChildren(SOCKET socket) {
@@ -73,14 +75,14 @@ bool setSocketTimeoutsMs(const OwnedSocket& socket, std::uint32_t timeoutMs) {
 }
 
 bool receiveSome(const OwnedSocket& socket, char* buffer, std::size_t capacity, std::size_t& got) {
-  const int count = recv(socketOf(socket), buffer, oneCall(capacity), 0);
+  const int count = recv(socketOf(socket), buffer, oneSocketCall(capacity), 0);
   if (count <= 0) return false;
   got = static_cast<std::size_t>(count);
   return true;
 }
 
 bool sendSome(const OwnedSocket& socket, const char* bytes, std::size_t size, std::size_t& sent) {
-  const int count = send(socketOf(socket), bytes, oneCall(size), 0);
+  const int count = send(socketOf(socket), bytes, oneSocketCall(size), 0);
   if (count <= 0) return false;
   sent = static_cast<std::size_t>(count);
   return true;

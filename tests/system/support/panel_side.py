@@ -13,7 +13,7 @@ from support.waiting import until
 
 _tokens = itertools.count(1)
 
-ACK = {"source": "morva-chat", "kind": "ack", "ok": True}
+ACK: dict[str, object] = {"source": "morva-chat", "kind": "ack", "ok": True}
 
 
 def _events_of(frame):

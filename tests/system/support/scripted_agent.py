@@ -52,7 +52,8 @@ class Exchange:
         self.body = body
         request_line, *lines = head.decode("latin-1").split("\r\n")
         self.method, self.path, self.version = request_line.split(" ", 2)
-        self.headers = [tuple(line.split(": ", 1)) for line in lines if line]
+        self.headers = [(name, value) for name, _, value in
+                        (line.partition(": ") for line in lines if line)]
         self.finished = threading.Event()
 
     def header(self, name):

@@ -62,6 +62,10 @@ def act_until(done, act, timeout=90):
     """Acts until it had its effect: a window that is just being opened may miss a key."""
     def effect():
         act()
-        return any(done() or time.sleep(0.1) for _ in range(40))
+        for _ in range(40):
+            if done():
+                return True
+            time.sleep(0.1)
+        return False
 
     until(effect, "nothing came of it", timeout)

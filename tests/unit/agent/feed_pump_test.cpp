@@ -1,6 +1,7 @@
 #include "agent/feed_pump.h"
 
 #include "agent/agent_end.h"
+#include "agent/event_splitter.h"
 #include "agent/request_slots.h"
 #include "support/scripted_server.h"
 #include "support/test_thread.h"

@@ -64,7 +64,7 @@ TEST(ReadAnnouncement, ReturnsWhatWasAnnounced) {
 class Discovery : public testing::Test {
  protected:
   fs::path folderOf(const char* application) {
-    const fs::path folder = appData_.path() / "Quenlark" / application / "instances" / "run-ipc";
+    fs::path folder = appData_.path() / "Quenlark" / application / "instances" / "run-ipc";
     fs::create_directories(folder);
     return folder;
   }

@@ -167,7 +167,7 @@ class TwoThreads {
   // Null at the end.
   json nextMessage() {
     EXPECT_EQ(++readers_, 1);
-    const json message = read_ < messageCount_ ? json(read_++) : json(nullptr);
+    json message = read_ < messageCount_ ? json(read_++) : json(nullptr);
     if (message.is_null()) ended_ = true;
     --readers_;
     return message;

@@ -6,6 +6,10 @@
 
 namespace media::win::chrome_inspect {
 
+inline std::filesystem::path filePath(const std::string& utf8) {
+  return std::u8string(utf8.begin(), utf8.end());
+}
+
 // A fresh folder that its destructor removes with all that is in it. No two tests get the same one,
 // even when they run at the same time.
 class TestFolder {

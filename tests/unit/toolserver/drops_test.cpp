@@ -82,7 +82,7 @@ TEST_F(Drops, KeepsTheBytesUnderANewName) {
   ASSERT_EQ(first.at("ok"), true);
   ASSERT_EQ(second.at("ok"), true);
   EXPECT_NE(first.at("path"), second.at("path"));
-  std::ifstream file(fs::u8path(first.at("path").get<std::string>()), std::ios::binary);
+  std::ifstream file(filePath(first.at("path")), std::ios::binary);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "one\r\n\0two"s);
 }
 

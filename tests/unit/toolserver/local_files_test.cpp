@@ -75,7 +75,7 @@ TEST_F(Loaded, EverythingElseIsRefusedWithOneText) {
   const TestFolder neighbour(fs::path(hostDataFolder()).parent_path());
   const std::string outside = toUtf8((neighbour.path() / "outside.png").wstring());
   const std::string toOutside = "/../../" + neighbour.path().filename().string() + "/outside.png";
-  std::ofstream(fs::u8path(outside)) << "x";
+  std::ofstream(filePath(outside)) << "x";
   ASSERT_TRUE(fs::exists(folder() / toOutside.substr(1)));
   for (const std::string& path :
        {// No absolute paths, or of no file.
@@ -118,10 +118,10 @@ TEST_F(Loaded, DevicesStreamsAndPlacesElsewhereAreRefused) {
 TEST_F(Loaded, EverySpellingOfAFileIsThatFile) {
   const std::string start = toUtf8(folder().wstring());
   const std::string end = "/\xC3\x84/Picture.png";
-  fs::create_directory(fs::u8path(start + "/\xC3\x84"));
+  fs::create_directory(filePath(start + "/\xC3\x84"));
   std::string file = start + end;
   std::ranges::replace(file, '/', static_cast<char>(pathSeparator));
-  std::ofstream(fs::u8path(file)) << "x";
+  std::ofstream(filePath(file)) << "x";
   std::string slashes = file;
   std::ranges::replace(slashes, '\\', '/');
   for (const std::string& path : {file, slashes, start + "/." + end, start + "//x/.." + end}) {
@@ -138,7 +138,7 @@ TEST_F(Loaded, EverySpellingOfAFileIsThatFile) {
 TEST_F(Loaded, SixteenMebibytesAreTheMost) {
   const std::string path = put("a.gif", std::string(maxServedFileBytes, 'x'));
   EXPECT_EQ(load(path).size(), maxServedFileBytes + std::string("image/gif:").size());
-  std::ofstream(fs::u8path(path), std::ios::app) << "x";
+  std::ofstream(filePath(path), std::ios::app) << "x";
   EXPECT_EQ(load(path), refused);
 }
 
