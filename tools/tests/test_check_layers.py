@@ -43,6 +43,7 @@ NOTHING = "#include <string>\n"
     ("text/wide.h", "#if defined(_WIN32) && 1\n#endif\n", "tests for the system"),
     ("text/wide.h", "#include <windows.h>\n", "belongs into platform/win/"),
     ("platform/posix/x_posix.cpp", "#include <WinSock2.h>\n", "belongs into platform/win/"),
+    ("chat/turn.cpp", "#include <yyjson.h>\n", "is seen by text/json_view.cpp alone"),
     ("extras/x.h", '#include "text/utf8.h"\n', "no layer"),
 ])
 def test_a_breach_is_found(tmp_path, name, text, wanted):
