@@ -13,10 +13,8 @@
 #include <string_view>
 
 #include "screening/injection_text.h"
-#include "screening/page_compaction.h"
-#include "screening/page_screening.h"
+#include "screening/page_result.h"
 #include "text/ascii.h"
-#include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -66,13 +64,13 @@ std::size_t searchEachPhrase(std::string_view text) {
 }
 
 std::string answerOf(const std::string& frame) {
-  json reply;
+  JsonDocument reply;
+  std::string answer;
   std::string error;
-  if (parseJson(frame, reply, error) != ParseOutcome::ok) return error;
-  json data = std::move(reply["data"]);
-  const InjectionVerdict verdict = screenPageModel(data);
-  if (verdict.detected) markPageModelFlagged(data, verdict);
-  return dumpJson(compactBrowserResult(std::move(data)));
+  if (readJson(frame, reply, error) == ParseOutcome::ok) {
+    (void)appendPageResult(reply, reply.root()["data"], answer, error);
+  }
+  return answer;
 }
 
 std::string parsedAndDumped(const std::string& frame, const json& compacted) {

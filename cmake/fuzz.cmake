@@ -4,8 +4,8 @@
 morva_sources(fuzzSources tests/fuzz "*_fuzz.cpp")
 # What targets share with each other and with the unit tests.
 add_library(fuzz_support STATIC EXCLUDE_FROM_ALL
-  tests/unit/support/injection_rules.cpp tests/unit/support/random_page.cpp
-  tests/unit/support/posix/test_system_posix.cpp)
+  tests/unit/support/injection_rules.cpp tests/unit/support/page_tree.cpp
+  tests/unit/support/random_page.cpp   tests/unit/support/posix/test_system_posix.cpp)
 target_include_directories(fuzz_support PUBLIC tests/unit tests/fuzz)
 target_link_libraries(fuzz_support PUBLIC morva_core)
 

@@ -37,15 +37,9 @@ json tooLargeReply(const json& reply, std::size_t size) {
 
 }  // namespace
 
-bool isPanelMessage(const json& message) {
-  if (!message.is_object()) return false;
-  const auto source = message.find("source");
-  return source != message.end() && *source == sourceTag;
-}
+bool isPanelMessage(JsonView message) { return message["source"].text() == sourceTag; }
 
-bool isRelayReply(const json& message) {
-  return message.is_object() && message.contains("ok") && message.contains("requestId");
-}
+bool isRelayReply(JsonView message) { return message["ok"] && message["requestId"]; }
 
 json stampMessage(json message, const json& request) {
   message["source"] = sourceTag;

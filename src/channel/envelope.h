@@ -3,13 +3,15 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string_view>
 
+#include "text/json_view.h"
+
 // What is common to all messages between the extension and the host. Threads: any.
 namespace media::win::chrome_inspect {
 
 // A message of the side panel: an object whose "source" is "morva-chat".
-bool isPanelMessage(const nlohmann::json& message);
+bool isPanelMessage(JsonView message);
 // The extension's answer to a request of the host: an object with "ok" and "requestId".
-bool isRelayReply(const nlohmann::json& message);
+bool isRelayReply(JsonView message);
 
 // `message` with our "source" and with the request's "chromeRequestId", if it has one.
 nlohmann::json stampMessage(nlohmann::json message, const nlohmann::json& request);

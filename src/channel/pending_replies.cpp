@@ -18,7 +18,7 @@ namespace {
 using nlohmann::json;
 
 struct Unclaimed {
-  json reply;
+  JsonDocument reply;
   std::size_t bytes = 0;
 };
 
@@ -26,14 +26,14 @@ struct PendingReplies {
   Mutex mutex;  // not held while a frame is written
   Condition arrived;
   // By our own running requests.
-  std::unordered_map<std::string, std::optional<json>> expected MORVA_GUARDED_BY(mutex);
+  std::unordered_map<std::string, std::optional<JsonDocument>> expected MORVA_GUARDED_BY(mutex);
   std::unordered_map<std::string, Unclaimed> unclaimed MORVA_GUARDED_BY(mutex);
   std::deque<std::string> order MORVA_GUARDED_BY(mutex);  // the ids in `unclaimed`, oldest first
   std::size_t bytes MORVA_GUARDED_BY(mutex) = 0;          // of all in `unclaimed`
 
   // Moves the answer into `dropped`: freeing a large one takes its time, which is not to be spent
   // under the lock.
-  void drop(const std::string& id, std::vector<json>& dropped) MORVA_REQUIRES(mutex) {
+  void drop(const std::string& id, std::vector<JsonDocument>& dropped) MORVA_REQUIRES(mutex) {
     const auto entry = unclaimed.find(id);
     if (entry == unclaimed.end()) return;
     bytes -= entry->second.bytes;
@@ -42,7 +42,7 @@ struct PendingReplies {
     std::erase(order, id);
   }
 
-  void keep(const std::string& id, Unclaimed reply, std::vector<json>& dropped)
+  void keep(const std::string& id, Unclaimed reply, std::vector<JsonDocument>& dropped)
       MORVA_REQUIRES(mutex) {
     drop(id, dropped);
     bytes += reply.bytes;
@@ -53,17 +53,17 @@ struct PendingReplies {
     }
   }
 
-  bool takeUnclaimed(const std::string& id, json& reply) MORVA_REQUIRES(mutex) {
+  bool takeUnclaimed(const std::string& id, JsonDocument& reply) MORVA_REQUIRES(mutex) {
     const auto entry = unclaimed.find(id);
     if (entry == unclaimed.end()) return false;
-    std::vector<json> taken;
+    std::vector<JsonDocument> taken;
     drop(id, taken);
     reply = std::move(taken.front());
     return true;
   }
 
-  bool takeExpected(const std::string& id, json& reply) MORVA_REQUIRES(mutex) {
-    std::optional<json>& answer = expected.at(id);
+  bool takeExpected(const std::string& id, JsonDocument& reply) MORVA_REQUIRES(mutex) {
+    std::optional<JsonDocument>& answer = expected.at(id);
     if (answer) reply = std::move(*answer);
     return answer.has_value();
   }
@@ -74,10 +74,11 @@ PendingReplies& pendingReplies() {
   return replies;
 }
 
-using Take = bool (PendingReplies::*)(const std::string& id, json& reply);
+using Take = bool (PendingReplies::*)(const std::string& id, JsonDocument& reply);
 
 // Waits until `take` succeeds or the time is over.
-bool waitUntilTaken(const std::string& id, std::uint32_t timeoutMs, json& reply, Take take) {
+bool waitUntilTaken(const std::string& id, std::uint32_t timeoutMs, JsonDocument& reply,
+                    Take take) {
   PendingReplies& replies = pendingReplies();
   const auto deadline = Condition::Clock::now() + std::chrono::milliseconds(timeoutMs);
   const Lock lock(replies.mutex);
@@ -104,7 +105,7 @@ class Expectation {
   Expectation(const Expectation&) = delete;
   Expectation& operator=(const Expectation&) = delete;
 
-  bool wait(std::uint32_t timeoutMs, json& reply) const {
+  bool wait(std::uint32_t timeoutMs, JsonDocument& reply) const {
     return waitUntilTaken(id_, timeoutMs, reply, &PendingReplies::takeExpected);
   }
 
@@ -114,9 +115,10 @@ class Expectation {
 
 }  // namespace
 
-void storeReply(const std::string& id, json reply, std::size_t bytes) {
+void storeReply(const std::string& id, JsonDocument reply, std::size_t bytes) {
   PendingReplies& replies = pendingReplies();
-  std::vector<json> dropped;  // freed after the lock is gone, as is `reply` when nobody wants it
+  std::vector<JsonDocument>
+      dropped;  // freed after the lock is gone, as is `reply` when nobody wants it
   const Lock lock(replies.mutex);
   const auto expected = replies.expected.find(id);
   if (expected != replies.expected.end()) {
@@ -128,7 +130,7 @@ void storeReply(const std::string& id, json reply, std::size_t bytes) {
   replies.arrived.notifyAll();
 }
 
-bool waitForReply(const std::string& id, std::uint32_t timeoutMs, json& reply) {
+bool waitForReply(const std::string& id, std::uint32_t timeoutMs, JsonDocument& reply) {
   return waitUntilTaken(id, timeoutMs, reply, &PendingReplies::takeUnclaimed);
 }
 
@@ -138,7 +140,7 @@ void wakeReplyWaiters() {
   replies.arrived.notifyAll();
 }
 
-bool callExtension(const json& message, json& reply, std::uint32_t timeoutMs) {
+bool callExtension(const json& message, JsonDocument& reply, std::uint32_t timeoutMs) {
   if (!message.is_object()) return false;
   const auto id = message.find("requestId");
   if (id == message.end() || !id->is_string()) return false;

@@ -21,25 +21,31 @@ using nlohmann::json;
 
 constexpr std::string_view unreadable = "Failed to read pipe request";
 
+std::string refusal(std::string_view id, std::string_view code, std::string_view message) {
+  return dumpJson(pipeErrorReply(id, code, message));
+}
+
 struct Answer {
-  json body;
+  std::string body;
   std::uint32_t patienceMs = 0;  // how long the client has for taking it
 };
 
-json relay(const json& request, std::uint32_t replyMs) {
+std::string relay(const json& request, std::uint32_t replyMs) {
   const std::string id(lenientText(request, "requestId"));
   // Its answer would go to the host's own call of that id.
   if (id.starts_with(ownRequestPrefix)) {
-    return pipeErrorReply(id, "INVALID_REQUEST", "requestId begins as the host's own do");
+    return refusal(id, "INVALID_REQUEST", "requestId begins as the host's own do");
   }
-  if (!hostRunning) return pipeErrorReply(id, "HOST_SHUTDOWN", "Native host is shutting down");
+  if (!hostRunning) return refusal(id, "HOST_SHUTDOWN", "Native host is shutting down");
   if (!writeMessage(request)) {
-    return pipeErrorReply(id, "EXTENSION_UNAVAILABLE", "Chrome extension channel is unavailable");
+    return refusal(id, "EXTENSION_UNAVAILABLE", "Chrome extension channel is unavailable");
   }
-  json reply = pipeErrorReply(id, "TIMEOUT", "Extension did not respond in time");
+  JsonDocument reply;
   // An answer to a request without an id could not be recognised: nobody waits for it.
-  if (!id.empty()) (void)waitForReply(id, replyMs, reply);
-  return reply;
+  if (id.empty() || !waitForReply(id, replyMs, reply)) {
+    return refusal(id, "TIMEOUT", "Extension did not respond in time");
+  }
+  return reply.root().compactText();
 }
 
 Answer answerTo(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settings) {
@@ -51,8 +57,7 @@ Answer answerTo(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settin
     whole = readFrame(pipe, request, error);
   }
   if (whole) return {relay(request, settings.replyMs), settings.answerMs};
-  return {pipeErrorReply("", "INVALID_REQUEST", error.empty() ? unreadable : error),
-          settings.refusalMs};
+  return {refusal("", "INVALID_REQUEST", error.empty() ? unreadable : error), settings.refusalMs};
 }
 
 // The client gets an answer also when its request makes something throw, such as memory that runs
@@ -61,12 +66,11 @@ Answer answerOrRefuse(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& 
   try {
     return answerTo(pipe, watchdog, settings);
   } catch (const std::exception&) {
-    return {pipeErrorReply("", "INVALID_REQUEST", unreadable), settings.refusalMs};
+    return {refusal("", "INVALID_REQUEST", unreadable), settings.refusalMs};
   }
 }
 
-void writeAnswer(StreamId pipe, const json& answer) {
-  const std::string body = answer.dump();
+void writeAnswer(StreamId pipe, std::string_view body) {
   (void)writeFrame(pipe, body);  // a client that has gone needs no answer
   flushPipe(pipe);
 }

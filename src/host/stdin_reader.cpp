@@ -37,8 +37,8 @@ void refuse(const std::string& refusal) {
   sendReply(request, failureReply(request, "host is busy"));
 }
 
-void storeRelayReply(json message, std::size_t bytes) {
-  const std::string id(lenientText(message, "requestId"));
+void storeRelayReply(JsonDocument message, std::size_t bytes) {
+  const std::string id(message.root()["requestId"].text());
   storeReply(id, std::move(message), bytes);
 }
 
@@ -56,22 +56,23 @@ Placed placeMessage(PanelWork& work, PanelMessage& message, std::size_t bytes) {
 }
 
 // Stores, queues or drops one message; `answer` means that the caller now has to answer it.
-Next sortMessage(PanelWork& work, PanelMessage& message, std::size_t bytes) {
-  if (isPanelMessage(message.body)) {
+Next sortMessage(PanelWork& work, JsonDocument document, PanelMessage& message, std::size_t bytes) {
+  if (isPanelMessage(document.root())) {
+    message = {document.root().toValue(), ""};
     if (placeMessage(work, message, bytes) == Placed::now) return Next::answer;
-  } else if (isRelayReply(message.body)) {
-    storeRelayReply(std::move(message.body), bytes);
+  } else if (isRelayReply(document.root())) {
+    storeRelayReply(std::move(document), bytes);
   }
   return Next::read;
 }
 
 // Parses one frame and sorts its message. A body that is not JSON ends the reading.
 Next takeFrame(PanelWork& work, const std::string& body, PanelMessage& message) {
+  JsonDocument document;
   std::string error;
-  message.refusal.clear();
-  switch (parseJson(body, message.body, error)) {
+  switch (readJson(body, document, error)) {
     case ParseOutcome::ok:
-      return sortMessage(work, message, body.size());
+      return sortMessage(work, std::move(document), message, body.size());
     case ParseOutcome::invalid:
       return Next::end;
     // The stream is in step and JavaScript did not make this: not worth the user's session.

@@ -117,8 +117,13 @@ InjectionVerdict detectedAs(const char* kind, const char* reason) { return {kind
 
 std::span<const Phrase> injectionPhrases() { return phrases; }
 
+std::uint32_t injectionGroups(std::string_view text) { return matcher().groupsIn(text); }
+
 InjectionVerdict classifyInjectionText(std::string_view text) {
-  const std::uint32_t found = matcher().groupsIn(text);
+  return injectionVerdict(injectionGroups(text));
+}
+
+InjectionVerdict injectionVerdict(std::uint32_t found) {
   if (found == 0) return {};
   const bool override = (found & overrides) != 0;
   const bool secrets = (found & credentials) != 0;

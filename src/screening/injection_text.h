@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -19,6 +20,11 @@ struct InjectionVerdict {
 // instructions, to pipe a download into a shell, to download and run something, or to send
 // credentials away? It finds what is written plainly, no more. Linear in the text; threads: any.
 InjectionVerdict classifyInjectionText(std::string_view text);
+
+// The same in two steps, for a text in pieces that no phrase reaches across: what is found in each,
+// as bits to be joined, and what it amounts to.
+std::uint32_t injectionGroups(std::string_view text);
+InjectionVerdict injectionVerdict(std::uint32_t groups);
 
 // The phrases that it searches for.
 std::span<const Phrase> injectionPhrases();

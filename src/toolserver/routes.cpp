@@ -48,7 +48,7 @@ HttpResponse callTool(const HttpRequest& request) {
   json call;
   std::string ignored;  // what does not parse is a call without a name
   (void)parseJson(request.body, call, ignored);
-  return okJson(request, callBrowserTool(call));
+  return jsonResponse(200, "OK", callBrowserTool(call), request.origin);
 }
 
 struct Route {

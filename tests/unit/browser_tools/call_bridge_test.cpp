@@ -10,6 +10,8 @@
 namespace media::win::chrome_inspect {
 namespace {
 
+json callTool(const json& request) { return json::parse(callBrowserTool(request)); }
+
 json failure(const std::string& tool, const std::string& error) {
   return {{"error", error}, {"ok", false}, {"tool", tool}};
 }
@@ -19,7 +21,7 @@ TEST(CallBrowserTool, RefusesWithoutAskingTheBrowser) {
   for (const char* request : {"{}", "null", "[]", "\"browser_read\"", R"({"name":""})",
                               R"({"name":null})", R"({"name":5})", R"({"name":["browser_read"]})",
                               R"({"arguments":{"name":"browser_read"}})"}) {
-    EXPECT_EQ(callBrowserTool(json::parse(request)),
+    EXPECT_EQ(callTool(json::parse(request)),
               json({{"error", "missing tool name"}, {"ok", false}}))
         << request;
   }
@@ -29,7 +31,7 @@ TEST(CallBrowserTool, RefusesWithoutAskingTheBrowser) {
         R"({"name":"browser_batch"})",
         R"({"name":"browser_batch","arguments":{"steps":[{"action":"scope"}]}})"}) {
     const json call = json::parse(request);
-    EXPECT_EQ(callBrowserTool(call), failure(call.at("name"), "tool is not allowed")) << request;
+    EXPECT_EQ(callTool(call), failure(call.at("name"), "tool is not allowed")) << request;
   }
   EXPECT_TRUE(output.finish().empty());
 }
@@ -52,7 +54,7 @@ TEST(CallBrowserTool, RelaysTheCallAsItCame) {
   });
   for (const auto& [request, payload] : relayCases) {
     const std::uint64_t before = tickCountMs();
-    EXPECT_EQ(callBrowserTool(json::parse(request)), json::object()) << request;
+    EXPECT_EQ(callTool(json::parse(request)), json::object()) << request;
     const std::string id = json::parse(sent).at("requestId");
     EXPECT_EQ(sent, std::string(R"({"command":"browserUse","payload":)") + payload +
                         R"(,"protocolVersion":1,"requestId":")" + id + "\"}");
@@ -67,7 +69,7 @@ TEST(CallBrowserTool, RelaysTheCallAsItCame) {
 // The result of browser_read when the extension answers with `reply`.
 json resultOf(const json& reply) {
   CapturedOutput extension([&reply](const json& message) { answer(message, reply); });
-  return callBrowserTool({{"name", "browser_read"}});
+  return callTool({{"name", "browser_read"}});
 }
 
 TEST(CallBrowserTool, ReportsTheExtensionsFailure) {
@@ -166,7 +168,7 @@ TEST(CallBrowserTool, ScreensTheStepsOfABatchBeforeThePagesInItsReport) {
   CapturedOutput extension([&data](const json& message) {
     answer(message, {{"ok", true}, {"data", data}});
   });
-  const json result = callBrowserTool({{"name", "browser_read"}});
+  const json result = callTool({{"name", "browser_read"}});
   EXPECT_EQ(result.value("prompt_injection_kind", ""), "instruction_override");
   EXPECT_EQ(result.at("steps").at(0).at("data").at("items").at(0).at("name"),
             "[redacted: prompt-injection content removed]");
@@ -203,7 +205,7 @@ TEST(CallBrowserTool, ReturnsToEachOfSixteenCallersItsOwnAnswer) {
   runThreads(callers, [&right](int number) {
     for (int round = 0; round < rounds; ++round) {
       const json arguments = {{"caller", number}, {"round", round}};
-      const json result = callBrowserTool({{"name", "browser_find"}, {"arguments", arguments}});
+      const json result = callTool({{"name", "browser_find"}, {"arguments", arguments}});
       if (result == json{{"echo", arguments}}) ++right;
     }
   });
@@ -217,7 +219,7 @@ TEST(CallBrowserTool, FailsAtOnceWhenTheCallCannotBeSent) {
   CapturedOutput output(CapturedOutput::Reader::stalls);
   const json tooLarge = {{"text", std::string(1'048'500, 'x')}};
   for (const json& arguments : {tooLarge, json::object()}) {
-    EXPECT_EQ(callBrowserTool({{"name", "browser_type"}, {"arguments", arguments}}),
+    EXPECT_EQ(callTool({{"name", "browser_type"}, {"arguments", arguments}}),
               failure("browser_type", "Chrome extension did not answer the browser tool."));
     output.closeReader();
   }

@@ -2,6 +2,7 @@
 
 #include "channel/framing.h"
 #include "support/captured_output.h"
+#include "support/json_replies.h"
 #include "support/testing.h"
 
 namespace media::win::chrome_inspect {
@@ -25,8 +26,8 @@ const std::tuple<const char*, bool, bool> messageCases[] = {
 TEST(Classify, KnowsPanelMessagesAndAnswers) {
   for (const auto& [text, panel, relay] : messageCases) {
     SCOPED_TRACE(text);
-    EXPECT_EQ(isPanelMessage(json::parse(text)), panel);
-    EXPECT_EQ(isRelayReply(json::parse(text)), relay);
+    EXPECT_EQ(isPanelMessage(documentOf(json::parse(text)).root()), panel);
+    EXPECT_EQ(isRelayReply(documentOf(json::parse(text)).root()), relay);
   }
 }
 

@@ -1,6 +1,7 @@
 #include "channel/pending_replies.h"
 
 #include "support/captured_output.h"
+#include "support/json_replies.h"
 #include "support/test_thread.h"
 #include "support/testing.h"
 

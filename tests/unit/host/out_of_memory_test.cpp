@@ -1,13 +1,12 @@
 // What one failed allocation, anywhere, leaves behind: nothing that is wrong.
 
 #include "channel/host_log.h"
-#include "channel/pending_replies.h"
 #include "chat/turn_events.h"
 #include "chat/turn_stream.h"
 #include "host/dispatcher.h"
 #include "support/captured_output.h"
 #include "support/failing_new.h"
-#include "support/testing.h"
+#include "support/json_replies.h"
 #include "text/json_parse.h"
 
 namespace media::win::chrome_inspect {
@@ -131,7 +130,9 @@ TEST(OutOfMemory, RepliesStayInOrder) {
     const std::string id = longText + std::to_string(round);
     (void)failEachAllocation([&id] {
       try {
-        storeReply(id, 1);
+        JsonDocument reply;
+        std::string ignored;
+        if (readJson("1", reply, ignored) == ParseOutcome::ok) storeReply(id, std::move(reply));
       } catch (const std::exception&) {  // as the reader does
       }
     });

@@ -4,6 +4,7 @@
 #include "channel/host_log.h"
 #include "channel/pending_replies.h"
 #include "support/captured_output.h"
+#include "support/json_replies.h"
 #include "support/test_pipe.h"
 #include "support/testing.h"
 

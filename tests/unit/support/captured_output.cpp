@@ -1,7 +1,7 @@
 #include "support/captured_output.h"
 
 #include "channel/framing.h"
-#include "channel/pending_replies.h"
+#include "support/json_replies.h"
 #include "support/test_system.h"
 #include "support/testing.h"
 

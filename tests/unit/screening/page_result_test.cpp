@@ -1,5 +1,8 @@
-#include "screening/page_compaction.h"
+#include "screening/page_result.h"
 
+#include "support/page_result_of.h"
+#include "support/page_tree.h"
+#include "support/random_page.h"
 #include "support/testing.h"
 
 namespace media::win::chrome_inspect {
@@ -12,25 +15,26 @@ struct CompactCase {
 };
 
 void check(const CompactCase& c) {
-  EXPECT_EQ(compactBrowserResult(json::parse(c.result)).dump(), json::parse(c.wanted).dump())
-      << c.name;
+  EXPECT_EQ(pageResult(json::parse(c.result)), json::parse(c.wanted)) << c.name;
 }
 
 const CompactCase unchangedCases[] = {
-    {"a list", R"([{"tool":"browser_read"}])", R"([{"tool":"browser_read"}])"},
     {"no tool", R"({"title":"t","pageText":"p"})", R"({"title":"t","pageText":"p"})"},
     {"a tool that is no text", R"({"tool":1,"title":"t"})", R"({"tool":1,"title":"t"})"},
     {"a tool that is none of the eight", R"({"tool":"browser_hover","title":"t","data":{"x":1}})",
      R"({"tool":"browser_hover","title":"t","data":{"x":1}})"},
+    {"a navigation",
+     R"({"tool":"browser_navigate","tabs":[1],"title":"t","data":{"pageText":"p"}})",
+     R"({"tool":"browser_navigate","tabs":[1],"title":"t","data":{"pageText":"p"}})"},
 };
 
-TEST(CompactBrowserResult, LeavesWhatItDoesNotKnow) {
+TEST(PageResult, LeavesWhatItDoesNotKnow) {
   for (const CompactCase& c : unchangedCases) check(c);
 }
 
 std::string bytes(std::size_t count) { return std::string(count, 'a'); }
 
-TEST(CompactBrowserResult, ShortensTheAddress) {
+TEST(PageResult, ShortensTheAddress) {
   const std::string euro = "\xE2\x82\xAC";
   const std::vector<std::pair<std::string, std::string>> cases = {
       {bytes(120), bytes(120)},
@@ -47,22 +51,25 @@ TEST(CompactBrowserResult, ShortensTheAddress) {
   };
   for (const auto& [url, wanted] : cases) {
     for (const char* tool : {"browser_read", "browser_click", "browser_batch", "browser_hover"}) {
-      const json compacted = compactBrowserResult({{"tool", tool}, {"url", url}});
-      EXPECT_EQ(compacted.at("url").get<std::string>(), wanted) << tool;
-      EXPECT_NO_THROW((void)compacted.dump());
+      EXPECT_EQ(pageResult({{"tool", tool}, {"url", url}}).at("url"), wanted) << tool;
     }
   }
-  EXPECT_EQ(compactBrowserResult({{"url", {bytes(200)}}}).at("url"), json({bytes(200)}));
+  EXPECT_EQ(pageResult({{"url", {bytes(200)}}}).at("url"), json({bytes(200)}));
 }
 
-TEST(CompactBrowserResult, KeepsWhatStandsBesideTheDataButTheTitleAndThePageText) {
+TEST(PageResult, KeepsWhatStandsBesideTheDataButTheTitleAndThePageText) {
   check({"find",
          R"({"tool":"browser_find","ok":true,"title":"t","epoch":1,"other":[1],"pageText":"p",
-         "prompt_injection_detected":true,"prompt_injection_kind":"k","prompt_injection_reason":"r",
+         "prompt_injection_detected":false,"prompt_injection_kind":"k","prompt_injection_reason":"r",
          "scope":{"active":true,"ref":"r","name":"n","source":"s","bounds":[1]},"data":"d"})",
          R"({"tool":"browser_find","ok":true,"epoch":1,"other":[1],
-         "prompt_injection_detected":true,"prompt_injection_kind":"k","prompt_injection_reason":"r",
+         "prompt_injection_detected":false,"prompt_injection_kind":"k","prompt_injection_reason":"r",
          "scope":{"active":true,"ref":"r","name":"n","source":"s"},"data":"d"})"});
+}
+
+// What is left of the data of a read result.
+json readData(json data) {
+  return pageResult({{"tool", "browser_read"}, {"data", std::move(data)}}).at("data");
 }
 
 // The data of a read result, and what is left of it.
@@ -93,10 +100,9 @@ const std::pair<const char*, const char*> dataCases[] = {
      R"({"items":[1,"a",null,[{}]],"zoneHints":[null,"a"]})"},
 };
 
-TEST(CompactBrowserResult, KeepsOfTheDataOfAReadResultWhatTheAgentNeeds) {
+TEST(PageResult, KeepsOfTheDataOfAReadResultWhatTheAgentNeeds) {
   for (const auto& [data, wanted] : dataCases) {
-    const json result = {{"tool", "browser_read"}, {"data", json::parse(data)}};
-    EXPECT_EQ(compactBrowserResult(result).at("data").dump(), json::parse(wanted).dump());
+    EXPECT_EQ(readData(json::parse(data)), json::parse(wanted));
   }
 }
 
@@ -112,101 +118,115 @@ std::string refsOf(const json& items) {
   return refs;
 }
 
-const std::tuple<std::size_t, bool, std::size_t> budgetCases[] = {
+struct BudgetCase {
+  std::size_t count;
+  bool isFind;
+  std::size_t kept;
+};
+
+const BudgetCase budgetCases[] = {
     {0, false, 0}, {12, false, 12}, {13, false, 12}, {400, false, 12},
     {0, true, 0},  {8, true, 8},    {9, true, 8},
 };
 
-TEST(CompactPageData, KeepsEightItemsThatMatchAndTwelveOthers) {
-  for (const auto& [count, isFind, kept] : budgetCases) {
-    SCOPED_TRACE(testing::Message() << count << (isFind ? " found" : " read"));
-    json data = {{"items", numberedItems(count)}, {"truncated", "by the extension"}};
-    if (isFind) data["matchCount"] = nullptr;  // that it is there is what counts
-    const json out = compactPageData(data, true);
-    EXPECT_EQ(out.at("items").size(), kept);
-    EXPECT_EQ(refsOf(out.at("items")), refsOf(numberedItems(kept)));
-    EXPECT_EQ(out.at("truncated"), count > kept ? json(true) : json("by the extension"));
-    EXPECT_EQ(out.value("itemsOmitted", std::size_t{0}), count - kept);
-    EXPECT_EQ(out.contains("itemsOmitted"), count > kept);
+TEST(PageResult, KeepsEightItemsThatMatchAndTwelveOthers) {
+  for (const BudgetCase& c : budgetCases) {
+    SCOPED_TRACE(testing::Message() << c.count << (c.isFind ? " found" : " read"));
+    json data = {{"items", numberedItems(c.count)}, {"truncated", "by the extension"}};
+    if (c.isFind) data["matchCount"] = nullptr;  // that it is there is what counts
+    const json out = readData(data);
+    EXPECT_EQ(out.at("items").size(), c.kept);
+    EXPECT_EQ(refsOf(out.at("items")), refsOf(numberedItems(c.kept)));
+    EXPECT_EQ(out.at("truncated"), c.count > c.kept ? json(true) : json("by the extension"));
+    EXPECT_EQ(out.value("itemsOmitted", std::size_t{0}), c.count - c.kept);
+    EXPECT_EQ(out.contains("itemsOmitted"), c.count > c.kept);
   }
 }
 
-TEST(CompactPageData, KeepsTwoZoneHintsAndEightFiles) {
+TEST(PageResult, KeepsTwoZoneHintsAndEightFiles) {
   for (const std::size_t count : {0U, 2U, 3U, 8U, 9U}) {
-    const json out = compactPageData(
-        {{"zoneHints", numberedItems(count)}, {"files", numberedItems(count)}}, true);
+    const json out =
+        readData({{"zoneHints", numberedItems(count)}, {"files", numberedItems(count)}});
     EXPECT_EQ(out.at("zoneHints").size(), std::min<std::size_t>(count, 2));
     EXPECT_EQ(out.at("files").size(), std::min<std::size_t>(count, 8));
   }
 }
 
-TEST(CompactPageData, SkipsFilesThatAreNoObjectsWithoutCountingThem) {
+TEST(PageResult, SkipsFilesThatAreNoObjectsWithoutCountingThem) {
   json files = json::array();
   for (int i = 0; i < 10; ++i) {
     files.push_back(i);
     files.push_back({{"name", i}});
   }
-  const json out = compactPageData({{"files", files}}, true);
+  const json out = readData({{"files", files}});
   ASSERT_EQ(out.at("files").size(), 8U);
   EXPECT_EQ(out.at("files").back(), json({{"name", 7}}));
 }
 
-TEST(CompactPageData, OnlyCountsTheItemsOfASummary) {
-  const json data = json::parse(R"({"count":3,"truncated":true,"pageTextOmitted":true,"ref":"r",
-      "role":"o","name":"n","value":"v","options":[1],"matchCount":2,"element":{"role":"x"},
-      "items":[1,2,3],"zoneHints":[{}],"pageText":"p","files":[{"url":"u","x":1},2],
-      "scope":{"ref":"s","x":1}})");
-  EXPECT_EQ(compactPageData(data, false), json::parse(R"({"count":3,"truncated":true,
-      "pageTextOmitted":true,"ref":"r","role":"o","name":"n","value":"v","itemsReturned":3,
-      "files":[{"url":"u"}],"scope":{"ref":"s"},"compacted":true})"));
-  EXPECT_EQ(compactPageData({{"items", {{"a", 1}}}}, false), json({{"compacted", true}}));
+// Whether an item is taken although as many others stand before it as a result has.
+bool isTakenFirst(const json& item) {
+  json items = numberedItems(12);
+  items.push_back(item);
+  return readData({{"items", items}}).at("items").front() == item;
 }
 
-TEST(IsKeyItem, KnowsRolesTypesAndNames) {
+TEST(PageResult, TakesItemsThatAPersonWouldActOnByRoleTypeOrName) {
   for (const char* role :
        {"textbox", "combobox", "checkbox", "radio", "searchbox", "spinbutton", "switch"}) {
-    EXPECT_TRUE(isKeyItem({{"role", role}})) << role;
+    EXPECT_TRUE(isTakenFirst({{"role", role}})) << role;
   }
   for (const char* type : {"text", "email", "password", "search", "number"}) {
-    EXPECT_TRUE(isKeyItem({{"type", type}})) << type;
+    EXPECT_TRUE(isTakenFirst({{"type", type}})) << type;
   }
   for (const char* name :
        {"save", "Submit", "APPLY now", "go next", "ContinueShopping", "resaved"}) {
-    EXPECT_TRUE(isKeyItem({{"name", name}})) << name;
+    EXPECT_TRUE(isTakenFirst({{"name", name}})) << name;
   }
   for (const json& item :
        {json({{"role", "Textbox"}}), json({{"role", "button"}}), json({{"type", "submit"}}),
         json({{"name", "s ave"}}), json({{"name", {"save"}}}), json({{"role", {"textbox"}}}),
         json({{"value", "save"}}), json("textbox"), json::array({"textbox"})}) {
-    EXPECT_FALSE(isKeyItem(item)) << item;
+    EXPECT_FALSE(isTakenFirst(item)) << item;
   }
 }
 
-TEST(SelectReadItems, TakesKeyItemsFirstThenTheOthersInPageOrder) {
+// The items of a page with so many to act on and others, in turn, that the agent gets.
+std::string refsOfMixed(int count) {
   json items = json::array();
-  for (int i = 0; i < 6; ++i) {
+  for (int i = 0; i < count; ++i) {
     items.push_back({{"ref", "p" + std::to_string(i)}, {"role", "link"}, {"x", 1}});
     items.push_back({{"ref", "k" + std::to_string(i)}, {"role", "textbox"}});
   }
-  EXPECT_EQ(refsOf(selectReadItems(items, 3)), "k0 k1 k2 ");
-  EXPECT_EQ(refsOf(selectReadItems(items, 8)), "k0 k1 k2 k3 k4 k5 p0 p1 ");
-  EXPECT_EQ(refsOf(selectReadItems(items, 50)), "k0 k1 k2 k3 k4 k5 p0 p1 p2 p3 p4 p5 ");
-  EXPECT_EQ(selectReadItems(items, 50).back().dump(), R"({"ref":"p5","role":"link"})");
-  EXPECT_EQ(selectReadItems(items, 0), json::array());
-  EXPECT_EQ(selectReadItems("text", 3), "text");
+  return refsOf(readData({{"items", items}}).at("items"));
+}
+
+TEST(PageResult, TakesKeyItemsFirstThenTheOthersInPageOrder) {
+  EXPECT_EQ(refsOfMixed(2), "k0 k1 p0 p1 ");
+  EXPECT_EQ(refsOfMixed(7), "k0 k1 k2 k3 k4 k5 k6 p0 p1 p2 p3 p4 ");
+  EXPECT_EQ(refsOfMixed(13), "k0 k1 k2 k3 k4 k5 k6 k7 k8 k9 k10 k11 ");
 }
 
 const CompactCase actionCases[] = {
     {"known keys",
      R"({"tool":"browser_click","ok":true,"url":"u","epoch":1,"revision":2,"error":"e","title":"t",
-         "action":"click","prompt_injection_detected":true,"prompt_injection_kind":"k",
+         "action":"click","prompt_injection_detected":false,"prompt_injection_kind":"k",
          "prompt_injection_reason":"r","scope":{"ref":"s","x":1},"html":"no","pageText":"no",
          "items":[1],"model":{"pageText":"no"}})",
      R"({"tool":"browser_click","ok":true,"url":"u","epoch":1,"revision":2,"error":"e","title":"t",
-         "action":"click","prompt_injection_detected":true,"prompt_injection_kind":"k",
+         "action":"click","prompt_injection_detected":false,"prompt_injection_kind":"k",
          "prompt_injection_reason":"r","scope":{"ref":"s"},"compacted":true})"},
     {"small data stays", R"({"tool":"browser_type","data":{"typed":3,"nested":{"a":[1]}}})",
      R"({"tool":"browser_type","data":{"typed":3,"nested":{"a":[1]}},"compacted":true})"},
+    {"of a summary only the items are counted",
+     R"({"tool":"browser_click","data":{"count":3,"truncated":true,"pageTextOmitted":true,"ref":"r",
+         "role":"o","name":"n","value":"v","options":[1],"matchCount":2,"element":{"role":"x"},
+         "items":[1,2,3],"zoneHints":[{}],"pageText":"p","files":[{"url":"u","x":1},2],
+         "scope":{"ref":"s","x":1}}})",
+     R"({"tool":"browser_click","data":{"count":3,"truncated":true,"pageTextOmitted":true,"ref":"r",
+         "role":"o","name":"n","value":"v","itemsReturned":3,"files":[{"url":"u"}],
+         "scope":{"ref":"s"},"compacted":true},"compacted":true})"},
+    {"which are a list", R"({"tool":"browser_click","data":{"items":{"a":1}}})",
+     R"({"tool":"browser_click","data":{"compacted":true},"compacted":true})"},
     {"data that is a page is summed up",
      R"({"tool":"browser_select","data":{"items":[1,2],"pageText":"no","count":2,"x":1}})",
      R"({"tool":"browser_select","data":{"itemsReturned":2,"count":2,"compacted":true},
@@ -219,16 +239,14 @@ const CompactCase actionCases[] = {
      R"({"tool":"browser_click","data":{"files":[{}],"compacted":true},"compacted":true})"},
     {"so do zone hints", R"({"tool":"browser_click","data":{"x":1,"zoneHints":[]}})",
      R"({"tool":"browser_click","data":{"compacted":true},"compacted":true})"},
-    {"a navigation", R"({"tool":"browser_navigate","tabs":[1],"title":"t","data":"d"})",
-     R"({"tool":"browser_navigate","title":"t","data":"d","compacted":true})"},
     {"known keys of a batch",
      R"({"tool":"browser_batch","ok":false,"url":"u","epoch":1,"revision":2,"error":"e",
          "batch_error":"b","all_ok":false,"first_failure":1,"title":"t","model":{"pageText":"no"},
-         "prompt_injection_detected":true,"prompt_injection_kind":"k","prompt_injection_reason":"r",
+         "prompt_injection_detected":false,"prompt_injection_kind":"k","prompt_injection_reason":"r",
          "data":{"pageText":"no"},"pageText":"no","steps":{"a":1}})",
      R"({"tool":"browser_batch","ok":false,"url":"u","epoch":1,"revision":2,"error":"e",
          "batch_error":"b","all_ok":false,"first_failure":1,"title":"t",
-         "prompt_injection_detected":true,"prompt_injection_kind":"k","prompt_injection_reason":"r",
+         "prompt_injection_detected":false,"prompt_injection_kind":"k","prompt_injection_reason":"r",
          "compacted":true,"steps":{"a":1}})"},
     {"steps",
      R"({"tool":"browser_batch","steps":[{"index":0,"action":"click","waited_ms":5,"auto":true,
@@ -253,8 +271,40 @@ const CompactCase actionCases[] = {
          "compacted":true})"},
 };
 
-TEST(CompactBrowserResult, KeepsOfAnActionOrABatchWhatItDid) {
+TEST(PageResult, KeepsOfAnActionOrABatchWhatItDid) {
   for (const CompactCase& c : actionCases) check(c);
+}
+
+constexpr int rounds = 3000;
+
+std::uint32_t draw(void* random) {
+  return static_cast<std::uint32_t>((*static_cast<std::mt19937*>(random))());
+}
+
+json byTree(const json& page) {
+  try {
+    return pageResultByTree(page);
+  } catch (const json::exception& failure) {
+    return failure.what();
+  }
+}
+
+TEST(AnyPage, IsJudgedAndCutDownAsByTheFunctionsOverTrees) {
+  std::mt19937 random(7);
+  RandomPage pages(draw, &random);
+  int flagged = 0;
+  for (int round = 0; round < rounds; ++round) {
+    const bool wellFormed = round % 2 == 0;
+    const json page = pages.result(wellFormed);
+    const json result = pageResult(page);
+    ASSERT_EQ(result, byTree(page)) << page;
+    flagged += result.is_object() && result.value("prompt_injection_detected", json()) == true;
+    if (wellFormed && page.at("tool") != "browser_navigate") {
+      ASSERT_EQ(dumpJson(result).find(RandomPage::pageText), std::string::npos);
+    }
+  }
+  EXPECT_GT(flagged, rounds / 10);
+  EXPECT_LT(flagged, rounds);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
-#include "screening/page_compaction.h"
+#include "support/page_tree.h"
 
 #include <algorithm>
+#include <array>
 #include <initializer_list>
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -10,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "screening/injection_text.h"
+#include "screening/page_judgement.h"
 #include "text/ascii.h"
 #include "text/json_read.h"
 #include "text/utf8.h"
@@ -19,6 +22,17 @@ namespace {
 
 using nlohmann::json;
 using Keys = std::span<const char* const>;
+
+json compactPageData(json data, bool detailed);
+json selectReadItems(json items, std::size_t budget);
+bool isKeyItem(const json& item);
+json compactItem(json item);
+json summarizeScope(json scope);
+json compactZoneHint(json hint);
+json compactActionResult(json result);
+json compactBatchResult(json result);
+void gatherPageText(const json& node, std::string& text, int depth = 0);
+void redactInjectedFields(json& node, int depth = 0);
 
 constexpr std::size_t findItemBudget = 8;
 constexpr std::size_t readItemBudget = 12;
@@ -203,8 +217,6 @@ bool namesAction(std::string_view name) {
   return false;
 }
 
-}  // namespace
-
 json compactBrowserResult(json result) {
   if (!result.is_object()) return result;
   shortenUrl(result);
@@ -288,6 +300,127 @@ json compactBatchResult(json result) {
   out["actionTrail"] = std::move(trail);
   out["steps"] = std::move(kept);
   return out;
+}
+
+constexpr int maxDepth = 8;
+
+constexpr std::array<const char*, 16> textKeys = {
+    "pageText",    "name",    "text",  "title", "value",    "label", "ariaLabel", "aria-label",
+    "placeholder", "message", "error", "note",  "selector", "doc",   "purpose",   "headingPath"};
+
+constexpr std::array<const char*, 10> redactedKeys = {"pageText", "name",        "text", "title",
+                                                      "value",    "placeholder", "note", "doc",
+                                                      "purpose",  "headingPath"};
+
+constexpr std::array<const char*, 11> containerKeys = {
+    "data",      "items",           "steps",       "element", "model", "zones",
+    "zoneHints", "collectionItems", "rankedZones", "tabs",    "files"};
+
+constexpr const char* redaction = "[redacted: prompt-injection content removed]";
+
+void appendLine(std::string& text, const std::string& line) {
+  if (line.empty()) return;
+  if (!text.empty()) text += '\n';
+  text += line;
+}
+
+void gatherObject(const json& object, std::string& text, int depth) {
+  for (const char* key : textKeys) {
+    const auto member = object.find(key);
+    if (member != object.end() && member->is_string()) {
+      appendLine(text, member->get_ref<const std::string&>());
+    }
+  }
+  for (const char* key : containerKeys) {
+    const auto member = object.find(key);
+    if (member != object.end()) gatherPageText(*member, text, depth + 1);
+  }
+}
+
+void redactObject(json& object, int depth) {
+  for (const char* key : redactedKeys) {
+    const auto member = object.find(key);
+    if (member == object.end() || !member->is_string()) continue;
+    if (classifyInjectionText(member->get_ref<const std::string&>()).detected) *member = redaction;
+  }
+  for (const char* key : containerKeys) {
+    const auto member = object.find(key);
+    if (member != object.end()) redactInjectedFields(*member, depth + 1);
+  }
+}
+
+bool carriesVerdict(const json& page) {
+  if (!page.is_object()) return false;
+  const auto flag = page.find("prompt_injection_detected");
+  return flag != page.end() && flag->get<bool>();
+}
+
+InjectionVerdict screenPageModel(const json& page) {
+  if (carriesVerdict(page)) {
+    return {std::string(lenientText(page, "prompt_injection_kind", "detected")),
+            std::string(lenientText(page, "prompt_injection_reason",
+                                    "prompt injection previously flagged")),
+            true};
+  }
+  std::string text;
+  gatherPageText(page, text);
+  return classifyInjectionText(text);
+}
+
+void markPageModelFlagged(json& page, const InjectionVerdict& verdict) {
+  if (!page.is_object()) page = json::object();
+  redactInjectedFields(page);
+  page["prompt_injection_detected"] = true;
+  page["prompt_injection_kind"] = verdict.kind;
+  page["prompt_injection_reason"] = verdict.reason;
+  page["error"] = "Prompt injection detected in page content (" + verdict.reason +
+                  "). Page text is untrusted \xE2\x80\x94 refusing to continue this turn. ";
+}
+
+void gatherPageText(const json& node, std::string& text, int depth) {
+  if (depth > maxDepth || text.size() > maxGatheredText) return;
+  if (node.is_string()) {
+    appendLine(text, node.get_ref<const std::string&>());
+  } else if (node.is_object()) {
+    gatherObject(node, text, depth);
+  } else if (node.is_array()) {
+    for (const json& element : node) gatherPageText(element, text, depth + 1);
+  }
+}
+
+void redactInjectedFields(json& node, int depth) {
+  if (depth > maxDepth) return;
+  if (node.is_object()) {
+    redactObject(node, depth);
+  } else if (node.is_array()) {
+    for (json& element : node) redactInjectedFields(element, depth + 1);
+  }
+}
+
+// Copies to the result of a batch what its report has, where it has none of its own.
+void hoist(json& page) {
+  static constexpr const char* hoisted[] = {"steps", "all_ok", "model", "first_failure",
+                                            "batch_error"};
+  if (lenientText(page, "tool") != "browser_batch") return;
+  const json* const report = findObject(page, "data");
+  if (report == nullptr) return;
+  const json from = *report;
+  for (const char* key : hoisted) {
+    if (from.contains(key) && !page.contains(key)) page[key] = from[key];
+  }
+}
+
+}  // namespace
+
+json pageResultByTree(json page) {
+  static constexpr const char* kept[] = {"tabId", "code", "action", "tabs", "closed", "reused"};
+  hoist(page);
+  const InjectionVerdict verdict = screenPageModel(page);
+  if (verdict.detected) markPageModelFlagged(page, verdict);
+  if (lenientText(page, "tool") == "browser_navigate") return page;
+  json compacted = compactBrowserResult(page);
+  moveKeys(page, kept, compacted);
+  return compacted;
 }
 
 }  // namespace media::win::chrome_inspect
