@@ -33,13 +33,13 @@ std::string leftOutText(std::string_view method, std::size_t size) {
 }  // namespace
 
 void EventBatch::add(std::string_view method, const json& args) {
-  append(method, eventText(method, args));
+  add(method, eventText(method, args));
 }
 
 void EventBatch::add(const json& event) {
   const auto method = event.find("method");
-  append(method != event.end() && method->is_string() ? method->get_ref<const std::string&>() : "",
-         dumpJson(event));
+  add(method != event.end() && method->is_string() ? method->get_ref<const std::string&>() : "",
+      dumpJson(event));
 }
 
 bool EventBatch::send() {
@@ -50,10 +50,9 @@ bool EventBatch::send() {
   return std::exchange(written_, true);
 }
 
-void EventBatch::append(std::string_view method, std::string text) {
-  const std::size_t room = roomForEvents();
-  if (text.size() > room) text = leftOutText(method, text.size());
-  if (!frame_.empty() && frame_.size() - head.size() + 1 + text.size() > room) {
+void EventBatch::add(std::string_view method, std::string text) {
+  if (text.size() > roomForEvents()) text = leftOutText(method, text.size());
+  if (!frame_.empty() && frame_.size() - head.size() + 1 + text.size() > roomForEvents()) {
     const bool sent = send();
     written_ = sent && written_;
   }
@@ -63,6 +62,40 @@ void EventBatch::append(std::string_view method, std::string text) {
 
 std::size_t maxArgsBytes(std::string_view method) {
   return roomForEvents() + 2 - eventText(method, json::array()).size();
+}
+
+std::string& EventFrames::begin() {
+  frames_.resize(ended_);
+  frames_.append(frameHeadBytes, '\0').append(head);
+  return frames_ += R"({"args":)";
+}
+
+void EventFrames::end(std::string_view method) {
+  frames_.append(R"(,"method":")").append(method).append("\"}");
+  const std::size_t body = ended_ + frameHeadBytes;
+  const std::size_t event = body + head.size();
+  if (const std::size_t size = frames_.size() - event; size > roomForEvents()) {
+    frames_.resize(event);
+    frames_ += leftOutText(method, size);
+  }
+  frames_ += tail;
+  writeFrameHead(frames_.data() + ended_, frames_.size() - body);
+  if (ended_ == 0) firstSize_ = frames_.size();
+  ended_ = frames_.size();
+}
+
+bool EventFrames::send(EventBatch ahead) {
+  std::string_view frames = std::string_view(frames_).substr(0, ended_);
+  bool written = true;
+  if (!ahead.empty()) {
+    const std::size_t event = frameHeadBytes + head.size();
+    ahead.add("", std::string(frames.substr(event, firstSize_ - event - tail.size())));
+    written = ahead.send();
+    frames.remove_prefix(firstSize_);
+  }
+  written = writeFrames(frames) && written;
+  clear();
+  return written;
 }
 
 }  // namespace media::win::chrome_inspect

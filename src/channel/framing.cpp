@@ -41,10 +41,9 @@ bool readExactly(StreamId stream, char* buffer, std::size_t size, std::string& e
 }
 
 std::string frameOf(std::string_view body) {
-  const auto length = static_cast<std::uint32_t>(body.size());
-  std::string frame(sizeof length + body.size(), '\0');
-  std::memcpy(frame.data(), &length, sizeof length);
-  body.copy(frame.data() + sizeof length, body.size());
+  std::string frame(frameHeadBytes + body.size(), '\0');
+  writeFrameHead(frame.data(), body.size());
+  body.copy(frame.data() + frameHeadBytes, body.size());
   return frame;
 }
 
@@ -99,12 +98,20 @@ bool writeMessage(const nlohmann::json& message) { return writeMessageText(messa
 
 bool writeMessageText(std::string_view body) {
   if (body.size() > outboundLimit()) return false;
-  const std::string frame = frameOf(body);
+  return writeFrames(frameOf(body));
+}
+
+void writeFrameHead(char* bytes, std::size_t size) {
+  const auto length = static_cast<std::uint32_t>(size);
+  std::memcpy(bytes, &length, sizeof length);
+}
+
+bool writeFrames(std::string_view frames) {
   StandardOutput& output = standardOutputState();
   const Lock lock(output.stdoutMutex);
   if (output.closed) return false;
   output.busy = true;
-  output.closed = !writeAll(standardOutput(), frame.data(), frame.size());
+  output.closed = !writeAll(standardOutput(), frames.data(), frames.size());
   output.busy = false;
   return !output.closed;
 }

@@ -47,6 +47,14 @@ bool writeMessage(const nlohmann::json& message);
 // The same for a message that is already serialised.
 bool writeMessageText(std::string_view body);
 
+// The same for frames that are composed already, whole and one behind the other, none longer than
+// allowed: written at once.
+bool writeFrames(std::string_view frames);
+
+// What stands in front of a body of `size` bytes, written to the `frameHeadBytes` at `bytes`.
+inline constexpr std::size_t frameHeadBytes = 4;
+void writeFrameHead(char* bytes, std::size_t size);
+
 // Whether a frame is being written to the extension at this moment.
 bool outputIsBusy();
 

@@ -1,6 +1,7 @@
 #include "channel/panel_events.h"
 
 #include <nlohmann/json.hpp>
+#include <utility>
 #include <vector>
 
 #include "channel/event_batch.h"
@@ -15,6 +16,14 @@ void emitPanelMessage(std::string_view method, const nlohmann::json& args) {
     for (const nlohmann::json& line : lines) batch.add("appendDebugLog", line);
     batch.add(method, args);
     (void)batch.send();  // the browser is gone; the reader will notice
+  });
+}
+
+void sendEventFrames(EventFrames& frames) {
+  sendBehindLogLines([&](const std::vector<nlohmann::json>& lines) {
+    EventBatch batch;
+    for (const nlohmann::json& line : lines) batch.add("appendDebugLog", line);
+    (void)frames.send(std::move(batch));  // the browser is gone; the reader will notice
   });
 }
 

@@ -34,6 +34,13 @@ void TurnEvents::send(std::string_view method, const json& args) {
   if (!ended_) emitPanelMessage(method, args);
 }
 
+void TurnEvents::send(EventFrames& frames) {
+  if (frames.empty()) return;
+  const Lock lock(mutex_);
+  if (ended_) return frames.clear();
+  sendEventFrames(frames);
+}
+
 void TurnEvents::succeed(std::string_view chatSessionId, std::string_view text, const json& usage) {
   const Lock lock(mutex_);
   if (ended_) return;

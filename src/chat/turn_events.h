@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "channel/event_batch.h"
 #include "text/locks.h"
 
 namespace media::win::chrome_inspect {
@@ -28,6 +29,8 @@ class TurnEvents {
   void begin(nlohmann::json details);
   // Any other event; nothing once the turn has ended.
   void send(std::string_view method, const nlohmann::json& args);
+  // The same for events that are composed already, if there are any; they are taken.
+  void send(EventFrames& frames);
   // The answer is complete: its text, its token usage when that is an object with content, done.
   void succeed(std::string_view chatSessionId, std::string_view text, const nlohmann::json& usage);
   // The turn ended with an error text, which need not be UTF-8.

@@ -25,16 +25,17 @@ struct TurnStream {
   std::shared_ptr<TurnEvents> events;
   std::string chatSessionId;
   EventSplitter splitter;
+  EventFrames frames;         // what was translated and not sent yet
   std::string assistantText;  // all content deltas so far
   std::uint32_t seq = 0;      // "appendAssistantDelta" events sent so far
   bool done = false;          // the answer is complete, or failed
   nlohmann::json usage;       // the last token usage seen; null before the first
 };
 
-// Takes received bytes and translates each event block that they complete. Sends panel events, so
-// it may block on standard output. Throws nlohmann::json::exception or std::runtime_error for data
-// that cannot be understood and std::length_error for data without end; the turn then ends with
-// that text.
+// Takes received bytes and translates each event block that they complete. The events are sent
+// before it returns, those of the same kind at once, so it may block on standard output. Throws
+// nlohmann::json::exception or std::runtime_error for data that cannot be understood and
+// std::length_error for data without end; the turn then ends with that text.
 void onStreamChunk(TurnStream& stream, std::string_view chunk);
 
 // Translates what came behind the last block, unless the answer is complete. Throws as above.
