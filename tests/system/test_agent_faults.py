@@ -7,8 +7,8 @@ import pytest
 from support import builds
 from support.memory import peak_mib
 from support.scripted_agent import (
-    COMPLETIONS, READY, STREAM_HEAD, ScriptedAgent, answers, delta, event_bytes, hangs_up, resets,
-    sends, streams)
+    COMPLETIONS, READY, STREAM_HEAD, ScriptedAgent, answers, delta, event_bytes, resets, sends,
+    streams)
 
 FAILED = "agent request failed"
 NOT_FOUND = (False, "morva-viewer-cli.exe is not on PATH")

@@ -56,7 +56,8 @@ def test_events_are_forwarded_and_other_blocks_passed_over(panel, feeding):
     feed = listen(panel, feeding)
     mark = panel.mark()
     stream = b"\n\n".join([
-        b'data: {"method":"m","args":[1,{"a":null}],"id":7,"sender":"w","x":1}', b": ping", b"data: {",
+        b'data: {"method":"m","args":[1,{"a":null}],"id":7,"sender":"w","x":1}', b": ping",
+        b"data: {",
         'data: {"method":"ü€😀",\r\ndata: "args":["\\ud83d"]}\r'.encode(), b""])
     for at in range(0, len(stream), 999):
         feed.send(stream[at:at + 999])

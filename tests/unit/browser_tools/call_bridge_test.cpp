@@ -21,8 +21,7 @@ TEST(CallBrowserTool, RefusesWithoutAskingTheBrowser) {
   for (const char* request : {"{}", "null", "[]", "\"browser_read\"", R"({"name":""})",
                               R"({"name":null})", R"({"name":5})", R"({"name":["browser_read"]})",
                               R"({"arguments":{"name":"browser_read"}})"}) {
-    EXPECT_EQ(callTool(json::parse(request)),
-              json({{"error", "missing tool name"}, {"ok", false}}))
+    EXPECT_EQ(callTool(json::parse(request)), json({{"error", "missing tool name"}, {"ok", false}}))
         << request;
   }
   for (const char* request :
