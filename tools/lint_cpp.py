@@ -14,8 +14,10 @@ from pathlib import Path
 from lint_files import (CACHE, INCLUDE, ROOT, Job, check_each, code_files, found_include, output_of,
                         own_files, top_folder)
 
-JSON_INCLUDE = ROOT / "build" / "deps" / "usr" / "include"
-COMPILE = ["-std=c++20", "-I", str(ROOT / "src"), "-isystem", str(JSON_INCLUDE)]
+DEPENDENCIES = ROOT / "build" / "deps"
+LIBRARIES = [DEPENDENCIES / "usr" / "include", *DEPENDENCIES.glob("yyjson-*/src")]
+COMPILE = ["-std=c++20", "-I", str(ROOT / "src"),
+           *(part for folder in LIBRARIES for part in ("-isystem", str(folder)))]
 LIBCXX = ["-stdlib++-isystem", "/usr/lib/llvm-16/include/c++/v1"]
 GOOGLETEST = Path("/usr/src/googletest")
 FOLDER_FLAGS = {
