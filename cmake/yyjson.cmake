@@ -8,6 +8,7 @@ if(EXISTS "${MORVA_YYJSON_DIR}/yyjson.c")
   # The sanitizers, and the like, that the preset asks for.
   separate_arguments(yyjsonFlags NATIVE_COMMAND "${CMAKE_CXX_FLAGS}")
   target_compile_options(yyjson PRIVATE ${yyjsonFlags} -O2)
+  morva_reproducible(yyjson)
   # What the host never does: files, merge patches, pointers, other dialects.
   target_compile_definitions(yyjson PUBLIC YYJSON_DISABLE_UTILS YYJSON_DISABLE_NON_STANDARD)
 else()

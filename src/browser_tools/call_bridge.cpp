@@ -49,7 +49,7 @@ std::string callBrowserTool(const json& request) {
   const json none = json::object();
   const json* given = findObject(request, "arguments");
   const json& arguments = given != nullptr ? *given : none;
-  if (tool.empty()) return R"({"error":"missing tool name","ok":false})";
+  if (tool.empty()) return dumpJson({{"error", "missing tool name"}, {"ok", false}});
   if (!isAllowedTool(tool, arguments, 0)) return failureOf(tool, "tool is not allowed");
   const json message = {{"protocolVersion", 1},
                         {"requestId", newRequestId()},

@@ -27,7 +27,8 @@ def elsewhere(tmp_path):
         shutil.copytree(package.ROOT / name, copy / name)
     build = copy / "build" / "windows"
     shutil.copytree(package.BUILD / "generated", build / "generated")
-    shutil.copy(package.BUILD / "libmorva_core.a", build)
+    for library in package.BUILD.glob("*.a"):
+        shutil.copy(library, build)
     (copy / "build" / "deps").symlink_to(package.ROOT / "build" / "deps")
     for target in ("morva-chrome-host", "morva_core"):
         for folder in ("src/host", "src/common", "packaging"):

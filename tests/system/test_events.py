@@ -183,7 +183,7 @@ def test_beginning_and_ending_again_and_again_leaves_nothing_behind(panel, feedi
             for feed, method in ((chat, "chat"), (voice, "voice")):
                 feed.tell(method, [number], id=number)
             panel.send("realtimeStop")
-            panel.send("panelClosed")
+            panel.ask_for_ack("panelClosed")  # both are left before the agent ends them
             chat.expect_left()
             voice.expect_left()
         panel.prove_alive(60)

@@ -28,8 +28,9 @@ json args(std::string_view piece, std::uint32_t index) {
 CapturedOutput::Frames framesOf(const std::string& text) {
   CapturedOutput output;
   TurnEvents turn("r");
-  EXPECT_EQ(sendText(turn, "appendAssistantDelta", text, args), output.finish().size());
+  const std::uint32_t count = sendText(turn, "appendAssistantDelta", text, args);
   const CapturedOutput::Frames frames = output.finish();
+  EXPECT_EQ(frames.size(), count);
   std::string joined;
   std::uint32_t seq = 0;
   for (const std::string& event : eventsIn(frames)) {
