@@ -133,13 +133,6 @@ TEST_F(CmdIpc, ReturnsTheReplyOrReportsWhyThereIsNone) {
 }
 
 TEST_F(CmdIpc, NeedsAChallengeWithANonce) {
-  std::atomic<const std::string*> current;
-  AppDouble app([&current](const OwnedSocket& socket) {
-    (void)sendTo(socket, *current);
-    finishSending(socket);
-    EXPECT_EQ(receiveFrame(socket), "");  // nothing is sent without a proof
-  });
-  announce(app.port());
   const std::pair<std::string, const char*> challenges[] = {
       {"", "cmd_ipc recv failed"},
       {frameHeader(9).substr(2), "cmd_ipc recv failed"},
@@ -154,6 +147,13 @@ TEST_F(CmdIpc, NeedsAChallengeWithANonce) {
       {frameOf(R"({"nonce":""})"), "cmd_ipc proof failed"},
       {frameOf(R"(["00fF"])"), "cmd_ipc proof failed"},
   };
+  std::atomic<const std::string*> current;
+  AppDouble app([&current](const OwnedSocket& socket) {
+    (void)sendTo(socket, *current);
+    finishSending(socket);
+    EXPECT_EQ(receiveFrame(socket), "");  // nothing is sent without a proof
+  });
+  announce(app.port());
   for (const auto& [bytes, error] : challenges) {
     current = &bytes;
     EXPECT_EQ(exchange(), error) << bytes.substr(0, 80);

@@ -120,13 +120,13 @@ TEST(ProviderRpc, RelaysTheAgentsAnswer) {
 }
 
 TEST(ProviderRpc, MakesPresetsOfTheModelList) {
+  const std::string list = answerText(R"({"data":[{"id":"a"}]})");
+  const std::string none[] = {answerText(R"({"data":[]})", "500 No"), answerText("{"),
+                              torn(R"({"data":[{"id":"a"}]})"), ""};
   CapturedOutput output;
   std::atomic<const std::string*> current = nullptr;
   AgentDouble agent(answersWith(current));
   agent.adopt();
-  const std::string list = answerText(R"({"data":[{"id":"a"}]})");
-  const std::string none[] = {answerText(R"({"data":[]})", "500 No"), answerText("{"),
-                              torn(R"({"data":[{"id":"a"}]})"), ""};
   for (const char* const method : {"getChatPresets", "settingsChatPresetsGet"}) {
     current = &list;
     EXPECT_EQ(answerProviderRpc({{"method", method}}).at("data").dump(),
