@@ -3,16 +3,10 @@
 Which requests are malformed, and who may ask for what, is tested in tests/unit/toolserver.
 """
 
-import json
-import os
-import subprocess
-from urllib.parse import quote
-
 import pytest
 
 from support.tool_server_client import (
-    BAD_REQUEST, CORS, DOWNLOAD, EXTENSION_ORIGIN, FORBIDDEN, NO_FILE, NO_ROUTE,
-    PREFLIGHT, UNAUTHORIZED_CORS, UPLOAD)
+    BAD_REQUEST, CORS, FORBIDDEN, NO_FILE, NO_ROUTE, PREFLIGHT, UNAUTHORIZED_CORS)
 
 AUTH = "Host: %HOST%\r\nX-Morva-Session: %TOKEN%\r\n"
 OWN = AUTH + "Origin: %ORIGIN%\r\n"
@@ -49,27 +43,6 @@ def test_a_refused_body_is_read_to_its_end(server, head):
         while piece := connection.recv(4096):  # an end, not a reset: nothing was left unread
             data += piece
         assert data == (UNAUTHORIZED_CORS if "token" in head else FORBIDDEN)
-
-
-def test_a_client_that_people_use_understands_every_kind_of_answer(server, work):
-    """As a browser does in tests/browser, and an agent's library in its stand-in."""
-    def ask(method, target, body=b""):
-        done = subprocess.run(
-            ["curl", "-sS", "--noproxy", "*", "-w", "%{stderr}%{http_code}", "-X", method,
-             "-H", f"X-Morva-Session: {server.token}", "-H", f"Origin: {EXTENSION_ORIGIN}",
-             *(["--data-binary", "@-"] if body else []), f"http://127.0.0.1:{server.port}{target}"],
-            input=body, capture_output=True, check=True, timeout=60)
-        return int(done.stderr), done.stdout
-
-    largest = os.urandom(33554432)
-    status, answer = ask("POST", f"{UPLOAD}?name=pic%20ture.png", largest)
-    assert status == 200
-    assert work.to_local(json.loads(answer)["path"]).read_bytes() == largest
-    path = work.put("a b.png", largest[:16777216])
-    assert ask("GET", f"{DOWNLOAD}?path={quote(path, safe='')}") == (200, largest[:16777216])
-    assert ask("GET", "/api/nothing") == (404, b'{"ok":false}')
-    assert ask("PUT", UPLOAD, b"x") == (400, b'{"ok":false}')
-    assert ask("OPTIONS", UPLOAD) == (204, b"")
 
 
 @pytest.mark.off_protocol("client")

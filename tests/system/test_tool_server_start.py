@@ -81,13 +81,16 @@ def test_only_the_loopback_address_is_listened_on(own_server):
             socket.create_connection((address, own_server.port), 2).close()
 
 
-def test_the_end_of_the_host_ends_its_connections(own_server):
-    with own_server.connect() as connection:
-        connection.sendall(b"GET / HT")
-        wait_until_accepted(own_server.port)
-        own_server.panel.end(limit=1 if builds.IS_WINDOWS else 0.5)
-        connection.settimeout(5)
-        assert receive_all(connection) == b""
+def test_the_end_of_a_host_ends_its_connections_and_the_next_one_has_its_port(start_panel):
+    for _ in range(3):
+        server = ToolServer(start_panel())
+        assert server.port == 39270
+        with server.connect() as connection:
+            connection.sendall(b"GET / HT")
+            wait_until_accepted(server.port)
+            server.panel.end(limit=1 if builds.IS_WINDOWS else 0.5)
+            connection.settimeout(5)
+            assert receive_all(connection) == b""
 
 
 # --- Calls that fail ---
