@@ -10,7 +10,6 @@ import struct
 import pytest
 
 from support.panel_side import ACK, compact
-from support.scripted_agent import holds
 
 
 def framed(body, length=None):
@@ -64,26 +63,6 @@ def test_a_frame_that_waits_while_the_host_starts_is_answered(start_panel):
     panel = start_panel(greet=False)
     panel.send_raw(framed(request(b'"early"')))
     panel.wait_frame(lambda f: f.get("chromeRequestId") == "early")
-
-
-@pytest.mark.off_protocol("panel")
-def test_what_finds_no_room_is_refused_in_its_turn_and_shape(panel, agent):
-    agent.on["/v1/credit"] = holds
-    held = panel.send("providerRpc", method="getCreditInfo")
-    agent.wait_for("/v1/credit")
-    waiting = [panel.send("getStatus") for _ in range(4096)]
-    refused = [panel.send("getStatus"),
-               panel.send("providerRpc", method="getCreditInfo", rpcId="r")]
-    for _ in range(2):  # when the second has been taken, all before it have found their place
-        panel.send_alone(framed(b"[]"))
-    agent.cancelled.set()
-    panel.wait_frame(lambda f: f.get("chromeRequestId") == refused[-1], timeout=30)
-    replies = [f for f in panel.frames_since(0) if "chromeRequestId" in f]
-    assert [f["chromeRequestId"] for f in replies] == [held, *waiting, *refused]
-    assert {f["ok"] for f in replies[1:-2]} == {True}
-    for reply, kind in zip(replies[-2:], ("ack", "hostProviderRpc")):
-        assert (reply["kind"], reply["ok"], reply["error"]) == (kind, False, "host is busy")
-    assert replies[-1]["rpcId"] == "r"
 
 
 # --- Refused, but the stream is in step: the host goes on ---

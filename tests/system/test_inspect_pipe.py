@@ -8,8 +8,9 @@ from concurrent.futures import ThreadPoolExecutor
 import pytest
 
 from support import builds
-from support.panel_side import exit_limit_seconds
+from support.panel_side import compact, exit_limit_seconds
 
+from devkit.panel.frames import frame
 from devkit.panel.pipe_client import PipeClient
 
 TIMEOUT = {"code": "TIMEOUT", "message": "Extension did not respond in time"}
@@ -85,21 +86,23 @@ def test_a_request_without_an_id_is_forwarded_and_not_waited_for(panel, connect)
     assert time.monotonic() - began < 15
 
 
+# Frames that are refused at once: the error's code and text, and the id that it names.
+REFUSED = [
+    ((16 * MIB + 1).to_bytes(4, "little"), "INVALID_REQUEST", "frame too large", "unknown"),
+    (b"\x02\0\0\0{x", "INVALID_REQUEST", "parse error", "unknown"),
+    *((frame(compact(request(each))), "INVALID_REQUEST", "requestId begins as the host's own do",
+       each) for each in ("cht-", "cht-" + "x" * 5000)),
+    (frame(compact(request("large", text="x" * (MIB + 1)))), "EXTENSION_UNAVAILABLE",
+     "Chrome extension channel is unavailable", "large"),
+]
+
+
 @pytest.mark.off_protocol("pipe client")
-def test_a_frame_that_is_none_is_refused_and_the_next_client_served(panel, connect):
-    for data, text in (((16 * MIB + 1).to_bytes(4, "little"), "frame too large"),
-                       (b"\x02\0\0\0{x", "parse error")):
+def test_what_cannot_be_forwarded_is_refused_and_the_next_client_served(panel, connect):
+    for data, code, text, request_id in REFUSED:
         answer = connect().ask_raw(data)
         assert text in answer["error"]["message"]
-        assert answer == pipe_error("INVALID_REQUEST", answer["error"]["message"])
-    assert connect().ask({"command": "pipe"}) == NOT_WAITED_FOR
-
-
-@pytest.mark.off_protocol("pipe client")
-def test_an_id_of_the_hosts_own_requests_is_refused_at_once_and_not_forwarded(panel, connect):
-    for request_id in ("cht-1", "cht-", "cht-" + "x" * 5000):
-        assert connect().ask(request(request_id)) == pipe_error(
-            "INVALID_REQUEST", "requestId begins as the host's own do", request_id)
+        assert answer == pipe_error(code, answer["error"]["message"], request_id)
     assert connect().ask({"command": "pipe"}) == NOT_WAITED_FOR
     assert panel.wait_frame(lambda f: "command" in f) == {"command": "pipe"}
 
@@ -133,12 +136,6 @@ def test_large_requests_and_answers(start_panel, connect):
     answering.join(60)
     assert len(answer["text"]) == 3 * MIB
     assert seen[0]["text"] == text
-
-
-def test_a_request_that_the_browser_would_not_take(panel, connect):
-    answer = connect().ask(request("large", text="x" * (MIB + 1)))
-    assert answer == pipe_error(
-        "EXTENSION_UNAVAILABLE", "Chrome extension channel is unavailable", "large")
 
 
 @pytest.mark.parametrize("busy", ["silent", "inside a frame", "waiting"])

@@ -2,7 +2,6 @@
 
 import os
 import pty
-import shutil
 
 import pytest
 
@@ -54,13 +53,3 @@ def test_on_a_console_the_program_explains_itself(program, arguments, code):
 def test_without_a_console_and_arguments_it_is_the_host(program):
     done = program.run()
     assert (done.code, done.out) == (0, "")
-
-
-@pytest.mark.posix_only
-def test_where_there_is_no_registry_registering_fails_and_leaves_nothing(tmp_path):
-    program = Program(shutil.copy(builds.PROGRAM, tmp_path), {})
-    outcome = program.run("--register", "--browser", "edge")
-    assert outcome.code == 1
-    assert outcome.line("edge").split(None, 1)[1].startswith("FAILED: could not write HKCU\\")
-    assert program.run("--unregister").code == 0
-    assert list(tmp_path.iterdir()) == [program.path]

@@ -1,15 +1,12 @@
 """The browser's side of a running host: asking, listening, and ending it in order."""
 
-import fcntl
 import itertools
 import json
 import os
-import termios
 import time
 import warnings
 
 from support.builds import IS_WINDOWS, SLOWER
-from support.waiting import until
 
 _tokens = itertools.count(1)
 
@@ -80,13 +77,6 @@ class Panel:
 
     def send_raw(self, data):
         self.host.send_raw(data)
-
-    def send_alone(self, data):
-        """Sends bytes and waits until the host has taken them, so that no more can join them."""
-        self.host.send_raw(data)
-        stdin = self.host._process.stdin.fileno()
-        until(lambda: not any(fcntl.ioctl(stdin, termios.FIONREAD, b"\0\0\0\0")),
-              "the host does not read", pause=0)
 
     def send(self, kind, **keys):
         """Sends a panel message and returns its token."""
