@@ -6,7 +6,6 @@ import pytest
 
 from support import builds, protocol
 from support.cli_program import CliProgram
-from support.feeding_agent import FeedingAgent
 from support.own_network import LongTests
 from support.panel_side import Panel
 from support.sanitizer_reports import sanitizer_environment, take_reports
@@ -44,7 +43,7 @@ def pytest_configure(config):
 def user_folders(tmp_path_factory):
     """Where a native host finds the per-user folders; a Windows one asks the system."""
     base = tmp_path_factory.mktemp("user")
-    folders = {"APPDATA": base / "roaming", "LOCALAPPDATA": base / "local"}
+    folders = {"APPDATA": base / "Roaming", "LOCALAPPDATA": base / "Local"}
     for folder in folders.values():
         folder.mkdir()
     return {name: str(folder) for name, folder in folders.items()}
@@ -115,13 +114,6 @@ def shared_panel(module_panels, launch):
 def agent():
     """An agent on port 8090 that answers every turn with "hello"."""
     with ScriptedAgent() as listening:
-        yield listening
-
-
-@pytest.fixture
-def feeding():
-    """An agent on port 8090 that keeps its event streams open, and takes speech and voice."""
-    with FeedingAgent() as listening:
         yield listening
 
 

@@ -12,38 +12,25 @@ import pytest
 
 from support import builds
 from support.desktop_app import PROOF, TOKEN, Connection, DesktopApp, announce, replies
-from support.feeding_agent import FeedingAgent
 from support.panel_side import compact
-from support.scripted_agent import answers
+from support.scripted_agent import READY, RUN, answers
 from support.tool_server_client import ToolServer
-from support.tool_server_fixtures import empty, roaming_folder
 from support.waiting import until
 
-RUN = "/v1/chat/commands/run"
 RECV_FAILED = "cmd_ipc recv failed"
 
 
 @pytest.fixture
-def instances(user_folders):
-    """Where the application announces itself; there is nothing else of it in %APPDATA%."""
-    folder = roaming_folder(user_folders)[0]
-    empty(folder / "Quenlark")
-    yield folder
-    empty(folder / "Quenlark")
-
-
-@pytest.fixture(scope="module")
-def leaving_agent():
+def leaving_agent(shared_agent):
     """An agent that leaves every command to the application."""
-    with FeedingAgent() as agent:
-        agent.on[RUN] = answers({"ok": False, "needsUi": True})
-        yield agent
+    shared_agent.on[RUN] = answers({"ok": False, "needsUi": True})
+    return shared_agent
 
 
 @pytest.fixture
-def app(instances, leaving_agent):
+def app(roaming, leaving_agent):
     with DesktopApp() as application:
-        announce(instances, application.port)
+        announce(roaming, application.port)
         yield application
 
 
@@ -79,9 +66,8 @@ def test_the_application_gets_the_command_and_a_proof_but_never_the_token(panel,
 
 
 def test_without_an_agent_the_application_is_asked(panel, app, leaving_agent):
-    with pytest.MonkeyPatch.context() as patch:
-        patch.setitem(leaving_agent.on, "/ready", answers({"ready": False}))
-        assert run(panel) == {"ok": True, "data": {}}
+    leaving_agent.on[READY] = answers({"ready": False})
+    assert run(panel) == {"ok": True, "data": {}}
 
 
 ENDS = [
@@ -105,10 +91,10 @@ def test_a_large_command_goes_whole(panel, app):
 
 
 def test_the_application_is_found_when_it_has_come_and_missed_when_it_has_gone(
-        panel, instances, leaving_agent):
+        panel, roaming, leaving_agent):
     assert run(panel) == failed("morva is not running")
     with DesktopApp() as app:
-        announce(instances, app.port)
+        announce(roaming, app.port)
         assert run(panel)["ok"] is True
     assert run(panel) == failed("cmd_ipc connect failed")
 

@@ -9,10 +9,9 @@ from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
-from support.scripted_agent import COMPLETIONS, ScriptedAgent
+from support.scripted_agent import COMPLETIONS, PROVIDERS, ScriptedAgent
 from support.tool_server_client import check_request
 
-PROVIDERS = "/v1/host-tool-providers"
 WAIT_S = 25
 
 

@@ -3,8 +3,6 @@
 Which folders are refused, and each sentence of the feedback, are in tables of the unit tests.
 """
 
-import pytest
-
 from support.builds import CLI_NAME
 from support.cli_program import seen_by_host
 
@@ -39,29 +37,6 @@ def test_a_folder_is_saved_tried_and_cleared(panel, cli):
     assert cli.starts() == []  # it was tried without being run
 
 
-def test_another_source_is_named(start_panel, cli, tmp_path):
-    panel = start_panel(env=cli.env())
-    empty = tmp_path / "empty"
-    empty.mkdir()
-    reply = ask(panel, "cliDirSet", dir=seen_by_host(empty))
-    assert reply["probe"] == "ok"
-    assert reply["feedback"] == (
-        f"{CLI_NAME} is not in that folder. Next start uses {reply['cli']}")
-    assert reply["cli"].lower() == seen_by_host(cli.path).lower()
-    cleared = ask(panel, "cliDirSet", dir="")
-    assert cleared["feedback"] == f"Cleared. Next start uses {reply['cli']}"
-    assert "warning" not in cleared
-
-
-def test_a_program_that_does_not_start(panel, tmp_path):
-    (tmp_path / CLI_NAME).write_text("no program")
-    reply = ask(panel, "cliDirApply", dir=seen_by_host(tmp_path))
-    assert reply["ok"] is True
-    assert reply["probe"].startswith("win32=")
-    assert reply["warning"] == f"{CLI_NAME} did not start ({reply['probe']})"
-    assert reply["feedback"] == "Saved. " + reply["warning"]
-
-
 def test_the_next_agent_is_started_from_there(start_panel, cli):
     panel = start_panel(env=cli.env(on_path=False, words=100_000, tokens_per_second=50))
     path = cli.install()
@@ -81,9 +56,3 @@ def test_the_next_agent_is_started_from_there(start_panel, cli):
     cli.wait_until_gone()
     panel.start_turn(until="appendAssistantDelta")
     assert len(cli.starts()) == 2
-
-
-@pytest.mark.posix_only
-def test_no_picker_is_an_error(panel):
-    assert ask(panel, "cliDirBrowse") == {
-        **got(""), "ok": False, "error": "folder picker did not open"}

@@ -12,28 +12,19 @@ import pytest
 from support import builds
 from support.desktop_app import TOKEN, DesktopApp, announce
 from support.scripted_agent import READY, ScriptedAgent, answers
-from support.tool_server_fixtures import empty, roaming_folder
-from support.user_commands import SCHEMA, VENDOR_KEYS, Program, UserRegistry, host_key
+from support.user_commands import VENDOR_KEYS, Program, UserRegistry, host_key
 from support.waiting import until
 
 from devkit.panel import wine
 
 CLIENTS = r"Software\Clients\StartMenuInternet"
 POLICIES = r"Software\Policies\Google\Chrome"
+SCHEMA = builds.ROOT / "docs" / "schema" / "doctor.schema.json"
+WHOLE = jsonschema.Draft202012Validator(json.loads(SCHEMA.read_text()))
 
 
 @pytest.fixture
-def folders(user_folders):
-    """%APPDATA% with nothing of ours in it."""
-    local, seen = roaming_folder(user_folders)
-    empty(local / "Quenlark")
-    (local / "Quenlark").rmdir()
-    yield local, seen
-    empty(local / "Quenlark")
-
-
-@pytest.fixture
-def program(tmp_path, user_folders, folders):
+def program(tmp_path, user_folders, roaming):
     path = tmp_path / builds.PROGRAM.name
     path.symlink_to(builds.PROGRAM)
     return Program(path, {} if builds.IS_WINDOWS else user_folders)
@@ -51,20 +42,13 @@ def quiet_ports():
         until(lambda: is_free(port), f"port {port} is not free", 30)
 
 
-@pytest.fixture(scope="module")
-def schema():
-    found = json.loads(SCHEMA.read_text())
-    jsonschema.Draft202012Validator.check_schema(found)
-    return jsonschema.Draft202012Validator(found)
-
-
 @pytest.fixture
-def examine(program, schema):
+def examine(program):
     """Runs the doctor, holds its JSON to the schema, and gives the findings by id."""
 
     def run(environment=None):
         whole, findings, outcome = program.doctor(environment)
-        assert [error.message for error in schema.iter_errors(whole)] == []
+        assert [error.message for error in WHOLE.iter_errors(whole)] == []
         problems = [each["id"] for each in findings.values() if each["verdict"] == "problem"]
         assert whole["ok"] == (not problems)
         assert outcome.code == (1 if problems else 0), outcome
@@ -87,18 +71,18 @@ def verdicts(findings, *ids):
 
 # --- Everywhere ---
 
-def test_a_bare_machine(program, examine, folders):
+def test_a_bare_machine(program, examine, roaming):
     findings = examine()
     assert verdicts(findings, "browsers", "agent", "application") == ["problem", "problem", "note"]
     assert verdicts(findings, "toolServer", "folder", "drops") == ["ok"] * 3
     assert findings["toolServer"]["facts"]["freePort"] == 39270
-    assert not (folders[0] / "Quenlark").exists()  # it has only looked
+    assert not (roaming / "Quenlark").exists()  # it has only looked
     table = program.run("--doctor")
     assert (table.code, table.out.splitlines()[-1]) == (1, "2 problems")
 
 
-def test_everything_that_is_there_is_seen(program, examine, folders, cli):
-    drops = folders[0] / "Quenlark" / "morva-viewer" / "chrome-extension" / "chat-paste"
+def test_everything_that_is_there_is_seen(program, examine, roaming, cli):
+    drops = roaming / "Quenlark" / "morva-viewer" / "chrome-extension" / "chat-paste"
     drops.mkdir(parents=True)
     for number in range(200):
         (drops / f"{number}-x").touch()
@@ -107,7 +91,7 @@ def test_everything_that_is_there_is_seen(program, examine, folders, cli):
     with (ScriptedAgent(8091), ScriptedAgent(8092, ready=answers({"ready": False})),
           ScriptedAgent(8093, ready=answers({}, status="404 Not Found")), DesktopApp() as app,
           socket.create_server(("127.0.0.1", 39270)), socket.create_server(("127.0.0.1", 39271))):
-        announce(folders[0], app.port)
+        announce(roaming, app.port)
         findings = examine(cli.env())
         table = program.run("--doctor", environment=cli.env())
     found = [findings[f"agent.port.{number}"]["facts"]["answer"] for number in range(8090, 8095)]
@@ -124,19 +108,6 @@ def test_everything_that_is_there_is_seen(program, examine, folders, cli):
     assert TOKEN.lower() not in (table.out + table.err + json.dumps(findings)).lower()
 
 
-def test_nothing_is_left(examine, folders):
-    with contextlib.ExitStack() as stack:
-        for port in range(39270, 39280):
-            stack.enter_context(socket.create_server(("127.0.0.1", port)))
-        with DesktopApp() as gone:
-            announce(folders[0], gone.port)
-        findings = examine()
-    assert verdicts(findings, "toolServer", "application", "agent") == ["problem"] * 3
-    assert findings["toolServer"]["facts"] == {"freePort": 0, "taken": 10}
-    facts = findings["application"]["facts"]
-    assert facts["running"] is True and facts["answers"] is False
-
-
 @pytest.mark.long
 def test_a_port_that_never_answers_does_not_hold_the_doctor_up(examine):
     with ScriptedAgent(8090) as agent:
@@ -148,11 +119,9 @@ def test_a_port_that_never_answers_does_not_hold_the_doctor_up(examine):
 
 def test_a_running_host_is_no_problem(examine, own_server):
     findings = examine()
-    assert findings["toolServer"]["verdict"] == "ok"
     assert findings["toolServer"]["facts"]["taken"] == 1
-    assert findings["pipe"]["verdict"] in ("ok", "note")
+    assert verdicts(findings, "toolServer") == ["ok"] and verdicts(findings, "pipe") != ["problem"]
     own_server.is_well()
-    own_server.panel.end()
 
 
 # --- Browsers, which only Windows has here ---
@@ -203,7 +172,7 @@ def test_policies_and_the_registrys_program_are_seen(examine, registered, cli):
              "NativeMessagingUserLevelHosts"),
             (host_key("chrome"), "cli", nowhere, "cli.registry", f"no such file: {nowhere}"),
             (host_key("chrome"), "cli", explorer, "cli.registry", "'used': True")):
-        registered.add(key, name, value, "REG_SZ" if isinstance(value, str) else "REG_DWORD")
+        registered.add(key, name, value)
         findings = examine(cli.env())
         assert wanted in str(findings[seen]).replace("\\\\", "\\"), value
     assert findings["cli.searchPath"]["facts"]["used"] is False

@@ -8,11 +8,9 @@ import pytest
 
 from support import builds
 from support.desktop_app import DesktopApp, announce
-from support.feeding_agent import FeedingAgent
 from support.memory import limit_memory
-from support.scripted_agent import MODELS, STREAM_HEAD, answers, event_bytes, sends
+from support.scripted_agent import MODELS, RUN, STREAM_HEAD, answers, event_bytes, sends
 from support.tool_server_client import ToolServer
-from support.tool_server_fixtures import empty, roaming_folder
 
 from devkit.panel.frames import frame
 from devkit.panel.pipe_client import PipeClient
@@ -24,7 +22,6 @@ pytestmark = [
 
 MIB = 1 << 20
 LIMIT_MIB = 512
-RUN = "/v1/chat/commands/run"
 
 
 def many(size):
@@ -42,28 +39,20 @@ TEXTS = {"json has too many values": many, "json takes too much memory": dear}
 
 
 @pytest.fixture(scope="module")
-def feeding_agent():
-    with FeedingAgent() as agent:
-        agent.on[RUN] = answers({"ok": False, "needsUi": True})
-        yield agent
-
-
-@pytest.fixture(scope="module")
-def small_panel(launch, feeding_agent, user_folders):
+def small_panel(launch, module_agent):
     panel = launch(env={"MALLOC_ARENA_MAX": "1"})  # else each thread takes 64 MiB of addresses
     limit_memory(panel, LIMIT_MIB)
-    panel.agent = feeding_agent
-    panel.roaming = roaming_folder(user_folders)[0]
+    panel.agent = module_agent
+    panel.agent.on[RUN] = answers({"ok": False, "needsUi": True})
     yield panel
     panel.end()
 
 
 @pytest.fixture
-def limited(small_panel):
+def limited(small_panel, roaming):
     """The one host with little memory, and its agent; no application is announced."""
-    empty(small_panel.roaming / "Quenlark")
+    small_panel.roaming = roaming
     yield small_panel
-    empty(small_panel.roaming / "Quenlark")
     small_panel.prove_alive()
 
 

@@ -1,6 +1,5 @@
 """The host starts an agent of its own: how, what it does with it, and what it tells of it."""
 
-import shutil
 import time
 from pathlib import Path
 
@@ -54,20 +53,19 @@ def collect_log(panel, mark, beginning, timeout=20):
     return panel.log_lines(mark)
 
 
-def test_the_output_of_the_child_is_in_the_log(start_panel, cli):
-    panel = start_panel(env=cli.env(output="invalid-utf8"))
-    mark = panel.mark()
-    lines = collect_log(panel, mark, "not UTF-8: ")
-    assert "a line that ends as Windows programs end them" in lines
-    assert "serving on 127.0.0.1:8090 — grüß dich" in lines
-    assert "not UTF-8: \ufffd\ufffd(\ufffd end" in lines
+# How the child prints, and lines that are in the log then.
+OUTPUTS = {
+    "invalid-utf8": ["a line that ends as Windows programs end them",
+                     "serving on 127.0.0.1:8090 — grüß dich", "not UTF-8: \ufffd\ufffd(\ufffd end"],
+    "cut-character": ["a" * 1023],
+}
 
 
-def test_a_character_cut_at_the_limit_is_dropped(start_panel, cli):
-    panel = start_panel(env=cli.env(output="cut-character"))
-    mark = panel.mark()
-    assert "a" * 1023 in collect_log(panel, mark, "aaaa")
-    assert panel.run_turn().done == FINE  # later events arrive
+@pytest.mark.parametrize("output", OUTPUTS)
+def test_the_output_of_the_child_is_in_the_log(start_panel, cli, output):
+    panel = start_panel(env=cli.env(output=output))
+    wanted = OUTPUTS[output]
+    assert set(wanted) <= set(collect_log(panel, panel.mark(), wanted[-1]))
 
 
 def test_a_child_that_prints_no_line_feed_fills_no_memory(start_panel, cli):
@@ -102,11 +100,6 @@ def test_of_too_many_lines_the_oldest_are_dropped(start_panel, cli, reads):
     assert all(gap % 200 == 0 for gap in gaps), gaps
     assert reads or gaps
     assert numbers[-600:] == list(range(LINES - 599, LINES + 1))
-    batches = [[event["method"] for event in frame["events"]] for frame in panel.frames_since(mark)
-               if frame["kind"] == "hostChatEvents"]
-    log_batches = [len(batch) for batch in batches if set(batch) == {"appendDebugLog"}]
-    assert log_batches and min(log_batches) >= 20 and max(log_batches) <= 40
-    assert max(map(len, batches)) <= 41  # forty lines and the event itself
 
 
 # --- Children that do not come up, or not soon ---
@@ -122,18 +115,6 @@ def test_a_child_that_dies_is_tried_on_five_ports(start_panel, cli):
     exits = [line for line in lines if line[1].startswith("spawn exited")]
     assert exits == [("error", f"spawn exited 7 before ready port {port}") for port in PORTS]
     assert lines.count(("error", NOT_READY)) == 1
-
-
-def test_a_program_that_cannot_be_started_says_why(start_panel, cli):
-    cli.path.write_bytes(b"this is no program")
-    cli.path.chmod(0o755)
-    panel = start_panel(env=cli.env())
-    panel.run_turn(timeout=30)
-    turn = panel.run_turn(timeout=30)  # each turn tries again
-    assert turn.done == (False, NOT_READY)
-    failures = [line for line in turn.log_lines if line[1].startswith("spawn failed")]
-    code = 193 if builds.IS_WINDOWS else 8  # ERROR_BAD_EXE_FORMAT, ENOEXEC
-    assert failures == [("error", f"spawn failed {seen_by_host(cli.path)} win32={code}")] * 5
 
 
 def test_turns_at_once_wait_for_one_child(start_panel, cli):
@@ -164,28 +145,22 @@ def test_an_owned_agent_is_used_again_and_kept(start_panel, cli):
     assert len(cli.starts()) == 1
 
 
-def test_an_owned_agent_that_died_is_replaced(start_panel, cli):
-    panel = start_panel(env=cli.env())
-    panel.run_turn()
-    (child,) = cli.running()
-    child.kill()
-    # Wine's server does not survive every connection to a program that it is just clearing away.
-    time.sleep(1 if builds.IS_WINDOWS else 0)
-    cli.wait_until_gone()
-    assert panel.run_turn(timeout=30).done == FINE
-    assert len(cli.starts()) == 2
-
-
-def test_an_owned_agent_that_dies_in_a_turn_ends_it_and_is_replaced(start_panel, cli):
+def test_an_owned_agent_that_dies_is_replaced(start_panel, cli):
+    """Whether between two turns or in one, which ends with what was said."""
     panel = start_panel(env=cli.env(words=100_000, tokens_per_second=50))
-    mark = panel.start_turn(until="appendAssistantDelta")
-    (child,) = cli.running()
-    child.kill()
-    assert panel.finish_turn(mark).done == FINE
-    mark = panel.start_turn(until="appendAssistantDelta")
-    panel.ask_for_ack("stop")
-    assert panel.finish_turn(mark).done == (False, "cancelled")
-    assert len(cli.starts()) == 2
+    for number in range(1, 3):
+        mark = panel.start_turn(until="appendAssistantDelta")
+        assert len(cli.starts()) == number
+        (child,) = cli.running()
+        if number == 2:
+            panel.stop_turn(mark)
+        child.kill()
+        assert number == 2 or panel.finish_turn(mark).done == FINE
+        # Wine's server does not survive every connection to a program that is just cleared away.
+        time.sleep(1 if builds.IS_WINDOWS else 0)
+        cli.wait_until_gone()
+    panel.stop_turn(panel.start_turn(until="appendAssistantDelta"))
+    assert len(cli.starts()) == 3
 
 
 @pytest.mark.windows_only
@@ -209,32 +184,14 @@ def test_after_a_lost_found_agent_the_next_turn_starts_one(start_panel, cli):
 
 # --- The child's folder ---
 
-def test_a_data_folder_that_is_a_file_does_not_stop_the_child(start_panel, cli, tmp_path):
+def test_a_data_folder_that_is_a_file_does_not_stop_the_child(start_panel, cli, roaming):
     """Then the child runs in the host's own folder."""
-    if builds.IS_WINDOWS:
-        users = builds.wine_prefix() / "drive_c" / "users"
-        (roaming,) = [path for path in users.glob("*/AppData/Roaming")
-                      if path.parts[-3] != "Public"]
-        environment = {}
-    else:
-        roaming = tmp_path / "elsewhere"
-        roaming.mkdir()
-        environment = {"APPDATA": str(roaming)}
-    blocked = roaming / "Quenlark"
-    aside = Path(f"{blocked}.aside")
-    if blocked.exists():
-        blocked.rename(aside)
-    blocked.write_text("no folder")
-    try:
-        panel = start_panel(env={**cli.env(), **environment})
-        assert panel.run_turn().done == FINE
-        (start,) = cli.starts()
-        assert start["folder"].rstrip("\\/") == seen_by_host(Path.cwd()).rstrip("\\/")
-        panel.end()
-    finally:
-        blocked.unlink()
-        if aside.exists():
-            shutil.move(aside, blocked)
+    (roaming / "Quenlark").write_text("no folder")
+    panel = start_panel(env=cli.env())
+    assert panel.run_turn().done == FINE
+    (start,) = cli.starts()
+    assert start["folder"].rstrip("\\/") == seen_by_host(Path.cwd()).rstrip("\\/")
+    panel.end()
 
 
 def test_a_stop_ends_a_turn_at_once_while_an_agent_starts(start_panel, cli):

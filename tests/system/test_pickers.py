@@ -92,7 +92,9 @@ def test_browsing_for_the_folder_of_the_program(panel_with_display, display, cli
 
 
 @pytest.mark.posix_only
-def test_no_dialog_is_an_error_line(panel):
+def test_no_dialog_is_an_error(panel):
     mark = panel.mark()
     assert panel.ask("pickContextPaths")["ok"] is True
     assert panel.wait_event("appendText", since=mark) == NOT_OPEN
+    reply = panel.ask("cliDirBrowse")
+    assert (reply["ok"], reply["error"]) == (False, "folder picker did not open")

@@ -4,14 +4,11 @@ The bodies, and what each answer and each end of the stream comes to, are in tab
 tests.
 """
 
-import json
-import urllib.request
-
 import pytest
 
-from support.feeding_agent import (
-    REALTIME_EVENTS, REALTIME_PTT, REALTIME_START, REALTIME_STOP)
-from support.scripted_agent import READY, answers
+from support.scripted_agent import (
+    READY, REALTIME_EVENTS, REALTIME_PTT, REALTIME_START, REALTIME_STOP, answers)
+from support.tool_server_client import ToolServer
 
 DONE = ("realtimeDone", [])
 
@@ -28,25 +25,27 @@ def wait_told(panel, feed, mark=0):
     return panel.told(mark)[:-1]
 
 
-def test_a_session_from_start_to_stop(panel, feeding):
-    panel.ask_for_ack("realtimePushToTalk")
-    assert feeding.exchanges == []  # no agent is known
-    feed = start(panel, feeding, preset="p")
-    order = [exchange.path for exchange in feeding.exchanges]
+def test_a_session_from_start_to_stop(panel, agent):
+    for kind in ("realtimePushToTalk", "realtimeStop"):
+        panel.ask_for_ack(kind)
+    assert (agent.exchanges, panel.told()) == ([], [DONE])  # no agent is known
+    mark = panel.mark()
+    feed = start(panel, agent, preset="p")
+    order = [exchange.path for exchange in agent.exchanges]
     assert order.index(REALTIME_START) < order.index(REALTIME_EVENTS)
     assert (feed.exchange.method, feed.exchange.body) == ("GET", b"")
     panel.ask_for_ack("realtimePushToTalk", latched=True)
-    feeding.on[REALTIME_PTT] = answers(b"", status="500 No")
+    agent.on[REALTIME_PTT] = answers(b"", status="500 No")
     panel.ask_for_ack("realtimePushToTalk")
     words = [("realtimeTranscript", ["hello", {"final": number}]) for number in range(1000)]
     for method, args in words:
         feed.tell(method, args, id=3, sender="s")
-    assert wait_told(panel, feed) == words
+    assert wait_told(panel, feed, mark) == words
     mark = panel.mark()
     token = panel.send("realtimeStop")
     panel.wait_frame(lambda f: f.get("chromeRequestId") == token, mark)
     assert panel.told(mark) == [DONE]  # before the ack
-    bodies = [(e.method, e.path, e.header("Content-Type"), e.body) for e in feeding.exchanges
+    bodies = [(e.method, e.path, e.header("Content-Type"), e.body) for e in agent.exchanges
               if e.path in (REALTIME_START, REALTIME_PTT, REALTIME_STOP)]
     assert bodies == [
         ("POST", path, ["application/json"], body) for path, body in [
@@ -57,63 +56,51 @@ def test_a_session_from_start_to_stop(panel, feeding):
 
 
 @pytest.mark.off_protocol("panel")
-def test_a_start_stores_the_tab(panel, feeding):
-    start(panel, feeding, browser={"currentUrl": "https://a.example/", "currentTitle": "A"})
-    start(panel, feeding, 2, browser=[1])
-    tools = panel.ask("contextImportUrl")
-    request = urllib.request.Request(
-        tools["url"].replace("context-file", "agent-tools/context"),
-        headers={"X-Morva-Session": tools["token"]})
-    with urllib.request.urlopen(request, timeout=10) as answer:
-        assert "https://a.example/" in json.load(answer)["prompt"]
+def test_a_start_stores_the_tab(panel, agent):
+    start(panel, agent, browser={"currentUrl": "https://a.example/", "currentTitle": "A"})
+    start(panel, agent, 2, browser=[1])
+    answer = ToolServer(panel).request("GET", "/api/agent-tools/context", origin=None)
+    assert "https://a.example/" in answer.json()["prompt"]
 
 
-def test_a_start_that_fails_is_told_and_over(panel, feeding):
-    feeding.on[REALTIME_START] = answers({"ok": False, "error": "no microphone"})
+def test_a_start_that_fails_is_told_and_over(panel, agent):
+    agent.on[REALTIME_START] = answers({"ok": False, "error": "no microphone"})
     panel.ask_for_ack("realtimeStart")
-    feeding.on[READY] = answers({"ready": False})
+    agent.on[READY] = answers({"ready": False})
     panel.ask_for_ack("realtimeStart")
     panel.prove_alive()
     assert panel.told() == [
         ("realtimeError", ["no microphone"]), DONE,
         ("realtimeError", ["morva-viewer-cli.exe is not on PATH"]), DONE]
-    assert feeding.feeds_of(REALTIME_EVENTS) == []
+    assert agent.feeds_of(REALTIME_EVENTS) == []
 
 
-# --- The stop ---
-
-def test_a_stop_without_an_agent_still_tells_the_end(panel):
-    panel.ask_for_ack("realtimeStop")
-    assert panel.told() == [DONE]
-
-
-@pytest.mark.parametrize("agents_word", ["says done", "only ends", "stays"])
-def test_a_stop_tells_the_end_exactly_once(panel, feeding, agents_word):
-    feed = start(panel, feeding)
-    assert wait_told(panel, feed) == []
+@pytest.mark.parametrize("says_done", [True, False])
+def test_a_stop_tells_the_end_exactly_once(panel, agent, says_done):
+    """Whatever the agent says of it itself."""
+    feed = start(panel, agent)
 
     def stop(exchange):
-        if agents_word == "says done":
+        if says_done:
             feed.tell("realtimeDone", [])
-        if agents_word != "stays":
             feed.end()
         exchange.answer({"ok": True})
 
-    feeding.on[REALTIME_STOP] = stop
+    agent.on[REALTIME_STOP] = stop
     mark = panel.mark()
     panel.ask_for_ack("realtimeStop")
     feed.tell("realtimeTranscript", ["too late"])
     feed.expect_left()
-    assert wait_told(panel, start(panel, feeding, 2), mark) == [DONE]
+    assert wait_told(panel, start(panel, agent, 2), mark) == [DONE]
 
 
 @pytest.mark.parametrize("kind", ["realtimeStart", "panelClosed", "agentReload"])
-def test_a_session_is_left_without_a_word(panel, feeding, kind):
-    feed = start(panel, feeding)
+def test_a_session_is_left_without_a_word(panel, agent, kind):
+    feed = start(panel, agent)
     mark = panel.mark()
     panel.ask_for_ack(kind)
     feed.tell("realtimeDone", [])
     feed.expect_left()
-    second = feeding.wait_feed(2, REALTIME_EVENTS) if kind == "realtimeStart" else start(
-        panel, feeding, 2)
+    second = agent.wait_feed(2, REALTIME_EVENTS) if kind == "realtimeStart" else start(
+        panel, agent, 2)
     assert wait_told(panel, second, mark) == []

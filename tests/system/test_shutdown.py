@@ -1,6 +1,8 @@
 """The end of standard input ends the host, soon and in order, whatever it is doing."""
 
 import contextlib
+import ctypes
+import os
 import threading
 import time
 from typing import Any
@@ -8,12 +10,11 @@ from typing import Any
 import pytest
 
 from support import builds
-from support.feeding_agent import (
-    EVENTS, REALTIME_EVENTS, REALTIME_PTT, REALTIME_START, REALTIME_STOP, SPEAK, FeedingAgent)
 from support.panel_side import exit_limit_seconds
 from support.scripted_agent import (
-    COMPLETIONS, CONSENT, MODELS, READY, ScriptedAgent, delta, holds, streams, streams_then_holds)
-from support.stopped_threads import stop_threads, wait_until_gone
+    COMPLETIONS, CONSENT, EVENTS, MODELS, READY, REALTIME_EVENTS, REALTIME_PTT, REALTIME_START,
+    REALTIME_STOP, SPEAK, ScriptedAgent, delta, holds, streams, streams_then_holds)
+from support.waiting import until
 
 # The longest that an end may take when a child must be waited for.
 CHILD_LIMIT_SECONDS = 2.3
@@ -39,10 +40,13 @@ def ends_soon(start_busy, limit, alive=True):
     pytest.fail(f"the host took {took} s to end")
 
 
-def test_in_the_middle_of_an_answer_and_of_event_streams(start_panel):
+@pytest.mark.parametrize("busy", [False, True])
+def test_when_idle_or_in_the_middle_of_an_answer_and_of_event_streams(start_panel, busy):
     def start_busy(stack):
-        agent = stack.enter_context(FeedingAgent(turn=streams_then_holds(delta("a"))))
+        agent = stack.enter_context(ScriptedAgent(turn=streams_then_holds(delta("a"))))
         panel = start_panel()
+        if not busy:
+            return panel
         panel.ask_for_ack("realtimeStart")
         panel.start_turn(until="appendAssistantDelta")
         agent.wait_feed(1)
@@ -68,7 +72,7 @@ KEYS = {"send": {"prompt": "hi", "preset": ""}, "speak": {"text": "a"},
 def test_an_agent_that_stalls_does_not_hold_up_the_end(start_panel, kind, path):
     """The dispatcher itself may be blocked, in a request; messages behind it wait."""
     def start_busy(stack):
-        agent = stack.enter_context(FeedingAgent())
+        agent = stack.enter_context(ScriptedAgent())
         agent.on[path] = holds
         panel = start_panel()
         if path != READY:
@@ -161,6 +165,22 @@ def test_a_browser_that_never_reads_is_waited_for_no_longer_than_two_seconds(lau
     assert 1.9 <= took <= longest
 
 
+def stop_threads_until_the_end(pid, but):
+    """Stops all threads as a debugger does, in the order of their start, but the one numbered
+    `but`, and waits until the host has ended."""
+    seize, interrupt, any_child = 0x4206, 0x4207, 0x40000000
+    libc = ctypes.CDLL(None, use_errno=True)
+    threads = sorted(int(each) for each in os.listdir(f"/proc/{pid}/task"))
+    del threads[but]
+    for thread in threads:
+        for request in (seize, interrupt):
+            assert libc.ptrace(request, thread, None, None) == 0, os.strerror(ctypes.get_errno())
+        _, status = os.waitpid(thread, any_child)
+        assert os.WIFSTOPPED(status), "it has ended already"
+    for thread in threads[1:]:  # the first is left to who started the process
+        until(lambda: os.waitpid(thread, any_child | os.WNOHANG)[0], "the host is still there", 10)
+
+
 def test_whatever_blocks_the_host_ends_in_four_seconds(launch):
     """Every thread is stopped in the middle of the end, but the one that watches over it."""
     panel = launch()
@@ -168,7 +188,7 @@ def test_whatever_blocks_the_host_ends_in_four_seconds(launch):
     panel.host.close_stdin()
     began = time.monotonic()
     threading.Event().wait(0.5 * builds.SLOWER)  # that the end has been seen shows nowhere
-    wait_until_gone(stop_threads(panel.pid, but=GUARD), timeout=10)
+    stop_threads_until_the_end(panel.pid, but=GUARD)
     assert panel.host._process.wait(1) == 0
     assert 3.9 < time.monotonic() - began < 4.4 * builds.SLOWER
     panel.host.kill()

@@ -4,11 +4,14 @@ Each path has a handler, a plain function that gets the Exchange and writes what
 Every connection has a thread of its own; everything that was asked is kept for the test to look at.
 """
 
+import contextlib
 import json
 import select
+import socket
 import threading
 import time
 
+from support.builds import IS_WINDOWS
 from support.listener import Listener, receive_request, reset
 from support.protocol import AGENT, HOST, findings
 
@@ -18,6 +21,18 @@ COMPLETIONS = "/v1/chat/completions"
 MODELS = "/v1/models"
 READY = "/ready"
 CONSENT = "/v1/chat/consent"
+EVENTS = "/v1/chat/events"
+RUN = "/v1/chat/commands/run"
+PROVIDERS = "/v1/host-tool-providers"
+REALTIME_EVENTS = "/v1/realtime/events"
+REALTIME_START = "/v1/realtime/start"
+REALTIME_STOP = "/v1/realtime/stop"
+REALTIME_PTT = "/v1/realtime/ptt"
+SPEAK = "/v1/speak"
+
+# What is answered with no more than that it is well.
+_OK = (PROVIDERS, SPEAK, f"{SPEAK}/stop", f"{SPEAK}/pause", f"{SPEAK}/resume",
+       REALTIME_START, REALTIME_STOP, REALTIME_PTT)
 
 MODEL_LIST = {"object": "list", "data": [{"id": "plain", "morva_is_default": True}]}
 
@@ -127,7 +142,6 @@ def sends(*pieces, then_resets=False):
     return handler
 
 
-hangs_up = sends()
 resets = sends(then_resets=True)
 
 
@@ -151,17 +165,59 @@ def cancels(exchange):
     exchange.answer({"ok": True})
 
 
+class Feed:
+    """One open event stream, as the agent holds it: it says what a test tells it to."""
+
+    def __init__(self, exchange):
+        self.exchange = exchange
+        self.path = exchange.path
+        self.closed = threading.Event()  # by whichever side
+
+    def send(self, data):
+        """Bytes as they are; lost when the host has gone."""
+        with contextlib.suppress(OSError):
+            self.exchange.send(data)
+
+    def tell(self, method, args, **more):
+        event = {"method": method, "args": args, **more}
+        self.exchange.note_event(event)
+        self.send(event_bytes(event))
+
+    def end(self):
+        """Ends the stream in order and waits until that has been said."""
+        with contextlib.suppress(OSError):
+            self.exchange.connection.shutdown(socket.SHUT_RDWR)
+        assert self.closed.wait(10)
+
+    def expect_left(self):
+        """The host leaves the stream; under Wine nothing wakes a reader whose request is closed."""
+        if IS_WINDOWS:
+            self.end()
+        assert self.closed.wait(10)
+
+    def serve(self):
+        try:
+            while self.exchange.connection.recv(4096):
+                pass
+        finally:
+            with contextlib.suppress(OSError):
+                self.exchange.connection.shutdown(socket.SHUT_RDWR)
+            self.closed.set()
+
+
 class ScriptedAgent(Listener):
     """Listens on 127.0.0.1:`port`. `on` maps a path, or one without its query, to its handler;
-    unknown paths get 404."""
+    unknown paths get 404. Event streams are kept open as `feeds`."""
 
     def __init__(self, port=8090, turn=None, **handlers):
         self.cancelled = threading.Event()
-        self.on = {
+        self.feeds = []
+        self.on = dict.fromkeys(_OK, answers({"ok": True})) | {
             READY: handlers.get("ready", answers({"ready": True})),
             MODELS: handlers.get("models", answers(MODEL_LIST)),
             CONSENT: handlers.get("consent", cancels),
             COMPLETIONS: turn or streams(delta("hello"), "[DONE]"),
+            EVENTS: self._feed, REALTIME_EVENTS: self._feed,
         }
         self.exchanges = []
         self._changed = threading.Condition()
@@ -185,6 +241,21 @@ class ScriptedAgent(Listener):
         self.wait_until(lambda: len(self.seen(path)) >= count, f"no request {count} for {path}",
                         timeout)
         return self.seen(path)[count - 1]
+
+    def feeds_of(self, path=EVENTS):
+        return [feed for feed in list(self.feeds) if feed.path.partition("?")[0] == path]
+
+    def wait_feed(self, count=1, path=EVENTS, timeout=15):
+        """The `count`-th stream that was opened, as soon as it is."""
+        self.wait_until(lambda: len(self.feeds_of(path)) >= count,
+                        f"no stream {count} on {path}", timeout)
+        return self.feeds_of(path)[count - 1]
+
+    def _feed(self, exchange):
+        feed = Feed(exchange)
+        exchange.stream(b": open\n\n")
+        self.note(self.feeds, feed)
+        feed.serve()
 
     def close(self):
         self.cancelled.set()

@@ -22,12 +22,24 @@ def roaming_folder(user_folders):
 
 
 def empty(folder):
+    if folder.is_file():
+        folder.unlink()
     folder.mkdir(parents=True, exist_ok=True)
     for each in folder.iterdir():
         if each.is_dir() and not each.is_symlink():
             shutil.rmtree(each)
         else:
             each.unlink()
+
+
+@pytest.fixture
+def roaming(user_folders):
+    """%APPDATA% with nothing of ours in it: no announced application, no data folder."""
+    folder = roaming_folder(user_folders)[0]
+    empty(folder / "Quenlark")
+    (folder / "Quenlark").rmdir()
+    yield folder
+    empty(folder / "Quenlark")
 
 
 @pytest.fixture

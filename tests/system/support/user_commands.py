@@ -12,7 +12,6 @@ from support.sanitizer_reports import sanitizer_environment
 
 from devkit.panel import wine
 
-SCHEMA = builds.ROOT / "docs" / "schema" / "doctor.schema.json"
 HOST_NAME = "com.quenlark.morva.chrome"
 MANIFEST_NAME = HOST_NAME + ".json"
 VENDOR_KEYS = {
@@ -78,9 +77,14 @@ class UserRegistry:
     def __init__(self, folder):
         self._file = folder / "keys.reg"
 
-    def add(self, key, name, value, kind="REG_SZ"):
-        escaped = str(value).replace("\\", "\\\\").replace('"', '\\"')
-        data = f"dword:{int(value):08x}" if kind == "REG_DWORD" else f'"{escaped}"'
+    def add(self, key, name, value, kind=1):
+        """A number is a REG_DWORD; bytes are stored as they are, as a value of this kind."""
+        if isinstance(value, int):
+            data = f"dword:{value:08x}"
+        elif isinstance(value, bytes):
+            data = f"hex({kind}):" + ",".join(f"{byte:02x}" for byte in value)
+        else:
+            data = '"' + value.replace("\\", "\\\\").replace('"', '\\"') + '"'
         self._import(f"[{_full(key)}]\n" + (f'"{name}"' if name else "@") + f"={data}\n")
 
     def delete(self, *keys):
