@@ -1,15 +1,10 @@
 #include "support/page_tree.h"
 
 #include <algorithm>
-#include <array>
 #include <initializer_list>
-#include <iterator>
 #include <nlohmann/json.hpp>
-#include <span>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "screening/injection_text.h"
 #include "screening/page_judgement.h"
@@ -21,342 +16,230 @@ namespace media::win::chrome_inspect {
 namespace {
 
 using nlohmann::json;
-using Keys = std::span<const char* const>;
+using Keys = std::initializer_list<const char*>;
+using Shape = json (*)(const json& value);
 
-json compactPageData(json data, bool detailed);
-json selectReadItems(json items, std::size_t budget);
-bool isKeyItem(const json& item);
-json compactItem(json item);
-json summarizeScope(json scope);
-json compactZoneHint(json hint);
-json compactActionResult(json result);
-json compactBatchResult(json result);
-void gatherPageText(const json& node, std::string& text, int depth = 0);
-void redactInjectedFields(json& node, int depth = 0);
-
-constexpr std::size_t findItemBudget = 8;
-constexpr std::size_t readItemBudget = 12;
-constexpr std::size_t zoneHintBudget = 2;
-constexpr std::size_t fileBudget = 8;
-constexpr std::size_t maxUrlBytes = 120;
-constexpr std::size_t firstCutQuery = 33;  // a "?" before it leaves too little of the address
-
-constexpr const char* itemKeys[] = {"ref", "role", "name", "disabled", "checked", "type", "value"};
-constexpr const char* elementKeys[] = {"role", "name", "value", "options"};
-constexpr const char* zoneHintKeys[] = {"ref",        "role", "name", "interactiveCount",
-                                        "confidence", "roles"};
-constexpr const char* scopeKeys[] = {"active", "ref", "name", "source"};
-constexpr const char* fileKeys[] = {"kind", "url", "name"};
-constexpr const char* summaryKeys[] = {"count", "truncated", "pageTextOmitted", "ref", "role",
-                                       "name",  "value"};
-// What only the model of a page has.
-constexpr const char* pageKeys[] = {"items", "pageText", "zoneHints", "files"};
-constexpr const char* detailKeys[] = {"options", "matchCount"};
-constexpr const char* actionResultKeys[] = {"ok",
-                                            "tool",
-                                            "url",
-                                            "epoch",
-                                            "revision",
-                                            "prompt_injection_detected",
-                                            "error",
-                                            "title",
-                                            "action",
-                                            "prompt_injection_kind",
-                                            "prompt_injection_reason"};
-constexpr const char* batchResultKeys[] = {"ok",
-                                           "tool",
-                                           "url",
-                                           "epoch",
-                                           "revision",
-                                           "prompt_injection_detected",
-                                           "error",
-                                           "all_ok",
-                                           "first_failure",
-                                           "title",
-                                           "batch_error",
-                                           "prompt_injection_kind",
-                                           "prompt_injection_reason"};
-constexpr const char* stepKeys[] = {"index", "action", "waited_ms", "auto", "note",
-                                    "ok",    "error",  "code",      "ref"};
-
-void moveKeys(json& from, Keys keys, json& to) {
-  for (const char* key : keys) {
-    const auto member = from.find(key);
-    if (member != from.end()) to[key] = std::move(*member);
-  }
-}
-
-json onlyKeys(json value, Keys keys) {
+// Of an object the members with these names; what is none as it is.
+json only(const json& value, Keys keys) {
   if (!value.is_object()) return value;
   json kept = json::object();
-  moveKeys(value, keys, kept);
+  for (const char* key : keys) {
+    if (value.contains(key)) kept[key] = value[key];
+  }
   return kept;
 }
 
-// The first `budget` elements, each through `compact`; what is no list as it is.
-json firstOf(json list, std::size_t budget, json (*compact)(json)) {
+void add(json& out, const json& from, const char* key, Shape shape) {
+  if (from.contains(key)) out[key] = shape(from[key]);
+}
+
+json itemOf(const json& item) {
+  return only(item, {"ref", "role", "name", "disabled", "checked", "type", "value"});
+}
+json elementOf(const json& element) { return only(element, {"role", "name", "value", "options"}); }
+json zoneHintOf(const json& hint) {
+  return only(hint, {"ref", "role", "name", "interactiveCount", "confidence", "roles"});
+}
+json scopeOf(const json& scope) { return only(scope, {"active", "ref", "name", "source"}); }
+json fileOf(const json& file) { return only(file, {"kind", "url", "name"}); }
+
+json firstOf(const json& list, std::size_t budget, Shape shape) {
   if (!list.is_array()) return list;
-  json taken = json::array();
-  for (std::size_t i = 0; i < std::min(budget, list.size()); ++i) {
-    taken.push_back(compact(std::move(list[i])));
+  json first = json::array();
+  for (std::size_t i = 0; i < std::min(budget, list.size()); ++i) first.push_back(shape(list[i]));
+  return first;
+}
+
+json zoneHintsOf(const json& hints) { return firstOf(hints, 2, zoneHintOf); }
+
+json filesOf(const json& files) {
+  json objects = files;
+  if (files.is_array()) {
+    std::erase_if(objects.get_ref<json::array_t&>(),
+                  [](const json& file) { return !file.is_object(); });
   }
-  return taken;
+  return firstOf(objects, 8, fileOf);
 }
-
-json firstFiles(json files) {
-  if (!files.is_array()) return files;
-  json kept = json::array();
-  for (json& file : files) {
-    if (kept.size() == fileBudget) break;
-    if (file.is_object()) kept.push_back(onlyKeys(std::move(file), fileKeys));
-  }
-  return kept;
-}
-
-void compactFiles(json& data, json& out) {
-  const auto files = data.find("files");
-  if (files != data.end()) out["files"] = firstFiles(std::move(*files));
-}
-
-// `out` has the keys of `data` that come before its items.
-void compactItems(json& data, json& out) {
-  const auto items = data.find("items");
-  if (items == data.end()) return;
-  const std::size_t count = items->size();
-  json taken = out.contains("matchCount") ? firstOf(std::move(*items), findItemBudget, compactItem)
-                                          : selectReadItems(std::move(*items), readItemBudget);
-  if (taken.is_array() && count > taken.size()) {
-    out["truncated"] = true;
-    out["itemsOmitted"] = count - taken.size();
-  }
-  out["items"] = std::move(taken);
-}
-
-void compactDetails(json& data, json& out) {
-  moveKeys(data, detailKeys, out);
-  const auto element = data.find("element");
-  if (element != data.end()) out["element"] = onlyKeys(std::move(*element), elementKeys);
-  compactItems(data, out);
-  const auto hints = data.find("zoneHints");
-  if (hints != data.end()) {
-    out["zoneHints"] = firstOf(std::move(*hints), zoneHintBudget, compactZoneHint);
-  }
-  if (!lenientText(data, "pageText").empty()) out["pageTextOmitted"] = true;
-}
-
-void shortenUrl(json& result) {
-  const auto member = result.find("url");
-  if (member == result.end() || !member->is_string()) return;
-  auto& url = member->get_ref<std::string&>();
-  if (url.size() <= maxUrlBytes) return;
-  const std::size_t query = url.find('?');
-  if (query != std::string::npos && query >= firstCutQuery) url.resize(query);
-  if (url.size() <= maxUrlBytes) return;
-  url.resize(cutUtf8(url, maxUrlBytes).size());
-  url += "...";
-}
-
-bool isPageData(const json& data) {
-  return data.is_object() && std::any_of(std::begin(pageKeys), std::end(pageKeys),
-                                         [&](const char* key) { return data.contains(key); });
-}
-
-// What an action or a step brought back is kept, but a page in it, however deep, only as a summary.
-json compactOutcome(json data) {
-  if (isPageData(data)) return compactPageData(std::move(data), false);
-  if (data.is_structured()) {
-    for (json& member : data) member = compactOutcome(std::move(member));
-  }
-  return data;
-}
-
-json compactStep(json step) {
-  if (!step.is_object()) return step;
-  json kept = json::object();
-  moveKeys(step, stepKeys, kept);
-  const auto data = step.find("data");
-  if (data == step.end()) return kept;
-  const std::string_view action = lenientText(kept, "action");
-  const bool isFind = action == "find";
-  kept["data"] = isFind || action == "read" ? compactPageData(std::move(*data), isFind)
-                                            : compactOutcome(std::move(*data));
-  return kept;
-}
-
-json compactPageResult(json result) {
-  const auto data = result.find("data");
-  if (data != result.end()) *data = compactPageData(std::move(*data), true);
-  const auto scope = result.find("scope");
-  if (scope != result.end()) *scope = summarizeScope(std::move(*scope));
-  result.erase("title");
-  result.erase("pageText");  // belongs into the data; wherever it stands, it stays here
-  return result;
-}
-
-struct ToolResult {
-  std::string_view tool;
-  json (*compact)(json result);
-};
-
-constexpr ToolResult toolResults[] = {
-    {"browser_read", compactPageResult},    {"browser_find", compactPageResult},
-    {"browser_batch", compactBatchResult},  {"browser_click", compactActionResult},
-    {"browser_type", compactActionResult},  {"browser_select", compactActionResult},
-    {"browser_scope", compactActionResult}, {"browser_navigate", compactActionResult},
-};
 
 bool isOneOf(std::string_view word, std::initializer_list<std::string_view> words) {
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
-bool namesAction(std::string_view name) {
-  const std::string folded = foldCase(name);
-  for (const char* word : {"save", "submit", "apply", "next", "continue"}) {
-    if (folded.find(word) != std::string::npos) return true;
+bool isKeyItem(const json& item) {
+  const std::string name = foldCase(lenientText(item, "name"));
+  for (const char* action : {"save", "submit", "apply", "next", "continue"}) {
+    if (name.find(action) != std::string::npos) return true;
   }
-  return false;
+  return isOneOf(lenientText(item, "role"), {"textbox", "combobox", "checkbox", "radio",
+                                             "searchbox", "spinbutton", "switch"}) ||
+         isOneOf(lenientText(item, "type"), {"text", "email", "password", "search", "number"});
 }
 
-json compactBrowserResult(json result) {
-  if (!result.is_object()) return result;
-  shortenUrl(result);
-  const std::string tool(lenientText(result, "tool"));
-  const auto* known = std::find_if(std::begin(toolResults), std::end(toolResults),
-                                   [&tool](const ToolResult& entry) { return entry.tool == tool; });
-  return known != std::end(toolResults) ? known->compact(std::move(result)) : result;
+json readItemsOf(json items) {
+  if (!items.is_array()) return items;
+  auto& list = items.get_ref<json::array_t&>();
+  std::stable_partition(list.begin(), list.end(), isKeyItem);
+  return firstOf(items, 12, itemOf);
 }
 
-json compactPageData(json data, bool detailed) {
+void addItems(json& out, const json& data) {
+  if (!data.contains("items")) return;
+  const json& items = data["items"];
+  out["items"] = data.contains("matchCount") ? firstOf(items, 8, itemOf) : readItemsOf(items);
+  if (items.size() == out["items"].size()) return;
+  out["truncated"] = true;
+  out["itemsOmitted"] = items.size() - out["items"].size();
+}
+
+json pageData(const json& data, bool detailed) {
   if (!data.is_object()) return data;
-  json out = json::object();
-  moveKeys(data, summaryKeys, out);
-  const auto scope = data.find("scope");
-  if (scope != data.end()) out["scope"] = summarizeScope(std::move(*scope));
-  if (detailed) {
-    compactDetails(data, out);
-  } else {
+  json out = only(data, {"count", "truncated", "pageTextOmitted", "ref", "role", "name", "value"});
+  add(out, data, "scope", scopeOf);
+  add(out, data, "files", filesOf);
+  if (!detailed) {
     if (const json* items = findArray(data, "items")) out["itemsReturned"] = items->size();
     out["compacted"] = true;
-  }
-  compactFiles(data, out);
-  return out;
-}
-
-json selectReadItems(json items, std::size_t budget) {
-  if (!items.is_array()) return items;
-  std::vector<json*> chosen;
-  for (const bool wanted : {true, false}) {
-    for (json& item : items) {
-      if (chosen.size() < budget && isKeyItem(item) == wanted) chosen.push_back(&item);
-    }
-  }
-  json taken = json::array();
-  for (json* item : chosen) taken.push_back(compactItem(std::move(*item)));
-  return taken;
-}
-
-bool isKeyItem(const json& item) {
-  return item.is_object() &&
-         (isOneOf(lenientText(item, "role"), {"textbox", "combobox", "checkbox", "radio",
-                                              "searchbox", "spinbutton", "switch"}) ||
-          isOneOf(lenientText(item, "type"), {"text", "email", "password", "search", "number"}) ||
-          namesAction(lenientText(item, "name")));
-}
-
-json compactItem(json item) { return onlyKeys(std::move(item), itemKeys); }
-
-json summarizeScope(json scope) { return onlyKeys(std::move(scope), scopeKeys); }
-
-json compactZoneHint(json hint) { return onlyKeys(std::move(hint), zoneHintKeys); }
-
-json compactActionResult(json result) {
-  json out = json::object();
-  moveKeys(result, actionResultKeys, out);
-  const auto data = result.find("data");
-  if (data != result.end()) out["data"] = compactOutcome(std::move(*data));
-  const auto scope = result.find("scope");
-  if (scope != result.end()) out["scope"] = summarizeScope(std::move(*scope));
-  out["compacted"] = true;
-  return out;
-}
-
-json compactBatchResult(json result) {
-  json out = json::object();
-  moveKeys(result, batchResultKeys, out);
-  out["compacted"] = true;
-  const auto steps = result.find("steps");
-  if (steps == result.end()) return out;
-  if (!steps->is_array()) {
-    out["steps"] = std::move(*steps);
     return out;
   }
-  json kept = json::array();
-  json trail = json::array();
-  for (json& step : *steps) {
-    trail.push_back(lenientText(step, "action"));
-    kept.push_back(compactStep(std::move(step)));
-  }
-  out["stepsReturned"] = kept.size();
-  out["actionTrail"] = std::move(trail);
-  out["steps"] = std::move(kept);
+  out.update(only(data, {"options", "matchCount"}));
+  add(out, data, "element", elementOf);
+  add(out, data, "zoneHints", zoneHintsOf);
+  addItems(out, data);
+  if (!lenientText(data, "pageText").empty()) out["pageTextOmitted"] = true;
   return out;
+}
+
+json detailedData(const json& data) { return pageData(data, true); }
+json summaryOf(const json& data) { return pageData(data, false); }
+
+// What an action or a step brought back is kept, but a page in it, however deep, only as a summary.
+json outcomeOf(const json& data) {
+  for (const char* key : {"items", "pageText", "zoneHints", "files"}) {
+    if (data.contains(key)) return summaryOf(data);
+  }
+  json out = data;
+  if (out.is_structured()) {
+    for (json& member : out) member = outcomeOf(member);
+  }
+  return out;
+}
+
+json readResult(const json& result) {
+  json out = result;
+  add(out, result, "data", detailedData);
+  add(out, result, "scope", scopeOf);
+  out.erase("title");
+  out.erase("pageText");  // belongs into the data; wherever it stands, it stays here
+  return out;
+}
+
+json doneResult(const json& result) {
+  json out = only(
+      result, {"ok", "tool", "url", "epoch", "revision", "error", "title",
+               "prompt_injection_detected", "prompt_injection_kind", "prompt_injection_reason"});
+  out["compacted"] = true;
+  return out;
+}
+
+json actionResult(const json& result) {
+  json out = doneResult(result);
+  out.update(only(result, {"action"}));
+  add(out, result, "data", outcomeOf);
+  add(out, result, "scope", scopeOf);
+  return out;
+}
+
+json stepOf(const json& step) {
+  json out =
+      only(step, {"index", "action", "waited_ms", "auto", "note", "ok", "error", "code", "ref"});
+  const std::string_view action = lenientText(step, "action");
+  add(out, step, "data",
+      action == "find"   ? detailedData
+      : action == "read" ? summaryOf
+                         : outcomeOf);
+  return out;
+}
+
+json batchResult(const json& result) {
+  json out = doneResult(result);
+  out.update(only(result, {"all_ok", "first_failure", "batch_error", "steps"}));
+  const json* const steps = findArray(result, "steps");
+  if (steps == nullptr) return out;
+  out["stepsReturned"] = steps->size();
+  out["steps"] = out["actionTrail"] = json::array();
+  for (const json& step : *steps) {
+    out["steps"].push_back(stepOf(step));
+    out["actionTrail"].push_back(lenientText(step, "action"));
+  }
+  return out;
+}
+
+std::string shortUrl(std::string url) {
+  constexpr std::size_t maxUrlBytes = 120;
+  constexpr std::size_t firstCutQuery = 33;  // before it, too little of the address would be left
+  if (url.size() <= maxUrlBytes) return url;
+  const std::size_t query = url.find('?');
+  if (query != std::string::npos && query >= firstCutQuery) url.resize(query);
+  if (url.size() <= maxUrlBytes) return url;
+  return std::string(cutUtf8(url, maxUrlBytes)) + "...";
+}
+
+json compacted(json result) {
+  if (result.contains("url") && result["url"].is_string()) result["url"] = shortUrl(result["url"]);
+  const std::string_view tool = lenientText(result, "tool");
+  if (isOneOf(tool, {"browser_read", "browser_find"})) return readResult(result);
+  if (tool == "browser_batch") return batchResult(result);
+  const bool isAction =
+      isOneOf(tool, {"browser_click", "browser_type", "browser_select", "browser_scope"});
+  return isAction ? actionResult(result) : result;
 }
 
 constexpr int maxDepth = 8;
 
-constexpr std::array<const char*, 16> textKeys = {
-    "pageText",    "name",    "text",  "title", "value",    "label", "ariaLabel", "aria-label",
-    "placeholder", "message", "error", "note",  "selector", "doc",   "purpose",   "headingPath"};
+constexpr Keys containerKeys = {"data",        "items", "steps",     "element",
+                                "model",       "zones", "zoneHints", "collectionItems",
+                                "rankedZones", "tabs",  "files"};
 
-constexpr std::array<const char*, 10> redactedKeys = {"pageText", "name",        "text", "title",
-                                                      "value",    "placeholder", "note", "doc",
-                                                      "purpose",  "headingPath"};
-
-constexpr std::array<const char*, 11> containerKeys = {
-    "data",      "items",           "steps",       "element", "model", "zones",
-    "zoneHints", "collectionItems", "rankedZones", "tabs",    "files"};
-
-constexpr const char* redaction = "[redacted: prompt-injection content removed]";
-
-void appendLine(std::string& text, const std::string& line) {
-  if (line.empty()) return;
-  if (!text.empty()) text += '\n';
+void gather(std::string_view line, std::string& text) {
+  if (!text.empty() && !line.empty()) text += '\n';
   text += line;
 }
 
-void gatherObject(const json& object, std::string& text, int depth) {
-  for (const char* key : textKeys) {
-    const auto member = object.find(key);
-    if (member != object.end() && member->is_string()) {
-      appendLine(text, member->get_ref<const std::string&>());
-    }
+void gatherPageText(const json& node, std::string& text, int depth = 0) {
+  if (depth > maxDepth || text.size() > maxGatheredText) return;
+  if (node.is_string()) gather(node.get_ref<const std::string&>(), text);
+  if (node.is_array()) {
+    for (const json& element : node) gatherPageText(element, text, depth + 1);
+  }
+  if (!node.is_object()) return;
+  for (const char* key :
+       {"pageText", "name", "text", "title", "value", "label", "ariaLabel", "aria-label",
+        "placeholder", "message", "error", "note", "selector", "doc", "purpose", "headingPath"}) {
+    gather(lenientText(node, key), text);
   }
   for (const char* key : containerKeys) {
-    const auto member = object.find(key);
-    if (member != object.end()) gatherPageText(*member, text, depth + 1);
+    if (node.contains(key)) gatherPageText(node[key], text, depth + 1);
   }
 }
 
-void redactObject(json& object, int depth) {
-  for (const char* key : redactedKeys) {
-    const auto member = object.find(key);
-    if (member == object.end() || !member->is_string()) continue;
-    if (classifyInjectionText(member->get_ref<const std::string&>()).detected) *member = redaction;
+void redactInjectedFields(json& node, int depth = 0) {
+  if (depth > maxDepth) return;
+  if (node.is_array()) {
+    for (json& element : node) redactInjectedFields(element, depth + 1);
+  }
+  if (!node.is_object()) return;
+  for (const char* key : {"pageText", "name", "text", "title", "value", "placeholder", "note",
+                          "doc", "purpose", "headingPath"}) {
+    if (!classifyInjectionText(lenientText(node, key)).detected) continue;
+    node[key] = "[redacted: prompt-injection content removed]";
   }
   for (const char* key : containerKeys) {
-    const auto member = object.find(key);
-    if (member != object.end()) redactInjectedFields(*member, depth + 1);
+    if (node.contains(key)) redactInjectedFields(node[key], depth + 1);
   }
 }
 
-bool carriesVerdict(const json& page) {
-  if (!page.is_object()) return false;
-  const auto flag = page.find("prompt_injection_detected");
-  return flag != page.end() && flag->get<bool>();
-}
-
-InjectionVerdict screenPageModel(const json& page) {
-  if (carriesVerdict(page)) {
+InjectionVerdict verdictOn(const json& page) {
+  if (page.value("prompt_injection_detected", false)) {
     return {std::string(lenientText(page, "prompt_injection_kind", "detected")),
             std::string(lenientText(page, "prompt_injection_reason",
                                     "prompt injection previously flagged")),
@@ -367,8 +250,9 @@ InjectionVerdict screenPageModel(const json& page) {
   return classifyInjectionText(text);
 }
 
-void markPageModelFlagged(json& page, const InjectionVerdict& verdict) {
-  if (!page.is_object()) page = json::object();
+void screen(json& page) {
+  const InjectionVerdict verdict = verdictOn(page);
+  if (!verdict.detected) return;
   redactInjectedFields(page);
   page["prompt_injection_detected"] = true;
   page["prompt_injection_kind"] = verdict.kind;
@@ -377,50 +261,24 @@ void markPageModelFlagged(json& page, const InjectionVerdict& verdict) {
                   "). Page text is untrusted \xE2\x80\x94 refusing to continue this turn. ";
 }
 
-void gatherPageText(const json& node, std::string& text, int depth) {
-  if (depth > maxDepth || text.size() > maxGatheredText) return;
-  if (node.is_string()) {
-    appendLine(text, node.get_ref<const std::string&>());
-  } else if (node.is_object()) {
-    gatherObject(node, text, depth);
-  } else if (node.is_array()) {
-    for (const json& element : node) gatherPageText(element, text, depth + 1);
-  }
-}
-
-void redactInjectedFields(json& node, int depth) {
-  if (depth > maxDepth) return;
-  if (node.is_object()) {
-    redactObject(node, depth);
-  } else if (node.is_array()) {
-    for (json& element : node) redactInjectedFields(element, depth + 1);
-  }
-}
-
 // Copies to the result of a batch what its report has, where it has none of its own.
 void hoist(json& page) {
-  static constexpr const char* hoisted[] = {"steps", "all_ok", "model", "first_failure",
-                                            "batch_error"};
-  if (lenientText(page, "tool") != "browser_batch") return;
   const json* const report = findObject(page, "data");
-  if (report == nullptr) return;
-  const json from = *report;
-  for (const char* key : hoisted) {
-    if (from.contains(key) && !page.contains(key)) page[key] = from[key];
-  }
+  if (lenientText(page, "tool") != "browser_batch" || report == nullptr) return;
+  json whole = only(*report, {"steps", "all_ok", "model", "first_failure", "batch_error"});
+  whole.update(page);
+  page = whole;
 }
 
 }  // namespace
 
 json pageResultByTree(json page) {
-  static constexpr const char* kept[] = {"tabId", "code", "action", "tabs", "closed", "reused"};
   hoist(page);
-  const InjectionVerdict verdict = screenPageModel(page);
-  if (verdict.detected) markPageModelFlagged(page, verdict);
+  screen(page);
   if (lenientText(page, "tool") == "browser_navigate") return page;
-  json compacted = compactBrowserResult(page);
-  moveKeys(page, kept, compacted);
-  return compacted;
+  json result = compacted(page);
+  result.update(only(page, {"tabId", "code", "action", "tabs", "closed", "reused"}));
+  return result;
 }
 
 }  // namespace media::win::chrome_inspect

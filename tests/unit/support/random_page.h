@@ -25,7 +25,8 @@ class RandomPage {
   std::uint32_t below(std::uint32_t limit) { return next_(source_) % limit; }
   bool once(std::uint32_t in) { return below(in) == 0; }
   std::string text(const std::string& pattern);
-  nlohmann::json varied(const nlohmann::json& whole);
+  // Lists are shorter than `longest`, and those inside them short.
+  nlohmann::json varied(const nlohmann::json& whole, std::uint32_t longest = 20);
 
   Next next_;
   void* source_;
