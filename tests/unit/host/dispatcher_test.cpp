@@ -18,12 +18,7 @@ std::string ack(bool ok, const std::string& error = "") {
   return reply.dump();
 }
 
-struct KindCase {
-  const char* request;
-  std::string reply;
-};
-
-const KindCase kindCases[] = {
+const std::pair<const char*, std::string> kindCases[] = {
     {R"({})", ack(true)},
     {R"({"kind":null})", ack(true)},
     {R"({"kind":"noSuchKind"})", ack(true)},
@@ -42,9 +37,8 @@ const KindCase kindCases[] = {
 };
 
 TEST(HandleMessage, AnswersEachKind) {
-  for (const KindCase& c : kindCases) {
-    SCOPED_TRACE(c.request);
-    EXPECT_EQ(handleMessage(json::parse(c.request)).dump(), c.reply);
+  for (const auto& [request, reply] : kindCases) {
+    EXPECT_EQ(handleMessage(json::parse(request)).dump(), reply) << request;
   }
 }
 
@@ -139,13 +133,8 @@ TEST(AnswerPanelMessage, RepliesOnceAndEchoesTheToken) {
   }
 }
 
-struct TypedMember {
-  const char* request;
-  const char* member;
-  const char* type;
-};
-
-const TypedMember typedMembers[] = {
+// A message, one of its members and the type that it must have.
+const std::tuple<const char*, const char*, std::string> typedMembers[] = {
     {R"({})", "kind", "string"},
     {R"({"kind":"send"})", "prompt", "string"},
     {R"({"kind":"speak"})", "text", "string"},
@@ -174,22 +163,17 @@ const TypedMember typedMembers[] = {
     {R"({"kind":"providerRpc","rpcId":1,"method":"vumboArtifactsGet"})", "limit", "number"},
 };
 
-// Numbers take truth values too.
-bool isOfType(const json& value, std::string_view type) {
-  return type == value.type_name() || (type == "number" && value.is_boolean());
-}
-
 TEST(AnswerPanelMessage, RefusesAnotherTypeWithTheLibrarysText) {
   const json values[] = {"text", true, 5, -1.5, 1e300, json::array({1}), {{"a", 1}}};
-  for (const TypedMember& c : typedMembers) {
+  for (const auto& [message, member, type] : typedMembers) {
     for (const json& value : values) {
-      if (isOfType(value, c.type)) continue;
-      json request = json::parse(c.request);
-      request[c.member] = value;
-      SCOPED_TRACE(request.dump());
+      if (type == value.type_name()) continue;
+      if (type == "number" && value.is_boolean()) continue;  // numbers take truth values too
+      json request = json::parse(message);
+      request[member] = value;
       json wanted = {{"kind", "ack"}, {"ok", false}, {"source", "morva-chat"}};
-      wanted["error"] = std::string("[json.exception.type_error.302] type must be ") + c.type +
-                        ", but is " + value.type_name();
+      wanted["error"] =
+          "[json.exception.type_error.302] type must be " + type + ", but is " + value.type_name();
       if (request.contains("rpcId")) {
         wanted["kind"] = "hostProviderRpc";
         wanted["rpcId"] = 1;
@@ -197,7 +181,7 @@ TEST(AnswerPanelMessage, RefusesAnotherTypeWithTheLibrarysText) {
       }
       CapturedOutput output;
       answerPanelMessage(request);
-      EXPECT_EQ(output.finish(), CapturedOutput::Frames{wanted.dump()});
+      EXPECT_EQ(output.finish(), CapturedOutput::Frames{wanted.dump()}) << request;
     }
   }
 }

@@ -24,16 +24,12 @@ int run(const Arguments& arguments, std::string& printed) {
   return code;
 }
 
-TEST(RunUserCommand, PrintsHelpAndVersion) {
+TEST(RunUserCommand, PrintsHelpAndVersionAndNothingForAWrongCommandLine) {
   std::string printed;
   EXPECT_EQ(run({"--help"}, printed), 0);
   EXPECT_EQ(printed, helpText());
   EXPECT_EQ(run({"--version"}, printed), 0);
   EXPECT_EQ(printed, "morva-chrome-host " + std::string(productVersion) + "\n");
-}
-
-TEST(RunUserCommand, PrintsNothingForAWrongCommandLine) {
-  std::string printed;
   EXPECT_EQ(run({"--no-such-option"}, printed), 2);
   EXPECT_EQ(printed, "");
 }
