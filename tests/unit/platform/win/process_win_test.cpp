@@ -1,5 +1,3 @@
-
-
 #include "platform/clock.h"
 #include "platform/process.h"
 #include "platform/process_control.h"
