@@ -51,15 +51,9 @@ const std::tuple<const char*, std::string, bool> requestCases[] = {
     {"nothing", "", false},
     {"a head without an end", "GET / HTTP/1.1\r\n", false},
     {"the least", "GET / HTTP/1.1\r\n\r\n", true},
-    {"HTTP/1.0", "GET / HTTP/1.0\r\n\r\n", false},
-    {"another method", "HEAD / HTTP/1.1\r\n\r\n", false},
-    {"two slashes", "GET //evil HTTP/1.1\r\n\r\n", false},
-    {"a URL in the query", "GET /x?u=http://y HTTP/1.1\r\n\r\n", false},
-    {"only a query", "GET ? HTTP/1.1\r\n\r\n", false},
     {"NUL in the head", "GET / HTTP/1.1\r\nX: \0\r\n\r\n"s, false},
     {"NUL in the body", posted("Content-Length: 1\r\n", "\0"s), true},
     {"a body cut short", posted("Content-Length: 2\r\n", "a"), false},
-    {"a length over the limit", posted("Content-Length: 1048577\r\n", ""), false},
     {"chunked", posted("Transfer-Encoding: chunked\r\n", "0\r\n\r\n"), false},
     {"folded", posted("X: a\r\n b\r\n", ""), false},
     {"a first header that is folded", posted(" X: a\r\n", ""), false},
@@ -90,12 +84,13 @@ TEST(ReadHttpRequest, TakesOneFormOfRequestLine) {
         "", "GET", "GET /x", "GET /x ", " /x HTTP/1.1", " GET /x HTTP/1.1", "GET  /x HTTP/1.1",
         "GET /x  HTTP/1.1", "GET /x HTTP/1.1 ", "GET /x y HTTP/1.1", "GET\t/x\tHTTP/1.1",
         // Other versions and methods.
-        "GET /x HTTP/1.2", "GET /x HTTP/2", "GET /x http/1.1", "get /x HTTP/1.1",
-        "Post /x HTTP/1.1", "GETX /x HTTP/1.1", "PUT /x HTTP/1.1", "CONNECT 127.0.0.1:443 HTTP/1.1",
-        "PRI * HTTP/2.0",
+        "GET /x HTTP/1.0", "GET /x HTTP/2", "GET /x http/1.1", "get /x HTTP/1.1",
+        "Post /x HTTP/1.1", "GETX /x HTTP/1.1", "HEAD /x HTTP/1.1",
+        "CONNECT 127.0.0.1:443 HTTP/1.1", "PRI * HTTP/2.0",
         // No path.
         "GET * HTTP/1.1", "GET x HTTP/1.1", "GET ?x=1 HTTP/1.1", "GET http://127.0.0.1/x HTTP/1.1",
-        "GET /x://y HTTP/1.1", "\x16\x03\x01\x02\xFC", "\r\nGET /x HTTP/1.1"}) {
+        "GET //evil HTTP/1.1", "GET /x?u=http://y HTTP/1.1", "\x16\x03\x01\x02\xFC",
+        "\r\nGET /x HTTP/1.1"}) {
     EXPECT_FALSE(read(line + rest, request)) << line;
   }
 }

@@ -77,21 +77,17 @@ TEST_F(Loaded, EverythingElseIsRefusedWithOneText) {
   const std::string toOutside = "/../../" + neighbour.path().filename().string() + "/outside.png";
   std::ofstream(filePath(outside)) << "x";
   ASSERT_TRUE(fs::exists(folder() / toOutside.substr(1)));
-  for (const std::string& path :
-       {// No absolute paths, or of no file.
-        ""s, "\0"s, inside + "\0"s, inside + ":s", inside + "::$DATA", "a.png"s,
-        // Outside, and by way of devices and servers.
-        outside, inside + "/x", put("empty.png", ""), toUtf8(folder().wstring()), "\xFF"s,
-        toUtf8(folder().wstring()) + toOutside, "\\\\?\\" + inside, "//?/" + inside,
-        "\\\\server\\share\\a.png"s, "//server/share/a.png"s, "/\\server/share/a.png"s,
-        std::string(40'000, 'a'), inside + std::string(300, 'x'), "file://" + inside}) {
+  for (const std::string& path : {""s, "\0"s, inside + "\0"s, "\xFF"s, std::string(40'000, 'a'),
+                                  inside + std::string(300, 'x'), outside,
+                                  toUtf8(folder().wstring()) + toOutside, put("empty.png", "")}) {
     EXPECT_EQ(load(path), refused) << path;
   }
 }
 
 // "{0}" is a file inside, "{1}" the same without its drive, "{2}" its folder.
 constexpr const char* oddForms = R"(
-  {0}::$DATA {0}:secret:$DATA {1}:secret a.png:secret C:a.png:secret {0}/ {0}\x {2}/
+  {0}:s {0}/x {2} a.png //?/{0} //server/share/a.png \\server\share\a.png /\server/share/a.png
+  file://{0} {0}::$DATA {0}:secret:$DATA {1}:secret a.png:secret C:a.png:secret {0}/ {0}\x {2}/
   {2}/CON {2}/NUL {2}/COM1 {2}/LPT1 {2}/AUX {2}/PRN {2}/NUL.png CON NUL COM1 CONIN$ NUL: CON.png
   C:\CON C:\x\NUL C:\x\CON.png \\?\{0} \\.\{0} \??\{0} \\.\CON \\.\pipe\x \\.\C:\a.png
   \\.\PhysicalDrive0 \\?\UNC\server\share\a.png \\?\GLOBALROOT\Device\Null \Device\Null

@@ -56,14 +56,12 @@ TEST(CorsHeaders, AreForTheExtensionAlone) {
   const std::string origin(extensionOrigin);
   EXPECT_EQ(origin.size(), 51U);
   EXPECT_EQ(corsHeaders(origin), cors);
-  for (const std::string& other :
-       {std::string(), std::string("null"), origin + "/", origin + "\r\nX: y", " " + origin,
-        origin.substr(1), "Chrome" + origin.substr(6)}) {
+  for (const std::string& other : {""s, "null"s, origin + "\r\nX: y", "C" + origin.substr(1)}) {
     EXPECT_EQ(corsHeaders(other), "") << other;
   }
 }
 
-TEST(JsonResponse, IsWrittenByteForByte) {
+TEST(HttpResponse, IsWrittenByteForByte) {
   const HttpResponse plain = jsonResponse(400, "Bad Request", "{}", "");
   EXPECT_EQ(plain.head,
             "HTTP/1.1 400 Bad Request\r\nContent-Type: application/json\r\n"
@@ -72,9 +70,6 @@ TEST(JsonResponse, IsWrittenByteForByte) {
   EXPECT_EQ(jsonResponse(204, "No Content", "", extensionOrigin).head,
             "HTTP/1.1 204 No Content\r\nContent-Type: application/json\r\n" + cors +
                 "Content-Length: 0\r\nConnection: close\r\n\r\n");
-}
-
-TEST(FileResponse, IsWrittenByteForByte) {
   const HttpResponse response = fileResponse("image/png", std::string(3, '\0'), extensionOrigin);
   EXPECT_EQ(response.head, "HTTP/1.1 200 OK\r\nContent-Type: image/png\r\n" + cors +
                                "Cache-Control: no-store\r\nContent-Length: 3\r\n"
