@@ -10,6 +10,7 @@ import signal
 import subprocess
 import sys
 from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
 
 import pytest
 
@@ -52,7 +53,7 @@ class LongTests:
 
     def _run(self, item, number):
         environment = {**os.environ, _INSIDE: "1"}
-        command = [builds.ROOT / "tools" / "in-own-network"]
+        command: list[str | Path] = [builds.ROOT / "tools" / "in-own-network"]
         if builds.IS_WINDOWS:
             environment["WINEPREFIX"] = f"{builds.wine_prefix()}-long-{number}"
             environment.pop("MORVA_WINEPREFIX", None)

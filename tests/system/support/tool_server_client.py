@@ -73,7 +73,7 @@ def check_request(head, body):
     """Holds a request against the protocol."""
     first, *lines = head.decode("latin-1").rstrip("\r\n").split("\r\n")
     method, target, _ = first.split(" ")
-    headers = [tuple(line.split(": ", 1)) for line in lines]
+    headers = [(name, value) for name, _, value in (line.partition(": ") for line in lines)]
     findings.message(CLIENT, "toolServer", message_name(method, target),
                      request_value(method, target, headers, body))
 
