@@ -111,11 +111,13 @@ TEST(AnyPage, IsJudgedAndCutDownAsByTheFunctionsOverTrees) {
   std::mt19937 random(7);
   RandomPage pages(draw, &random);
   int flagged = 0;
+  int refused = 0;  // for a verdict that is no boolean
   for (int round = 0; round < rounds; ++round) {
     const bool wellFormed = round % 2 == 0;
     const json page = pages.result(wellFormed);
     const json result = pageResult(page);
     ASSERT_EQ(result, byTree(page)) << page;
+    refused += result.is_string();
     flagged += result.is_object() && result.value("prompt_injection_detected", json()) == true;
     if (wellFormed && page.at("tool") != "browser_navigate") {
       ASSERT_EQ(dumpJson(result).find(RandomPage::pageText), std::string::npos);
@@ -123,6 +125,7 @@ TEST(AnyPage, IsJudgedAndCutDownAsByTheFunctionsOverTrees) {
   }
   EXPECT_GT(flagged, rounds / 10);
   EXPECT_LT(flagged, rounds);
+  EXPECT_GT(refused, rounds / 100);
 }
 
 }  // namespace
