@@ -16,13 +16,7 @@ const ChunkSink noSink = [](std::string_view) {};
 
 std::string untilClose(const std::string& body) { return std::string(streamHead) + body; }
 
-struct AnswerCase {
-  const char* name;
-  std::string answer;
-  std::uint32_t status;
-  const char* body;
-  const char* error;
-};
+using AnswerCase = std::tuple<const char*, std::string, std::uint32_t, const char*, const char*>;
 
 const AnswerCase answerCases[] = {
     {"a whole answer", answerText("abc"), 200, "abc", ""},
@@ -35,14 +29,17 @@ const AnswerCase answerCases[] = {
 // Each kind has the same texts for the same failures.
 TEST(AgentRequest, ReportsHowTheExchangeEnded) {
   const RunningTurn turn;
-  for (const AnswerCase& c : answerCases) {
-    SCOPED_TRACE(c.name);
-    ScriptedServer server(sendInPieces(c.answer, 1));
-    const AgentResponse plain = agentRequest(server.port(), L"GET", L"/v1/models", "");
-    EXPECT_EQ(plain.status, c.status);
-    EXPECT_EQ(plain.error, c.error);
-    EXPECT_EQ(plain.body, c.body);
-    EXPECT_TRUE(plain.wasSent);
+  for (const auto& [name, answer, status, body, error] : answerCases) {
+    SCOPED_TRACE(name);
+    ScriptedServer server(sendInPieces(answer, 1));
+    for (const AgentResponse& plain :
+         {agentRequest(server.port(), L"GET", L"/v1/models", ""),
+          agentTurnRequest(server.port(), L"GET", L"/v1/models", "", turn)}) {
+      EXPECT_EQ(plain.status, status);
+      EXPECT_EQ(plain.error, error);
+      EXPECT_EQ(plain.body, body);
+      EXPECT_TRUE(plain.wasSent);
+    }
 
     std::string seen;
     const auto sink = [&seen](std::string_view piece) { seen += piece; };
@@ -51,11 +48,11 @@ TEST(AgentRequest, ReportsHowTheExchangeEnded) {
         agentFeed(
             server.port(), L"/feed", {CancelSlot::events}, [] { return true; }, sink)};
     for (const AgentResponse& response : streams) {
-      EXPECT_EQ(response.status, c.status);
-      EXPECT_EQ(response.error, c.error);
+      EXPECT_EQ(response.status, status);
+      EXPECT_EQ(response.error, error);
       EXPECT_EQ(response.body, "");
     }
-    EXPECT_EQ(seen, std::string(c.body) + c.body);
+    EXPECT_EQ(seen, std::string(body) + body);
   }
 }
 
@@ -87,27 +84,23 @@ TEST(AgentRequest, NamesTheStepThatCouldNotBeMade) {
   EXPECT_EQ(agentTurnStream(port, L"/", "", turn, noSink).error, "agent request failed");
 }
 
-TEST(AgentRequest, CapsTheBodyOfAPlainRequestOnly) {
+TEST(AgentRequest, CapsTheBodyOfAPlainRequest) {
   EXPECT_EQ(AnswerLimits().maxBodyBytes, 64U * 1024 * 1024);
   EXPECT_EQ(AnswerLimits().totalMs, 60'000U);
-  for (const std::size_t size : {10U, 11U}) {
-    ScriptedServer server(sendInPieces(untilClose(std::string(size, 'x')), 1));
+  ScriptedServer server(sendInPieces(untilClose(std::string(10, 'x')), 1));
+  for (const std::size_t cap : {9U, 10U}) {
     const AgentResponse response =
-        agentRequest(server.port(), L"GET", L"/", "", {.maxBodyBytes = 10});
-    EXPECT_EQ(response.error, size > 10 ? "agent response truncated" : "");
+        agentRequest(server.port(), L"GET", L"/", "", {.maxBodyBytes = cap});
+    EXPECT_EQ(response.error, cap < 10 ? "agent response truncated" : "");
     EXPECT_EQ(response.status, 200U);
   }
-}
-
-TEST(AgentRequest, TakesNoMoreOfAnEndlessBodyThanItsCap) {
-  ScriptedServer server([](ServedConnection& connection) {
+  ScriptedServer endless([](ServedConnection& connection) {
     (void)connection.send(streamHead);
     while (connection.send(std::string(1 << 20, 'x'))) continue;
   });
-  const AgentResponse response =
-      agentRequest(server.port(), L"GET", L"/", "", {.maxBodyBytes = 1 << 20});
-  EXPECT_EQ(response.error, "agent response truncated");
-  EXPECT_LE(response.body.size(), 2U << 20);  // the cap and one read
+  const AgentResponse most =
+      agentRequest(endless.port(), L"GET", L"/", "", {.maxBodyBytes = 1 << 20});
+  EXPECT_LE(most.body.size(), 2U << 20);  // the cap and one read
 }
 
 TEST(AgentRequest, EndsADripAtItsDeadline) {
@@ -151,112 +144,64 @@ TEST(AgentRequest, LeavesNothingPublishedWhenTheSinkThrows) {
   }
 }
 
-// A server that sends the beginning of a body and goes on only when told to.
-class HeldServer {
- public:
-  ~HeldServer() { goOn(); }
-  std::uint16_t port() const { return server_.port(); }
-  void goOn() { gate_.open(); }
+using Ask = std::function<AgentResponse(std::uint16_t port, const ChunkSink& sink)>;
 
- private:
-  Gate gate_;
-  ScriptedServer server_{[this](ServedConnection& connection) {
-    (void)connection.send(untilClose("begun"));
-    gate_.wait();
-  }};
-};
-
-// Makes a request whose sink opens the gate, and calls `cancel` on another thread after that.
-template <class Request>
-std::string errorWhenCancelled(const Request& request, const std::function<void()>& cancel) {
-  HeldServer server;
+// The error of a request that is cancelled when a part of its body has come or, where it is not for
+// "/", when it has been sent.
+std::string errorWhenCancelled(const Ask& ask, const std::function<void()>& cancel) {
   Gate begun;
+  Gate goOn;
+  ScriptedServer server([&](ServedConnection& connection) {
+    const std::string path = pathOf(connection.request);
+    if (path != "/") begun.open();
+    if (path == "/") (void)connection.send(untilClose("begun"));
+    goOn.wait();
+    if (path == "/late") answerWith(connection, "late");
+  });
   TestThread canceller([&] {
     begun.wait();
     cancel();
-    server.goOn();  // some systems only notice with the next byte, or the end
+    goOn.open();  // some systems only notice with the next byte, or the end
   });
-  return request(server.port(), [&begun](std::string_view) { begun.open(); }).error;
+  return ask(server.port(), [&begun](std::string_view) { begun.open(); }).error;
 }
 
-TEST(AgentRequest, IsCancelledInTheMiddleOfItsBody) {
-  const RunningTurn turn;
-  const auto stream = [&turn](std::uint16_t port, const ChunkSink& sink) {
-    return agentTurnStream(port, L"/", "", turn, sink);
+Ask plain(const wchar_t* path) {
+  return
+      [path](std::uint16_t port, const ChunkSink&) { return agentRequest(port, L"GET", path, ""); };
+}
+
+TEST(AgentRequest, IsCancelledByItsOwnerAndByTheEndOfTheHost) {
+  std::optional<RunningTurn> turn(std::in_place);
+  const Ask stream = [&turn](std::uint16_t port, const ChunkSink& sink) {
+    return agentTurnStream(port, L"/", "", *turn, sink);
+  };
+  const Ask ofTurn = [&turn](std::uint16_t port, const ChunkSink&) {
+    return agentTurnRequest(port, L"GET", L"/mute", "", *turn);
   };
   std::atomic<bool> isCurrent = true;
-  const auto feed = [&isCurrent](std::uint16_t port, const ChunkSink& sink) {
+  const Ask feed = [&isCurrent](std::uint16_t port, const ChunkSink& sink) {
     return agentFeed(
         port, L"/", {CancelSlot::realtime}, [&isCurrent] { return isCurrent.load(); }, sink);
   };
   const auto abortFeed = [] { abortRequests(CancelSlot::realtime); };
+  const auto replaceFeed = [&] {
+    isCurrent = false;
+    abortFeed();
+  };
   EXPECT_EQ(errorWhenCancelled(feed, abortFeed), "agent response truncated");  // nobody asked
-  EXPECT_EQ(errorWhenCancelled(feed,
-                               [&] {
-                                 isCurrent = false;
-                                 abortFeed();
-                               }),
-            "cancelled");
+  EXPECT_EQ(errorWhenCancelled(feed, replaceFeed), "cancelled");
+  EXPECT_EQ(errorWhenCancelled(plain(L"/late"), stopTurns), "");
+  turn.emplace();
+  EXPECT_EQ(errorWhenCancelled(ofTurn, stopTurns), "cancelled");
+  turn.emplace();
   EXPECT_EQ(errorWhenCancelled(stream, stopTurns), "cancelled");
-  const RunningTurn last;
-  const auto lastStream = [&last](std::uint16_t port, const ChunkSink& sink) {
-    return agentTurnStream(port, L"/", "", last, sink);
-  };
-  EXPECT_EQ(errorWhenCancelled(lastStream, cancelAllAgentRequests), "cancelled");
+  turn.emplace();
+  EXPECT_EQ(errorWhenCancelled(stream, cancelAllAgentRequests), "cancelled");
 }
 
-TEST(AgentRequest, OfATurnIsCollectedAndStopped) {
-  Gate asked;
-  Gate stopped;
-  ScriptedServer server([&](ServedConnection& connection) {
-    if (connection.request.starts_with("GET /a ")) return answerWith(connection, "abc");
-    asked.open();
-    stopped.wait();
-  });
-  const RunningTurn turn;
-  EXPECT_EQ(agentTurnRequest(server.port(), L"GET", L"/a", "", turn).body, "abc");
-  TestThread canceller([&] {
-    asked.wait();
-    stopTurns();
-    stopped.open();  // some systems only notice with the end of the connection
-  });
-  EXPECT_EQ(agentTurnRequest(server.port(), L"GET", L"/", "", turn).error, "cancelled");
-}
-
-TEST(AgentRequest, APlainOneIsCancelledByTheEndOfTheHostOnly) {
-  Gate asked;
-  Gate gate;
-  ScriptedServer server([&](ServedConnection& connection) {
-    asked.open();
-    gate.wait();
-    answerWith(connection, "late");
-  });
-  TestThread canceller([&] {
-    asked.wait();
-    stopTurns();
-    abortRequests(CancelSlot::turn);
-    gate.open();
-  });
-  EXPECT_EQ(agentRequest(server.port(), L"GET", L"/", "").body, "late");
-
-  Gate askedAgain;
-  ScriptedServer mute([&](ServedConnection&) { askedAgain.open(); });
-  TestThread ending([&] {
-    askedAgain.wait();
-    cancelAllAgentRequests();
-  });
-  EXPECT_EQ(agentRequest(mute.port(), L"GET", L"/", "").error, "cancelled");
-}
-
-TEST(AgentRequest, ATurnStopsBetweenTwoReads) {
-  ScriptedServer server(sendInPieces(untilClose("abcdef"), 1));
-  const RunningTurn turn;
-  std::string seen;
-  const auto sink = [&seen](std::string_view piece) {
-    if (seen.empty()) stopTurns();
-    seen += piece;
-  };
-  EXPECT_EQ(agentTurnStream(server.port(), L"/", "", turn, sink).error, "cancelled");
+TEST(AgentRequest, APlainOneIsCancelledByTheEndOfTheHost) {
+  EXPECT_EQ(errorWhenCancelled(plain(L"/mute"), cancelAllAgentRequests), "cancelled");
 }
 
 // Each server gives its own answer; turns are stopped all the time meanwhile.

@@ -73,22 +73,19 @@ TEST(JoinStart, EndsWithTheHost) {
   EXPECT_EQ(joinStart(0, error), StartRole::ending);
 }
 
-TEST(SpawnPermit, IsGrantedUntilTheHostEnds) {
-  { EXPECT_TRUE(SpawnPermit().granted()); }
-  cancelAllAgentRequests();
-  EXPECT_FALSE(SpawnPermit().granted());
-}
-
 TEST(SpawnPermit, HoldsUpTheEndUntilTheChildIsAdopted) {
   std::optional<SpawnPermit> permit(std::in_place);
+  EXPECT_TRUE(permit->granted());
   TestThread ending([] { cancelAllAgentRequests(); });
   while (waitUnlessEnding(0)) sleepMs(1);
   OwnedProcess child = idleChild();
   const OwnedProcess watched = duplicateProcess(child);
-  (void)adoptOwnedAgent(std::move(child), 8090);
+  EXPECT_EQ(adoptOwnedAgent(std::move(child), 8090), 0U);
+  EXPECT_EQ(currentAgentPort(), 0);
   permit.reset();
   ending.join();
   EXPECT_TRUE(waitForExit(watched, 10'000));
+  EXPECT_FALSE(SpawnPermit().granted());
 }
 
 }  // namespace

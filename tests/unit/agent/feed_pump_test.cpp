@@ -107,13 +107,7 @@ ScriptedServer::Script inTwoParts(std::string first, Gate& gate, std::string the
   };
 }
 
-struct FeedCase {
-  const char* name;
-  std::string answer;
-  Lines lines;
-};
-
-const FeedCase feedCases[] = {
+const std::tuple<const char*, std::string, Lines> feedCases[] = {
     {"events and other blocks",
      head + event("a") + ": c\n\n" + event("b"),
      {"a", "b", "ended 200"}},
@@ -130,11 +124,11 @@ const FeedCase feedCases[] = {
 
 TEST(FeedPump, ForwardsTheEventsAndReportsTheEndOnce) {
   Lines wanted;
-  for (const FeedCase& c : feedCases) {
-    SCOPED_TRACE(c.name);
-    ScriptedServer server(sendInPieces(c.answer, 7));
+  for (const auto& [name, answer, lines] : feedCases) {
+    SCOPED_TRACE(name);
+    ScriptedServer server(sendInPieces(answer, 7));
     readNext(server);
-    wanted.insert(wanted.end(), c.lines.begin(), c.lines.end());
+    wanted.insert(wanted.end(), lines.begin(), lines.end());
     EXPECT_EQ(record().waitFor(wanted.back()), wanted);
     EXPECT_EQ(server.requests("GET /feed HTTP/1.1\r\n").size(), 1U);  // it is not tried again
     record().add("next");                                             // two cases end alike
