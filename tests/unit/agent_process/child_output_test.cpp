@@ -10,13 +10,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-struct LineCase {
-  const char* name;
-  std::string output;
-  Lines lines;
-};
-
-const LineCase lineCases[] = {
+const std::tuple<const char*, std::string, Lines> lineCases[] = {
     {"nothing", "", {}},
     {"CR LF and LF", "a\r\nb\n", {"a", "b"}},
     {"a last line without LF", "a\nb", {"a"}},
@@ -43,12 +37,12 @@ Lines linesOf(std::initializer_list<std::string_view> pieces) {
 }
 
 TEST(LineSplitter, CutsTheSameLinesHoweverTheyArrive) {
-  for (const LineCase& c : lineCases) {
-    const std::string_view all = c.output;
+  for (const auto& [name, output, lines] : lineCases) {
+    const std::string_view all = output;
     for (std::size_t cut = 0; cut <= all.size(); ++cut) {
       const std::string_view one = all.substr(cut, 1);  // a byte by itself, too
-      ASSERT_EQ(linesOf({all.substr(0, cut), one, all.substr(cut + one.size())}), c.lines)
-          << c.name << " cut at " << cut;
+      ASSERT_EQ(linesOf({all.substr(0, cut), one, all.substr(cut + one.size())}), lines)
+          << name << " cut at " << cut;
     }
   }
 }

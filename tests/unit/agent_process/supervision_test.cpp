@@ -3,6 +3,7 @@
 #include "agent/agent_end.h"
 #include "agent/current_agent.h"
 #include "agent/running_turns.h"
+#include "agent_process/agent_launch.h"
 #include "agent_process/cli_dir.h"
 #include "agent_process/cli_location.h"
 #include "channel/host_log.h"
@@ -37,15 +38,11 @@ std::vector<std::string> logged() {
 // Nothing is installed, and no agent answers on the ports.
 class EnsureAgent : public testing::Test {
  protected:
-  EnsureAgent()
-      : path_("PATH", toUtf8(folder_.path().wstring())),
-        local_("LOCALAPPDATA", toUtf8(folder_.path().wstring())) {
-    setAgentListener(listener);
-  }
+  EnsureAgent() { setAgentListener(listener); }
 
-  TestFolder folder_;
-  EnvironmentVariable path_;
-  EnvironmentVariable local_;
+  const TestFolder folder_;
+  const EnvironmentVariable path_{"PATH", toUtf8(folder_.path().wstring())};
+  const EnvironmentVariable local_{"LOCALAPPDATA", toUtf8(folder_.path().wstring())};
   std::string error_ = "untouched";
 };
 
@@ -76,7 +73,9 @@ TEST_F(EnsureAgent, FailsWhenNoneOfFiveStartsBecomesReady) {
   const std::vector<std::string> lines = logged();
   ASSERT_EQ(lines.size(), 1U + agentPorts.size() + 1U);  // where it is, the starts, the error
   for (std::size_t i = 1; i <= agentPorts.size(); ++i) {
-    EXPECT_TRUE(lines[i].starts_with("error spawn failed ")) << lines[i];
+    const std::string file = toUtf8((folder_.path() / cliNameUtf8).wstring());
+    EXPECT_THAT(lines[i], testing::StartsWith("error spawn failed " + file + " win32="));
+    EXPECT_GT(std::stoi(lines[i].substr(lines[i].rfind('=') + 1)), 0);
   }
   EXPECT_EQ(heard, "");
 }
@@ -123,6 +122,12 @@ TEST(EndUnusedAgent, ReportsItsEndUnlessItIsInUse) {
   endUnusedAgent();
   endUnusedAgent();
   EXPECT_EQ(heard, "stopped 8090 1;");
+}
+
+TEST(AgentCommandLine, IsExact) {
+  EXPECT_EQ(agentCommandLine(L"C:\\x y\\morva-viewer-cli.exe", 8090),
+            L"\"C:\\x y\\morva-viewer-cli.exe\" --no-gui --log-level trace llm agent --serve "
+            L"--host 127.0.0.1 --port 8090 --consent-ui stream");
 }
 
 }  // namespace
