@@ -14,12 +14,7 @@ std::string translated(const std::string& event) {
   return briefEvents(output.finish());
 }
 
-struct EventCase {
-  const char* event;
-  const char* brief;
-};
-
-const EventCase eventCases[] = {
+const std::tuple<const char*, const char*> eventCases[] = {
     {R"({"type":"thinking","text":"hm"})", R"(appendThinking [{"text":"hm"}])"},
     {R"({"type":"thinking"})", R"(appendThinking [{"text":""}])"},
     {R"({"type":"thinking","text":null})", R"(appendThinking [{"text":""}])"},
@@ -35,12 +30,12 @@ const EventCase eventCases[] = {
 };
 
 TEST(TranslateAgentEvent, TranslatesEachType) {
-  for (const EventCase& c : eventCases) EXPECT_EQ(translated(c.event), c.brief) << c.event;
+  for (const auto& [event, brief] : eventCases) EXPECT_EQ(translated(event), brief) << event;
 }
 
 // The members of a tool's event, and those of its line besides "role", and "toolRunning" for a
 // call.
-const EventCase toolCases[] = {
+const std::tuple<const char*, const char*> toolCases[] = {
     {R"("name":"read","text":"reads a.txt","id":"7")", R"("text":"reads a.txt","toolCallId":"7")"},
     {R"("name":"read","text":"")", R"("text":"read")"},
     {R"("name":null,"text":null,"id":null)", R"("text":"tool")"},
@@ -54,9 +49,9 @@ const EventCase toolCases[] = {
 };
 
 TEST(TranslateAgentEvent, ShowsToolCallsAndResultsAsLines) {
-  for (const EventCase& c : toolCases) {
-    json line = json::parse(std::string("{") + c.brief + R"(,"role":"tool"})");
-    const std::string members = std::string(",") + c.event + "}";
+  for (const auto& [event, brief] : toolCases) {
+    json line = json::parse(std::string("{") + brief + R"(,"role":"tool"})");
+    const std::string members = std::string(",") + event + "}";
     EXPECT_EQ(translated(R"({"type":"tool_result")" + members),
               "appendText " + json::array({line}).dump());
     line["toolRunning"] = true;
@@ -86,7 +81,7 @@ TEST(TranslateAgentEvent, AttachesTheFileOfAResult) {
 }
 
 // The members of a run's event besides "type".
-const EventCase runCases[] = {
+const std::tuple<const char*, const char*> runCases[] = {
     {R"("id":"7","event":"start","command":"ls")", R"(startRun ["7","ls"])"},
     {R"("id":"7","event":"start")", R"(startRun ["7",""])"},
     {R"("id":"7","event":"done","exit_code":3,"duration_ms":5000000000)",
@@ -104,9 +99,9 @@ const EventCase runCases[] = {
 };
 
 TEST(TranslateAgentEvent, ShowsRunsOfCommands) {
-  for (const EventCase& c : runCases) {
-    const std::string event = std::string(R"({"type":"tool_file_progress",)") + c.event + "}";
-    EXPECT_EQ(translated(event), c.brief) << event;
+  for (const auto& [event, brief] : runCases) {
+    const std::string head = R"({"type":"tool_file_progress",)";
+    EXPECT_EQ(translated(head + event + "}"), brief) << event;
   }
 }
 

@@ -25,8 +25,8 @@ AgentDouble::Script saysAndStays(const std::string& text, Gate& gate) {
   };
 }
 
-// Starts the stream, again and again, until one of these starts has opened the `count`-th feed, or,
-// when that ended at once, one more: the end of the one before is nothing that could be waited for.
+// Starts the stream until the `count`-th feed is open, or one more: the end of the one before is
+// nothing that could be waited for.
 void startUntil(AgentDouble& agent, std::size_t count) {
   for (int i = 0; i < 3000 && agent.requests(anyFeed).size() < count; ++i) {
     startChatEvents({agent.port()});
@@ -35,12 +35,7 @@ void startUntil(AgentDouble& agent, std::size_t count) {
   EXPECT_GE(agent.requests(anyFeed).size(), count);
 }
 
-struct ForwardCase {
-  const char* said;
-  const char* forwarded;
-};
-
-const ForwardCase forwardCases[] = {
+const std::tuple<const char*, const char*> forwardCases[] = {
     {R"({"method":"m","args":[],"id":7,"sender":"w","x":1})",
      R"({"args":[],"id":7,"method":"m","sender":"w"})"},
     {R"({"method":"m","args":[],"id":{"a":1}})", R"({"args":[],"id":{"a":1},"method":"m"})"},
@@ -55,9 +50,9 @@ TEST(ChatEvents, KeepTheirIdAndSender) {
   CapturedOutput output;
   std::string stream(streamHead);
   std::vector<std::string> wanted;
-  for (const ForwardCase& c : forwardCases) {
-    stream += std::string("data: ") + c.said + "\n\n: c\n\n";
-    wanted.emplace_back(c.forwarded);
+  for (const auto& [said, forwarded] : forwardCases) {
+    stream += std::string("data: ") + said + "\n\n: c\n\n";
+    wanted.emplace_back(forwarded);
   }
   AgentDouble agent([&stream](ServedConnection& connection) { (void)connection.send(stream); });
   startChatEvents({agent.port()});
@@ -174,15 +169,14 @@ TEST(ChatEvents, SurviveAThousandStartsAndStops) {
 
 TEST(ChatEvents, LeaveNoHandleBehind) {
   CapturedOutput output;
-  AgentDouble agent(
-      [](ServedConnection& connection) { (void)connection.send(std::string(streamHead)); });
-  for (std::size_t i = 0; i < 50; ++i) startUntil(agent, 1 + i);
-  const std::size_t before = openHandleCount();
-  for (std::size_t i = 0; i < 50; ++i) startUntil(agent, 51 + i);
+  AgentDouble agent(sendInPieces(std::string(streamHead), 1000));
+  for (std::size_t i = 1; i <= 50; ++i) startUntil(agent, i);
+  const std::size_t most = openHandleCount() + handlesOfTheSystem;
+  for (std::size_t i = 51; i <= 100; ++i) startUntil(agent, i);
   stopChatEvents();
   // The last streams close theirs when they like.
-  for (int i = 0; i < 3000 && openHandleCount() > before + handlesOfTheSystem; ++i) sleepMs(10);
-  EXPECT_LE(openHandleCount(), before + handlesOfTheSystem);
+  for (int i = 0; i < 3000 && openHandleCount() > most; ++i) sleepMs(10);
+  EXPECT_LE(openHandleCount(), most);
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 #include "chat/turn.h"
 
 #include "agent/agent_request.h"
-#include "agent/agent_starts.h"
 #include "agent_process/supervision.h"
+#include "chat/preset_list.h"
 #include "support/agent_double.h"
 #include "support/brief_events.h"
 #include "support/captured_output.h"
@@ -51,62 +51,40 @@ std::string ended(const std::string& error) {
   return "agentDone " + json{"r", error.empty(), error}.dump();
 }
 
-TEST(Turn, ShowsTheAnswerThenItsUsageThenTheEnd) {
-  AgentDouble agent([](ServedConnection& connection) {
-    (void)connection.send(head + delta +
-                          "data: {\"choices\":[{}],\"usage\":{\"total_tokens\":3}}\n\n"
-                          "data: {\"choices\":[{\"delta\":{\"content\":\"b\"}}]}");
-  });
-  agent.adopt();
-  EXPECT_EQ(eventsOf(sendMessage()), begun + R"(appendAssistantDelta [{"delta":"a","seq":1}]; )" +
-                                         R"(appendAssistantDelta [{"delta":"b","seq":2}]; )" +
-                                         R"(completeAssistantText [{"text":"ab"}]; )" +
-                                         R"(setTurnLlmUsage [{"total_tokens":3}]; )" + ended(""));
-}
+const std::string wrongType = "[json.exception.type_error.302] type must be string, but is number";
+const std::string shown = R"(appendAssistantDelta [{"delta":"a","seq":1}]; )";
+const std::string whole = shown + R"(completeAssistantText [{"text":"a"}]; )";
+const std::string nothing = R"(completeAssistantText [{"text":""}]; )";
 
-struct EndCase {
-  const char* name;
-  std::string answer;
-  const char* error;  // a beginning; nullptr: the turn succeeds
-};
-
-const EndCase endCases[] = {
-    {"an end without a word", head, nullptr},
-    {"the last good status", answerText("", "399 X"), nullptr},
-    {"the first bad one", answerText("", "400 X"), "agent request failed"},
-    {"a bad one with an error event", answerText("data: {\"error\":\"busy\"}\n\n", "503 X"),
-     "agent request failed"},
-    {"a bad one after some text", "HTTP/1.1 500 No\r\n\r\n" + delta, nullptr},
-    {"broken off", "HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\n" + delta, nullptr},
-    {"no answer", "", "agent request failed"},
-    {"no JSON", head + delta + "data: {x\n\n", "[json.exception.parse_error.101] "},
+// The events after those of the beginning.
+const std::tuple<const char*, std::string, std::string> endCases[] = {
+    {"a whole answer, but for its last blank line",
+     head + delta + "data: {\"choices\":[{}],\"usage\":{\"total_tokens\":3}}",
+     whole + R"(setTurnLlmUsage [{"total_tokens":3}]; )" + ended("")},
+    {"an end without a word", head, nothing + ended("")},
+    {"the last good status", answerText("", "399 X"), nothing + ended("")},
+    {"the first bad one", answerText("", "400 X"), ended("agent request failed")},
+    {"a bad one with an error event", answerText("data: {\"error\":5}\n\n", "503 X"),
+     R"(appendText [{"role":"error","text":"5"}]; )" + ended("agent request failed")},
+    {"a bad one after some text", "HTTP/1.1 500 No\r\n\r\n" + delta, whole + ended("")},
+    {"broken off", "HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\n" + delta, whole + ended("")},
+    {"no answer", "", ended("agent request failed")},
+    {"what cannot be understood", head + delta + "data: {\"object\":5}\n\n",
+     shown + ended(wrongType)},
 };
 
 TEST(Turn, EndsOnceHoweverTheRequestEnds) {
-  for (const EndCase& c : endCases) {
-    SCOPED_TRACE(c.name);
-    AgentDouble agent(sendInPieces(c.answer, 1000));
+  for (const auto& [name, answer, events] : endCases) {
+    SCOPED_TRACE(name);
+    AgentDouble agent(sendInPieces(answer, 1000));
     agent.adopt();
-    const std::string events = eventsOf(sendMessage());
-    const std::size_t end = events.find("agentDone ");
-    ASSERT_NE(end, events.npos);
-    const json done = json::parse(events.substr(end + 10));  // nothing comes after it
-    EXPECT_EQ(done.at(1), c.error == nullptr);
-    EXPECT_TRUE(done.at(2).get<std::string>().starts_with(c.error ? c.error : "")) << done;
-    EXPECT_EQ(events.find("completeAssistantText") != events.npos, c.error == nullptr);
+    EXPECT_EQ(eventsOf(sendMessage()), begun + events);
   }
 }
 
-struct RequestCase {
-  const char* message;
-  const char* content;
-  const char* morva;
-};
-
-const RequestCase requestCases[] = {
+const std::tuple<const char*, const char*, const char*> requestCases[] = {
     {R"({})", "p", "{}"},
     {R"({"browser":["u"],"context_paths":{"a":1}})", "p", "{}"},
-    {R"({"browser":null,"context_paths":null})", "p", "{}"},
     {R"({"context_paths":[]})", "p", R"({"selection":[]})"},
     {R"({"browser":{}})", "p", R"({"browser":{}})"},
     {R"({"browser":{"currentUrl":"","currentTitle":"t"}})", "p",
@@ -116,7 +94,6 @@ const RequestCase requestCases[] = {
     {R"({"browser":{"currentUrl":"u\n","currentTitle":"\n"},"context_paths":["x"]})",
      "[chrome tab] \n \xE2\x80\x94 u\n\n\np",
      R"({"browser":{"currentTitle":"\n","currentUrl":"u\n"},"selection":["x"]})"},
-    {R"({"browser":"u","context_paths":5})", "p", "{}"},
     {R"({"browser":{"currentUrl":"u"}})", "[chrome tab]  \xE2\x80\x94 u\n\np",
      R"({"browser":{"currentUrl":"u"}})"},
 };
@@ -124,15 +101,15 @@ const RequestCase requestCases[] = {
 TEST(Turn, AsksWithTheTabAndTheSelection) {
   AgentDouble agent(sendInPieces(head, 1000));
   agent.adopt();
-  for (const RequestCase& c : requestCases) {
-    SCOPED_TRACE(c.message);
-    (void)eventsOf(sendMessage(json::parse(c.message)));
+  for (const auto& [message, content, morva] : requestCases) {
+    SCOPED_TRACE(message);
+    (void)eventsOf(sendMessage(json::parse(message)));
     json body = json::parse(bodyOf(agent.requests("POST /v1/chat/completions ").back()));
-    json morva = body.value("morva", json::object());
-    morva.erase("cwd");  // the system's choice
-    EXPECT_EQ(morva.dump(), json::parse(c.morva).dump());
+    json sent = body.value("morva", json::object());
+    sent.erase("cwd");  // the system's choice
+    EXPECT_EQ(sent.dump(), json::parse(morva).dump());
     body.erase("morva");
-    const json messages = {{{"role", "user"}, {"content", c.content}}};
+    const json messages = {{{"role", "user"}, {"content", content}}};
     EXPECT_EQ(
         body,
         (json{{"model", "m"}, {"stream", true}, {"messages", messages}, {"session_id", "c"}}));
@@ -152,17 +129,11 @@ TEST(Turn, IsOfTheSessionChromeWhenNoneIsNamed) {
   }
 }
 
-struct PresetCase {
-  const char* name;
-  std::string answer;
-  const char* error;  // a beginning
-};
-
-const PresetCase presetCases[] = {
+// With the beginning of the error.
+const std::tuple<const char*, std::string, const char*> presetCases[] = {
     {"an empty list", answerText(R"({"data":[]})"), "no chat preset is selected"},
     {"a failure that is JSON", answerText("5", "500 No"), "no chat preset is selected"},
     {"no JSON", answerText("<html>"), "[json.exception.parse_error.101] "},
-    {"nothing", answerText(""), "[json.exception.parse_error.101] "},
     {"too deep", answerText(std::string(20'000, '[')), "json nested too deeply"},
     {"no answer", "", "agent request failed"},
     {"half an answer", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{", "agent response truncated"},
@@ -181,12 +152,12 @@ TEST(Turn, AsksForAPresetWhenNoneIsGiven) {
 }
 
 TEST(Turn, EndsWithoutAPreset) {
-  for (const PresetCase& c : presetCases) {
-    SCOPED_TRACE(c.name);
-    AgentDouble agent(sendInPieces(c.answer, 100'000));
+  for (const auto& [name, answer, error] : presetCases) {
+    SCOPED_TRACE(name);
+    AgentDouble agent(sendInPieces(answer, 100'000));
     agent.adopt();
     const std::string events = eventsOf(sendMessage({{"preset", ""}}));
-    const std::string wanted = unnamed + R"(agentDone ["r",false,")" + c.error;
+    const std::string wanted = unnamed + R"(agentDone ["r",false,")" + error;
     EXPECT_EQ(events.substr(0, wanted.size()), wanted);
     EXPECT_TRUE(agent.requests("POST ").empty());
   }
@@ -194,8 +165,7 @@ TEST(Turn, EndsWithoutAPreset) {
 
 TEST(Turn, EndsBeforeItBeginsForATextOfAnotherType) {
   for (const char* const key : {"prompt", "preset", "chat_session_id"}) {
-    EXPECT_EQ(eventsOf(sendMessage({{key, 5}})),
-              ended("[json.exception.type_error.302] type must be string, but is number"));
+    EXPECT_EQ(eventsOf(sendMessage({{key, 5}})), ended(wrongType));
   }
 }
 
@@ -245,34 +215,6 @@ TEST(Turn, EndsWhenItIsStoppedWhateverItWaitsFor) {
   }
 }
 
-TEST(Turn, EndsWhenItIsStoppedWhileAnotherThreadStartsAnAgent) {
-  std::string error;
-  ASSERT_EQ(joinStart(finishedStarts(), error), StartRole::leader);
-  const ChatTurn turn(sendMessage());
-  CapturedOutput output;
-  TestThread thread([&turn] { run_turn(turn); });
-  output.waitFor(2);
-  stopTurns();
-  EXPECT_EQ(eventsIn(output, turn), begun + ended("cancelled"));
-  finishStart("x");
-}
-
-TEST(Turn, StoppedInAFloodOfEventsSaysNothingAfterItsEnd) {
-  AgentDouble agent([](ServedConnection& connection) {
-    (void)connection.send(head);
-    while (connection.send(delta)) continue;
-  });
-  agent.adopt();
-  const ChatTurn turn(sendMessage());
-  CapturedOutput output;
-  TestThread thread([&turn] { run_turn(turn); });
-  output.waitFor(50);
-  stopTurns();
-  thread.join();
-  const std::string events = eventsIn(output, turn);
-  EXPECT_EQ(events.substr(events.find("agentDone")), ended("cancelled"));
-}
-
 TEST(Turn, StoppedInTheMiddleOfAnEventIsCancelled) {
   for (const std::string& rest : {"data: {"s, "data: {x\n\n"s}) {
     SCOPED_TRACE(rest);
@@ -286,15 +228,39 @@ TEST(Turn, StoppedInTheMiddleOfAnEventIsCancelled) {
   }
 }
 
-TEST(Turn, RunsOnAThreadOfItsOwnUntilItsEnd) {
-  CapturedOutput output;
-  AgentDouble agent(sendInPieces(head, 1000));
-  agent.adopt();
-  EXPECT_TRUE(startTurn(sendMessage()));
-  const auto frames = output.waitUntil([](const CapturedOutput::Frames& all) {
-    return !all.empty() && all.back().find("agentDone") != std::string::npos;
-  });
-  EXPECT_EQ(agent.requests("POST ").size(), 1U);
+std::string preset(const std::string& id, const std::string& name, bool isDefault) {
+  return json{{"id", id}, {"name", name}, {"is_default", isDefault}, {"isDefault", isDefault}}
+      .dump();
+}
+
+const std::tuple<const char*, const char*, std::string, const char*> listCases[] = {
+    {"no object", "[]", "[]", ""},
+    {"no data", "{}", "[]", ""},
+    {"data that is no array", R"({"data":{"id":"a"}})", "[]", ""},
+    {"no default: the first", R"({"data":[{"id":"a"},{"id":"b"}]})",
+     "[" + preset("a", "a", false) + "," + preset("b", "b", false) + "]", "a"},
+    {"the default", R"({"data":[{"id":"a"},{"id":"b","morva_is_default":true}]})",
+     "[" + preset("a", "a", false) + "," + preset("b", "b", true) + "]", "b"},
+    {"the first of two defaults",
+     R"({"data":[{"id":"a","morva_is_default":true},{"id":"b","morva_is_default":true}]})",
+     "[" + preset("a", "a", true) + "," + preset("b", "b", true) + "]", "a"},
+    {"a preset's own id", R"({"data":[{"id":"a","morva_preset_id":"p","morva_is_default":false}]})",
+     "[" + preset("p", "a", false) + "]", "p"},
+    {"others are passed over",
+     R"({"data":[5,null,"x",[],{},{"id":""},{"id":null},{"id":5},{"id":"a"}]})",
+     "[" + preset("a", "a", false) + "]", "a"},
+    {"wrong types count as missing",
+     R"({"data":[{"id":"a","morva_preset_id":5,"morva_is_default":"true"}]})",
+     "[" + preset("a", "a", false) + "]", "a"},
+};
+
+TEST(PresetList, IsNormalizedAndHasADefault) {
+  for (const auto& [name, models, presets, chosen] : listCases) {
+    SCOPED_TRACE(name);
+    const json list = normalizePresetList(json::parse(models));
+    EXPECT_EQ(list.dump(), presets);
+    EXPECT_EQ(defaultPresetId(list), chosen);
+  }
 }
 
 }  // namespace

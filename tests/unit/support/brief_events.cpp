@@ -20,4 +20,10 @@ std::string briefEvents(const CapturedOutput::Frames& frames) {
   return brief;
 }
 
+void expectBrief(CapturedOutput& output, const std::string& events) {
+  const auto frames = output.waitUntil(
+      [&events](const auto& sent) { return briefEvents(sent).size() >= events.size(); });
+  EXPECT_EQ(briefEvents(frames), events);
+}
+
 }  // namespace media::win::chrome_inspect

@@ -9,4 +9,7 @@ namespace media::win::chrome_inspect {
 // and of chat session "c" are left out. Log lines are left out, too.
 std::string briefEvents(const CapturedOutput::Frames& frames);
 
+// Waits until as much has been sent, and expects it to be these events.
+void expectBrief(CapturedOutput& output, const std::string& events);
+
 }  // namespace media::win::chrome_inspect
