@@ -1,6 +1,7 @@
 #include "support/page_tree.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <string>

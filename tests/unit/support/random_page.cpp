@@ -2,7 +2,6 @@
 
 #include <iterator>
 #include <sstream>
-#include <utility>
 #include <vector>
 
 namespace media::win::chrome_inspect {
