@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "channel/panel_events.h"
+#include "text/json_text.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
@@ -44,9 +45,16 @@ void TurnEvents::send(EventFrames& frames) {
 void TurnEvents::succeed(std::string_view chatSessionId, std::string_view text, const json& usage) {
   const Lock lock(mutex_);
   if (ended_) return;
-  emitPanelMessage(
-      "completeAssistantText",
-      json::array({{{"runId", runId_}, {"chatSessionId", chatSessionId}, {"text", text}}}));
+  EventFrames frames;
+  std::string& args = frames.begin() += '[';
+  JsonObjectText answer(args);
+  answer.text("chatSessionId", chatSessionId);
+  answer.text("runId", runId_);
+  answer.text("text", text);
+  answer.end();
+  args += ']';
+  frames.end("completeAssistantText");
+  sendEventFrames(frames);
   if (usage.is_object() && !usage.empty())
     emitPanelMessage("setTurnLlmUsage", json::array({usage}));
   sendDone(true, "");

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "channel/framing.h"
 #include "chat/agent_event.h"
 #include "chat/text_events.h"
 #include "text/json_read.h"
@@ -47,8 +48,8 @@ void showError(TurnStream& stream, const json& error) {
 
 constexpr std::string_view deltaMethod = "appendAssistantDelta";
 
-// A longer text may have to be sent in pieces.
-constexpr std::size_t maxTextAtOnce = 8192;
+// Whether the text fits into a frame however much escaping adds, and not only perhaps.
+bool surelyFits(std::string_view text) { return text.size() < outboundLimit() / 8; }
 
 void sendLongContent(TurnStream& stream, std::string_view content) {
   stream.events->send(stream.frames);
@@ -67,9 +68,8 @@ void addContent(TurnStream& stream, std::string_view content) {
     throw std::length_error("agent answer too large");
   }
   stream.assistantText += content;
-  if (content.size() > maxTextAtOnce) return sendLongContent(stream, content);
-  std::string& args = stream.frames.begin();
-  args += '[';
+  if (!surelyFits(content)) return sendLongContent(stream, content);
+  std::string& args = stream.frames.begin() += '[';
   JsonObjectText delta(args);
   delta.text("chatSessionId", stream.chatSessionId);
   delta.text("delta", content);
