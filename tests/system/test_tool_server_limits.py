@@ -141,7 +141,7 @@ def upload_slowly(connection, _):
 
 def never_read(connection, port):
     # A write of which a part went out is followed by another.
-    until(lambda: has_left(port, connection), "the server does not stop writing", 15)
+    until(lambda: has_left(port, connection), "the server does not stop writing", 40)
     assert len(receive_all(connection)) < 16 * MIB
 
 

@@ -7,6 +7,7 @@ import time
 import warnings
 
 from support.builds import IS_WINDOWS, SLOWER
+from support.sanitizer_reports import take_reports
 
 _tokens = itertools.count(1)
 
@@ -212,7 +213,9 @@ class Panel:
             # about once in some thousand ends of a process.
             warnings.warn(f"Wine died of signal {-code} while the host ended", stacklevel=2)
             code = 0
-        assert code == 0, f"exit code {code}; standard error:\n{self.host.stderr[-4000:]}"
+        # A second complaint at the end of a test, such as that of a sanitizer's report, is not shown.
+        said = self.host.stderr[-4000:] + take_reports()[:8000]
+        assert code == 0, f"exit code {code}; standard error:\n{said}"
         self.check_stream()
 
     def check_stream(self):
