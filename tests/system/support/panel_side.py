@@ -213,7 +213,7 @@ class Panel:
             # about once in some thousand ends of a process.
             warnings.warn(f"Wine died of signal {-code} while the host ended", stacklevel=2)
             code = 0
-        # A second complaint at the end of a test, such as that of a sanitizer's report, is not shown.
+        # A second complaint at the end of a test, such as of a sanitizer's report, is not shown.
         said = self.host.stderr[-4000:] + take_reports()[:8000]
         assert code == 0, f"exit code {code}; standard error:\n{said}"
         self.check_stream()

@@ -223,7 +223,10 @@ TEST(HttpAbort, ClosesEachHandleOnceHoweverManyThreadsAbort) {
     const ScriptedServer server(answerWithItsPath);
     for (int n = 0; n < 150; ++n) exchangeAndAbort(server.port(), thread * 150 + n);
   });
-  EXPECT_LE(openHandleCount(), before + handlesOfTheSystem);
+  // A thread that has done its work still has an exchange to let go.
+  const std::size_t most = before + handlesOfTheSystem;
+  for (int i = 0; i < 3000 && openHandleCount() > most; ++i) sleepMs(10);
+  EXPECT_LE(openHandleCount(), most);
 }
 
 }  // namespace

@@ -77,11 +77,15 @@ bool isKeyItem(const json& item) {
          isOneOf(lenientText(item, "type"), {"text", "email", "password", "search", "number"});
 }
 
-json readItemsOf(json items) {
+json readItemsOf(const json& items) {
   if (!items.is_array()) return items;
-  auto& list = items.get_ref<json::array_t&>();
-  std::stable_partition(list.begin(), list.end(), isKeyItem);
-  return firstOf(items, 12, itemOf);
+  json sorted = json::array();
+  for (const bool isKey : {true, false}) {
+    for (const json& item : items) {
+      if (isKeyItem(item) == isKey) sorted.push_back(item);
+    }
+  }
+  return firstOf(sorted, 12, itemOf);
 }
 
 void addItems(json& out, const json& data) {
