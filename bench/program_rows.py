@@ -91,6 +91,10 @@ def measure_idle(results: Results, sides: list[Side], quick: bool) -> None:
                             seconds // WATCHDOG_S + 1, unit=""))
 
 
+# Nearly as many as one text may have.
+MANY_VALUES = 1_999_000
+
+
 def large_frame(kind: str) -> bytes:
     """A frame of the largest size that is taken."""
     empty = encode({"source": "morva-chat", "kind": "getStatus", "chromeRequestId": 7, "pad": ""})
@@ -98,7 +102,7 @@ def large_frame(kind: str) -> bytes:
     if kind == "one text":
         pad = b'"' + b"x" * room + b'"'
     else:
-        objects = b",".join([b"{}"] * (room // 3))
+        objects = b",".join([b"{}"] * MANY_VALUES)
         pad = b"[" + objects + b"]"
         pad += b" " * (room + 2 - len(pad))
     body = empty[4:].replace(b'"pad":""', b'"pad":' + pad)
@@ -110,7 +114,7 @@ def measure_memory(results: Results, side: Side, quick: bool) -> None:
     with start(side, HOST) as host, start(side, ECHO) as echo:
         results.add(Row(side.name, "peak memory, idle", f"host {host.peak_memory_mib():.1f} MiB, "
                         f"baseline {echo.peak_memory_mib():.1f} MiB"))
-    for kind in ("one text", "[{},{},..."):
+    for kind in ("one text", "[{},{},... and blanks"):
         frame = large_frame(kind)
         peaks, times = {}, {}
         for name in (HOST, ECHO):
