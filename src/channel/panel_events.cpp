@@ -1,19 +1,26 @@
 #include "channel/panel_events.h"
 
 #include <nlohmann/json.hpp>
-#include <utility>
 #include <vector>
 
 #include "channel/event_batch.h"
 #include "channel/host_log.h"
 
 namespace media::win::chrome_inspect {
+namespace {
+
+EventBatch batchOf(const std::vector<nlohmann::json>& lines) {
+  EventBatch batch;
+  for (const nlohmann::json& line : lines) batch.add("appendDebugLog", line);
+  return batch;
+}
+
+}  // namespace
 
 void emitPanelMessage(std::string_view method, const nlohmann::json& args) {
   if (method.empty() || !args.is_array()) return;
   sendBehindLogLines([&](const std::vector<nlohmann::json>& lines) {
-    EventBatch batch;
-    for (const nlohmann::json& line : lines) batch.add("appendDebugLog", line);
+    EventBatch batch = batchOf(lines);
     batch.add(method, args);
     (void)batch.send();  // the browser is gone; the reader will notice
   });
@@ -21,17 +28,14 @@ void emitPanelMessage(std::string_view method, const nlohmann::json& args) {
 
 void sendEventFrames(EventFrames& frames) {
   sendBehindLogLines([&](const std::vector<nlohmann::json>& lines) {
-    EventBatch batch;
-    for (const nlohmann::json& line : lines) batch.add("appendDebugLog", line);
-    (void)frames.send(std::move(batch));  // the browser is gone; the reader will notice
+    (void)frames.send(batchOf(lines));  // the browser is gone; the reader will notice
   });
 }
 
 void sendChatEventBatch(const nlohmann::json& events) {
   if (events.empty()) return;
   sendBehindLogLines([&](const std::vector<nlohmann::json>& lines) {
-    EventBatch batch;
-    for (const nlohmann::json& line : lines) batch.add("appendDebugLog", line);
+    EventBatch batch = batchOf(lines);
     for (const nlohmann::json& event : events) batch.add(event);
     (void)batch.send();  // the browser is gone; the reader will notice
   });

@@ -117,8 +117,8 @@ class Expectation {
 
 void storeReply(const std::string& id, JsonDocument reply, std::size_t bytes) {
   PendingReplies& replies = pendingReplies();
-  std::vector<JsonDocument>
-      dropped;  // freed after the lock is gone, as is `reply` when nobody wants it
+  // Freed after the lock is gone, as is `reply` when nobody wants it.
+  std::vector<JsonDocument> dropped;
   const Lock lock(replies.mutex);
   const auto expected = replies.expected.find(id);
   if (expected != replies.expected.end()) {

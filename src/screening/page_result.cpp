@@ -77,19 +77,22 @@ void visitMembers(JsonView object, const Visit& visit) {
   }
 }
 
-void appendWhole(Text& text, JsonView value) {
+// Writes an object or a list, each member and element of it by `append`; anything else as it is.
+template <class Append>
+void appendParts(Text& text, JsonView value, const Append& append) {
   if (value.isObject()) {
     JsonObjectText object(text);
-    visitMembers(value, [&](const JsonMember& member) {
-      appendWhole(object.member(member.key), member.value);
-    });
+    visitMembers(
+        value, [&](const JsonMember& member) { append(object.member(member.key), member.value); });
     return object.end();
   }
   if (!value.isArray()) return value.appendTo(text);
   JsonListText list(text);
-  for (const JsonView element : value.elements()) appendWhole(list.element(), element);
+  for (const JsonView element : value.elements()) append(list.element(), element);
   list.end();
 }
+
+void appendWhole(Text& text, JsonView value) { appendParts(text, value, appendWhole); }
 
 void addIfThere(JsonObjectText& object, std::string_view key, JsonView value) {
   if (value) appendWhole(object.member(key), value);
@@ -236,17 +239,7 @@ bool isPageData(JsonView data) {
 // What an action or a step brought back is kept, but a page in it, however deep, only as a summary.
 void appendOutcome(Text& text, JsonView data) {
   if (isPageData(data)) return appendPageData(text, data, false);
-  if (data.isObject()) {
-    JsonObjectText object(text);
-    visitMembers(data, [&](const JsonMember& member) {
-      appendOutcome(object.member(member.key), member.value);
-    });
-    return object.end();
-  }
-  if (!data.isArray()) return data.appendTo(text);
-  JsonListText list(text);
-  for (const JsonView element : data.elements()) appendOutcome(list.element(), element);
-  list.end();
+  appendParts(text, data, appendOutcome);
 }
 
 void appendStep(Text& text, JsonView step) {

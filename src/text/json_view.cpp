@@ -72,12 +72,12 @@ std::string_view JsonView::text() const {
   return {yyjson_get_str(asMutable(value_)), yyjson_get_len(asMutable(value_))};
 }
 
-JsonView::Elements JsonView::elements() const {
+JsonRange<JsonView> JsonView::elements() const {
   const std::size_t count = isArray() ? size() : 0;
   return {count > 0 ? unsafe_yyjson_get_first(asMutable(value_)) : nullptr, count};
 }
 
-JsonView::Members JsonView::members() const {
+JsonRange<JsonMember> JsonView::members() const {
   const std::size_t count = isObject() ? size() : 0;
   return {count > 0 ? unsafe_yyjson_get_first(asMutable(value_)) : nullptr, count};
 }

@@ -18,6 +18,8 @@ struct yyjson_doc;
 namespace media::win::chrome_inspect {
 
 struct JsonMember;
+template <class Item>
+class JsonRange;
 
 // One value of a document, or none. Cheap to copy; valid as long as its document lives. What it is
 // not it answers for as if it were empty: no text, no members, no elements.
@@ -42,10 +44,8 @@ class JsonView {
   // The characters of a string.
   std::string_view text() const;
 
-  class Elements;
-  class Members;
-  Elements elements() const;
-  Members members() const;
+  JsonRange<JsonView> elements() const;
+  JsonRange<JsonMember> members() const;
 
   // Appends the value as compact text; "null" for none.
   void appendTo(std::string& text) const;
@@ -96,24 +96,16 @@ JsonMember JsonIterator<JsonMember>::operator*() const;
 template <>
 JsonIterator<JsonMember>& JsonIterator<JsonMember>::operator++();
 
-class JsonView::Elements {
+// What there is to iterate over.
+template <class Item>
+class JsonRange {
  public:
-  Elements(const yyjson_val* first, std::size_t count) : begin_(first, count) {}
-  JsonIterator<JsonView> begin() const { return begin_; }
-  JsonIterator<JsonView> end() const { return {}; }
+  JsonRange(const yyjson_val* first, std::size_t count) : begin_(first, count) {}
+  JsonIterator<Item> begin() const { return begin_; }
+  JsonIterator<Item> end() const { return {}; }
 
  private:
-  JsonIterator<JsonView> begin_;
-};
-
-class JsonView::Members {
- public:
-  Members(const yyjson_val* first, std::size_t count) : begin_(first, count) {}
-  JsonIterator<JsonMember> begin() const { return begin_; }
-  JsonIterator<JsonMember> end() const { return {}; }
-
- private:
-  JsonIterator<JsonMember> begin_;
+  JsonIterator<Item> begin_;
 };
 
 // Owns a document. Any number of threads may look at it while none changes it.
