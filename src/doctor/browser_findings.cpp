@@ -7,6 +7,7 @@
 #include "common/whole_file.h"
 #include "platform/files.h"
 #include "platform/registry.h"
+#include "setup/host_keys.h"
 #include "setup/host_manifest.h"
 #include "text/wide.h"
 
@@ -43,13 +44,14 @@ bool areUserHostsForbidden(const Browser& browser) {
   return false;
 }
 
+bool isFullPath(const std::wstring& path) { return isDrivePath(path) || path.starts_with(L"\\\\"); }
+
 // The program as a full path; a manifest may name it relative to its own folder.
 std::wstring programOf(const std::wstring& manifest, const std::string& named) {
   std::wstring program = toWide(named);
   std::wstring full;
   const std::size_t separator = manifest.find_last_of(L"/\\");
-  const bool isRelative = !isDrivePath(program) && !program.starts_with(L"\\\\");
-  if (isRelative && separator != std::wstring::npos) {
+  if (!isFullPath(program) && separator != std::wstring::npos) {
     program = joinPath(manifest.substr(0, separator), program);
   }
   return absolutePath(program, full) ? full : program;
@@ -59,6 +61,10 @@ void lookAtManifest(const std::wstring& ownProgram, BrowserState& state) {
   const std::wstring path = toWide(state.manifest);
   std::string text;
   std::string named;
+  if (!isFullPath(path)) {
+    state.manifestFault = "it is not named by its full path";
+    return;
+  }
   if (!readWholeFile(path, maxManifestBytes, text)) {
     state.manifestFault = "it cannot be read";
     return;
@@ -68,18 +74,28 @@ void lookAtManifest(const std::wstring& ownProgram, BrowserState& state) {
   state.program = toUtf8(program);
   state.programExists = isExistingFile(program);
   state.programIsThis = isSamePath(program, ownProgram);
+  state.programPathTooLong = program.size() > maxProgramPath;
+}
+
+void lookForHost(const Browser& browser, BrowserState& state) {
+  RegistryRoot roots[] = {RegistryRoot::user, RegistryRoot::machine};
+  if (state.userHostsForbidden) std::swap(roots[0], roots[1]);
+  HostKey key;
+  for (const RegistryRoot root : roots) {
+    if (!findHost(keysReadBy(browser, root), key, state.manifest)) continue;
+    state.key = shownKey(key);
+    state.forAllUsers = root == RegistryRoot::machine;
+    return;
+  }
 }
 
 BrowserState lookAtBrowser(const Browser& browser, const std::wstring& ownProgram) {
   BrowserState state;
   state.installed = isInstalled(browser);
   state.version = lastVersionOf(browser);
-  const std::wstring key = hostKeyOf(browser);
-  if (!readRegistryText(RegistryRoot::user, key, L"", state.manifest)) {
-    state.forAllUsers = readRegistryText(RegistryRoot::machine, key, L"", state.manifest);
-  }
-  if (!state.manifest.empty()) lookAtManifest(ownProgram, state);
   state.userHostsForbidden = areUserHostsForbidden(browser);
+  lookForHost(browser, state);
+  if (!state.key.empty()) lookAtManifest(ownProgram, state);
   state.hostForbidden = isHostForbidden(readPolicyList(browser, L"NativeMessagingBlocklist"),
                                         readPolicyList(browser, L"NativeMessagingAllowlist"));
   return state;
@@ -87,8 +103,9 @@ BrowserState lookAtBrowser(const Browser& browser, const std::wstring& ownProgra
 
 // --- Judging ---
 
-std::string registerCommand(const Browser& browser) {
-  return "run: " + std::string(programName) + " --register --browser " + browser.name;
+std::string registerCommand(const Browser& browser, const BrowserState& state) {
+  return "run: " + std::string(programName) + " --register --browser " + browser.name +
+         (state.userHostsForbidden ? " --all-users" : "");
 }
 
 Finding findingFor(const Browser& browser, const char* what) {
@@ -98,23 +115,39 @@ Finding findingFor(const Browser& browser, const char* what) {
   return finding;
 }
 
-Finding judgeRegistration(const Browser& browser, const BrowserState& state, bool anyRegistered) {
+bool isRegistered(const BrowserState& state) { return !state.key.empty(); }
+
+// An earlier browser that finds the host in the same key.
+const Browser* earlierReader(const BrowserStates& states, std::size_t index) {
+  for (std::size_t i = 0; i < index; ++i) {
+    if (isRegistered(states.at(i)) && states.at(i).key == states.at(index).key) {
+      return &browsers.at(i);
+    }
+  }
+  return nullptr;
+}
+
+Finding judgeRegistration(const Browser& browser, const BrowserState& state, bool anyRegistered,
+                          const Browser* earlier) {
   Finding finding = findingFor(browser, "registration");
   finding.facts = {{"installed", state.installed},
                    {"version", state.version},
+                   {"key", state.key},
                    {"manifest", state.manifest},
                    {"forAllUsers", state.forAllUsers}};
-  if (!state.manifest.empty()) {
+  if (!state.installed && (!isRegistered(state) || earlier != nullptr)) {
+    finding.health = Health::note;
+    finding.text = isRegistered(state) ? "not installed" : "not installed, not registered";
+  } else if (earlier != nullptr) {
+    finding.text = std::string("registered, by the key that ") + earlier->title + " reads";
+  } else if (isRegistered(state)) {
     finding.text =
         (state.forAllUsers ? "registered for all users: " : "registered: ") + state.manifest;
-  } else if (!state.installed) {
-    finding.health = Health::note;
-    finding.text = "not installed, not registered";
   } else {
     // Somebody who uses one browser need not register with all.
     finding.health = anyRegistered ? Health::note : Health::problem;
     finding.text = "installed, but not registered";
-    finding.remedy = registerCommand(browser);
+    finding.remedy = registerCommand(browser, state);
   }
   return finding;
 }
@@ -123,9 +156,13 @@ Finding judgeManifest(const Browser& browser, const BrowserState& state) {
   Finding finding = findingFor(browser, "manifest");
   finding.facts = {{"program", state.program}, {"thisProgram", state.programIsThis}};
   finding.health = Health::problem;
-  finding.remedy = registerCommand(browser);
+  finding.remedy = registerCommand(browser, state);
   if (!state.manifestFault.empty()) {
     finding.text = "the browser does not take it: " + state.manifestFault;
+  } else if (state.programPathTooLong) {
+    finding.text =
+        "Windows starts no program at a path of 260 characters or more: " + state.program;
+    finding.remedy = "move the program to a shorter folder and register it there";
   } else if (state.programIsThis) {
     finding.health = Health::ok;
     finding.text = "valid, starts this program";
@@ -153,7 +190,8 @@ Finding judgePolicy(const Browser& browser, const BrowserState& state) {
     finding.text =
         "an administrator's policy forbids hosts that are registered for one user "
         "(NativeMessagingUserLevelHosts)";
-    finding.remedy = "ask the administrator to allow them, or to register the host for all users";
+    finding.remedy = "ask the administrator to allow them, or to run: " + std::string(programName) +
+                     " --register --all-users";
   } else {
     finding.health = Health::ok;
     finding.text = "no policy forbids the host";
@@ -182,7 +220,6 @@ BrowserStates lookAtBrowsers(const std::wstring& ownProgram) {
 }
 
 Findings judgeBrowsers(const BrowserStates& states) {
-  const auto isRegistered = [](const BrowserState& state) { return !state.manifest.empty(); };
   const bool anyRegistered = std::ranges::any_of(states, isRegistered);
   Findings findings;
   if (!anyRegistered && std::ranges::none_of(states, &BrowserState::installed)) {
@@ -191,10 +228,11 @@ Findings judgeBrowsers(const BrowserStates& states) {
   for (std::size_t i = 0; i < browsers.size(); ++i) {
     const Browser& browser = browsers.at(i);
     const BrowserState& state = states.at(i);
-    findings.push_back(judgeRegistration(browser, state, anyRegistered));
+    const Browser* earlier = earlierReader(states, i);
+    findings.push_back(judgeRegistration(browser, state, anyRegistered, earlier));
     if (!isRegistered(state)) continue;
-    findings.push_back(judgeManifest(browser, state));
-    findings.push_back(judgePolicy(browser, state));
+    if (earlier == nullptr) findings.push_back(judgeManifest(browser, state));
+    if (earlier == nullptr || state.installed) findings.push_back(judgePolicy(browser, state));
   }
   return findings;
 }

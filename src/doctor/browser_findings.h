@@ -14,21 +14,24 @@ namespace media::win::chrome_inspect {
 struct BrowserState {
   bool installed = false;
   std::string version;        // empty: not known
-  std::string manifest;       // what the key names, empty when it names nothing
-  bool forAllUsers = false;   // the key is the machine's, as the user has none
+  std::string key;            // in which it finds the host; empty: in none
+  std::string manifest;       // what that key names
+  bool forAllUsers = false;   // the key is the machine's
   std::string manifestFault;  // empty: a browser takes it
   std::string program;        // that the manifest names
   bool programExists = false;
   bool programIsThis = false;
+  bool programPathTooLong = false;  // for Windows to start it
   bool userHostsForbidden = false;  // by policy: hosts of one user alone
   bool hostForbidden = false;       // by policy: this one, or all
 };
 using BrowserStates = std::array<BrowserState, browsers.size()>;
 
-// Looks at all browsers, in the order of their table.
+// Looks at all browsers, in the order of their table, as each of them looks for the host: the
+// user's keys first, but last where a policy keeps the browser from them.
 BrowserStates lookAtBrowsers(const std::wstring& ownProgram);
 
-// Pure.
+// Pure. A key in which several browsers find the host is judged once, with the first of them.
 Findings judgeBrowsers(const BrowserStates& states);
 
 // Whether these policy lists forbid the host: the allow list goes before the block list, whose "*"

@@ -22,7 +22,7 @@ constexpr int exitUsage = 2;
 void print(const std::string& text) { writeText(standardOutput(), text); }
 
 int runRegistration(const CommandLine& line) {
-  RegistrationOptions options{{}, line.browsers, line.extensionIds, line.dryRun};
+  RegistrationOptions options{{}, line.browsers, line.extensionIds, line.dryRun, line.allUsers};
   if (!ownProgramPath(options.program)) {
     writeText(standardError(), "the system does not tell where this program is\n");
     return exitFailure;

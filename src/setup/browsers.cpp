@@ -33,8 +33,6 @@ std::string browserNames() {
   return names;
 }
 
-std::wstring hostKeyOf(const Browser& browser) { return nativeHostKey(browser.vendorKey); }
-
 std::wstring policyKeyOf(const Browser& browser) {
   return std::wstring(L"Software\\Policies\\") + browser.policyKey;
 }
@@ -58,9 +56,9 @@ std::string lastVersionOf(const Browser& browser) {
 }
 
 bool readRegistryText(RegistryRoot root, const std::wstring& key, const std::wstring& value,
-                      std::string& text) {
+                      std::string& text, RegistryView view) {
   std::string data;
-  if (!readRegistryString(root, key, value, maxTextBytes, data)) return false;
+  if (!readRegistryString(root, key, value, maxTextBytes, data, view)) return false;
   text = toUtf8(wideFromUtf16Bytes(data));
   return true;
 }

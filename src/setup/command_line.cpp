@@ -59,6 +59,10 @@ bool takeJson(std::string_view /*value*/, CommandLine& line, std::string& /*erro
   return line.json = true;
 }
 
+bool takeAllUsers(std::string_view /*value*/, CommandLine& line, std::string& /*error*/) {
+  return line.allUsers = true;
+}
+
 struct Option {
   std::string_view name;
   bool hasValue;
@@ -72,6 +76,7 @@ constexpr Option options[] = {
      takeExtensionId,
      {UserCommand::registerHost, UserCommand::registerHost}},
     {"--dry-run", false, takeDryRun, {UserCommand::registerHost, UserCommand::unregisterHost}},
+    {"--all-users", false, takeAllUsers, {UserCommand::registerHost, UserCommand::unregisterHost}},
     {"--json", false, takeJson, {UserCommand::doctor, UserCommand::doctor}},
 };
 

@@ -17,6 +17,7 @@ struct CommandLine {
   std::vector<std::string> extensionIds;  // besides the assistant's own
   bool dryRun = false;
   bool json = false;
+  bool allUsers = false;
 };
 
 using Arguments = std::vector<std::string_view>;

@@ -24,6 +24,7 @@ with --register and --unregister:
 
 constexpr const char* usageRest = R"(
                   (without it: --register takes those that are installed, --unregister all)
+  --all-users     for all users of this machine, as an administrator
   --dry-run       say what would be done, and do nothing
 
 with --register:

@@ -21,6 +21,10 @@ std::string manifestText(const std::wstring& program,
 // says what is wrong.
 bool readManifest(std::string_view text, std::string& program, std::string& error);
 
+// A browser starts a program by its command line, in which Windows takes no longer path than this,
+// in UTF-16 units (learn.microsoft.com, CreateProcessW, "lpCommandLine").
+inline constexpr std::size_t maxProgramPath = 259;
+
 // Of a manifest that is read, inclusive.
 inline constexpr std::size_t maxManifestBytes = 1024 * 1024;
 

@@ -7,6 +7,7 @@
 #include "platform/files.h"
 #include "platform/registry.h"
 #include "setup/browsers.h"
+#include "setup/host_keys.h"
 #include "setup/host_manifest.h"
 #include "text/wide.h"
 
@@ -25,6 +26,14 @@ class Work {
   const RegistrationOptions& options() const { return options_; }
   const std::wstring& manifest() const { return manifest_; }
   bool dryRun() const { return options_.dryRun; }
+  RegistryRoot root() const {
+    return options_.allUsers ? RegistryRoot::machine : RegistryRoot::user;
+  }
+  // Keys that a dry run would clear.
+  void leave(const HostKey& key) { leaving_.push_back(key); }
+  bool isLeaving(const HostKey& key) const {
+    return std::ranges::find(leaving_, key) != leaving_.end();
+  }
   RegistrationReport takeReport() { return std::move(report_); }
 
   void say(std::string title, const std::string& text) {
@@ -40,46 +49,46 @@ class Work {
  private:
   RegistrationOptions options_;
   std::wstring manifest_;
+  std::vector<HostKey> leaving_;
   RegistrationReport report_;
 };
 
-// A key as people write it.
-std::string shown(const std::wstring& key) { return "HKCU\\" + toUtf8(key); }
-
-std::string quoted(const std::string& text) { return "\"" + text + "\""; }
+std::string inQuotes(const std::string& text) { return "\"" + text + "\""; }
 
 std::string errorText(std::uint32_t systemError) {
   return " (system error " + std::to_string(systemError) + ")";
 }
 
-// The manifest that a browser's key names; empty when it names none.
-std::wstring registeredManifest(const Browser& browser) {
+// The manifest that a key names; empty when it names none.
+std::wstring registeredManifest(const HostKey& key) {
+  HostKey ignored;
   std::string text;
-  const bool found = readRegistryText(RegistryRoot::user, hostKeyOf(browser), L"", text);
-  return found ? toWide(text) : std::wstring();
+  return findHost({key}, ignored, text) ? toWide(text) : std::wstring();
 }
 
-bool namesManifest(const Browser& browser, const std::wstring& manifest) {
-  return isSamePath(registeredManifest(browser), manifest);
+bool namesManifest(const HostKey& key, const std::wstring& manifest) {
+  return isSamePath(registeredManifest(key), manifest);
 }
 
 // What a key keeps besides its default value, as the end of a sentence.
-std::string keptValues(const std::wstring& key) {
+std::string keptValues(const HostKey& key) {
   std::string cli;
-  const bool hasCli = readRegistryText(RegistryRoot::user, key, cliValue, cli);
+  const bool hasCli = readRegistryText(key.root, key.key, cliValue, cli);
   return hasCli ? "; its value \"cli\" stays: " + cli : std::string();
 }
 
-std::vector<const Browser*> named(const std::vector<std::string>& names) {
-  std::vector<const Browser*> found;
+using Chosen = std::vector<const Browser*>;
+
+Chosen named(const std::vector<std::string>& names) {
+  Chosen found;
   for (const std::string& name : names) {
     if (const Browser* browser = findBrowser(name)) found.push_back(browser);
   }
   return found;
 }
 
-std::vector<const Browser*> all(bool (*wanted)(const Browser&)) {
-  std::vector<const Browser*> found;
+Chosen all(bool (*wanted)(const Browser&)) {
+  Chosen found;
   for (const Browser& browser : browsers) {
     if (wanted(browser)) found.push_back(&browser);
   }
@@ -138,78 +147,157 @@ void removeManifest(Work& work, bool isStillNamed) {
 
 // --- The keys ---
 
-void registerWith(Work& work, const Browser& browser) {
-  const std::wstring key = hostKeyOf(browser);
-  const std::wstring before = registeredManifest(browser);
-  const std::string where = shown(key) + keptValues(key);
+// The browser before this one among the chosen that is registered by the same key.
+const Browser* earlierUser(const Chosen& chosen, const Browser& browser, RegistryRoot root) {
+  for (const Browser* each : chosen) {
+    if (each == &browser) break;
+    if (writtenKey(*each, root) == writtenKey(browser, root)) return each;
+  }
+  return nullptr;
+}
+
+// A browser that is installed, not among the chosen, and registered by this key.
+const Browser* otherUser(const Chosen& chosen, const HostKey& key) {
+  for (const Browser& browser : browsers) {
+    const bool isChosen = std::ranges::find(chosen, &browser) != chosen.end();
+    if (!isChosen && writtenKey(browser, key.root) == key && isInstalled(browser)) return &browser;
+  }
+  return nullptr;
+}
+
+bool writeKey(Work& work, const Browser& browser, const HostKey& key) {
+  const std::wstring before = registeredManifest(key);
+  const std::string where = shownKey(key) + keptValues(key);
   if (isSamePath(before, work.manifest())) {
-    return work.say(browser.name, "is registered already: " + where);
+    work.say(browser.name, "is registered already: " + where);
+    return true;
   }
-  const std::string instead = before.empty() ? "" : " in place of " + quoted(toUtf8(before));
-  if (work.dryRun()) return work.say(browser.name, "would be registered" + instead + ": " + where);
+  const std::string instead = before.empty() ? "" : " in place of " + inQuotes(toUtf8(before));
+  if (work.dryRun()) {
+    work.say(browser.name, "would be registered" + instead + ": " + where);
+    return true;
+  }
   std::uint32_t systemError = 0;
-  if (!writeUserRegistryString(key, L"", work.manifest(), systemError)) {
-    work.fail(browser.name, "could not write " + shown(key) + errorText(systemError));
-  } else if (!namesManifest(browser, work.manifest())) {
-    work.fail(browser.name, shown(key) + " does not hold what was written");
-  } else {
-    work.say(browser.name, "registered" + instead + ": " + where);
+  if (!writeRegistryString(key.root, key.key, L"", work.manifest(), systemError)) {
+    return work.fail(browser.name, "could not write " + shownKey(key) + errorText(systemError));
   }
+  work.say(browser.name, "registered" + instead + ": " + where);
+  return true;
+}
+
+// What the browser will find there, which may be hidden by a key that it reads before ours.
+void checkFound(Work& work, const Browser& browser) {
+  HostKey key;
+  std::string manifest;
+  const bool isFound = findHost(keysReadBy(browser, work.root()), key, manifest);
+  if (isFound && isSamePath(toWide(manifest), work.manifest())) return;
+  work.fail(browser.name,
+            isFound ? "looks first into " + shownKey(key) + ", which names " + inQuotes(manifest)
+                    : "does not find what was written");
+}
+
+void registerWith(Work& work, const Browser& browser, const Chosen& chosen) {
+  const HostKey key = writtenKey(browser, work.root());
+  if (const Browser* earlier = earlierUser(chosen, browser, work.root())) {
+    return work.say(browser.name, std::string("uses the key of ") + earlier->name);
+  }
+  if (writeKey(work, browser, key) && !work.dryRun()) checkFound(work, browser);
 }
 
 // Removes a key that is empty, and then what it leaves empty above it, but never "Software".
-bool removeEmptyKeys(std::wstring key, std::uint32_t& systemError) {
+bool removeEmptyKeys(RegistryRoot root, std::wstring key, std::uint32_t& systemError) {
   for (std::size_t cut = 0; (cut = key.rfind(L'\\')) != std::wstring::npos; key.resize(cut)) {
-    if (!deleteUserRegistryKeyIfEmpty(key, systemError)) return false;
+    if (!deleteRegistryKeyIfEmpty(root, key, systemError)) return false;
   }
   return true;
 }
 
-void unregisterFrom(Work& work, const Browser& browser) {
-  const std::wstring key = hostKeyOf(browser);
-  const std::wstring before = registeredManifest(browser);
-  const std::string where = shown(key) + keptValues(key);
+bool clearKey(const HostKey& key, std::uint32_t& systemError) {
+  return deleteRegistryValue(key.root, key.key, L"", systemError) &&
+         removeEmptyKeys(key.root, key.key, systemError);
+}
+
+void unregisterFrom(Work& work, const Browser& browser, const Chosen& chosen) {
+  const HostKey key = writtenKey(browser, work.root());
+  const std::wstring before = registeredManifest(key);
+  const std::string where = shownKey(key) + keptValues(key);
+  if (const Browser* earlier = earlierUser(chosen, browser, work.root())) {
+    return work.say(browser.name, std::string("uses the key of ") + earlier->name);
+  }
   if (before.empty()) return work.say(browser.name, "is not registered");
   if (!isSamePath(before, work.manifest())) {
-    return work.say(browser.name, "left alone, it names " + quoted(toUtf8(before)) + ": " + where);
+    return work.say(browser.name,
+                    "left alone, it names " + inQuotes(toUtf8(before)) + ": " + where);
   }
-  if (work.dryRun()) return work.say(browser.name, "would be unregistered: " + where);
+  if (const Browser* other = otherUser(chosen, key)) {
+    return work.say(browser.name, std::string("stays, as ") + other->title + " uses it: " + where);
+  }
+  if (work.dryRun()) {
+    work.leave(key);
+    return work.say(browser.name, "would be unregistered: " + where);
+  }
   std::uint32_t systemError = 0;
-  if (!deleteUserRegistryValue(key, L"", systemError) || !removeEmptyKeys(key, systemError)) {
-    work.fail(browser.name, "could not clear " + shown(key) + errorText(systemError));
-  } else if (namesManifest(browser, work.manifest())) {
-    work.fail(browser.name, shown(key) + " still names the manifest");
+  if (!clearKey(key, systemError)) {
+    work.fail(browser.name, "could not clear " + shownKey(key) + errorText(systemError));
+  } else if (namesManifest(key, work.manifest())) {
+    work.fail(browser.name, shownKey(key) + " still names the manifest");
   } else {
     work.say(browser.name, "unregistered: " + where);
   }
+}
+
+// Whether a key of any browser, for whomever, names our manifest.
+bool isStillNamed(const Work& work) {
+  for (const Browser& browser : browsers) {
+    for (const RegistryRoot root : {RegistryRoot::user, RegistryRoot::machine}) {
+      for (const HostKey& key : keysReadBy(browser, root)) {
+        if (!work.isLeaving(key) && namesManifest(key, work.manifest())) return true;
+      }
+    }
+  }
+  return false;
+}
+
+bool mayChange(Work& work) {
+  if (mayWriteRegistry(work.root())) return true;
+  return work.fail("all users",
+                   "only an administrator may do this; run it in a console that was opened with "
+                   "\"Run as administrator\"");
+}
+
+void warnOfLongPath(Work& work) {
+  const std::size_t length = work.options().program.size();
+  if (length <= maxProgramPath) return;
+  work.say("program", "WARNING: its path has " + std::to_string(length) +
+                          " characters, and Windows starts none of 260 or more; move it to a "
+                          "shorter folder and register it there");
 }
 
 }  // namespace
 
 RegistrationReport registerHost(const RegistrationOptions& options) {
   Work work(options);
-  std::vector<const Browser*> chosen = named(options.browsers);
+  if (!mayChange(work)) return work.takeReport();
+  Chosen chosen = named(options.browsers);
   if (chosen.empty()) chosen = all(isInstalled);
   if (chosen.empty()) {
     work.say("browsers", "none was found here, so the host is registered with Chrome");
     chosen = named({"chrome"});
   }
+  warnOfLongPath(work);
   // A key that named a manifest that is not there would be worse than no key.
   if (!writeManifest(work)) return work.takeReport();
-  for (const Browser* browser : chosen) registerWith(work, *browser);
+  for (const Browser* browser : chosen) registerWith(work, *browser, chosen);
   return work.takeReport();
 }
 
 RegistrationReport unregisterHost(const RegistrationOptions& options) {
   Work work(options);
-  std::vector<const Browser*> chosen = named(options.browsers);
+  if (!mayChange(work)) return work.takeReport();
+  Chosen chosen = named(options.browsers);
   if (chosen.empty()) chosen = all([](const Browser&) { return true; });
-  for (const Browser* browser : chosen) unregisterFrom(work, *browser);
-  const bool isStillNamed = std::ranges::any_of(browsers, [&](const Browser& browser) {
-    const bool isLeaving = work.dryRun() && std::ranges::find(chosen, &browser) != chosen.end();
-    return !isLeaving && namesManifest(browser, work.manifest());
-  });
-  removeManifest(work, isStillNamed);
+  for (const Browser* browser : chosen) unregisterFrom(work, *browser, chosen);
+  removeManifest(work, isStillNamed(work));
   return work.takeReport();
 }
 

@@ -65,6 +65,17 @@ def registry(tmp_path):
     found.delete(*VENDOR_KEYS.values(), POLICIES, CLIENTS)
 
 
+@pytest.fixture
+def machine(tmp_path):
+    found = UserRegistry(tmp_path, "HKEY_LOCAL_MACHINE")
+    yield found
+    found.delete(*VENDOR_KEYS.values(), *map(in_32_bits, VENDOR_KEYS.values()))
+
+
+def in_32_bits(key):
+    return key.replace("Software\\", "Software\\WOW6432Node\\")
+
+
 def verdicts(findings, *ids):
     return [findings[each]["verdict"] for each in ids]
 
@@ -136,12 +147,15 @@ def registered(program, registry):
 def test_all_is_well_after_registering(program, examine, registered, cli):
     registered.add(CLIENTS + r"\Google Chrome", "", "Chrome")
     registered.add(VENDOR_KEYS["chrome"] + r"\BLBeacon", "version", "126.0.1.2")
-    registered.add(CLIENTS + r"\Brave", "", "Brave")  # installed, but not registered
+    registered.add(CLIENTS + r"\Brave", "", "Brave")  # which reads the same key
+    registered.add(CLIENTS + r"\Chromium.X", "", "Chromium")  # which falls back to it
     findings = examine(cli.env())
     ids = ["browser.chrome." + each for each in ("registration", "manifest", "policy")]
-    assert verdicts(findings, *ids, "browser.brave.registration") == ["ok", "ok", "ok", "note"]
+    others = [f"browser.{each}.registration" for each in ("brave", "chromium", "vivaldi")]
+    assert verdicts(findings, *ids, *others) == ["ok"] * 5 + ["note"]
     assert findings[ids[0]]["facts"] == {
         "installed": True, "version": "126.0.1.2", "forAllUsers": False,
+        "key": "HKCU\\" + host_key("chrome"),
         "manifest": wine.windows_path(program.path.parent) + "\\com.quenlark.morva.chrome.json"}
     assert findings[ids[1]]["facts"]["thisProgram"] is True
     assert program.run("--doctor", environment=cli.env()).out.endswith("\nall is well\n")
@@ -158,6 +172,27 @@ def test_a_manifest_that_does_not_work_is_told(program, examine, registered):
             program.manifest.unlink()
         found = examine()["browser.chrome.manifest"]
         assert found["verdict"] == ("problem" if text else "ok") and text in found["text"], path
+
+
+@pytest.mark.windows_only
+def test_the_doctor_goes_by_what_the_browser_reads_first(examine, registered, machine):
+    """Each key and policy beside those before it; the manifest that all of them name does not lie
+    there, so only the doctor's choice differs."""
+    ours, theirs = VENDOR_KEYS["chromium"], VENDOR_KEYS["chrome"]
+    for add, seen in (
+            (lambda: machine.add(host_key("chrome"), "", "C:\\64.json"), "HKCU\\" + theirs),
+            (lambda: registered.add(host_key("chromium"), "", "C:\\own.json"), "HKCU\\" + ours),
+            (lambda: registered.add(r"Software\Policies\Chromium", "NativeMessagingUserLevelHosts",
+                                    0), "HKLM\\" + theirs),
+            (lambda: machine.add(in_32_bits(host_key("chrome")), "", "C:\\32.json"),
+             "HKLM\\" + in_32_bits(theirs)),
+            (lambda: machine.add(in_32_bits(host_key("chromium")), "", "own.json"),
+             "HKLM\\" + in_32_bits(ours))):
+        add()
+        findings = examine()
+        assert findings["browser.chromium.registration"]["facts"]["key"].startswith(seen + "\\Nat")
+    assert findings["browser.chromium.manifest"]["text"].endswith("not named by its full path")
+    registered.delete(r"Software\Policies\Chromium", VENDOR_KEYS["chromium"])
 
 
 @pytest.mark.windows_only

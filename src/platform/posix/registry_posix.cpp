@@ -6,7 +6,7 @@ namespace media::win::chrome_inspect {
 
 bool readRegistryString(RegistryRoot /*root*/, const std::wstring& /*key*/,
                         const std::wstring& /*value*/, std::size_t /*maxBytes*/,
-                        std::string& /*data*/) {
+                        std::string& /*data*/, RegistryView /*view*/) {
   return false;  // there is no registry here
 }
 
@@ -25,19 +25,23 @@ bool listRegistryKey(RegistryRoot /*root*/, const std::wstring& /*key*/,
   return false;
 }
 
-bool writeUserRegistryString(const std::wstring& /*key*/, const std::wstring& /*value*/,
-                             const std::wstring& /*text*/, std::uint32_t& systemError) {
+bool mayWriteRegistry(RegistryRoot root) { return root == RegistryRoot::user; }
+
+bool writeRegistryString(RegistryRoot /*root*/, const std::wstring& /*key*/,
+                         const std::wstring& /*value*/, const std::wstring& /*text*/,
+                         std::uint32_t& systemError) {
   systemError = ENOSYS;
   return false;
 }
 
-bool deleteUserRegistryValue(const std::wstring& /*key*/, const std::wstring& /*value*/,
-                             std::uint32_t& systemError) {
+bool deleteRegistryValue(RegistryRoot /*root*/, const std::wstring& /*key*/,
+                         const std::wstring& /*value*/, std::uint32_t& systemError) {
   systemError = ENOSYS;
   return false;
 }
 
-bool deleteUserRegistryKeyIfEmpty(const std::wstring& /*key*/, std::uint32_t& systemError) {
+bool deleteRegistryKeyIfEmpty(RegistryRoot /*root*/, const std::wstring& /*key*/,
+                              std::uint32_t& systemError) {
   systemError = ENOSYS;
   return false;
 }

@@ -20,16 +20,20 @@ struct KeyTraits {
 };
 using OwnedKey = Owned<KeyTraits>;
 
+HKEY handleOf(RegistryRoot root) {
+  return root == RegistryRoot::user ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
+}
+
 OwnedKey openKey(RegistryRoot root, const std::wstring& key, REGSAM access, LSTATUS& status) {
   HKEY opened = nullptr;
-  const HKEY base = root == RegistryRoot::user ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
-  status = RegOpenKeyExW(base, key.c_str(), 0, access, &opened);
+  status = RegOpenKeyExW(handleOf(root), key.c_str(), 0, access, &opened);
   return OwnedKey(status == ERROR_SUCCESS ? opened : nullptr);
 }
 
-OwnedKey openToRead(RegistryRoot root, const std::wstring& key) {
+OwnedKey openToRead(RegistryRoot root, const std::wstring& key, RegistryView view) {
   LSTATUS ignored = ERROR_SUCCESS;
-  return openKey(root, key, KEY_READ, ignored);
+  const REGSAM flag = view == RegistryView::bits32 ? KEY_WOW64_32KEY : KEY_WOW64_64KEY;
+  return openKey(root, key, KEY_READ | flag, ignored);
 }
 
 // Reads a value of exactly this type; `size` is the room, and then what there was.
@@ -63,8 +67,8 @@ bool succeeded(LSTATUS status, std::uint32_t& systemError) {
 }  // namespace
 
 bool readRegistryString(RegistryRoot root, const std::wstring& key, const std::wstring& value,
-                        std::size_t maxBytes, std::string& data) {
-  const OwnedKey opened = openToRead(root, key);
+                        std::size_t maxBytes, std::string& data, RegistryView view) {
+  const OwnedKey opened = openToRead(root, key, view);
   if (!opened) return false;
   std::string buffer(maxBytes, '\0');
   auto size = static_cast<DWORD>(buffer.size());
@@ -81,7 +85,7 @@ bool readUserRegistryString(const std::wstring& key, const std::wstring& value,
 
 bool readRegistryNumber(RegistryRoot root, const std::wstring& key, const std::wstring& value,
                         std::uint32_t& number) {
-  const OwnedKey opened = openToRead(root, key);
+  const OwnedKey opened = openToRead(root, key, RegistryView::bits64);
   DWORD found = 0;
   DWORD size = sizeof found;
   if (!opened || !readValue(opened, value, REG_DWORD, &found, size)) return false;
@@ -90,7 +94,7 @@ bool readRegistryNumber(RegistryRoot root, const std::wstring& key, const std::w
 }
 
 bool listRegistryKey(RegistryRoot root, const std::wstring& key, RegistryKeyContent& content) {
-  const OwnedKey opened = openToRead(root, key);
+  const OwnedKey opened = openToRead(root, key, RegistryView::bits64);
   RegistryKeyContent found;
   const auto nextKey = [&](DWORD index, wchar_t* name, DWORD& size) {
     return RegEnumKeyExW(opened.get(), index, name, &size, nullptr, nullptr, nullptr, nullptr);
@@ -106,28 +110,34 @@ bool listRegistryKey(RegistryRoot root, const std::wstring& key, RegistryKeyCont
   return true;
 }
 
-bool writeUserRegistryString(const std::wstring& key, const std::wstring& value,
-                             const std::wstring& text, std::uint32_t& systemError) {
+bool mayWriteRegistry(RegistryRoot root) {
+  LSTATUS ignored = ERROR_SUCCESS;
+  return static_cast<bool>(openKey(root, L"Software", KEY_WRITE, ignored));
+}
+
+bool writeRegistryString(RegistryRoot root, const std::wstring& key, const std::wstring& value,
+                         const std::wstring& text, std::uint32_t& systemError) {
   const auto size = static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
   // Makes the key, and what is missing above it, at the same time.
   return succeeded(
-      RegSetKeyValueW(HKEY_CURRENT_USER, key.c_str(), value.c_str(), REG_SZ, text.c_str(), size),
+      RegSetKeyValueW(handleOf(root), key.c_str(), value.c_str(), REG_SZ, text.c_str(), size),
       systemError);
 }
 
-bool deleteUserRegistryValue(const std::wstring& key, const std::wstring& value,
-                             std::uint32_t& systemError) {
+bool deleteRegistryValue(RegistryRoot root, const std::wstring& key, const std::wstring& value,
+                         std::uint32_t& systemError) {
   LSTATUS status = ERROR_SUCCESS;
-  const OwnedKey opened = openKey(RegistryRoot::user, key, KEY_SET_VALUE, status);
+  const OwnedKey opened = openKey(root, key, KEY_SET_VALUE, status);
   if (opened) status = RegDeleteValueW(opened.get(), value.c_str());
   return succeeded(status, systemError);
 }
 
-bool deleteUserRegistryKeyIfEmpty(const std::wstring& key, std::uint32_t& systemError) {
+bool deleteRegistryKeyIfEmpty(RegistryRoot root, const std::wstring& key,
+                              std::uint32_t& systemError) {
   RegistryKeyContent content;
-  if (!listRegistryKey(RegistryRoot::user, key, content)) return true;
+  if (!listRegistryKey(root, key, content)) return true;
   if (!content.keys.empty() || !content.values.empty()) return true;
-  return succeeded(RegDeleteKeyW(HKEY_CURRENT_USER, key.c_str()), systemError);
+  return succeeded(RegDeleteKeyW(handleOf(root), key.c_str()), systemError);
 }
 
 }  // namespace media::win::chrome_inspect

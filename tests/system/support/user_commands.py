@@ -14,11 +14,11 @@ from devkit.panel import wine
 
 HOST_NAME = "com.quenlark.morva.chrome"
 MANIFEST_NAME = HOST_NAME + ".json"
-VENDOR_KEYS = {
+VENDOR_KEYS = {  # in which each browser is registered
     "chrome": r"Software\Google\Chrome",
     "edge": r"Software\Microsoft\Edge",
-    "brave": r"Software\BraveSoftware\Brave-Browser",
-    "vivaldi": r"Software\Vivaldi",
+    "brave": r"Software\Google\Chrome",
+    "vivaldi": r"Software\Google\Chrome",
     "chromium": r"Software\Chromium",
 }
 TIMEOUT_S = 90
@@ -72,10 +72,12 @@ class Program:
 
 
 class UserRegistry:
-    """Keys of the prefix's user, written and read as files that `reg` takes and gives."""
+    """Keys of the prefix's user, or of its machine, written and read as files that `reg` takes and
+    gives."""
 
-    def __init__(self, folder):
+    def __init__(self, folder, root="HKEY_CURRENT_USER"):
         self._file = folder / "keys.reg"
+        self._root = root
 
     def add(self, key, name, value, kind=1):
         """A number is a REG_DWORD; bytes are stored as they are, as a value of this kind."""
@@ -85,15 +87,15 @@ class UserRegistry:
             data = f"hex({kind}):" + ",".join(f"{byte:02x}" for byte in value)
         else:
             data = '"' + value.replace("\\", "\\\\").replace('"', '\\"') + '"'
-        self._import(f"[{_full(key)}]\n" + (f'"{name}"' if name else "@") + f"={data}\n")
+        self._import(f"[{self._full(key)}]\n" + (f'"{name}"' if name else "@") + f"={data}\n")
 
     def delete(self, *keys):
-        self._import("".join(f"[-{_full(key)}]\n" for key in keys))
+        self._import("".join(f"[-{self._full(key)}]\n" for key in keys))
 
     def below(self, key):
         """Every key from this one down with its texts by name; empty when there is none."""
         self._file.unlink(missing_ok=True)
-        self._reg("export", _full(key), wine.windows_path(self._file), "/y")
+        self._reg("export", self._full(key), wine.windows_path(self._file), "/y")
         found, values = {}, {}
         text = self._file.read_text("utf-16") if self._file.exists() else ""
         for line in text.splitlines():
@@ -111,6 +113,5 @@ class UserRegistry:
     def _reg(self, *arguments):
         return wine.run(builds.wine_prefix(), "reg", *arguments, check=False).returncode
 
-
-def _full(key):
-    return "HKEY_CURRENT_USER\\" + key
+    def _full(self, key):
+        return f"{self._root}\\{key}"

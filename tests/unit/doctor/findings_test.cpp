@@ -121,6 +121,7 @@ using Texts = std::vector<std::string>;
 BrowserState wellState() {
   BrowserState state;
   state.installed = true;
+  state.key = "HKCU\\Software\\Google";
   state.manifest = "C:\\m.json";
   state.program = "C:\\x.exe";
   state.programExists = state.programIsThis = true;
@@ -163,6 +164,9 @@ const std::tuple<const char*, std::function<void(BrowserState&)>, const char*, c
         {"a program that is gone",
          [](BrowserState& s) { s.programExists = s.programIsThis = false; },
          "browser.chrome.manifest", "it names a program that is not there: C:\\x.exe"},
+        {"a path that is too long", [](BrowserState& s) { s.programPathTooLong = true; },
+         "browser.chrome.manifest",
+         "Windows starts no program at a path of 260 characters or more: C:\\x.exe"},
         {"another program", [](BrowserState& s) { s.programIsThis = false; },
          "browser.chrome.manifest", "it starts another program: C:\\x.exe"},
         {"forbidden", [](BrowserState& s) { s.hostForbidden = true; }, "browser.chrome.policy",
@@ -186,6 +190,33 @@ TEST(JudgeBrowsers, NamesEachFaultAndARemedy) {
     EXPECT_EQ(finding.text, text);
     EXPECT_NE(finding.remedy, "");
   }
+}
+
+TEST(JudgeBrowsers, JudgesAKeyOfSeveralBrowsersOnce) {
+  BrowserStates states;
+  states.fill(wellState());
+  states[1].key = "HKCU\\Software\\Microsoft";
+  states[3].installed = false;
+  for (BrowserState& state : states) state.programExists = state.programIsThis = false;
+  const Findings findings = judgeBrowsers(states);
+  EXPECT_EQ(problemsIn(findings), 2);  // the manifests that Chrome and Edge find
+  EXPECT_EQ(find(findings, "browser.brave.registration").text,
+            "registered, by the key that Chrome reads");
+  EXPECT_EQ(find(findings, "browser.vivaldi.registration").text, "not installed");
+  EXPECT_EQ(std::ranges::count(findings, "browser.brave.policy", &Finding::id), 1);
+  EXPECT_EQ(std::ranges::count(findings, "browser.vivaldi.policy", &Finding::id), 0);
+}
+
+TEST(JudgeBrowsers, NamesTheCommandForAllUsersWhereAPolicyAsksForIt) {
+  BrowserStates states;
+  states[0] = wellState();
+  states[0].userHostsForbidden = true;
+  EXPECT_EQ(find(judgeBrowsers(states), "browser.chrome.policy").remedy,
+            "ask the administrator to allow them, or to run: morva-chrome-host --register "
+            "--all-users");
+  states[0].programExists = states[0].programIsThis = false;
+  EXPECT_EQ(find(judgeBrowsers(states), "browser.chrome.manifest").remedy,
+            "run: morva-chrome-host --register --browser chrome --all-users");
 }
 
 TEST(JudgeBrowsers, LetsAPolicyAgainstUsersHostsPassForAllUsers) {

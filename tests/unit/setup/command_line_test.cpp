@@ -44,6 +44,8 @@ const std::pair<Arguments, CommandLine> goodCases[] = {
      {UserCommand::unregisterHost, {"edge", "chrome"}, {}, true}},
     {{"--register", "--extension-id", devId}, {UserCommand::registerHost, {}, {devId}}},
     {{"--json", "--doctor"}, {UserCommand::doctor, {}, {}, false, true}},
+    {{"--register", "--all-users"}, {UserCommand::registerHost, {}, {}, false, false, true}},
+    {{"--all-users", "--unregister"}, {UserCommand::unregisterHost, {}, {}, false, false, true}},
 };
 
 TEST(ReadCommandLine, TakesWhatTheHelpNames) {
@@ -56,6 +58,7 @@ TEST(ReadCommandLine, TakesWhatTheHelpNames) {
     EXPECT_EQ(line.extensionIds, wanted.extensionIds);
     EXPECT_EQ(line.dryRun, wanted.dryRun);
     EXPECT_EQ(line.json, wanted.json);
+    EXPECT_EQ(line.allUsers, wanted.allUsers);
   }
 }
 
@@ -68,6 +71,7 @@ const std::pair<Arguments, const char*> badCases[] = {
     {{"--doctor", "--doctor"}, "--doctor and --doctor do not go together"},
     {{"--json"}, "--json does not go alone"},
     {{"--register", "--json"}, "--json does not go with --register"},
+    {{"--doctor", "--all-users"}, "--all-users does not go with --doctor"},
     {{"--doctor", "--dry-run"}, "--dry-run does not go with --doctor"},
     {{"--unregister", "--extension-id=bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb"},
      "--extension-id does not go with --unregister"},
@@ -108,10 +112,10 @@ TEST(IsExtensionId, IsThirtyTwoLettersFromAToP) {
 
 TEST(HelpText, NamesEveryOptionAndSaysWhoStartsTheProgram) {
   const std::string help = helpText();
-  for (const char* word :
-       {"--help", "-h", "--version", "--register", "--unregister", "--doctor", "--browser",
-        "--extension-id", "--dry-run", "--json", "chrome, edge, brave, vivaldi, chromium",
-        "Chrome starts this program by itself", productVersion}) {
+  for (const char* word : {"--help", "-h", "--version", "--register", "--unregister", "--doctor",
+                           "--browser", "--extension-id", "--dry-run", "--json", "--all-users",
+                           "chrome, edge, brave, vivaldi, chromium",
+                           "Chrome starts this program by itself", productVersion}) {
     EXPECT_NE(help.find(word), std::string::npos) << word;
   }
 }

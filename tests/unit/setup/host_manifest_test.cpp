@@ -2,6 +2,7 @@
 #include "setup/host_manifest.h"
 
 #include "setup/browsers.h"
+#include "setup/host_keys.h"
 #include "support/test_folder.h"
 #include "support/testing.h"
 #include "text/wide.h"
@@ -82,26 +83,38 @@ TEST(ManifestPathFor, IsBesideTheProgram) {
 }
 
 TEST(Browsers, HaveTheKeysInWhichTheyLook) {
-  const std::tuple<const char*, const wchar_t*, const wchar_t*> cases[] = {
-      {"chrome", L"Software\\Google\\Chrome\\NativeMessagingHosts\\com.quenlark.morva.chrome",
-       L"Software\\Policies\\Google\\Chrome"},
-      {"edge", L"Software\\Microsoft\\Edge\\NativeMessagingHosts\\com.quenlark.morva.chrome",
+  using Vendors = std::vector<std::string>;
+  const std::tuple<const char*, Vendors, const wchar_t*> cases[] = {
+      {"chrome", {"Google\\Chrome"}, L"Software\\Policies\\Google\\Chrome"},
+      {"edge",
+       {"Microsoft\\Edge", "Chromium", "Google\\Chrome"},
        L"Software\\Policies\\Microsoft\\Edge"},
-      {"brave",
-       L"Software\\BraveSoftware\\Brave-Browser\\NativeMessagingHosts\\com.quenlark.morva.chrome",
-       L"Software\\Policies\\BraveSoftware\\Brave"},
-      {"vivaldi", L"Software\\Vivaldi\\NativeMessagingHosts\\com.quenlark.morva.chrome",
-       L"Software\\Policies\\Vivaldi"},
-      {"chromium", L"Software\\Chromium\\NativeMessagingHosts\\com.quenlark.morva.chrome",
-       L"Software\\Policies\\Chromium"},
+      {"brave", {"Google\\Chrome"}, L"Software\\Policies\\BraveSoftware\\Brave"},
+      {"vivaldi", {"Google\\Chrome"}, L"Software\\Policies\\Vivaldi"},
+      {"chromium", {"Chromium", "Google\\Chrome"}, L"Software\\Policies\\Chromium"},
   };
   EXPECT_EQ(std::size(cases), browsers.size());
-  for (const auto& [name, host, policy] : cases) {
+  for (const auto& [name, vendors, policy] : cases) {
     SCOPED_TRACE(name);
     const Browser* browser = findBrowser(name);
     ASSERT_NE(browser, nullptr);
-    EXPECT_EQ(toUtf8(hostKeyOf(*browser)), toUtf8(host));
     EXPECT_EQ(toUtf8(policyKeyOf(*browser)), toUtf8(policy));
+    Vendors user;
+    Vendors machine;
+    for (const char* top :
+         {"HKCU\\Software\\", "HKLM\\Software\\WOW6432Node\\", "HKLM\\Software\\"}) {
+      for (const std::string& vendor : vendors) {
+        (top[2] == 'C' ? user : machine)
+            .push_back(top + vendor + "\\NativeMessagingHosts\\com.quenlark.morva.chrome");
+      }
+    }
+    for (const auto& [root, wanted] :
+         {std::pair(RegistryRoot::user, user), std::pair(RegistryRoot::machine, machine)}) {
+      Vendors read;
+      for (const HostKey& key : keysReadBy(*browser, root)) read.push_back(shownKey(key));
+      EXPECT_EQ(read, wanted);
+      EXPECT_EQ(shownKey(writtenKey(*browser, root)), wanted.at(wanted.size() - vendors.size()));
+    }
   }
 }
 

@@ -62,9 +62,9 @@ TEST_F(UserRegistry, ReadsTheBytesOfATextAsStored) {
 
 TEST_F(UserRegistry, WritesATextAndTheKeysAboveIt) {
   const std::wstring key = testParent + L"\\a\\b";
-  EXPECT_TRUE(writeUserRegistryString(key, L"", L"default", error_));
-  EXPECT_TRUE(writeUserRegistryString(key, L"name", L"\u6f22", error_));
-  EXPECT_TRUE(writeUserRegistryString(key, L"", L"newer", error_));
+  EXPECT_TRUE(writeRegistryString(RegistryRoot::user, key, L"", L"default", error_));
+  EXPECT_TRUE(writeRegistryString(RegistryRoot::user, key, L"name", L"\u6f22", error_));
+  EXPECT_TRUE(writeRegistryString(RegistryRoot::user, key, L"", L"newer", error_));
   std::string data;
   EXPECT_TRUE(readUserRegistryString(key, L"", roomEnough, data));
   EXPECT_EQ(data, std::string("n\0e\0w\0e\0r\0\0\0", 12));
@@ -78,30 +78,46 @@ TEST_F(UserRegistry, ListsWhatIsInAKeyAndRemovesOnlyWhatIsEmpty) {
   const std::wstring key = testParent + L"\\a";
   const std::wstring none = testParent + L"\\none";
   RegistryKeyContent content;
-  EXPECT_TRUE(writeUserRegistryString(key, L"", L"x", error_));
-  EXPECT_TRUE(writeUserRegistryString(testParent, L"v", L"x", error_));
+  EXPECT_TRUE(writeRegistryString(RegistryRoot::user, key, L"", L"x", error_));
+  EXPECT_TRUE(writeRegistryString(RegistryRoot::user, testParent, L"v", L"x", error_));
   EXPECT_TRUE(listRegistryKey(RegistryRoot::user, testParent, content));
   EXPECT_EQ(content.keys, Names{L"a"});
   EXPECT_EQ(content.values, Names{L"v"});
-  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(testParent, error_));
-  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(key, error_));
+  EXPECT_TRUE(deleteRegistryKeyIfEmpty(RegistryRoot::user, testParent, error_));
+  EXPECT_TRUE(deleteRegistryKeyIfEmpty(RegistryRoot::user, key, error_));
   EXPECT_TRUE(listRegistryKey(RegistryRoot::user, key, content));
   EXPECT_EQ(content.keys, Names{});
   EXPECT_EQ(content.values, Names{L""});
   EXPECT_FALSE(listRegistryKey(RegistryRoot::user, none, content));
   EXPECT_EQ(content.values, Names{L""});
-  EXPECT_TRUE(deleteUserRegistryValue(key, L"", error_));
-  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(key, error_));
+  EXPECT_TRUE(deleteRegistryValue(RegistryRoot::user, key, L"", error_));
+  EXPECT_TRUE(deleteRegistryKeyIfEmpty(RegistryRoot::user, key, error_));
   EXPECT_FALSE(listRegistryKey(RegistryRoot::user, key, content));
   // What is not there counts as removed.
-  EXPECT_TRUE(deleteUserRegistryValue(none, L"v", error_));
-  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(none, error_));
-  EXPECT_TRUE(deleteUserRegistryValue(testParent, L"other", error_));
+  EXPECT_TRUE(deleteRegistryValue(RegistryRoot::user, none, L"v", error_));
+  EXPECT_TRUE(deleteRegistryKeyIfEmpty(RegistryRoot::user, none, error_));
+  EXPECT_TRUE(deleteRegistryValue(RegistryRoot::user, testParent, L"other", error_));
+}
+
+TEST_F(UserRegistry, IsOneForProgramsOfBothSizesAndTheMachinesIsTwo) {
+  const auto key = [&](RegistryRoot root, RegistryView view) {
+    std::string data;
+    return readRegistryString(root, testParent, L"", roomEnough, data, view);
+  };
+  for (const auto& [root, inOther] :
+       {std::pair(RegistryRoot::user, true), std::pair(RegistryRoot::machine, false)}) {
+    ASSERT_TRUE(mayWriteRegistry(root));
+    ASSERT_TRUE(writeRegistryString(root, testParent, L"", L"x", error_)) << error_;
+    EXPECT_TRUE(key(root, RegistryView::bits64));
+    EXPECT_EQ(key(root, RegistryView::bits32), inOther);
+    EXPECT_TRUE(deleteRegistryValue(root, testParent, L"", error_));
+    EXPECT_TRUE(deleteRegistryKeyIfEmpty(root, testParent, error_));
+  }
 }
 
 TEST_F(UserRegistry, ReadsANumberThatIsOne) {
   ASSERT_TRUE(store(REG_DWORD, std::string("\x07\0\0\0", 4)));
-  EXPECT_TRUE(writeUserRegistryString(testParent, L"text", L"7", error_));
+  EXPECT_TRUE(writeRegistryString(RegistryRoot::user, testParent, L"text", L"7", error_));
   std::uint32_t number = 1;
   EXPECT_TRUE(readRegistryNumber(RegistryRoot::user, testParent, L"v", number));
   EXPECT_EQ(number, 7U);

@@ -58,10 +58,37 @@ TEST_F(RegistrationReports, LookAtAllBrowsersWhenNoneIsNamed) {
   for (const char* state : {"deleted", "is not there"}) {
     const RegistrationReport report = unregisterHost(options());
     EXPECT_TRUE(report.ok);
-    EXPECT_EQ(report.lines, (Lines{"chrome    is not registered", "edge      is not registered",
-                                   "brave     is not registered", "vivaldi   is not registered",
-                                   "chromium  is not registered",
-                                   "manifest  " + std::string(state) + ": " + manifest_}));
+    EXPECT_EQ(report.lines,
+              (Lines{"chrome    is not registered", "edge      is not registered",
+                     "brave     uses the key of chrome", "vivaldi   uses the key of chrome",
+                     "chromium  is not registered",
+                     "manifest  " + std::string(state) + ": " + manifest_}));
+  }
+}
+
+TEST_F(RegistrationReports, SayThatOnlyAnAdministratorMayRegisterAllUsers) {
+  RegistrationOptions everybody = options({"chrome"});
+  everybody.allUsers = true;
+  for (const auto& change : {registerHost, unregisterHost}) {
+    const RegistrationReport report = change(everybody);
+    EXPECT_FALSE(report.ok);
+    EXPECT_EQ(report.lines,
+              Lines{"all users FAILED: only an administrator may do this; run it in a "
+                    "console that was opened with \"Run as administrator\""});
+  }
+  EXPECT_FALSE(fs::exists(manifest_));
+}
+
+TEST_F(RegistrationReports, WarnOfAPathThatWindowsDoesNotStart) {
+  for (const std::size_t length : {259U, 260U}) {
+    RegistrationOptions deep = options({"chrome"}, true);
+    deep.program = L"/" + std::wstring(length - 1, L'x');
+    const std::vector<std::string> lines = registerHost(deep).lines;
+    const bool warns = std::ranges::count(
+        lines,
+        "program   WARNING: its path has 260 characters, and Windows starts none of 260 or more; "
+        "move it to a shorter folder and register it there");
+    EXPECT_EQ(warns, length == 260) << length;
   }
 }
 

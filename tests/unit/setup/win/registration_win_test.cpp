@@ -7,6 +7,7 @@
 #include "common/whole_file.h"
 #include "platform/registry.h"
 #include "setup/browsers.h"
+#include "setup/host_keys.h"
 #include "setup/host_manifest.h"
 #include "setup/registration.h"
 #include "support/test_folder.h"
@@ -16,8 +17,11 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-constexpr const char* browserName = "vivaldi";
-constexpr const wchar_t* vendorKey = L"Software\\Vivaldi";
+constexpr const char* browserName = "edge";
+constexpr const wchar_t* vendorKey = L"Software\\Microsoft\\Edge";
+
+// Read by browsers before the key that is written for all users.
+constexpr const wchar_t* hidingKey = L"Software\\WOW6432Node\\Microsoft\\Edge";
 
 class Registration : public testing::Test {
  protected:
@@ -36,7 +40,9 @@ class Registration : public testing::Test {
   }
   std::wstring program() const { return (folder_.path() / "morva-chrome-host.exe").wstring(); }
   std::wstring manifest() const { return manifestPathFor(program()); }
-  static std::wstring key() { return hostKeyOf(*findBrowser(browserName)); }
+  static std::wstring key() {
+    return writtenKey(*findBrowser(browserName), RegistryRoot::user).key;
+  }
 
   static std::string registered() {
     std::string text;
@@ -48,7 +54,8 @@ class Registration : public testing::Test {
   }
   static void store(const std::wstring& value, const std::wstring& text) {
     std::uint32_t systemError = 0;
-    ASSERT_TRUE(writeUserRegistryString(key(), value, text, systemError)) << systemError;
+    ASSERT_TRUE(writeRegistryString(RegistryRoot::user, key(), value, text, systemError))
+        << systemError;
   }
 
   TestFolder folder_;
@@ -58,11 +65,16 @@ class Registration : public testing::Test {
 
   static void clear() {
     std::uint32_t systemError = 0;
-    for (const wchar_t* value : {L"", L"cli"}) deleteUserRegistryValue(key(), value, systemError);
-    for (const std::wstring& name :
-         {key(), std::wstring(vendorKey) + L"\\NativeMessagingHosts", std::wstring(vendorKey)}) {
-      deleteUserRegistryKeyIfEmpty(name, systemError);
+    for (const RegistryRoot root : {RegistryRoot::user, RegistryRoot::machine}) {
+      for (const wchar_t* value : {L"", L"cli"}) {
+        deleteRegistryValue(root, key(), value, systemError);
+      }
+      for (const std::wstring& name :
+           {key(), std::wstring(vendorKey) + L"\\NativeMessagingHosts", std::wstring(vendorKey)}) {
+        deleteRegistryKeyIfEmpty(root, name, systemError);
+      }
     }
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, hidingKey);
   }
 };
 
@@ -142,17 +154,44 @@ TEST_F(Registration, RefusesAPathThatNoManifestCanHold) {
   EXPECT_FALSE(hasKey(vendorKey));
 }
 
+TEST_F(Registration, OfAllUsersIsTheMachinesAndIsNotHidden) {
+  RegistrationOptions everybody = options();
+  everybody.allUsers = true;
+  const auto machines = [&] {
+    std::string text;
+    return readRegistryText(RegistryRoot::machine, key(), L"", text) ? text : "(none)";
+  };
+  EXPECT_TRUE(registerHost(everybody).ok);
+  EXPECT_EQ(machines(), toUtf8(manifest()));
+  EXPECT_EQ(registered(), "(none)");
+
+  const std::wstring hiding = hidingKey + key().substr(std::wstring(vendorKey).size());
+  std::uint32_t systemError = 0;
+  ASSERT_TRUE(writeRegistryString(RegistryRoot::machine, hiding, L"", L"C:\\x.json", systemError));
+  const RegistrationReport hidden = registerHost(everybody);
+  EXPECT_FALSE(hidden.ok);
+  EXPECT_NE(textOf(hidden).find("looks first into HKLM\\Software\\WOW6432Node\\Microsoft\\Edge\\"),
+            std::string::npos)
+      << textOf(hidden);
+
+  const std::string stays = textOf(unregisterHost(options()));  // for one user
+  EXPECT_NE(stays.find("manifest  stays"), std::string::npos) << stays;
+  EXPECT_TRUE(unregisterHost(everybody).ok);
+  EXPECT_EQ(machines(), "(none)");
+  EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
+}
+
 TEST_F(Registration, LeavesNeighboursInTheVendorsKey) {
   std::uint32_t systemError = 0;
   const std::wstring neighbour = std::wstring(vendorKey) + L"\\BLBeacon";
-  ASSERT_TRUE(writeUserRegistryString(neighbour, L"version", L"7.1", systemError));
+  ASSERT_TRUE(writeRegistryString(RegistryRoot::user, neighbour, L"version", L"7.1", systemError));
   EXPECT_EQ(lastVersionOf(*findBrowser(browserName)), "7.1");
   EXPECT_TRUE(registerHost(options()).ok);
   EXPECT_TRUE(unregisterHost(options()).ok);
   EXPECT_TRUE(hasKey(neighbour));
   EXPECT_FALSE(hasKey(std::wstring(vendorKey) + L"\\NativeMessagingHosts"));
-  EXPECT_TRUE(deleteUserRegistryValue(neighbour, L"version", systemError));
-  EXPECT_TRUE(deleteUserRegistryKeyIfEmpty(neighbour, systemError));
+  EXPECT_TRUE(deleteRegistryValue(RegistryRoot::user, neighbour, L"version", systemError));
+  EXPECT_TRUE(deleteRegistryKeyIfEmpty(RegistryRoot::user, neighbour, systemError));
 }
 
 }  // namespace
