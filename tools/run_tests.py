@@ -44,6 +44,7 @@ class Suite:
     command: list
     build: str = ""  # the preset that it needs
     wine: bool = False
+    screen: bool = False
     network: bool = True
     results: list = field(default_factory=list)  # (verdict, name of the test, what it said)
     problem: str = ""
@@ -74,7 +75,8 @@ class Suite:
 # --- Which suites there are ---
 
 def with_ctest(name, build, label, options):
-    suite = Suite(name, [], build, wine=build == "windows", network=label != "fuzz")
+    suite = Suite(name, [], build, wine=build == "windows", screen=build == "windows",
+                  network=label != "fuzz")
     suite.command = [
         "ctest", "--test-dir", ROOT / "build" / build, "-L", label, f"-j{os.cpu_count()}",
         "--output-on-failure", "--no-tests=error", "--output-junit", suite.xml, *options]
@@ -148,6 +150,7 @@ def suite_environment(suite):
 def run_suite(suite, live):
     suite.xml.unlink(missing_ok=True)
     command = [ROOT / "tools" / "in-own-network"] * suite.network
+    command += [ROOT / "tools" / "with-screen"] * suite.screen
     command += [ROOT / "tools" / "with-wine-server"] * suite.wine
     # As long as it likes where somebody said how long to fuzz.
     limit = None if "MORVA_FUZZ_SECONDS" in os.environ else SUITE_TIMEOUT_SECONDS

@@ -42,6 +42,13 @@ int runDoctor(const CommandLine& line) {
   return isWell(diagnosis) ? exitSuccess : exitFailure;
 }
 
+// Somebody who double-clicks the program would see a window come and go.
+void leaveTimeToRead() {
+  if (!isConsole(standardInput()) || !isAloneOnConsole()) return;
+  print("\nPress a key to close this window.\n");
+  waitForKey();
+}
+
 }  // namespace
 
 int runUserCommand(const Arguments& arguments) {
@@ -55,6 +62,7 @@ int runUserCommand(const Arguments& arguments) {
   switch (line.command) {
     case UserCommand::help:
       print(helpText());
+      if (arguments.empty()) leaveTimeToRead();
       return exitSuccess;
     case UserCommand::version:
       print(std::string(programName) + " " + productVersion + "\n");

@@ -5,7 +5,8 @@
 namespace media::win::chrome_inspect {
 
 // Performs a person's command and prints the outcome on standard output; what is wrong with a
-// command line goes to standard error. Returns the exit code: 0 success, 1 a failure or a problem
+// command line goes to standard error. Without arguments, and on a console that closes with this
+// process, waits for a key. Returns the exit code: 0 success, 1 a failure or a problem
 // that the doctor found, 2 a wrong command line.
 int runUserCommand(const Arguments& arguments);
 

@@ -261,8 +261,7 @@ bool isStillNamed(const Work& work) {
 bool mayChange(Work& work) {
   if (mayWriteRegistry(work.root())) return true;
   return work.fail("all users",
-                   "only an administrator may do this; run it in a console that was opened with "
-                   "\"Run as administrator\"");
+                   "only an administrator may do this, in a console that runs as administrator");
 }
 
 void warnOfLongPath(Work& work) {

@@ -37,6 +37,21 @@ bool isConsole(StreamId stream) {
   return GetConsoleMode(handleOf(stream), &mode) != 0;
 }
 
+bool isAloneOnConsole() {
+  DWORD ids[2] = {};
+  return GetConsoleProcessList(ids, 2) == 1;
+}
+
+void waitForKey() {
+  const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+  INPUT_RECORD record = {};
+  DWORD count = 0;
+  FlushConsoleInputBuffer(input);  // what was pressed before belongs to nobody
+  while (ReadConsoleInputW(input, &record, 1, &count)) {
+    if (record.EventType == KEY_EVENT && record.Event.KeyEvent.bKeyDown) return;
+  }
+}
+
 void writeText(StreamId stream, std::string_view text) {
   if (isConsole(stream)) return writeToConsole(handleOf(stream), utf16Of(text));
   for (std::size_t done = 0, written = 0; done < text.size(); done += written) {

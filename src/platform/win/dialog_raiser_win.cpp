@@ -1,5 +1,6 @@
 #include "platform/win/dialog_raiser_win.h"
 
+#include "platform/win/foreground_win.h"
 #include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
@@ -30,7 +31,7 @@ class DialogRaiser final : public IFileDialogEvents {
   STDMETHODIMP OnFolderChange(IFileDialog* dialog) override {
     if (const HWND window = windowOf(*dialog)) {
       ShowWindow(window, SW_SHOW);
-      SetForegroundWindow(window);
+      bringToFront(window);
     }
     return S_OK;
   }

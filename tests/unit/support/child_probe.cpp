@@ -1,5 +1,6 @@
 #include "support/child_probe.h"
 
+#include "host/user_command.h"
 #include "platform/clock.h"
 #include "platform/process_control.h"
 #include "platform/system_facts.h"
@@ -43,6 +44,10 @@ void playChildProbe(const std::vector<std::string>& arguments) {
   if (command == "exit") code = static_cast<unsigned>(std::stoul(arguments.at(3)));
   if (command == "describe") describe(arguments);
   if (command == "abandon") code = abandon();
+  if (command == "explain") {
+    useConsoleInput();
+    code = static_cast<unsigned>(runUserCommand({}));
+  }
   if (command == "wait") {
     (void)writeAll(standardOutput(), "ready\n");
     sleepMs(longEnoughMs);

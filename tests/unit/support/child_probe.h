@@ -11,6 +11,7 @@ namespace media::win::chrome_inspect {
 //   describe ...   prints its arguments, its folder, the state of its standard input and which
 //                  streams it has inherited, one line each
 //   wait           prints "ready" and stays until it is ended
+//   explain        does what the program does without arguments on the console of this process
 //   abandon        starts a "wait" of its own on its standard output and ends with 0 when that runs
 std::wstring childProbe(const std::wstring& command);
 [[noreturn]] void playChildProbe(const std::vector<std::string>& arguments);

@@ -33,6 +33,9 @@ void setEnvironment(const std::string& name, const std::string& value);
 StreamId replaceStandardOutput(StreamId stream);
 void restoreStandardOutput(StreamId old);
 
+// Makes the console of this process, if it has one, its standard input.
+void useConsoleInput();
+
 // The port on which a socket listens.
 std::uint16_t portOf(const OwnedSocket& listener);
 // Lets every send be a packet of its own.

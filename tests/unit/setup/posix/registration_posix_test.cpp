@@ -72,9 +72,10 @@ TEST_F(RegistrationReports, SayThatOnlyAnAdministratorMayRegisterAllUsers) {
   for (const auto& change : {registerHost, unregisterHost}) {
     const RegistrationReport report = change(everybody);
     EXPECT_FALSE(report.ok);
-    EXPECT_EQ(report.lines,
-              Lines{"all users FAILED: only an administrator may do this; run it in a "
-                    "console that was opened with \"Run as administrator\""});
+    EXPECT_EQ(
+        report.lines,
+        Lines{"all users FAILED: only an administrator may do this, in a console that runs as "
+              "administrator"});
   }
   EXPECT_FALSE(fs::exists(manifest_));
 }

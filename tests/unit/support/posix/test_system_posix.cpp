@@ -55,6 +55,8 @@ void restoreStandardOutput(StreamId old) {
   close(static_cast<int>(old));
 }
 
+void useConsoleInput() {}
+
 std::uint16_t portOf(const OwnedSocket& listener) {
   sockaddr_in address = {};
   socklen_t size = sizeof address;

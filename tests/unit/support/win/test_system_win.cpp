@@ -49,6 +49,11 @@ void restoreStandardOutput(StreamId old) {
   SetStdHandle(STD_OUTPUT_HANDLE, reinterpret_cast<HANDLE>(old));
 }
 
+void useConsoleInput() {
+  SetStdHandle(STD_INPUT_HANDLE, CreateFileW(L"CONIN$", GENERIC_READ | GENERIC_WRITE,
+                                             FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+}
+
 std::uint16_t portOf(const OwnedSocket& listener) {
   sockaddr_in address = {};
   int size = sizeof address;
