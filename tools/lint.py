@@ -99,7 +99,6 @@ CHECKS = {
     "tidy": check_tidy,
     "includes": check_includes,
 }
-ON_REQUEST = ("types", "includes")  # not part of every run
 
 
 def main():
@@ -108,7 +107,7 @@ def main():
     parser.add_argument("checks", nargs="*", metavar="CHECK", help=" ".join(CHECKS))
     arguments = parser.parse_args()
     results = {}
-    for name in arguments.checks or [each for each in CHECKS if each not in ON_REQUEST]:
+    for name in arguments.checks or CHECKS:
         begin = time.monotonic()
         results[name] = [text for text in CHECKS[name]() if text]
         for text in results[name]:

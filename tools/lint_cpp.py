@@ -160,8 +160,7 @@ def check_tidy() -> list[str]:
     def library(files: list[Path]) -> list[str]:
         return [] if top_folder(files[0]) == "src" else LIBCXX
 
-    together = list(units(path for path in code_files(".cpp")
-                          if top_folder(path) in ("src", "devkit")))
+    together = list(units(code_files(".cpp")))
     found = check_each([tidy_job(files, written_unit(files), library(files)) for files in together],
                        salt)
     # Two files of a unit may have a name in common; then each is read by itself.

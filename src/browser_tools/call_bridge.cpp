@@ -10,6 +10,7 @@
 #include "screening/page_result.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
+#include "text/json_view.h"
 #include "text/leaked.h"
 
 namespace media::win::chrome_inspect {

@@ -1,6 +1,6 @@
 #include "chat/text_events.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json.hpp>  // IWYU pragma: keep
 
 #include "channel/event_batch.h"
 #include "text/json_parse.h"

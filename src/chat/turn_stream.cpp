@@ -9,6 +9,7 @@
 #include "channel/framing.h"
 #include "chat/agent_event.h"
 #include "chat/text_events.h"
+#include "text/json_parse.h"
 #include "text/json_read.h"
 #include "text/json_text.h"
 #include "text/json_view.h"

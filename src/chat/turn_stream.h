@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "agent/event_splitter.h"
+#include "channel/event_batch.h"
 #include "chat/turn_events.h"
 
 // Translates the agent's answer to a chat turn, a stream of server-sent events, into panel events.

@@ -12,7 +12,9 @@
 #include "host/pipe_watchdog.h"
 #include "platform/byte_stream.h"
 #include "platform/named_pipe.h"
+#include "text/json_parse.h"
 #include "text/json_read.h"
+#include "text/json_view.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -12,7 +12,7 @@
 #include "host/dispatcher.h"
 #include "host/host_end.h"
 #include "text/json_parse.h"
-#include "text/json_read.h"
+#include "text/json_view.h"
 #include "text/leaked.h"
 
 namespace media::win::chrome_inspect {

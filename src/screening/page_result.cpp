@@ -1,13 +1,13 @@
 #include "screening/page_result.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <span>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "screening/injection_text.h"
 #include "screening/key_table.h"
 #include "screening/page_judgement.h"
 #include "text/ascii.h"

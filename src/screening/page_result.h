@@ -1,9 +1,7 @@
 #pragma once
 
-#include <optional>
 #include <string>
 
-#include "screening/injection_text.h"
 #include "text/json_view.h"
 
 // What the agent gets of a browser tool's result: screened for injected instructions, then cut down

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "common/product_names.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/product_names.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {

@@ -8,7 +8,6 @@
 
 #include "text/json_limits.h"
 #include "text/lone_surrogates.h"
-#include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 namespace {

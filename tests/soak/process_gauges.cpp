@@ -33,8 +33,9 @@ long handlesOf(DWORD id) {
     return -1;
   }
   const auto* list = reinterpret_cast<const SYSTEM_HANDLE_INFORMATION*>(buffer.data());
-  return std::count_if(list->Handle, list->Handle + list->Count,
-                       [id](const SYSTEM_HANDLE_ENTRY& entry) { return entry.OwnerPid == id; });
+  return static_cast<long>(
+      std::count_if(list->Handle, list->Handle + list->Count,
+                    [id](const SYSTEM_HANDLE_ENTRY& entry) { return entry.OwnerPid == id; }));
 }
 
 }  // namespace

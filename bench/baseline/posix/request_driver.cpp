@@ -58,4 +58,5 @@ int main(int argc, char** argv) {
   for (std::thread& thread : threads) thread.join();
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
   std::printf("%.6f %d\n", seconds.count(), lost.load());
+  return 0;
 }

@@ -3,7 +3,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/syscall.h>
+#include <sys/syscall.h>  // IWYU pragma: keep
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -99,7 +99,7 @@ void readNext(ScriptedServer& server, std::wstring path = L"/feed") {
 }
 
 // Sends `first`, and `then` when the gate is open.
-ScriptedServer::Script inTwoParts(std::string first, Gate& gate, std::string then = "") {
+ScriptedServer::Script inTwoParts(const std::string& first, Gate& gate, std::string then = "") {
   return [first = head + first, &gate, then = std::move(then)](ServedConnection& connection) {
     (void)connection.send(first);
     gate.wait();

@@ -8,6 +8,9 @@
 namespace media::win::chrome_inspect {
 namespace {
 
+// Refused for its length alone: not a byte of it is looked at.
+const std::string_view tooLong("x", 0x80000000);  // NOLINT(bugprone-string-constructor)
+
 // `wanted`: the value, or a beginning of the error text
 const std::tuple<const char*, std::string, bool, std::string> frameCases[] = {
     {"length 0 is an empty object", frameHeader(0), true, "{}"},
@@ -77,8 +80,7 @@ TEST(ReadFrame, ReportsAFailedRead) {
 TEST(WriteFrame, RefusesABodyOf2GiBAndFailsWithoutReader) {
   TestPipe pipe;
   const StreamId out = pipe.writeEnd.get();
-  // Refused for its length alone: not a byte of it is looked at.
-  EXPECT_FALSE(writeFrame(out, std::string_view("x", 0x80000000)));
+  EXPECT_FALSE(writeFrame(out, tooLong));
   pipe.readEnd.reset();
   EXPECT_TRUE(writeAll(out, "", 0));
   EXPECT_FALSE(writeAll(out, "a", 1));
@@ -126,7 +128,7 @@ TEST(WriteMessage, WritesNothingMoreAfterAFailedWrite) {
 TEST(OutboundLimit, IsThatOfTheProtocolUnlessABrowserStartedTheHost) {
   CapturedOutput output;
   EXPECT_EQ(outboundLimit(), 0x7FFFFFFFU);
-  EXPECT_FALSE(writeMessageText(std::string_view("x", 0x80000000)));
+  EXPECT_FALSE(writeMessageText(tooLong));
   EXPECT_TRUE(writeMessageText(std::string(1'048'577, 'x')));
   limitFramesForBrowser();
   EXPECT_EQ(outboundLimit(), 1'048'576U);

@@ -112,7 +112,7 @@ CapturedOutput::Frames framesOf(const std::string& text) {
   CapturedOutput output;
   TurnEvents turn("r");
   const std::uint32_t count = sendText(turn, "appendAssistantDelta", text, args);
-  const CapturedOutput::Frames frames = output.finish();
+  CapturedOutput::Frames frames = output.finish();
   EXPECT_EQ(frames.size(), count);
   std::string joined;
   std::uint32_t seq = 0;

@@ -107,7 +107,7 @@ Frames BlockedOutput::finish() {
 void answer(const json& message, json reply) {
   const auto id = message.at("requestId").get<std::string>();
   reply["requestId"] = id;
-  storeReply(id, std::move(reply));
+  storeReply(id, reply);
 }
 
 Frames eventsIn(const Frames& frames) {
