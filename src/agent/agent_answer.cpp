@@ -1,6 +1,6 @@
 #include "agent/agent_answer.h"
 
-#include <utility>
+#include <nlohmann/json.hpp>
 
 #include "text/json_parse.h"
 #include "text/json_read.h"
@@ -15,6 +15,10 @@ bool isGood(std::uint32_t status, GoodStatus good) {
   return status == 200 || (good == GoodStatus::any2xx && status > 200 && status < 300);
 }
 
+std::string_view textOf(const AgentResponse& response) {
+  return response.body.empty() ? "{}" : std::string_view(response.body);
+}
+
 }  // namespace
 
 bool isWholeAnswer(const AgentResponse& response) {
@@ -23,30 +27,31 @@ bool isWholeAnswer(const AgentResponse& response) {
 
 bool parseAnswer(const AgentResponse& response, json& value) {
   std::string ignored;
-  const std::string_view body = response.body.empty() ? "{}" : std::string_view(response.body);
-  return parseJson(body, value, ignored) == ParseOutcome::ok;
+  return parseJson(textOf(response), value, ignored) == ParseOutcome::ok;
 }
 
 AgentAnswer readAnswer(const AgentResponse& response, std::string_view fallback, GoodStatus good) {
-  AgentAnswer answer{false, std::string(fallback), {}};
+  AgentAnswer answer;
+  answer.error = fallback;
   if (!response.error.empty()) {
     answer.error = response.error;
     return answer;
   }
-  answer.isJson = parseAnswer(response, answer.value);
+  std::string ignored;
+  answer.isJson = readJson(textOf(response), answer.body, ignored) == ParseOutcome::ok;
   if (!isGood(response.status, good)) return answer;
-  answer.ok = lenientBool(answer.value, "ok", false);
-  answer.error = answer.ok ? "" : lenientText(answer.value, "error", fallback);
+  answer.ok = answer.body.root()["ok"].isTrue();
+  answer.error = answer.ok ? "" : lenientText(answer.body.root(), "error", fallback);
   return answer;
 }
 
-json takeData(json& value) {
-  const auto data = value.find("data");
-  return data == value.end() ? json::object() : std::move(*data);
+std::string dataText(const AgentAnswer& answer) {
+  const JsonView data = answer.body.root()["data"];
+  return data ? data.compactText() : "{}";
 }
 
 std::string explainedError(const AgentAnswer& answer) {
-  return std::string(lenientText(answer.value, "error", answer.error));
+  return std::string(lenientText(answer.body.root(), "error", answer.error));
 }
 
 }  // namespace media::win::chrome_inspect

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 
 #include "agent/agent_request.h"
+#include "text/json_view.h"
 
 // Judging the answers to plain requests: first whether one came whole, then its status, then its
 // body. What came of an exchange that broke off is no answer, whatever its status says.
@@ -19,9 +20,9 @@ bool parseAnswer(const AgentResponse& response, nlohmann::json& value);
 // What most of the agent's routes answer: {"ok", "error", "data"}.
 struct AgentAnswer {
   bool ok = false;
-  std::string error;     // when not ok
-  nlohmann::json value;  // the body, whatever the status; null unless `isJson`
-  bool isJson = false;   // an answer came whole, and its body can be parsed or is empty
+  std::string error;    // when not ok
+  JsonDocument body;    // whatever the status; none unless `isJson`
+  bool isJson = false;  // an answer came whole, and its body can be parsed or is empty
 };
 
 enum class GoodStatus { only200, any2xx };
@@ -32,8 +33,8 @@ enum class GoodStatus { only200, any2xx };
 AgentAnswer readAnswer(const AgentResponse& response, std::string_view fallback,
                        GoodStatus good = GoodStatus::only200);
 
-// The "data" of an answer's value, moved out of it; {} when it has none.
-nlohmann::json takeData(nlohmann::json& value);
+// The "data" of an answer's body as text; {} when it has none.
+std::string dataText(const AgentAnswer& answer);
 
 // Why an answer is not ok, where the body's "error" counts with any status.
 std::string explainedError(const AgentAnswer& answer);

@@ -5,6 +5,8 @@
 
 #include "channel/framing.h"
 #include "text/json_parse.h"
+#include "text/json_read.h"
+#include "text/json_text.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
@@ -12,27 +14,59 @@ namespace {
 
 using nlohmann::json;
 
-constexpr const char* sourceTag = "morva-chat";
+constexpr std::string_view sourceTag = "morva-chat";
 
 // A token longer than this is not echoed in a reply that is too large already.
 constexpr std::size_t maxEchoedToken = 1024;
 
-void copyKey(const json& from, const char* key, json& to) {
-  const auto member = from.find(key);
-  if (member != from.end()) to[key] = *member;
+void echo(JsonObjectText& reply, JsonView from, std::string_view key) {
+  if (const JsonView member = from[key]) reply.view(key, member);
 }
 
-json tooLargeReply(const json& reply, std::size_t size) {
-  const auto kind = reply.find("kind");
-  json small = {{"source", sourceTag},
-                {"kind", kind != reply.end() && kind->is_string() ? *kind : json("ack")},
-                {"ok", false},
-                {"error", "reply too large for the browser (" + std::to_string(size) + " bytes)"}};
-  for (const char* key : {"chromeRequestId", "rpcId", "id"}) {
-    const auto member = reply.find(key);
-    if (member != reply.end() && dumpJson(*member).size() <= maxEchoedToken) small[key] = *member;
-  }
-  return small;
+void echoShort(JsonObjectText& reply, JsonView from, std::string_view key) {
+  const JsonView member = from[key];
+  if (member && member.compactText().size() <= maxEchoedToken) reply.view(key, member);
+}
+
+// One frame with the reply in it; room for its length is in front.
+std::string frameOf(JsonView request, std::string_view reply) {
+  std::string frame(frameHeadBytes, '\0');
+  JsonObjectText stamped(frame);
+  echo(stamped, request, "chromeRequestId");
+  stamped.members(reply);
+  stamped.text("source", sourceTag);
+  stamped.end();
+  return frame;
+}
+
+std::string tooLargeFrame(JsonView request, std::string_view reply, std::size_t size) {
+  JsonDocument whole;
+  std::string ignored;  // a text of our own
+  (void)readJson(reply, whole, ignored);
+  const std::string_view kind = lenientText(whole.root(), "kind", "ack");
+  std::string frame(frameHeadBytes, '\0');
+  JsonObjectText small(frame);
+  echoShort(small, request, "chromeRequestId");
+  small.text("error", "reply too large for the browser (" + std::to_string(size) + " bytes)");
+  echoShort(small, whole.root(), "id");
+  small.text("kind", kind);
+  small.flag("ok", false);
+  echoShort(small, whole.root(), "rpcId");
+  small.text("source", sourceTag);
+  small.end();
+  return frame;
+}
+
+std::string rpcReply(JsonView request, bool ok, std::string_view payload) {
+  std::string text;
+  JsonObjectText reply(text);
+  reply.member(ok ? "data" : "error") += payload;
+  echo(reply, request, "id");
+  reply.text("kind", "hostProviderRpc");
+  reply.flag("ok", ok);
+  echo(reply, request, "rpcId");
+  reply.end();
+  return text;
 }
 
 }  // namespace
@@ -41,39 +75,28 @@ bool isPanelMessage(JsonView message) { return message["source"].text() == sourc
 
 bool isRelayReply(JsonView message) { return message["ok"] && message["requestId"]; }
 
-json stampMessage(json message, const json& request) {
-  message["source"] = sourceTag;
-  copyKey(request, "chromeRequestId", message);
-  return message;
+std::string ackReply() { return R"({"kind":"ack","ok":true})"; }
+
+std::string ackError(std::string_view error) {
+  return dumpJson({{"error", foreignText(error)}, {"kind", "ack"}, {"ok", false}});
 }
 
-json ackReply(const json& request) {
-  // Member by member: an initializer list copies every key and value, and this is most replies.
-  json reply(json::value_t::object);
-  reply["kind"] = "ack";
-  reply["ok"] = true;
-  return stampMessage(std::move(reply), request);
+std::string providerRpcReply(JsonView request, std::string_view data) {
+  return rpcReply(request, true, data);
 }
 
-json ackError(const json& request, std::string_view error) {
-  return stampMessage({{"kind", "ack"}, {"ok", false}, {"error", foreignText(error)}}, request);
+std::string providerRpcError(JsonView request, std::string_view error) {
+  return rpcReply(request, false, dumpJson(error));
 }
 
-json providerRpcReply(const json& request, bool ok, json payload) {
-  json reply = {{"kind", "hostProviderRpc"}, {"ok", ok}};
-  reply[ok ? "data" : "error"] = std::move(payload);
-  copyKey(request, "rpcId", reply);
-  copyKey(request, "id", reply);
-  return stampMessage(std::move(reply), request);
-}
-
-void sendReply(const json& request, json reply) {
-  if (!reply.is_object()) reply = json::object();
-  if (!reply.contains("source")) reply["source"] = sourceTag;
-  if (!reply.contains("chromeRequestId")) copyKey(request, "chromeRequestId", reply);
-  std::string text = dumpJson(reply);
-  if (text.size() > outboundLimit()) text = dumpJson(tooLargeReply(reply, text.size()));
-  (void)writeMessageText(text);  // the browser is gone; the reader will notice
+void sendReply(JsonView request, std::string_view reply, Sending sending) {
+  std::string frame = frameOf(request, reply);
+  if (const std::size_t size = frame.size() - frameHeadBytes; size > outboundLimit()) {
+    frame = tooLargeFrame(request, reply, size);
+  }
+  writeFrameHead(frame.data(), frame.size() - frameHeadBytes);
+  // The browser may be gone: the reader will notice.
+  (void)(sending == Sending::held ? holdFrame(frame) : writeFrames(frame));
 }
 
 void sendHostStatus(std::string_view agentText) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
+#include <string>
 #include <string_view>
 
 #include "text/json_view.h"
@@ -13,21 +14,23 @@ bool isPanelMessage(JsonView message);
 // The extension's answer to a request of the host: an object with "ok" and "requestId".
 bool isRelayReply(JsonView message);
 
-// `message` with our "source" and with the request's "chromeRequestId", if it has one.
-nlohmann::json stampMessage(nlohmann::json message, const nlohmann::json& request);
+// Replies are the text of a JSON object, without the "source" and the "chromeRequestId" of the
+// message: those are added where they are sent.
 
-// {"kind":"ack","ok":true}, or not ok with an error text; stamped.
-nlohmann::json ackReply(const nlohmann::json& request);
-nlohmann::json ackError(const nlohmann::json& request, std::string_view error);
+// {"kind":"ack","ok":true}, or not ok with an error text.
+std::string ackReply();
+std::string ackError(std::string_view error);
 
-// The stamped answer to a "providerRpc" message: `payload` is its "data" when `ok`, its "error"
-// otherwise. The request's "rpcId" and "id" are echoed.
-nlohmann::json providerRpcReply(const nlohmann::json& request, bool ok, nlohmann::json payload);
+// The answer to a "providerRpc" message: its "data", a JSON text, or its "error". The request's
+// "rpcId" and "id" are echoed.
+std::string providerRpcReply(JsonView request, std::string_view data);
+std::string providerRpcError(JsonView request, std::string_view error);
 
-// Sends the one reply that every panel message gets. A reply that is no object is sent as an empty
-// one; "source" and "chromeRequestId" are added when missing. One that is too large for the browser
-// goes out as a not-ok reply of the same kind that says so.
-void sendReply(const nlohmann::json& request, nlohmann::json reply);
+// Sends the one reply that every panel message gets, at once or, with `held`, as one of many
+// (channel/framing.h). One that is too large for the browser goes out as a not-ok reply of the same
+// kind that says so.
+enum class Sending { now, held };
+void sendReply(JsonView request, std::string_view reply, Sending sending = Sending::now);
 
 // Sends the panel the state of the agent, for example "connected". May block on standard output.
 void sendHostStatus(std::string_view agentText);

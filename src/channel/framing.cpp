@@ -16,28 +16,35 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little);  // lengths are read and written in place
 
+// What one call to the system reads at most, and what is held at most before it is written.
+constexpr std::size_t readBytes = 65536;
+constexpr std::size_t maxHeldBytes = 65536;
+
 std::atomic<std::size_t> outboundBodyLimit = maxOutboundBody;
 
 struct StandardOutput {
   Mutex stdoutMutex;  // one whole frame at a time; no other lock is taken while it is held
   bool closed MORVA_GUARDED_BY(stdoutMutex) = false;  // it failed, or the host is about to end
+  std::string held MORVA_GUARDED_BY(stdoutMutex);     // frames that wait for the next write
   std::atomic<bool> busy = false;
+
+  bool write(std::string_view frames) MORVA_REQUIRES(stdoutMutex) {
+    if (closed) return false;
+    busy = true;
+    closed = !writeAll(standardOutput(), frames.data(), frames.size());
+    busy = false;
+    return !closed;
+  }
+  bool writeHeld() MORVA_REQUIRES(stdoutMutex) {
+    const bool written = held.empty() ? !closed : write(held);
+    held.clear();
+    return written;
+  }
 };
 
 StandardOutput& standardOutputState() {
   static StandardOutput& state = leaked<StandardOutput>();
   return state;
-}
-
-bool readExactly(StreamId stream, char* buffer, std::size_t size, std::string& error) {
-  for (std::size_t done = 0, got = 0; done < size; done += got) {
-    const ReadResult result = readSome(stream, buffer + done, size - done, got);
-    if (result != ReadResult::data) {
-      error = result == ReadResult::end ? "unexpected EOF" : "ReadFile failed";
-      return false;
-    }
-  }
-  return true;
 }
 
 std::string frameOf(std::string_view body) {
@@ -47,38 +54,65 @@ std::string frameOf(std::string_view body) {
   return frame;
 }
 
-bool allocate(std::string& body, std::size_t size) {
-  try {
-    body.assign(size, '\0');
-    return true;
-  } catch (const std::bad_alloc&) {
-    return false;
+}  // namespace
+
+FrameReader::FrameReader(StreamId stream)
+    : stream_(stream), buffer_(std::make_unique_for_overwrite<char[]>(readBytes)) {}
+
+bool FrameReader::take(char* bytes, std::size_t size, std::string& error) {
+  for (std::size_t got = 0;; got = 0) {
+    const std::size_t here = unused().copy(bytes, size);
+    begin_ += here;
+    bytes += here;
+    size -= here;
+    if (size == 0) return true;
+    // What is longer than the buffer is read where it belongs.
+    const bool isLong = size >= readBytes;
+    const ReadResult result =
+        readSome(stream_, isLong ? bytes : buffer_.get(), isLong ? size : readBytes, got);
+    if (result != ReadResult::data) {
+      error = result == ReadResult::end ? "unexpected EOF" : "ReadFile failed";
+      return false;
+    }
+    if (isLong) {
+      bytes += got;
+      size -= got;
+    } else {
+      begin_ = 0;
+      end_ = got;
+    }
   }
 }
 
-}  // namespace
-
-bool readFrameBody(StreamId stream, std::string& body, std::string& error) {
+bool FrameReader::next(JsonBuffer& body, std::string& error) {
   std::uint32_t length = 0;
-  if (!readExactly(stream, reinterpret_cast<char*>(&length), sizeof length, error)) return false;
-  if (length == 0) {
-    body = "{}";
-    return true;
-  }
+  if (!take(reinterpret_cast<char*>(&length), sizeof length, error)) return false;
   if (length > maxInboundBody) {
     error = "frame too large";
     return false;
   }
-  if (!allocate(body, length)) {
+  constexpr std::string_view empty = "{}";
+  try {
+    body = JsonBuffer(length == 0 ? empty.size() : length);
+  } catch (const std::bad_alloc&) {
     error = "out of memory";
     return false;
   }
-  return readExactly(stream, body.data(), body.size(), error);
+  if (length == 0) empty.copy(body.data(), empty.size());
+  return take(body.data(), length, error);
 }
 
-bool readFrame(StreamId stream, nlohmann::json& frame, std::string& error) {
-  std::string body;
-  return readFrameBody(stream, body, error) && parseJson(body, frame, error) == ParseOutcome::ok;
+bool FrameReader::next(nlohmann::json& frame, std::string& error) {
+  JsonBuffer body;
+  return next(body, error) && parseJson(body.text(), frame, error) == ParseOutcome::ok;
+}
+
+bool FrameReader::hasNext() const {
+  std::uint32_t length = 0;
+  const std::string_view here = unused();
+  if (here.size() < sizeof length) return false;
+  std::memcpy(&length, here.data(), sizeof length);
+  return here.size() - sizeof length >= length;
 }
 
 bool writeAll(StreamId stream, const char* bytes, std::size_t size) {
@@ -109,11 +143,22 @@ void writeFrameHead(char* bytes, std::size_t size) {
 bool writeFrames(std::string_view frames) {
   StandardOutput& output = standardOutputState();
   const Lock lock(output.stdoutMutex);
-  if (output.closed) return false;
-  output.busy = true;
-  output.closed = !writeAll(standardOutput(), frames.data(), frames.size());
-  output.busy = false;
+  return output.writeHeld() && output.write(frames);
+}
+
+bool holdFrame(std::string_view frame) {
+  StandardOutput& output = standardOutputState();
+  const Lock lock(output.stdoutMutex);
+  if (output.held.size() + frame.size() > maxHeldBytes && !output.writeHeld()) return false;
+  if (frame.size() > maxHeldBytes) return output.write(frame);
+  output.held += frame;
   return !output.closed;
+}
+
+bool writeHeldFrames() {
+  StandardOutput& output = standardOutputState();
+  const Lock lock(output.stdoutMutex);
+  return output.writeHeld();
 }
 
 bool outputIsBusy() { return standardOutputState().busy; }

@@ -2,11 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 
 #include "platform/byte_stream.h"
+#include "text/json_view.h"
 
 // Frames: a 4-byte little-endian length, then that many bytes of UTF-8 JSON. Spoken with the
 // browser on standard input and output (Chrome's native messaging), and with local programs on the
@@ -21,15 +23,33 @@ inline constexpr std::uint32_t maxInboundBody = 16 * 1024 * 1024;
 inline constexpr std::size_t maxOutboundBody = 0x7FFFFFFF;
 inline constexpr std::size_t maxBrowserBody = 1024 * 1024;
 
-// Reads the body of one frame, blocking until it is whole; a length of 0 means "{}".
-// Failure: false, and `error` is "unexpected EOF", "ReadFile failed", "frame too large" or
-// "out of memory". The stream is then out of step; read no more from it.
-// Threads: one reader per stream. The caller keeps the stream open and goes on owning it.
-bool readFrameBody(StreamId stream, std::string& body, std::string& error);
+// Reads the frames of one stream. It takes what is there, so several short ones come with one call
+// to the system. Threads: one at a time. The caller keeps the stream open and goes on owning it.
+class FrameReader {
+ public:
+  explicit FrameReader(StreamId stream);
 
-// The same, parsed. Failure may also be a parse error of text/json_parse.h, after which the
-// stream is still in step.
-bool readFrame(StreamId stream, nlohmann::json& frame, std::string& error);
+  // Reads the body of the next frame, blocking until it is whole; a length of 0 means "{}".
+  // Failure: false, and `error` is "unexpected EOF", "ReadFile failed", "frame too large" or
+  // "out of memory". The stream is then out of step; read no more from it.
+  bool next(JsonBuffer& body, std::string& error);
+
+  // The same, parsed. Failure may also be a parse error of text/json_parse.h, after which the
+  // stream is still in step.
+  bool next(nlohmann::json& frame, std::string& error);
+
+  // Whether the next frame is here as a whole, so that reading it waits for nothing.
+  bool hasNext() const;
+
+ private:
+  std::string_view unused() const { return {buffer_.get() + begin_, end_ - begin_}; }
+  bool take(char* bytes, std::size_t size, std::string& error);
+
+  StreamId stream_;
+  std::unique_ptr<char[]> buffer_;
+  std::size_t begin_ = 0;  // of what was read and is not used yet
+  std::size_t end_ = 0;
+};
 
 // Writes all of `bytes`, in as many calls as it takes; no bytes succeed at once.
 bool writeAll(StreamId stream, const char* bytes, std::size_t size);
@@ -50,6 +70,11 @@ bool writeMessageText(std::string_view body);
 // The same for frames that are composed already, whole and one behind the other, none longer than
 // allowed: written at once.
 bool writeFrames(std::string_view frames);
+
+// The same for a frame that is one of many: it may wait for the next write, whoever's, and goes out
+// ahead of that. The caller calls `writeHeldFrames` before it does anything that takes its time.
+bool holdFrame(std::string_view frame);
+bool writeHeldFrames();
 
 // What stands in front of a body of `size` bytes, written to the `frameHeadBytes` at `bytes`.
 inline constexpr std::size_t frameHeadBytes = 4;

@@ -13,6 +13,7 @@
 #include "host/command_run.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
+#include "text/json_text.h"
 #include "text/url_escape.h"
 #include "text/utf8.h"
 #include "text/wide.h"
@@ -24,21 +25,22 @@ using nlohmann::json;
 
 constexpr const char* requestFailed = "agent request failed";
 
-json failed(const json& request, std::string_view error) {
-  return providerRpcReply(request, false, foreignText(error));
+std::string failed(JsonView request, std::string_view error) {
+  return providerRpcError(request, foreignText(error));
 }
 
-json agentProxyCall(const json& request, const wchar_t* verb, const std::string& path,
-                    const std::string& body = {}) {
+std::string agentProxyCall(JsonView request, const wchar_t* verb, const std::string& path,
+                           const std::string& body = {}) {
   std::string error;
   const auto port = ensureAgent(error);
   if (!port) return failed(request, error);
-  AgentAnswer answer = readAnswer(agentRequest(*port, verb, toWide(path), body), requestFailed);
+  const AgentAnswer answer =
+      readAnswer(agentRequest(*port, verb, toWide(path), body), requestFailed);
   if (!answer.ok) return failed(request, answer.error);
-  return providerRpcReply(request, true, takeData(answer.value));
+  return providerRpcReply(request, dataText(answer));
 }
 
-json getPresets(const json& request) {
+std::string getPresets(JsonView request) {
   std::string error;
   const auto port = ensureAgent(error);
   if (!port) return failed(request, error);
@@ -47,83 +49,92 @@ json getPresets(const json& request) {
   if (!isWholeAnswer(response) || !parseAnswer(response, models)) {
     return failed(request, "preset list failed");
   }
-  return providerRpcReply(request, true, {{"presets", normalizePresetList(models)}});
+  return providerRpcReply(request, dumpJson({{"presets", normalizePresetList(models)}}));
 }
 
-json getCreditInfo(const json& request) { return agentProxyCall(request, L"GET", "/v1/credit"); }
+std::string getCreditInfo(JsonView request) {
+  return agentProxyCall(request, L"GET", "/v1/credit");
+}
 
-json listChatSessions(const json& request) {
+std::string listChatSessions(JsonView request) {
   return agentProxyCall(request, L"GET", "/v1/chat/sessions");
 }
 
 // The id goes as it came; what cannot stand in a request line is escaped below.
-std::string sessionPath(const json& request) {
+std::string sessionPath(JsonView request) {
   return "/v1/chat/session?id=" + std::string(readText(request, "id"));
 }
 
-json loadChatSession(const json& request) {
+std::string loadChatSession(JsonView request) {
   return agentProxyCall(request, L"GET", sessionPath(request));
 }
 
-json deleteChatSession(const json& request) {
+std::string deleteChatSession(JsonView request) {
   return agentProxyCall(request, L"DELETE", sessionPath(request));
 }
 
-json saveChatSession(const json& request) {
-  const json session = request.value("session", json());
-  return agentProxyCall(request, L"POST", "/v1/chat/sessions", dumpJson(session));
+std::string saveChatSession(JsonView request) {
+  return agentProxyCall(request, L"POST", "/v1/chat/sessions", request["session"].compactText());
 }
 
-json subscribeCommandEvents(const json& request) {
+std::string subscribeCommandEvents(JsonView request) {
   std::string error;
   if (!ensureAgent(error)) return failed(request, error);
-  return providerRpcReply(request, true, json::object());
+  return providerRpcReply(request, "{}");
 }
 
-json listChatCommands(const json& request) {
+std::string listChatCommands(JsonView request) {
   return agentProxyCall(request, L"GET", "/v1/chat/commands");
 }
 
-json listChatSkills(const json& request) {
+std::string listChatSkills(JsonView request) {
   const std::string_view folder = readText(request, "cwd");
   const std::string query = folder.empty() ? "" : "?cwd=" + percentEncode(folder);
   return agentProxyCall(request, L"GET", "/v1/chat/skills" + query);
 }
 
-json getRecentPaths(const json& request) {
+std::string getRecentPaths(JsonView request) {
   return agentProxyCall(request, L"GET", "/v1/chat/recent-paths");
 }
 
-json getTypeaheadPresets(const json& request) {
+std::string getTypeaheadPresets(JsonView request) {
   return agentProxyCall(request, L"GET", "/v1/chat/typeahead-presets");
 }
 
 // The agent gives a search up when a newer one starts.
-json cancelSearch(const json& request) { return providerRpcReply(request, true, json::object()); }
+std::string cancelSearch(JsonView request) { return providerRpcReply(request, "{}"); }
 
-json startSearch(const json& request) {
-  json body = {{"query", readText(request, "query")},
-               {"headLimit", readInt64(request, "headLimit", 0)}};
-  if (const json* inputs = findArray(request, "inputs")) body["inputs"] = *inputs;
-  const json* user = findObject(request, "user");
-  const json* scopes = user != nullptr ? findArray(*user, "scopes") : nullptr;
-  if (scopes != nullptr) body["scopes"] = *scopes;
-  return agentProxyCall(request, L"POST", "/v1/chat/search-names", dumpJson(body));
+void copyIf(JsonObjectText& body, std::string_view key, JsonView member, bool wanted) {
+  if (wanted) body.view(key, member);
 }
 
-json rankPageModel(const json& request) {
-  json body = json::object();
-  const auto copyIf = [&](const char* key, bool (json::*isType)() const noexcept) {
-    const auto member = request.find(key);
-    if (member != request.end() && ((*member).*isType)()) body[key] = *member;
-  };
-  copyIf("query", &json::is_string);
-  copyIf("model", &json::is_object);
-  copyIf("topK", &json::is_number);
-  return agentProxyCall(request, L"POST", "/v1/browser/page-model/rank", dumpJson(body));
+std::string startSearch(JsonView request) {
+  const JsonView inputs = request["inputs"];
+  const JsonView scopes = request["user"]["scopes"];
+  std::string text;
+  JsonObjectText body(text);
+  body.member("headLimit") += std::to_string(readInt64(request, "headLimit", 0));
+  copyIf(body, "inputs", inputs, inputs.isArray());
+  body.text("query", readText(request, "query"));
+  copyIf(body, "scopes", scopes, scopes.isArray());
+  body.end();
+  return agentProxyCall(request, L"POST", "/v1/chat/search-names", text);
 }
 
-json getArtifacts(const json& request) {
+std::string rankPageModel(JsonView request) {
+  const JsonView model = request["model"];
+  const JsonView query = request["query"];
+  const JsonView topK = request["topK"];
+  std::string text;
+  JsonObjectText body(text);
+  copyIf(body, "model", model, model.isObject());
+  copyIf(body, "query", query, query.isString());
+  copyIf(body, "topK", topK, topK.isNumber());
+  body.end();
+  return agentProxyCall(request, L"POST", "/v1/browser/page-model/rank", text);
+}
+
+std::string getArtifacts(JsonView request) {
   const std::int64_t limit = readInt64(request, "limit", 0);
   const std::string query = limit < 1 ? "" : "?limit=" + std::to_string(limit);
   return agentProxyCall(request, L"GET", "/v1/chat/vumbo-artifacts" + query);
@@ -131,7 +142,7 @@ json getArtifacts(const json& request) {
 
 struct Method {
   std::string_view name;
-  json (*answer)(const json& request);
+  std::string (*answer)(JsonView request);
 };
 
 constexpr Method methods[] = {
@@ -156,46 +167,45 @@ constexpr Method methods[] = {
 };
 
 // Posts to the agent for a plain kind and answers with the agent's "ok", or the best error text.
-json postForAck(const json& request, const wchar_t* path, const json& body,
-                std::string_view fallback) {
+std::string postForAck(const wchar_t* path, const json& body, std::string_view fallback) {
   std::string error;
   const auto port = ensureAgent(error);
-  if (!port) return ackError(request, error);
+  if (!port) return ackError(error);
   const AgentAnswer answer =
       readAnswer(agentRequest(*port, L"POST", path, dumpJson(body)), fallback);
-  return answer.ok ? ackReply(request) : ackError(request, explainedError(answer));
+  return answer.ok ? ackReply() : ackError(explainedError(answer));
 }
 
-json pathsOf(const json& request) {
-  if (const json* paths = findArray(request, "paths")) return *paths;
+json pathsOf(JsonView request) {
+  if (const JsonView paths = request["paths"]; paths.isArray()) return paths.toValue();
   return json::array({readText(request, "path")});
 }
 
 }  // namespace
 
-json answerProviderRpc(const json& request) {
+std::string answerProviderRpc(JsonView request) {
   const std::string name(readText(request, "method"));
   const auto* known = std::find_if(std::begin(methods), std::end(methods),
                                    [&name](const Method& method) { return method.name == name; });
   if (known != std::end(methods)) return known->answer(request);
   // Whole: it is part of the reply, as it came in the message.
-  return providerRpcReply(request, false, "chrome host does not handle " + name);
+  return providerRpcError(request, "chrome host does not handle " + name);
 }
 
-json answerOpenPathsByAgent(const json& request, bool fullscreen) {
-  return postForAck(request, L"/v1/ui/open-file",
-                    {{"paths", pathsOf(request)}, {"fullscreen", fullscreen}}, "file did not open");
+std::string answerOpenPathsByAgent(JsonView request, bool fullscreen) {
+  return postForAck(L"/v1/ui/open-file", {{"paths", pathsOf(request)}, {"fullscreen", fullscreen}},
+                    "file did not open");
 }
 
-json answerSettings(const json& request) {
-  return postForAck(request, L"/v1/ui/open", {{"section", readText(request, "section", "chat")}},
+std::string answerSettings(JsonView request) {
+  return postForAck(L"/v1/ui/open", {{"section", readText(request, "section", "chat")}},
                     "settings did not open");
 }
 
-json answerConsentReply(const json& request) {
-  json body = request;
+std::string answerConsentReply(JsonView request) {
+  json body = request.toValue();
   body.erase("kind");
-  return postForAck(request, L"/v1/chat/consent", body, requestFailed);
+  return postForAck(L"/v1/chat/consent", body, requestFailed);
 }
 
 }  // namespace media::win::chrome_inspect

@@ -1,6 +1,8 @@
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+#include "text/json_view.h"
 
 // What the panel asks for and the agent answers over its REST interface. Each function makes sure
 // that there is an agent and blocks until it has answered; those that need none return at once.
@@ -8,13 +10,13 @@
 namespace media::win::chrome_inspect {
 
 // Performs a "providerRpc" message and returns its "hostProviderRpc" reply.
-nlohmann::json answerProviderRpc(const nlohmann::json& request);
+std::string answerProviderRpc(JsonView request);
 
 // Posts what a message asks for to the agent and returns the "ack", with the agent's "ok" or the
 // best error text: that it opens the message's paths, or its settings, or what the user answered to
 // a consent question.
-nlohmann::json answerOpenPathsByAgent(const nlohmann::json& request, bool fullscreen);
-nlohmann::json answerSettings(const nlohmann::json& request);
-nlohmann::json answerConsentReply(const nlohmann::json& request);
+std::string answerOpenPathsByAgent(JsonView request, bool fullscreen);
+std::string answerSettings(JsonView request);
+std::string answerConsentReply(JsonView request);
 
 }  // namespace media::win::chrome_inspect

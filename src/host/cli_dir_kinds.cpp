@@ -12,6 +12,7 @@
 #include "channel/envelope.h"
 #include "common/detached.h"
 #include "shell/pickers.h"
+#include "text/json_parse.h"
 #include "text/json_read.h"
 #include "text/utf8.h"
 #include "text/wide.h"
@@ -21,60 +22,71 @@ namespace {
 
 using nlohmann::json;
 
-json cliDirReply(const json& request, bool ok, json members) {
+std::string cliDirReply(bool ok, json members) {
   members["kind"] = "cliDir";
   members["ok"] = ok;
-  return stampMessage(std::move(members), request);
+  return dumpJson(members);
 }
 
-json cliDirError(const json& request, std::string_view error) {
-  return cliDirReply(request, false,
-                     {{"dir", toUtf8(savedCliDir())}, {"error", foreignText(error)}});
+std::string cliDirError(std::string_view error) {
+  return cliDirReply(false, {{"dir", toUtf8(savedCliDir())}, {"error", foreignText(error)}});
 }
 
-json saveAndDescribe(const json& request, std::string_view dirUtf8) {
+bool save(std::string_view dirUtf8, std::string& reply) {
   std::string error;
-  if (!validateAndSaveCliDir(dirUtf8, error)) return cliDirError(request, error);
-  return cliDirReply(request, true, describeCliDir());
+  const bool saved = validateAndSaveCliDir(dirUtf8, error);
+  reply = saved ? cliDirReply(true, describeCliDir()) : cliDirError(error);
+  return saved;
 }
 
-json browse(const json& request) {
+std::string browse() {
   std::wstring folder;
+  std::string reply;
   std::string error;
   pickCliFolder(folder, error);
-  if (!error.empty()) return cliDirError(request, error);
-  return folder.empty() ? answerCliDirGet(request) : saveAndDescribe(request, toUtf8(folder));
+  if (!error.empty()) return cliDirError(error);
+  if (folder.empty()) return answerCliDirGet({});
+  (void)save(toUtf8(folder), reply);
+  return reply;
 }
 
-void browseAndReply(const json& request) {
-  json reply;
+void browseAndReply(JsonView request) {
+  std::string reply;
   try {
-    reply = browse(request);
+    reply = browse();
   } catch (const std::exception& failure) {
-    reply = cliDirError(request, failure.what());
+    reply = cliDirError(failure.what());
   }
-  sendReply(request, std::move(reply));
+  sendReply(request, reply);
 }
 
 }  // namespace
 
-json answerCliDirGet(const json& request) {
-  return cliDirReply(request, true, {{"dir", toUtf8(savedCliDir())}});
+std::string answerCliDirGet(JsonView) {
+  return cliDirReply(true, {{"dir", toUtf8(savedCliDir())}});
 }
 
-json answerCliDirSet(const json& request) {
-  return saveAndDescribe(request, readText(request, "dir"));
-}
-
-json answerCliDirApply(const json& request) {
-  json reply = answerCliDirSet(request);
-  if (reply.value("ok", false)) endUnusedAgent();
+std::string answerCliDirSet(JsonView request) {
+  std::string reply;
+  (void)save(readText(request, "dir"), reply);
   return reply;
 }
 
-json answerCliDirBrowse(const json& request) {
-  if (runDetached("cli folder picker", [request] { browseAndReply(request); })) return nullptr;
-  return cliDirError(request, "folder picker did not open");
+std::string answerCliDirApply(JsonView request) {
+  std::string reply;
+  if (save(readText(request, "dir"), reply)) endUnusedAgent();
+  return reply;
+}
+
+std::string answerCliDirBrowse(JsonView request) {
+  const auto browseFor = [text = request.compactText()] {
+    JsonDocument copy;
+    std::string ignored;  // it was read before
+    (void)readJson(text, copy, ignored);
+    browseAndReply(copy.root());
+  };
+  if (runDetached("cli folder picker", browseFor)) return {};
+  return cliDirError("folder picker did not open");
 }
 
 }  // namespace media::win::chrome_inspect

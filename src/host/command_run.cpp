@@ -35,31 +35,34 @@ RunBy runByAgent(const json& command, AgentAnswer& answer) {
   // The command may have run although its answer was lost: running it again would run it twice.
   if (!response.error.empty()) return RunBy::agent;
   const bool understood = answer.isJson && !response.body.empty();
-  return response.status == 404 || !understood || lenientBool(answer.value, "needsUi", false)
+  return response.status == 404 || !understood || answer.body.root()["needsUi"].isTrue()
              ? RunBy::application
              : RunBy::agent;
 }
 
-json runByApplication(const json& request, const json& command) {
+std::string runByApplication(JsonView request, const json& command) {
   json answer;
   std::string error;
   if (!commandRun(command, answer, error)) {
-    return providerRpcReply(request, false, error.empty() ? "morva is not running" : error);
+    return providerRpcError(request, error.empty() ? "morva is not running" : error);
   }
-  if (lenientBool(answer, "ok", false)) return providerRpcReply(request, true, takeData(answer));
-  return providerRpcReply(request, false, lenientText(answer, "error", runFailed));
+  if (!lenientBool(answer, "ok", false)) {
+    return providerRpcError(request, lenientText(answer, "error", runFailed));
+  }
+  const auto data = answer.find("data");
+  return providerRpcReply(request, data != answer.end() ? dumpJson(*data) : "{}");
 }
 
 }  // namespace
 
-json answerCommandRun(const json& request) {
+std::string answerCommandRun(JsonView request) {
   (void)readText(request, "id");  // throws for an id that is no text
-  json command = request;
+  json command = request.toValue();
   if (const std::string sender = chatEventsSender(); !sender.empty()) command["sender"] = sender;
   AgentAnswer answer;
   if (runByAgent(command, answer) == RunBy::application) return runByApplication(request, command);
-  if (answer.ok) return providerRpcReply(request, true, takeData(answer.value));
-  return providerRpcReply(request, false, explainedError(answer));
+  if (answer.ok) return providerRpcReply(request, dataText(answer));
+  return providerRpcError(request, explainedError(answer));
 }
 
 }  // namespace media::win::chrome_inspect

@@ -14,6 +14,7 @@
 #include "agent_process/supervision.h"
 #include "browser_tools/browser_context.h"
 #include "channel/envelope.h"
+#include "channel/framing.h"
 #include "channel/host_log.h"
 #include "chat/events_pump.h"
 #include "chat/realtime.h"
@@ -24,6 +25,7 @@
 #include "host/cli_dir_kinds.h"
 #include "shell/path_opening.h"
 #include "shell/pickers.h"
+#include "text/json_parse.h"
 #include "text/json_read.h"
 #include "text/leaked.h"
 #include "text/utf8.h"
@@ -42,142 +44,137 @@ void stopBackgroundStreams() {
 
 // --- answerX(request) performs a message of kind X and returns its reply ---
 
-json answerAck(const json& request) { return ackReply(request); }
+std::string answerAck(JsonView) { return ackReply(); }
 
-json answerBrowserSnapshot(const json& request) {
-  if (const json* browser = findObject(request, "browser")) setBrowserContext(*browser);
-  return ackReply(request);
+std::string answerBrowserSnapshot(JsonView request) {
+  if (const JsonView browser = request["browser"]; browser.isObject()) {
+    setBrowserContext(browser.toValue());
+  }
+  return ackReply();
 }
 
-json answerContextImportUrl(const json& request) {
+std::string answerContextImportUrl(JsonView) {
   const std::string url = contextFileUrl();
-  if (url.empty()) return ackError(request, "file import is not ready");
-  json reply = ackReply(request);
-  reply["url"] = url;
-  reply["token"] = sessionToken();
-  return reply;
+  if (url.empty()) return ackError("file import is not ready");
+  return dumpJson({{"kind", "ack"}, {"ok", true}, {"token", sessionToken()}, {"url", url}});
 }
 
-json answerPanelClosed(const json& request) {
+std::string answerPanelClosed(JsonView) {
   stopBackgroundStreams();
-  return ackReply(request);
+  return ackReply();
 }
 
-json answerPoll(const json& request) {
+std::string answerPoll(JsonView request) {
   // All other events have been sent already. Replied to here, so that no later line overtakes
   // these.
-  sendBehindLogLines([&request](const std::vector<json>& lines) {
+  sendBehindLogLines([request](const std::vector<json>& lines) {
     json events = json::array();
     for (const json& line : lines) events.push_back({{"method", "appendDebugLog"}, {"args", line}});
-    sendReply(
-        request,
-        stampMessage({{"kind", "hostChatEvents"}, {"ok", true}, {"events", std::move(events)}},
-                     request));
+    sendReply(request,
+              dumpJson({{"events", std::move(events)}, {"kind", "hostChatEvents"}, {"ok", true}}));
   });
-  return nullptr;
+  return {};
 }
 
-json answerChatSender(const json& request) {
+std::string answerChatSender(JsonView request) {
   pointChatEvents(std::string(readText(request, "sender")), readUint64(request, "after", 0));
-  return stampMessage({{"kind", "chatSender"}, {"ok", true}}, request);
+  return dumpJson({{"kind", "chatSender"}, {"ok", true}});
 }
 
-json answerOpenPathInternal(const json& request) { return answerOpenPathsByAgent(request, false); }
-
-json answerOpenPathFullscreen(const json& request) { return answerOpenPathsByAgent(request, true); }
-
-json answerRealtimeStart(const json& request) {
-  startRealtime(request);
-  return ackReply(request);
+std::string answerOpenPathInternal(JsonView request) {
+  return answerOpenPathsByAgent(request, false);
 }
 
-json answerRealtimeStop(const json& request) {
+std::string answerOpenPathFullscreen(JsonView request) {
+  return answerOpenPathsByAgent(request, true);
+}
+
+std::string answerRealtimeStart(JsonView request) {
+  startRealtime(request.toValue());
+  return ackReply();
+}
+
+std::string answerRealtimeStop(JsonView) {
   stopRealtime();
-  return ackReply(request);
+  return ackReply();
 }
 
-json answerPushToTalk(const json& request) {
-  pushToTalk(request);
-  return ackReply(request);
+std::string answerPushToTalk(JsonView request) {
+  pushToTalk(request.toValue());
+  return ackReply();
 }
 
-json ackSpeech(const json& request, bool started) {
-  return started ? ackReply(request) : ackError(request, "speech did not start");
+std::string ackSpeech(bool started) {
+  return started ? ackReply() : ackError("speech did not start");
 }
 
-json answerSpeak(const json& request) {
-  return ackSpeech(request, startSpeech(std::string(readText(request, "text"))));
+std::string answerSpeak(JsonView request) {
+  return ackSpeech(startSpeech(std::string(readText(request, "text"))));
 }
 
-json answerSpeakStop(const json& request) {
-  return ackSpeech(request, controlSpeech(SpeechControl::stop));
-}
+std::string answerSpeakStop(JsonView) { return ackSpeech(controlSpeech(SpeechControl::stop)); }
 
-json answerSpeakPause(const json& request) {
-  return ackSpeech(request, controlSpeech(SpeechControl::pause));
-}
+std::string answerSpeakPause(JsonView) { return ackSpeech(controlSpeech(SpeechControl::pause)); }
 
-json answerSpeakResume(const json& request) {
-  return ackSpeech(request, controlSpeech(SpeechControl::resume));
-}
+std::string answerSpeakResume(JsonView) { return ackSpeech(controlSpeech(SpeechControl::resume)); }
 
-json answerAgentReload(const json& request) {
+std::string answerAgentReload(JsonView) {
   if (const std::uint16_t port = currentAgentPort(); port != 0) {
     (void)agentRequest(port, L"POST", L"/v1/speak/stop", "{}");
   }
   stopBackgroundStreams();
   std::string error;
-  if (ensureAgent(error)) return ackReply(request);
-  return ackError(request, error.empty() ? "llm agent did not reconnect" : error);
+  if (ensureAgent(error)) return ackReply();
+  return ackError(error.empty() ? "llm agent did not reconnect" : error);
 }
 
-json answerSend(const json& request) {
+std::string answerSend(JsonView request) {
   if (readText(request, "prompt").empty()) {
-    return stampMessage({{"kind", "error"}, {"ok", false}, {"error", "empty prompt"}}, request);
+    return dumpJson({{"error", "empty prompt"}, {"kind", "error"}, {"ok", false}});
   }
-  return startTurn(request) ? ackReply(request) : ackError(request, "chat turn did not start");
+  return startTurn(request.toValue()) ? ackReply() : ackError("chat turn did not start");
 }
 
-json answerStop(const json& request) {
+std::string answerStop(JsonView) {
   stopTurns();
   if (const std::uint16_t port = currentAgentPort(); port != 0) {
     // A pending consent question is cancelled too; that there is none is no failure.
     (void)agentRequest(port, L"POST", L"/v1/chat/consent", R"({"cancel":true})");
   }
   (void)controlSpeech(SpeechControl::stop);  // the turn is stopped all the same
-  return ackReply(request);
+  return ackReply();
 }
 
-json ackOutcome(const json& request, bool ok, const std::string& error) {
-  return ok ? ackReply(request) : ackError(request, error);
+std::string ackOutcome(bool ok, const std::string& error) {
+  return ok ? ackReply() : ackError(error);
 }
 
-std::string_view targetOf(const json& request) {
+std::string_view targetOf(JsonView request) {
   const std::string_view path = readText(request, "path");
   return path.empty() ? readText(request, "url") : path;
 }
 
-json answerOpenUrl(const json& request) {
+std::string answerOpenUrl(JsonView request) {
   std::string error;
   const bool ok = openUrl(targetOf(request), error);
-  return ackOutcome(request, ok, error);
+  return ackOutcome(ok, error);
 }
 
 template <PathAction action>
-json answerOpenPath(const json& request) {
+std::string answerOpenPath(JsonView request) {
   std::string error;
   const bool ok = openPath(targetOf(request), action, error);
-  return ackOutcome(request, ok, error);
+  return ackOutcome(ok, error);
 }
 
-json answerAttachContextPaths(const json& request) {
-  if (const json* paths = findArray(request, "paths")) attachContextPaths(*paths);
-  return ackReply(request);
+std::string answerAttachContextPaths(JsonView request) {
+  if (const JsonView paths = request["paths"]; paths.isArray()) attachContextPaths(paths.toValue());
+  return ackReply();
 }
 
-json answerPickContextPaths(const json& request) {
+std::string answerPickContextPaths(JsonView request) {
   pickContextPaths(readText(request, "mode") == "folder");
-  return ackReply(request);
+  return ackReply();
 }
 
 enum class Activity { none, user };
@@ -185,7 +182,7 @@ enum class Activity { none, user };
 struct Kind {
   std::string_view name;
   Activity activity;
-  json (*answer)(const json& request);
+  std::string (*answer)(JsonView request);
 };
 
 // A kind that is not here is acknowledged and does nothing.
@@ -240,30 +237,38 @@ void startWatchdogOnce() {
   std::call_once(started, [] { (void)runDetached("idle watchdog", idleWatchdog); });
 }
 
-}  // namespace
-
-json handleMessage(const json& request) {
+std::string perform(const Kind& kind, JsonView request) {
   startWatchdogOnce();
-  const Kind kind = findKind(readText(request, "kind"));
   if (kind.activity == Activity::user) touchAgentActivity();
   return kind.answer(request);
 }
 
-json failureReply(const json& request, std::string_view error) {
-  if (lenientText(request, "kind") == "providerRpc") {
-    return providerRpcReply(request, false, foreignText(error));
-  }
-  return ackError(request, error);
+}  // namespace
+
+std::string handleMessage(JsonView request) {
+  return perform(findKind(readText(request, "kind")), request);
 }
 
-void answerPanelMessage(const json& request) {
-  json reply;
+std::string failureReply(JsonView request, std::string_view error) {
+  if (lenientText(request, "kind") == "providerRpc") {
+    return providerRpcError(request, foreignText(error));
+  }
+  return ackError(error);
+}
+
+void answerPanelMessage(JsonView request) {
+  Sending sending = Sending::now;
+  std::string reply;
   try {
-    reply = handleMessage(request);
+    const Kind kind = findKind(readText(request, "kind"));
+    sending = kind.answer == answerAck ? Sending::held : Sending::now;
+    // Nothing that may take its time keeps a reply from the panel.
+    if (sending == Sending::now) (void)writeHeldFrames();
+    reply = perform(kind, request);
   } catch (const std::exception& failure) {
     reply = failureReply(request, failure.what());
   }
-  if (!reply.is_null()) sendReply(request, std::move(reply));
+  if (!reply.empty()) sendReply(request, reply, sending);
 }
 
 }  // namespace media::win::chrome_inspect

@@ -56,7 +56,7 @@ Answer answerTo(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settin
   bool whole = false;
   {
     const PipeWatchdog::Guard guard(watchdog, pipe, settings.requestMs);
-    whole = readFrame(pipe, request, error);
+    whole = FrameReader(pipe).next(request, error);
   }
   if (whole) return {relay(request, settings.replyMs), settings.answerMs};
   return {refusal("", "INVALID_REQUEST", error.empty() ? unreadable : error), settings.refusalMs};

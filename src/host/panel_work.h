@@ -3,8 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
+
+#include "text/json_view.h"
 
 namespace media::win::chrome_inspect {
 
@@ -37,7 +38,7 @@ class ReaderCheck {
 
 // A message that waits for its answer, or the refusal of one.
 struct PanelMessage {
-  nlohmann::json body;  // null for a refusal
+  JsonDocument body;    // none for a refusal
   std::string refusal;  // what its reply needs of the message that was refused, as JSON text
 };
 

@@ -1,6 +1,5 @@
 #include "host/stdin_reader.h"
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 
@@ -11,30 +10,29 @@
 #include "common/detached.h"
 #include "host/dispatcher.h"
 #include "host/host_end.h"
-#include "text/json_parse.h"
+#include "text/json_text.h"
 #include "text/json_view.h"
 #include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
-using nlohmann::json;
-
 // The members of a message that its refusal is made of.
-std::string refusalOf(const json& message) {
-  json kept = json::object();
-  for (const char* key : {"kind", "chromeRequestId", "rpcId", "id"}) {
-    const auto member = message.find(key);
-    if (member != message.end()) kept[key] = *member;
+std::string refusalOf(JsonView message) {
+  std::string text;
+  JsonObjectText kept(text);
+  for (const std::string_view key : {"chromeRequestId", "id", "kind", "rpcId"}) {
+    if (const JsonView member = message[key]) kept.view(key, member);
   }
-  return dumpJson(kept);
+  kept.end();
+  return text;
 }
 
 void refuse(const std::string& refusal) {
-  json request;
+  JsonDocument request;
   std::string ignored;
-  (void)parseJson(refusal, request, ignored);  // text of our own
-  sendReply(request, failureReply(request, "host is busy"));
+  (void)readJson(refusal, request, ignored);  // text of our own
+  sendReply(request.root(), failureReply(request.root(), "host is busy"));
 }
 
 void storeRelayReply(JsonDocument message, std::size_t bytes) {
@@ -49,7 +47,7 @@ enum class Next { read, answer, end };
 Placed placeMessage(PanelWork& work, PanelMessage& message, std::size_t bytes) {
   const Placed placed = work.place(message, bytes);
   if (placed != Placed::full) return placed;
-  message = {nullptr, refusalOf(message.body)};
+  message = {{}, refusalOf(message.body.root())};
   const Placed refused = work.place(message, message.refusal.size());
   if (refused == Placed::full) queueDebugLog("message dropped: too many wait", "error");
   return refused;
@@ -58,7 +56,7 @@ Placed placeMessage(PanelWork& work, PanelMessage& message, std::size_t bytes) {
 // Stores, queues or drops one message; `answer` means that the caller now has to answer it.
 Next sortMessage(PanelWork& work, JsonDocument document, PanelMessage& message, std::size_t bytes) {
   if (isPanelMessage(document.root())) {
-    message = {document.root().toValue(), ""};
+    message = {std::move(document), ""};
     if (placeMessage(work, message, bytes) == Placed::now) return Next::answer;
   } else if (isRelayReply(document.root())) {
     storeRelayReply(std::move(document), bytes);
@@ -67,12 +65,13 @@ Next sortMessage(PanelWork& work, JsonDocument document, PanelMessage& message, 
 }
 
 // Parses one frame and sorts its message. A body that is not JSON ends the reading.
-Next takeFrame(PanelWork& work, const std::string& body, PanelMessage& message) {
+Next takeFrame(PanelWork& work, JsonBuffer body, PanelMessage& message) {
+  const std::size_t size = body.size();
   JsonDocument document;
   std::string error;
-  switch (readJson(body, document, error)) {
+  switch (readJson(std::move(body), document, error)) {
     case ParseOutcome::ok:
-      return sortMessage(work, std::move(document), message, body.size());
+      return sortMessage(work, std::move(document), message, size);
     case ParseOutcome::invalid:
       return Next::end;
     // The stream is in step and JavaScript did not make this: not worth the user's session.
@@ -84,22 +83,23 @@ Next takeFrame(PanelWork& work, const std::string& body, PanelMessage& message) 
 }
 
 // Reads frames until one is to be answered by the caller, or reading is over.
-Next readFrames(StreamId input, PanelWork& work, PanelMessage& message) {
-  std::string body;
+Next readFrames(FrameReader& input, PanelWork& work, PanelMessage& message) {
+  JsonBuffer body;
   std::string error;
-  while (readFrameBody(input, body, error)) {
+  for (;;) {
+    if (!input.hasNext()) (void)writeHeldFrames();  // the browser may be gone: seen below
+    if (!input.next(body, error)) return Next::end;
     try {
-      const Next next = takeFrame(work, body, message);
+      const Next next = takeFrame(work, std::move(body), message);
       if (next != Next::read) return next;
     } catch (const std::exception& failure) {  // out of memory for this one
       queueDebugLog(std::string("frame dropped: ") + failure.what(), "error");
     }
   }
-  return Next::end;
 }
 
-[[noreturn]] void readToTheEnd(PanelWork& work) {
-  while (readAndAnswer(standardInput(), work)) {
+[[noreturn]] void readToTheEnd(FrameReader& input, PanelWork& work) {
+  while (readAndAnswer(input, work)) {
   }
   endHost(work);
 }
@@ -109,29 +109,32 @@ Next readFrames(StreamId input, PanelWork& work, PanelMessage& message) {
 void answerMessage(const PanelMessage& message) {
   try {
     if (!message.refusal.empty()) return refuse(message.refusal);
-    answerPanelMessage(message.body);
+    answerPanelMessage(message.body.root());
   } catch (const std::exception& failure) {  // not even an error reply could be made
     queueDebugLog(std::string("panel message failed: ") + failure.what(), "error");
   }
 }
 
-bool readAndAnswer(StreamId input, PanelWork& work) {
+bool readAndAnswer(FrameReader& input, PanelWork& work) {
   const std::uint64_t number = work.becomeReader();
   PanelMessage message;
-  do {
-    if (readFrames(input, work, message) == Next::end) return false;
+  bool isReader = true;
+  while (isReader && readFrames(input, work, message) == Next::answer) {
     do {
       answerMessage(message);
     } while (work.next(message));
-  } while (work.isReader(number));
-  return true;
+    isReader = work.isReader(number);
+  }
+  (void)writeHeldFrames();  // the browser may be gone
+  return !isReader;
 }
 
 void runStdinReader() {
   PanelWork& work = leaked<PanelWork>();
+  FrameReader& input = leaked<FrameReader>(standardInput());
   // Without a second thread, nothing is read while a message is answered.
-  (void)runDetached("panel messages", [&work] { readToTheEnd(work); });
-  readToTheEnd(work);
+  (void)runDetached("panel messages", [&] { readToTheEnd(input, work); });
+  readToTheEnd(input, work);
 }
 
 }  // namespace media::win::chrome_inspect

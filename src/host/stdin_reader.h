@@ -1,7 +1,7 @@
 #pragma once
 
+#include "channel/framing.h"
 #include "host/panel_work.h"
-#include "platform/byte_stream.h"
 
 namespace media::win::chrome_inspect {
 
@@ -14,8 +14,8 @@ namespace media::win::chrome_inspect {
 
 // The work of either thread: waits until it is to read `input`, then reads frames and answers panel
 // messages until the other thread has taken over reading (true), or nothing more can be read
-// (false).
-bool readAndAnswer(StreamId input, PanelWork& work);
+// (false). Replies to messages that came together may go out together; none is held while it waits.
+bool readAndAnswer(FrameReader& input, PanelWork& work);
 
 // Sends the one reply that a message, or its refusal, gets; never throws.
 void answerMessage(const PanelMessage& message);

@@ -1,6 +1,11 @@
 #include "text/json_limits.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+#include "text/byte_block.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -19,16 +24,10 @@ constexpr std::size_t stringBytes = 48;
 constexpr std::size_t shortText = 15;  // longer ones are allocated
 constexpr std::size_t textBytes = 17;
 
-// A shorter text can break neither limit: a value takes two bytes of it at least, and no byte of it
-// more than this much memory.
-constexpr std::size_t mostTreeBytesPerByte = 32;
-constexpr std::size_t smallText =
-    std::min(2 * maxJsonValues, maxJsonTreeBytes / mostTreeBytesPerByte);
-
 bool opensLevel(char c) { return c == '[' || c == '{'; }
 bool closesLevel(char c) { return c == ']' || c == '}'; }
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-bool endsScalar(char c) { return c == ',' || closesLevel(c) || isBlank(c); }
+bool endsScalar(char c) { return c == ',' || c == '"' || closesLevel(c) || isBlank(c); }
 
 // Behind the quote that ends the string whose first character is at `at`; the end of the text when
 // there is none. A quote behind an odd number of backslashes is one of the string's characters.
@@ -113,14 +112,111 @@ class Measure {
   bool isMember_ = false;  // a colon came before the next value
 };
 
+// The bracket that opens a level, or closes one, of either kind: they differ in this bit.
+constexpr char bracketBit = 0x20;
+static_assert(('[' | bracketBit) == '{' && (']' | bracketBit) == '}');
+
+// What a text holds at most, found 64 bytes at a time: enough for nearly every text, and a tenth of
+// the time that measuring takes.
+class Estimate {
+ public:
+  // Whether `text` keeps within the limits beyond doubt.
+  bool keepsWithin(std::string_view text) {
+    const std::size_t whole = text.size() - text.size() % blockSize;
+    for (std::size_t at = 0; at < whole; at += blockSize) {
+      if (!take(text.data() + at)) return false;
+    }
+    char rest[blockSize] = {};
+    text.copy(rest, blockSize, whole);
+    return take(rest) && values() <= maxJsonValues &&
+           values() * mostValueBytes + text.size() <= maxJsonTreeBytes;
+  }
+
+ private:
+  static constexpr std::size_t blockSize = 64;
+  // A value or a key, but for the characters of a string.
+  static constexpr std::size_t mostValueBytes =
+      std::max({objectBytes + elementBytes, stringBytes + elementBytes, memberBytes}) + textBytes;
+
+  static std::size_t count(std::uint64_t bits) {
+    return static_cast<std::size_t>(std::popcount(bits));
+  }
+
+  struct Marks {
+    std::uint64_t quotes = 0;
+    std::uint64_t backslashes = 0;
+    std::uint64_t opening = 0;
+    std::uint64_t closing = 0;
+    std::uint64_t separators = 0;
+  };
+
+  static Marks marksOf(const char* bytes) {
+    Marks marks;
+    for (std::size_t at = 0; at < blockSize; at += ByteBlock::size) {
+      const ByteBlock block(bytes + at);
+      marks.quotes |= block.are('"') << at;
+      marks.backslashes |= block.are('\\') << at;
+      marks.opening |= block.areWithBit('{', bracketBit) << at;
+      marks.closing |= block.areWithBit('}', bracketBit) << at;
+      marks.separators |= (block.are(',') | block.are(':')) << at;
+    }
+    return marks;
+  }
+
+  // Every value and key but the first stands behind an opening bracket or a separator.
+  std::size_t values() const { return begun_ + 1; }
+
+  // False when the block is not that of a valid text, or might be too deep.
+  bool take(const char* bytes) {
+    const Marks marks = marksOf(bytes);
+    const std::uint64_t strings = stringsOf(marks);
+    if ((marks.backslashes & ~strings) != 0) return false;
+    const std::size_t opened = count(marks.opening & ~strings);
+    const std::size_t closed = count(marks.closing & ~strings);
+    begun_ += opened + count(marks.separators & ~strings);
+    if (depth_ + opened > maxJsonDepth) return false;
+    depth_ =
+        std::max(depth_ + opened - std::min(closed, depth_ + opened), closed > depth_ ? opened : 0);
+    return true;
+  }
+
+  // The bytes that belong to strings, the quotes in front of them included.
+  std::uint64_t stringsOf(const Marks& marks) {
+    std::uint64_t inside = marks.quotes & ~escapedBy(marks.backslashes);
+    for (unsigned distance = 1; distance < blockSize; distance *= 2) inside ^= inside << distance;
+    inside ^= inString_;
+    inString_ = (inside >> (blockSize - 1)) != 0 ? ~std::uint64_t{0} : 0;
+    return inside;
+  }
+
+  // The bytes behind backslashes that are not themselves behind one.
+  std::uint64_t escapedBy(std::uint64_t backslashes) {
+    constexpr std::uint64_t last = std::uint64_t{1} << (blockSize - 1);
+    std::uint64_t escaped = firstIsEscaped_ ? 1 : 0;
+    firstIsEscaped_ = false;
+    backslashes &= ~escaped;
+    while (backslashes != 0) {
+      const std::uint64_t next = backslashes & (~backslashes + 1);
+      firstIsEscaped_ = next == last;
+      escaped |= next << 1U;
+      backslashes &= ~(next | next << 1U);
+    }
+    return escaped;
+  }
+
+  std::size_t depth_ = 0;  // at most one block's brackets more than it is
+  std::size_t begun_ = 0;
+  std::uint64_t inString_ = 0;  // all bits when the last block ended in a string
+  bool firstIsEscaped_ = false;
+};
+
+// A shorter text can break no limit: as large as most messages.
+constexpr std::size_t smallText = maxJsonDepth;
+
 }  // namespace
 
 std::string_view jsonLimitExceeded(std::string_view text) {
-  // Few brackets cannot nest deeply: this is nearly every message and needs no state.
-  if (text.size() < smallText) {
-    const auto opening = std::count_if(text.begin(), text.end(), opensLevel);
-    if (static_cast<std::size_t>(opening) <= maxJsonDepth) return {};
-  }
+  if (text.size() <= smallText || Estimate().keepsWithin(text)) return {};
   return Measure(text).exceeded();
 }
 

@@ -43,6 +43,9 @@ Int readInteger(const json& object, const char* key, Int fallback) {
   return integerOr(*member, fallback);
 }
 
+// The member alone, for what is too rare to be read twice.
+json memberTree(JsonView object, const char* key) { return {{key, object[key].toValue()}}; }
+
 }  // namespace
 
 std::string_view readText(const json& object, const char* key, std::string_view fallback) {
@@ -67,6 +70,26 @@ std::int64_t readInt64(const json& object, const char* key, std::int64_t fallbac
 
 std::uint64_t readUint64(const json& object, const char* key, std::uint64_t fallback) {
   return readInteger(object, key, fallback);
+}
+
+std::string_view readText(JsonView object, const char* key, std::string_view fallback) {
+  const JsonView member = object[key];
+  if (member.isString()) return member.text();
+  (void)readText(memberTree(object, key), key);  // throws for another type
+  return fallback;
+}
+
+std::int64_t readInt64(JsonView object, const char* key, std::int64_t fallback) {
+  return readInt64(memberTree(object, key), key, fallback);
+}
+
+std::uint64_t readUint64(JsonView object, const char* key, std::uint64_t fallback) {
+  return readUint64(memberTree(object, key), key, fallback);
+}
+
+std::string_view lenientText(JsonView object, const char* key, std::string_view fallback) {
+  const JsonView member = object[key];
+  return member.isString() ? member.text() : fallback;
 }
 
 std::string_view lenientText(const json& object, const char* key, std::string_view fallback) {

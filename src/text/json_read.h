@@ -4,6 +4,8 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string_view>
 
+#include "text/json_view.h"
+
 // Reading members by name. In all of them: a missing key, a null, and an `object` that is none are
 // `fallback`; a value of another type throws nlohmann::json::type_error with the library's text;
 // a number outside the range of the result is `fallback` (the library would wrap it silently).
@@ -18,9 +20,15 @@ std::int32_t readInt32(const nlohmann::json& object, const char* key, std::int32
 std::int64_t readInt64(const nlohmann::json& object, const char* key, std::int64_t fallback);
 std::uint64_t readUint64(const nlohmann::json& object, const char* key, std::uint64_t fallback);
 
+// The same of a document.
+std::string_view readText(JsonView object, const char* key, std::string_view fallback = {});
+std::int64_t readInt64(JsonView object, const char* key, std::int64_t fallback);
+std::uint64_t readUint64(JsonView object, const char* key, std::uint64_t fallback);
+
 // The same for what a peer may get wrong without harm: another type is `fallback` too; never throw.
 std::string_view lenientText(const nlohmann::json& object, const char* key,
                              std::string_view fallback = {});
+std::string_view lenientText(JsonView object, const char* key, std::string_view fallback = {});
 bool lenientBool(const nlohmann::json& object, const char* key, bool fallback);
 std::int32_t lenientInt32(const nlohmann::json& object, const char* key, std::int32_t fallback);
 std::int64_t lenientInt64(const nlohmann::json& object, const char* key, std::int64_t fallback);

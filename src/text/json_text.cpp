@@ -1,7 +1,10 @@
 #include "text/json_text.h"
 
 #include <array>
+#include <bit>
 #include <cstddef>
+
+#include "text/byte_block.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -23,6 +26,17 @@ constexpr std::array<char, 256> escapes = [] {
 
 char escapeOf(char c) { return escapes[static_cast<unsigned char>(c)]; }
 
+// The first character at `at` or behind it that needs an escape; the end when there is none.
+std::size_t findEscape(std::string_view text, std::size_t at) {
+  for (; at + ByteBlock::size <= text.size(); at += ByteBlock::size) {
+    const ByteBlock block(text.data() + at);
+    const std::uint64_t found = block.are('"') | block.are('\\') | block.areAtMost(0x1F);
+    if (found != 0) return at + static_cast<std::size_t>(std::countr_zero(found));
+  }
+  while (at < text.size() && escapeOf(text[at]) == 0) ++at;
+  return at;
+}
+
 void separate(std::string& json, bool& first) {
   if (!first) json += ',';
   first = false;
@@ -34,14 +48,12 @@ void appendQuoted(std::string& json, std::string_view text) {
   constexpr char digits[] = "0123456789abcdef";
   json += '"';
   std::size_t begin = 0;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const char escape = escapeOf(text[at]);
-    if (escape == 0) continue;
+  for (std::size_t at = 0; (at = findEscape(text, at)) < text.size(); begin = ++at) {
     json += text.substr(begin, at - begin);
+    const char escape = escapeOf(text[at]);
     json += {'\\', escape};
     const auto code = static_cast<unsigned char>(text[at]);
     if (escape == 'u') json += {'0', '0', digits[code >> 4U], digits[code & 0x0FU]};
-    begin = at + 1;
   }
   json += text.substr(begin);
   json += '"';
@@ -51,6 +63,11 @@ std::string& JsonObjectText::member(std::string_view key) {
   separate(json_, first_);
   appendQuoted(json_, key);
   return json_ += ':';
+}
+
+void JsonObjectText::members(std::string_view object) {
+  separate(json_, first_);
+  json_ += object.substr(1, object.size() - 2);
 }
 
 std::string& JsonListText::element() {

@@ -22,6 +22,8 @@ class JsonObjectText {
   void text(std::string_view key, std::string_view value) { appendQuoted(member(key), value); }
   void flag(std::string_view key, bool value) { member(key) += value ? "true" : "false"; }
   void number(std::string_view key, std::size_t value) { member(key) += std::to_string(value); }
+  // The members of another object, which is whole and not empty, as text.
+  void members(std::string_view object);
   void end() { json_ += '}'; }
 
  private:

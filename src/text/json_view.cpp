@@ -2,11 +2,14 @@
 
 #include <yyjson.h>
 
-#include <cstdlib>
-#include <new>
+#include <algorithm>
+#include <array>
+#include <charconv>
 #include <nlohmann/json.hpp>
 
+#include "text/ascii.h"
 #include "text/json_limits.h"
+#include "text/json_text.h"
 #include "text/lone_surrogates.h"
 
 namespace media::win::chrome_inspect {
@@ -36,6 +39,35 @@ yyjson_doc* readRepaired(std::string_view text) {
   yyjson_read_err failure{};
   std::string repaired;
   return repairLoneSurrogates(text, repaired) ? read(repaired, failure) : nullptr;
+}
+
+void appendString(std::string& text, yyjson_val* value) {
+  const std::string_view characters(yyjson_get_str(value), yyjson_get_len(value));
+  if (yyjson_get_subtype(value) != YYJSON_SUBTYPE_NOESC) return appendQuoted(text, characters);
+  text += '"';
+  text += characters;
+  text += '"';
+}
+
+template <class Number>
+void appendDigits(std::string& text, Number number) {
+  std::array<char, 24> digits{};
+  text.append(digits.data(), std::to_chars(digits.data(), digits.end(), number).ptr);
+}
+
+// As the library writes it, in memory of our own: a page has thousands of them.
+void appendReal(std::string& text, const yyjson_val* value) {
+  std::array<char, 512> memory{};
+  yyjson_alc allocator{};
+  std::size_t size = 0;
+  yyjson_alc_pool_init(&allocator, memory.data(), memory.size());
+  text.append(yyjson_val_write_opts(value, YYJSON_WRITE_NOFLAG, &allocator, &size, nullptr), size);
+}
+
+void appendNumber(std::string& text, yyjson_val* value) {
+  if (yyjson_is_uint(value)) return appendDigits(text, yyjson_get_uint(value));
+  if (yyjson_is_sint(value)) return appendDigits(text, yyjson_get_sint(value));
+  appendReal(text, value);
 }
 
 json numberOf(yyjson_val* value) {
@@ -104,15 +136,22 @@ JsonIterator<JsonMember>& JsonIterator<JsonMember>::operator++() {
 }
 
 void JsonView::appendTo(std::string& text) const {
-  if (value_ == nullptr) {
-    text += "null";
-    return;
+  yyjson_val* const value = asMutable(value_);
+  if (isString()) {
+    appendString(text, value);
+  } else if (isNumber()) {
+    appendNumber(text, value);
+  } else if (isObject()) {
+    JsonObjectText object(text);
+    for (const JsonMember member : members()) member.value.appendTo(object.member(member.key));
+    object.end();
+  } else if (isArray()) {
+    JsonListText list(text);
+    for (const JsonView element : elements()) element.appendTo(list.element());
+    list.end();
+  } else {
+    text += isTrue() ? "true" : isFalse() ? "false" : "null";
   }
-  std::size_t size = 0;
-  const std::unique_ptr<char, decltype(&std::free)> written(
-      yyjson_val_write(value_, YYJSON_WRITE_NOFLAG, &size), &std::free);
-  if (!written) throw std::bad_alloc();  // values that were read can be written
-  text.append(written.get(), size);
 }
 
 std::string JsonView::compactText() const {
@@ -146,11 +185,64 @@ void JsonDocument::replaceText(JsonView string, std::string_view text) {
 
 void JsonDocument::Free::operator()(yyjson_doc* document) const { yyjson_doc_free(document); }
 
-ParseOutcome readJson(std::string_view text, JsonDocument& document, std::string& error) {
-  if (const std::string_view limit = jsonLimitExceeded(text); !limit.empty()) {
-    error = limit;
-    return ParseOutcome::overLimit;
+namespace {
+
+// A text of this size is read into memory that is allocated with it, as much as its values can
+// take.
+constexpr std::size_t smallText = 1024;
+
+std::size_t valueRoom(std::size_t size) {
+  return size <= smallText ? yyjson_read_max_memory_usage(size, YYJSON_READ_INSITU) : 0;
+}
+
+// Where the values begin, behind the text and the zeros that end it: as aligned as what `new`
+// returns.
+std::size_t valuesBegin(std::size_t size) {
+  constexpr std::size_t alignment = alignof(std::max_align_t);
+  return (size + YYJSON_PADDING_SIZE + alignment - 1) / alignment * alignment;
+}
+
+bool isOverLimit(std::string_view text, std::string& error) {
+  const std::string_view limit = jsonLimitExceeded(text);
+  if (!limit.empty()) error = limit;
+  return !limit.empty();
+}
+
+// Whether the text may hold what the library refuses and others take: half an emoji, a NUL that
+// ends the text, a byte order mark.
+bool mayNeedRepair(std::string_view text) {
+  if (text.starts_with("\xEF") || text.find('\0') != std::string_view::npos) return true;
+  for (std::size_t at = text.find('\\'); at != std::string_view::npos;
+       at = text.find('\\', at + 2)) {
+    if (text.substr(at + 1, 1) == "u" && foldCase(text.substr(at + 2, 1)) == "d") return true;
   }
+  return false;
+}
+
+}  // namespace
+
+JsonBuffer::JsonBuffer(std::size_t size)
+    : bytes_(std::make_unique_for_overwrite<char[]>(valuesBegin(size) + valueRoom(size))),
+      size_(size) {}
+
+ParseOutcome readJson(JsonBuffer text, JsonDocument& document, std::string& error) {
+  error.clear();
+  if (mayNeedRepair(text.text())) return readJson(text.text(), document, error);
+  if (isOverLimit(text.text(), error)) return ParseOutcome::overLimit;
+  char* const bytes = text.data();
+  std::fill_n(bytes + text.size(), YYJSON_PADDING_SIZE, '\0');
+  yyjson_alc inBuffer{};
+  const std::size_t room = valueRoom(text.size());
+  if (room > 0) yyjson_alc_pool_init(&inBuffer, bytes + valuesBegin(text.size()), room);
+  yyjson_doc* const read = yyjson_read_opts(bytes, text.size(), YYJSON_READ_INSITU,
+                                            room > 0 ? &inBuffer : nullptr, nullptr);
+  if (read == nullptr) return ParseOutcome::invalid;
+  document.document_ = {read, JsonDocument::Free{text.release()}};
+  return ParseOutcome::ok;
+}
+
+ParseOutcome readJson(std::string_view text, JsonDocument& document, std::string& error) {
+  if (isOverLimit(text, error)) return ParseOutcome::overLimit;
   yyjson_read_err failure{};
   ParseOutcome outcome = ParseOutcome::ok;
   yyjson_doc* read = media::win::chrome_inspect::read(text, failure);
@@ -158,7 +250,8 @@ ParseOutcome readJson(std::string_view text, JsonDocument& document, std::string
   if (read == nullptr && failure.code == YYJSON_READ_ERROR_INVALID_STRING)
     read = readRepaired(text);
   if (read == nullptr) read = readByTree(text, outcome, error);
-  if (read != nullptr) document.document_.reset(read);
+  if (read == nullptr) return outcome;
+  document.document_ = {read, JsonDocument::Free{}};
   return outcome;
 }
 

@@ -6,6 +6,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "text/json_parse.h"
 
@@ -50,7 +51,7 @@ class JsonView {
   // Appends the value as compact text; "null" for none.
   void appendTo(std::string& text) const;
   std::string compactText() const;
-  // The value as a tree, for what is small.
+  // The value as a tree, for what is small; null for none.
   nlohmann::json toValue() const;
 
  private:
@@ -108,6 +109,23 @@ class JsonRange {
   JsonIterator<Item> begin_;
 };
 
+// A text that is to be read where it lies, with the room behind it that this takes. Its bytes are
+// whatever they were: to be written first.
+class JsonBuffer {
+ public:
+  JsonBuffer() = default;
+  // Throws std::bad_alloc.
+  explicit JsonBuffer(std::size_t size);
+  char* data() { return bytes_.get(); }
+  std::size_t size() const { return size_; }
+  std::string_view text() const { return {bytes_.get(), size_}; }
+  std::unique_ptr<char[]> release() { return std::move(bytes_); }
+
+ private:
+  std::unique_ptr<char[]> bytes_;
+  std::size_t size_ = 0;
+};
+
 // Owns a document. Any number of threads may look at it while none changes it.
 class JsonDocument {
  public:
@@ -121,13 +139,19 @@ class JsonDocument {
  private:
   struct Free {
     void operator()(yyjson_doc* document) const;
+    std::unique_ptr<char[]> text;  // where the strings lie, when it was read in place
   };
   friend ParseOutcome readJson(std::string_view text, JsonDocument& document, std::string& error);
+  friend ParseOutcome readJson(JsonBuffer text, JsonDocument& document, std::string& error);
   std::unique_ptr<yyjson_doc, Free> document_;
 };
 
 // Reads `text`, which need not live longer than the call, with the outcomes, limits and error texts
 // of parseJson: what that takes is taken, with equal values, and nothing else.
 ParseOutcome readJson(std::string_view text, JsonDocument& document, std::string& error);
+
+// The same for a text that the document keeps: nothing is copied. With `invalid`, `error` is empty,
+// since reading in place changes the text.
+ParseOutcome readJson(JsonBuffer text, JsonDocument& document, std::string& error);
 
 }  // namespace media::win::chrome_inspect

@@ -25,13 +25,13 @@ Wanted firstFrame(std::string_view bytes, std::uint32_t& length) {
   return bytes.size() - sizeof length < length ? Wanted::cutOff : Wanted::whole;
 }
 
-void readAll(StreamId stream, std::string_view bytes) {
+void readAll(FrameReader reader, std::string_view bytes) {
   for (;;) {
     nlohmann::json frame = "before";
     std::string error;
     std::uint32_t length = 0;
     const Wanted wanted = firstFrame(bytes, length);
-    const bool ok = readFrame(stream, frame, error);
+    const bool ok = reader.next(frame, error);
     require(isValidUtf8(error));
     if (wanted != Wanted::whole) {
       require(!ok && error == (wanted == Wanted::cutOff ? "unexpected EOF" : "frame too large"));
@@ -53,7 +53,7 @@ void fuzz(std::string_view input) {
   require(makePipe(readEnd, writeEnd));
   require(writeAll(writeEnd.get(), input.data(), input.size()));
   writeEnd.reset();
-  readAll(readEnd.get(), input);
+  readAll(FrameReader(readEnd.get()), input);
 }
 
 }  // namespace media::win::chrome_inspect

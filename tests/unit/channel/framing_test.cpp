@@ -36,7 +36,7 @@ TEST(ReadFrame, AnswersAlikeHoweverTheBytesArrive) {
       FedPipe in(bytes, chunk);
       json frame = "before";
       std::string error = "no error";
-      EXPECT_EQ(readFrame(in.id(), frame, error), ok);
+      EXPECT_EQ(FrameReader(in.id()).next(frame, error), ok);
       if (ok) {
         EXPECT_EQ(frame.dump(), wanted);
         EXPECT_EQ(error, "no error");
@@ -54,7 +54,7 @@ TEST(ReadFrame, TakesTheLargestBody) {
   FedPipe in(frameOf(body), 1 << 20);
   json frame;
   std::string error;
-  ASSERT_TRUE(readFrame(in.id(), frame, error)) << error;
+  ASSERT_TRUE(FrameReader(in.id()).next(frame, error)) << error;
   EXPECT_EQ(frame.get_ref<const std::string&>().size(), maxInboundBody - 2);
 }
 
@@ -63,9 +63,10 @@ TEST(ReadFrame, StaysInStepAcrossFramesAndParseErrors) {
   json frame;
   std::string error;
   std::string seen;
-  for (int i = 0; i < 4; ++i) seen += readFrame(in.id(), frame, error) ? frame.dump() : "-";
+  FrameReader reader(in.id());
+  for (int i = 0; i < 4; ++i) seen += reader.next(frame, error) ? frame.dump() : "-";
   EXPECT_EQ(seen, "[1]{}-[2]");
-  EXPECT_FALSE(readFrame(in.id(), frame, error));
+  EXPECT_FALSE(reader.next(frame, error));
   EXPECT_EQ(error, "unexpected EOF");
 }
 
@@ -73,7 +74,7 @@ TEST(ReadFrame, ReportsAFailedRead) {
   json frame;
   std::string error;
   const TestPipe pipe;
-  EXPECT_FALSE(readFrame(pipe.writeEnd.get(), frame, error));  // cannot be read from
+  EXPECT_FALSE(FrameReader(pipe.writeEnd.get()).next(frame, error));  // cannot be read from
   EXPECT_EQ(error, "ReadFile failed");
 }
 

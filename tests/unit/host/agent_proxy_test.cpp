@@ -3,6 +3,7 @@
 #include "host/dispatcher.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"
+#include "support/json_replies.h"
 #include "support/testing.h"
 
 namespace media::win::chrome_inspect {
@@ -52,7 +53,7 @@ TEST(ProviderRpc, MakesEachMethodsRequest) {
     agent.adopt();
     json request = json::parse(call);
     request["rpcId"] = 3;
-    const json reply = answerProviderRpc(request);
+    const json reply = replyOf(answerProviderRpc, request);
     EXPECT_EQ(reply.at("data").dump(), "[7]");
     EXPECT_EQ(reply.at("rpcId"), 3);
     EXPECT_EQ(reply.contains("id"), request.contains("id"));
@@ -91,8 +92,9 @@ TEST(ProviderRpc, RelaysTheAgentsAnswer) {
   for (const auto& [answer, reply] : answerCases) {
     current = &answer;
     json wanted = json::parse(reply);
-    wanted.update({{"kind", "hostProviderRpc"}, {"id", 5}, {"source", "morva-chat"}});
-    EXPECT_EQ(answerProviderRpc({{"method", "getCreditInfo"}, {"id", 5}}), wanted) << answer;
+    wanted.update({{"kind", "hostProviderRpc"}, {"id", 5}});
+    EXPECT_EQ(replyOf(answerProviderRpc, {{"method", "getCreditInfo"}, {"id", 5}}), wanted)
+        << answer;
   }
 }
 
@@ -106,26 +108,26 @@ TEST(ProviderRpc, MakesPresetsOfTheModelList) {
   agent.adopt();
   for (const char* const method : {"getChatPresets", "settingsChatPresetsGet"}) {
     current = &list;
-    EXPECT_EQ(answerProviderRpc({{"method", method}}).at("data").dump(),
+    EXPECT_EQ(replyOf(answerProviderRpc, {{"method", method}}).at("data").dump(),
               R"({"presets":[{"id":"a","isDefault":false,"is_default":false,"name":"a"}]})");
     for (const std::string& answer : none) {
       SCOPED_TRACE(answer);
       current = &answer;
-      EXPECT_EQ(answerProviderRpc({{"method", method}}).at("error"), "preset list failed");
+      EXPECT_EQ(replyOf(answerProviderRpc, {{"method", method}}).at("error"), "preset list failed");
     }
   }
 }
 
 TEST(ProviderRpc, AnswersWhatNeedsNoAgent) {
-  EXPECT_EQ(answerProviderRpc({{"method", "searchCancel"}}).dump(),
-            R"({"data":{},"kind":"hostProviderRpc","ok":true,"source":"morva-chat"})");
-  EXPECT_EQ(answerProviderRpc({{"method", "searchCancelAll"}}).at("ok"), true);
-  EXPECT_EQ(answerProviderRpc({{"method", "foo"}, {"id", 5}}).dump(),
+  EXPECT_EQ(replyOf(answerProviderRpc, {{"method", "searchCancel"}}).dump(),
+            R"({"data":{},"kind":"hostProviderRpc","ok":true})");
+  EXPECT_EQ(replyOf(answerProviderRpc, {{"method", "searchCancelAll"}}).at("ok"), true);
+  EXPECT_EQ(replyOf(answerProviderRpc, {{"method", "foo"}, {"id", 5}}).dump(),
             R"({"error":"chrome host does not handle foo","id":5,)"
-            R"("kind":"hostProviderRpc","ok":false,"source":"morva-chat"})");
-  EXPECT_EQ(answerProviderRpc(json::object()).at("error"), "chrome host does not handle ");
+            R"("kind":"hostProviderRpc","ok":false})");
+  EXPECT_EQ(replyOf(answerProviderRpc, json::object()).at("error"), "chrome host does not handle ");
   const std::string name(5000, 'x');
-  EXPECT_EQ(answerProviderRpc({{"method", name}}).at("error"),
+  EXPECT_EQ(replyOf(answerProviderRpc, {{"method", name}}).at("error"),
             "chrome host does not handle " + name);
 }
 
@@ -168,9 +170,9 @@ TEST(PlainKinds, PostAndAnswerWithTheAgentsVerdict) {
     for (const auto& [answer, error] : verdictCases) {
       SCOPED_TRACE(message + answer);
       current = &answer;
-      json wanted = {{"kind", "ack"}, {"ok", error.empty()}, {"source", "morva-chat"}};
+      json wanted = {{"kind", "ack"}, {"ok", error.empty()}};
       if (!error.empty()) wanted["error"] = error == "own" ? ownError : error;
-      EXPECT_EQ(handleMessage(json::parse(message)), wanted);
+      EXPECT_EQ(replyOf(handleMessage, json::parse(message)), wanted);
       EXPECT_EQ(bodyOf(agent.requests(line).back()), body);
     }
     EXPECT_EQ(agent.requests(line).size(), std::size(verdictCases));

@@ -2,6 +2,7 @@
 
 #include "agent_process/cli_dir.h"
 #include "support/captured_output.h"
+#include "support/json_replies.h"
 #include "support/test_folder.h"
 #include "support/testing.h"
 #include "text/wide.h"
@@ -9,14 +10,14 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-json asking(const std::string& dir) { return {{"chromeRequestId", 1}, {"dir", dir}}; }
+json asking(const std::string& dir) { return {{"dir", dir}}; }
 
 TEST(CliDirKinds, SaveAFolderAndTryIt) {
   const TestFolder folder;
   const std::string dir = toUtf8(folder.path().wstring());
-  for (json (*const answer)(const json&) : {answerCliDirSet, answerCliDirApply}) {
+  for (std::string (*const answer)(JsonView) : {answerCliDirSet, answerCliDirApply}) {
     saveCliDir(L"");
-    const json reply = answer(asking(dir));
+    const json reply = replyOf(answer, asking(dir));
     EXPECT_EQ(reply.at("ok"), true);
     EXPECT_EQ(reply.at("kind"), "cliDir");
     EXPECT_EQ(reply.at("dir"), dir);
@@ -27,13 +28,11 @@ TEST(CliDirKinds, SaveAFolderAndTryIt) {
 
 TEST(CliDirKinds, TellTheFolderAndKeepItWhenTheNewOneIsRefused) {
   saveCliDir(L"here");
-  EXPECT_EQ(
-      answerCliDirGet(asking("")).dump(),
-      R"({"chromeRequestId":1,"dir":"here","kind":"cliDir","ok":true,"source":"morva-chat"})");
-  for (json (*const answer)(const json&) : {answerCliDirSet, answerCliDirApply}) {
-    EXPECT_EQ(answer(asking("a\"b")).dump(),
-              R"({"chromeRequestId":1,"dir":"here","error":"invalid folder","kind":"cliDir",)"
-              R"("ok":false,"source":"morva-chat"})");
+  EXPECT_EQ(answerCliDirGet({}), R"({"dir":"here","kind":"cliDir","ok":true})");
+  for (std::string (*const answer)(JsonView) : {answerCliDirSet, answerCliDirApply}) {
+    EXPECT_EQ(replyOf(answer, asking("a\"b")).dump(),
+              R"({"dir":"here","error":"invalid folder","kind":"cliDir",)"
+              R"("ok":false})");
   }
 }
 

@@ -3,6 +3,7 @@
 #include "chat/events_pump.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"
+#include "support/json_replies.h"
 #include "support/test_folder.h"
 #include "support/testing.h"
 
@@ -42,11 +43,11 @@ TEST(CommandRun, LeavesToTheApplicationWhatTheAgentCannotDo) {
   agent.adopt();
   for (const auto& [answer, error] : runCases) {
     current = &answer;
-    json wanted = {{"kind", "hostProviderRpc"}, {"source", "morva-chat"}, {"id", "x"}};
+    json wanted = {{"kind", "hostProviderRpc"}, {"id", "x"}};
     wanted["ok"] = error.empty();
     if (error.empty()) wanted["data"] = {{"a", 1}};
     if (!error.empty()) wanted["error"] = error;
-    EXPECT_EQ(answerCommandRun({{"id", "x"}}), wanted) << answer;
+    EXPECT_EQ(replyOf(answerCommandRun, {{"id", "x"}}), wanted) << answer;
   }
   EXPECT_EQ(agent.requests("POST /v1/chat/commands/run").size(), std::size(runCases));
 }
@@ -55,9 +56,9 @@ TEST(CommandRun, AddsTheSender) {
   CapturedOutput output;
   AgentDouble agent([](ServedConnection& connection) { answerWith(connection, R"({"ok":true})"); });
   agent.adopt();
-  (void)answerCommandRun({{"id", "x"}, {"sender", "mine"}});
+  (void)replyOf(answerCommandRun, {{"id", "x"}, {"sender", "mine"}});
   pointChatEvents("window", 0);
-  (void)answerCommandRun({{"id", "x"}, {"sender", "mine"}});
+  (void)replyOf(answerCommandRun, {{"id", "x"}, {"sender", "mine"}});
   const auto requests = agent.requests("POST /v1/chat/commands/run");
   EXPECT_EQ(bodyOf(requests.at(0)), R"({"id":"x","sender":"mine"})");
   EXPECT_EQ(bodyOf(requests.at(1)), R"({"id":"x","sender":"window"})");

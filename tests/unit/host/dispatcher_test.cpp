@@ -3,17 +3,19 @@
 #include "agent/current_agent.h"
 #include "agent/running_turns.h"
 #include "browser_tools/browser_context.h"
+#include "channel/framing.h"
 #include "channel/host_log.h"
 #include "platform/clock.h"
 #include "support/captured_output.h"
 #include "support/child_probe.h"
+#include "support/json_replies.h"
 #include "support/testing.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
 std::string ack(bool ok, const std::string& error = "") {
-  json reply = {{"kind", "ack"}, {"ok", ok}, {"source", "morva-chat"}};
+  json reply = {{"kind", "ack"}, {"ok", ok}};
   if (!ok) reply["error"] = error;
   return reply.dump();
 }
@@ -30,15 +32,13 @@ const std::pair<const char*, std::string> kindCases[] = {
     {R"({"kind":"openUrlDefault","path":"","url":"https://a/\u0000b"})", ack(true)},
     {R"({"kind":"attachContextPaths","paths":"a"})", ack(true)},
     {R"({"kind":"contextImportUrl"})", ack(false, "file import is not ready")},
-    {R"({"kind":"send"})",
-     R"({"error":"empty prompt","kind":"error","ok":false,"source":"morva-chat"})"},
-    {R"({"kind":"send","prompt":null})",
-     R"({"error":"empty prompt","kind":"error","ok":false,"source":"morva-chat"})"},
+    {R"({"kind":"send"})", R"({"error":"empty prompt","kind":"error","ok":false})"},
+    {R"({"kind":"send","prompt":null})", R"({"error":"empty prompt","kind":"error","ok":false})"},
 };
 
 TEST(HandleMessage, AnswersEachKind) {
   for (const auto& [request, reply] : kindCases) {
-    EXPECT_EQ(handleMessage(json::parse(request)).dump(), reply) << request;
+    EXPECT_EQ(replyOf(handleMessage, json::parse(request)).dump(), reply) << request;
   }
 }
 
@@ -48,8 +48,8 @@ TEST(HandleMessage, RepliesToAPollWithTheLinesThatWait) {
   appendDebugLog("two", "warn");
   const json poll = {{"kind", "poll"}, {"chromeRequestId", 3}};
   CapturedOutput output;
-  EXPECT_TRUE(handleMessage(poll).is_null());
-  EXPECT_TRUE(handleMessage(poll).is_null());
+  EXPECT_TRUE(replyOf(handleMessage, poll).is_null());
+  EXPECT_TRUE(replyOf(handleMessage, poll).is_null());
   EXPECT_EQ(
       output.finish(),
       (CapturedOutput::Frames{
@@ -63,9 +63,9 @@ TEST(HandleMessage, GivesAPollNoLinesWhileOthersAreBeingSent) {
   sendBehindLogLines([](const std::vector<json>& lines) {
     EXPECT_EQ(lines.size(), 1U);
     appendDebugLog("two");
-    (void)handleMessage({{"kind", "poll"}});
+    (void)replyOf(handleMessage, {{"kind", "poll"}});
   });
-  (void)handleMessage({{"kind", "poll"}});
+  (void)replyOf(handleMessage, {{"kind", "poll"}});
   const CapturedOutput::Frames frames = output.finish();
   ASSERT_EQ(frames.size(), 2U);
   EXPECT_EQ(json::parse(frames[0]).at("events").size(), 0U);
@@ -73,17 +73,18 @@ TEST(HandleMessage, GivesAPollNoLinesWhileOthersAreBeingSent) {
 }
 
 TEST(HandleMessage, KeepsTheBrowserContext) {
-  (void)handleMessage({{"kind", "browserSnapshot"}, {"browser", {{"currentUrl", "u"}}}});
+  (void)replyOf(handleMessage, {{"kind", "browserSnapshot"}, {"browser", {{"currentUrl", "u"}}}});
   EXPECT_EQ(browserContext().dump(), R"({"currentUrl":"u"})");
   for (const json& none : {json(nullptr), json("x"), json::array(), json(5)}) {
-    EXPECT_EQ(handleMessage({{"kind", "browserSnapshot"}, {"browser", none}}).at("ok"), true);
+    EXPECT_EQ(replyOf(handleMessage, {{"kind", "browserSnapshot"}, {"browser", none}}).at("ok"),
+              true);
   }
   EXPECT_EQ(browserContext().dump(), R"({"currentUrl":"u"})");
 }
 
 TEST(HandleMessage, StopStopsTheTurnsDispatchedBefore) {
   const RunningTurn turn;
-  (void)handleMessage({{"kind", "stop"}});
+  (void)replyOf(handleMessage, {{"kind", "stop"}});
   EXPECT_TRUE(turn.stopped());
   EXPECT_FALSE(RunningTurn().stopped());
 }
@@ -108,7 +109,7 @@ TEST_P(Activity, KeepsTheAgentFromBeingIdle) {
   const std::uint64_t start = tickCountMs() - 200'000;
   for (std::uint64_t at = 0; at < 60'000; at += 5000) EXPECT_FALSE(stopIdleAgent(start + at));
   const auto& [kind, isActivity] = GetParam();
-  (void)handleMessage({{"kind", kind}});
+  (void)replyOf(handleMessage, {{"kind", kind}});
   EXPECT_EQ(static_cast<bool>(stopIdleAgent(start + 60'000)), !isActivity);
   stopOwnedAgent(serial);
 }
@@ -128,7 +129,8 @@ TEST(AnswerPanelMessage, RepliesOnceAndEchoesTheToken) {
   };
   for (const auto& c : cases) {
     CapturedOutput output;
-    answerPanelMessage(c.request);
+    answerPanelMessage(documentOf(c.request).root());
+    (void)writeHeldFrames();
     EXPECT_EQ(output.finish(), CapturedOutput::Frames{c.reply}) << c.request;
   }
 }
@@ -180,8 +182,8 @@ TEST(AnswerPanelMessage, RefusesAnotherTypeWithTheLibrarysText) {
         if (request.contains("id")) wanted["id"] = request["id"];
       }
       CapturedOutput output;
-      answerPanelMessage(request);
-      EXPECT_EQ(output.finish(), CapturedOutput::Frames{wanted.dump()}) << request;
+      answerPanelMessage(documentOf(request).root());
+      EXPECT_EQ(json::parse(output.finish().at(0)), wanted) << request;
     }
   }
 }

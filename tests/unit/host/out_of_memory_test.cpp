@@ -1,5 +1,6 @@
 // What one failed allocation, anywhere, leaves behind: nothing that is wrong.
 
+#include "channel/framing.h"
 #include "channel/host_log.h"
 #include "chat/turn_events.h"
 #include "chat/turn_stream.h"
@@ -67,8 +68,12 @@ TEST(OutOfMemory, APanelMessageGetsOneReplyAtMost) {
       {{"kind", "contextImportUrl"}, {"chromeRequestId", longText}},
   };
   for (const json& request : requests) {
-    (void)handleMessage(json::object());  // what is started once has been
-    const auto calls = framesOfEachCall([&request] { answerPanelMessage(request); });
+    const JsonDocument message = documentOf(request);
+    (void)handleMessage({});  // what is started once has been
+    const auto calls = framesOfEachCall([&message] {
+      answerPanelMessage(message.root());
+      (void)writeHeldFrames();
+    });
     for (const CapturedOutput::Frames& frames : calls) EXPECT_LE(frames.size(), 1U);
     EXPECT_EQ(calls.back().size(), 1U);
   }

@@ -2,6 +2,7 @@
 
 #include <numeric>
 
+#include "support/json_replies.h"
 #include "support/test_thread.h"
 #include "support/testing.h"
 
@@ -10,13 +11,13 @@ namespace {
 
 using Check = ReaderCheck::Result;
 
-Placed placeOne(PanelWork& work, json body, std::size_t bytes = 1) {
-  PanelMessage message{std::move(body), ""};
+Placed placeOne(PanelWork& work, const json& body, std::size_t bytes = 1) {
+  PanelMessage message{documentOf(body), ""};
   return work.place(message, bytes);
 }
 
 Placed refuseOne(PanelWork& work, std::size_t bytes = 2) {
-  PanelMessage message{nullptr, "{}"};
+  PanelMessage message{{}, "{}"};
   return work.place(message, bytes);
 }
 
@@ -48,9 +49,9 @@ TEST(PanelWork, LetsItsReaderAnswerWhenNobodyDoes) {
     EXPECT_TRUE(work.waitUntilDone(0));
     EXPECT_EQ(placeOne(work, i), Placed::now);
     EXPECT_FALSE(work.waitUntilDone(0));
-    PanelMessage message{"before", ""};
+    PanelMessage message{documentOf("before"), ""};
     EXPECT_FALSE(work.next(message));
-    EXPECT_EQ(message.body, "before");
+    EXPECT_EQ(message.body.root().toValue(), "before");
     EXPECT_TRUE(work.isReader(number));
   }
   EXPECT_TRUE(work.waitUntilDone(0));
@@ -82,7 +83,7 @@ TEST(PanelWork, QueuesInOrderWhileOneIsAnswered) {
   for (int i = 1; i <= 3; ++i) {
     EXPECT_FALSE(work.waitUntilDone(0));
     ASSERT_TRUE(work.next(message));
-    EXPECT_EQ(message.body, i);
+    EXPECT_EQ(message.body.root().toValue(), i);
   }
   EXPECT_FALSE(work.waitUntilDone(0));  // the last one is still being answered
   EXPECT_FALSE(work.next(message));
@@ -94,9 +95,9 @@ TEST(PanelWork, HoldsAsManyMessagesAsItsLimit) {
   PanelWork work;
   ASSERT_EQ(placeOne(work, 0), Placed::now);
   for (std::size_t i = 0; i < maxQueuedMessages; ++i) ASSERT_EQ(placeOne(work, 1), Placed::queued);
-  PanelMessage refused{{{"kind", "k"}}, ""};
+  PanelMessage refused{documentOf({{"kind", "k"}}), ""};
   EXPECT_EQ(work.place(refused, 1), Placed::full);
-  EXPECT_EQ(refused.body.dump(), R"({"kind":"k"})");
+  EXPECT_EQ(refused.body.root().compactText(), R"({"kind":"k"})");
   PanelMessage message;
   ASSERT_TRUE(work.next(message));
   EXPECT_EQ(work.place(refused, 1), Placed::queued);
@@ -129,7 +130,7 @@ TEST(PanelWork, HoldsAsManyRefusalsAsItsLimit) {
   EXPECT_EQ(refuseOne(work), Placed::full);
   PanelMessage message;
   ASSERT_TRUE(work.next(message));
-  EXPECT_EQ(message.body, 1);
+  EXPECT_EQ(message.body.root().toValue(), 1);
   EXPECT_EQ(refuseOne(work), Placed::full);
   EXPECT_EQ(placeOne(work, 2, maxQueuedBytes), Placed::queued);
   ASSERT_TRUE(work.next(message));
@@ -154,12 +155,12 @@ class TwoThreads {
     const std::uint64_t number = work_.becomeReader();
     if (ended_) return;
     do {
-      PanelMessage message{nextMessage(), ""};
+      PanelMessage message{documentOf(nextMessage()), ""};
       if (work_.place(message, 1) == Placed::queued) continue;
       // The last one is left unanswered, so that the other thread sees the end too.
-      if (message.body.is_null()) return;
+      if (message.body.root().isNull()) return;
       do {
-        answer(message.body, number);
+        answer(message.body.root().toValue(), number);
       } while (work_.next(message));
     } while (work_.isReader(number) && !ended_);
   }

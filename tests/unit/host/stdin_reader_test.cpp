@@ -3,6 +3,7 @@
 #include "channel/framing.h"
 #include "channel/host_log.h"
 #include "channel/pending_replies.h"
+#include "support/agent_double.h"
 #include "support/captured_output.h"
 #include "support/json_replies.h"
 #include "support/test_pipe.h"
@@ -19,7 +20,8 @@ CapturedOutput::Frames repliesTo(const std::string& frames) {
   PanelWork work;
   const FedPipe input(frames, 64);
   CapturedOutput output;
-  EXPECT_FALSE(readAndAnswer(input.id(), work));
+  FrameReader reader(input.id());
+  EXPECT_FALSE(readAndAnswer(reader, work));
   EXPECT_TRUE(work.waitUntilDone(0));
   return output.finish();
 }
@@ -30,6 +32,31 @@ TEST(ReadAndAnswer, RepliesToPanelMessagesInOrder) {
       repliesTo(frameOf(ready) + frameOf(poll) + frameOf(ready)),
       (CapturedOutput::Frames{
           ack, R"({"events":[],"kind":"hostChatEvents","ok":true,"source":"morva-chat"})", ack}));
+}
+
+// Three messages of one read, of which the second takes its time, and the beginning of another.
+TEST(ReadAndAnswer, HoldsNoReplyWhileItWaits) {
+  CapturedOutput output;
+  AgentDouble agent([&](ServedConnection& connection) {
+    EXPECT_EQ(output.waitFor(1), CapturedOutput::Frames{ack});
+    answerWith(connection, R"({"ok":true})");
+  });
+  agent.adopt();
+  const std::string call =
+      R"({"source":"morva-chat","kind":"providerRpc","method":"getCreditInfo"})";
+  const std::string frames = frameOf(ready) + frameOf(call) + frameOf(ready) + frameHeader(5);
+  TestPipe input;
+  ASSERT_TRUE(writeAll(input.writeEnd.get(), frames));
+  PanelWork work;
+  TestThread reading([&] {
+    FrameReader reader(input.readEnd.get());
+    EXPECT_FALSE(readAndAnswer(reader, work));
+  });
+  EXPECT_EQ(
+      output.waitFor(3),
+      (CapturedOutput::Frames{
+          ack, R"({"data":{},"kind":"hostProviderRpc","ok":true,"source":"morva-chat"})", ack}));
+  input.writeEnd.reset();
 }
 
 TEST(ReadAndAnswer, StoresTheExtensionsAnswers) {
@@ -62,11 +89,12 @@ TEST(ReadAndAnswer, LeavesTheNextMessagesToWhoeverAnswers) {
   ASSERT_EQ(work.place(slow, 1), Placed::now);  // another thread is at it
   const FedPipe input(frameOf(ready), 64);
   CapturedOutput output;
-  EXPECT_FALSE(readAndAnswer(input.id(), work));
+  FrameReader reader(input.id());
+  EXPECT_FALSE(readAndAnswer(reader, work));
   EXPECT_TRUE(output.finish().empty());
   PanelMessage next;
   EXPECT_TRUE(work.next(next));
-  EXPECT_EQ(next.body.at("kind"), "ready");
+  EXPECT_EQ(next.body.root()["kind"].text(), "ready");
 }
 
 // While an answer takes its time: all that fits is queued, the rest is refused in its turn, and the
@@ -81,7 +109,8 @@ TEST(ReadAndAnswer, RefusesWhatDoesNotFitInItsTurn) {
   const FedPipe input(frameOf(ready) + frameOf(call) + frameOf(R"({"ok":true,"requestId":"late"})"),
                       64);
   CapturedOutput none;
-  EXPECT_FALSE(readAndAnswer(input.id(), work));
+  FrameReader reader(input.id());
+  EXPECT_FALSE(readAndAnswer(reader, work));
   json reply;
   EXPECT_TRUE(waitForReply("late", 0, reply));
   EXPECT_TRUE(none.finish().empty());
@@ -98,14 +127,15 @@ TEST(ReadAndAnswer, RefusesWhatDoesNotFitInItsTurn) {
 
 TEST(ReadAndAnswer, DropsWhatNotEvenARefusalFitsFor) {
   PanelWork work;
-  PanelMessage refusal{nullptr, "{}"};
+  PanelMessage refusal{{}, "{}"};
   ASSERT_EQ(work.place(refusal, 1), Placed::now);
   refusal.refusal = "{}";
   ASSERT_EQ(work.place(refusal, maxRefusalBytes), Placed::queued);
   PanelMessage message;
   ASSERT_EQ(work.place(message, maxQueuedBytes), Placed::queued);
   const FedPipe input(frameOf(ready), 64);
-  EXPECT_FALSE(readAndAnswer(input.id(), work));
+  FrameReader reader(input.id());
+  EXPECT_FALSE(readAndAnswer(reader, work));
   EXPECT_EQ(takeDebugLogEvents(40).at(0).at(0).at("text"), "message dropped: too many wait");
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <nlohmann/json.hpp>
+
 #include "channel/pending_replies.h"
 #include "support/testing.h"
 #include "text/json_parse.h"
@@ -12,6 +14,13 @@ inline JsonDocument documentOf(const nlohmann::json& value) {
   std::string error;
   EXPECT_EQ(readJson(dumpJson(value), document, error), ParseOutcome::ok) << error;
   return document;
+}
+
+// What a handler of messages replies; null when it is sent later.
+template <class Answer>
+nlohmann::json replyOf(const Answer& answer, const nlohmann::json& request) {
+  const std::string reply = answer(documentOf(request).root());
+  return reply.empty() ? nlohmann::json() : nlohmann::json::parse(reply);
 }
 
 inline void storeReply(const std::string& id, const nlohmann::json& reply, std::size_t bytes = 0) {

@@ -13,6 +13,12 @@ JsonDocument documentOf(std::string_view text) {
   return document;
 }
 
+JsonBuffer bufferOf(std::string_view text) {
+  JsonBuffer buffer(text.size());
+  text.copy(buffer.data(), text.size());
+  return buffer;
+}
+
 std::string textOf(JsonView view) {
   std::string text;
   view.appendTo(text);
@@ -43,6 +49,8 @@ const std::string texts[] = {
     "01",
     std::string(maxJsonDepth + 1, '['),
     std::string(maxJsonDepth, '[') + std::string(maxJsonDepth, ']'),
+    "[" + std::string(2000, ' ') + R"("\ud83d"])",
+    "[" + std::string(2000, ' ') + R"(1.25,"\u0041\\u\\","",-1e-7])",
 };
 
 TEST(JsonView, TakesWhatTheTreeTakesWithEqualValues) {
@@ -55,9 +63,35 @@ TEST(JsonView, TakesWhatTheTreeTakesWithEqualValues) {
     std::string error;
     EXPECT_EQ(readJson(text, document, error), wanted);
     EXPECT_EQ(error, wantedError);
+    JsonDocument inPlace;
+    EXPECT_EQ(readJson(bufferOf(text), inPlace, error), wanted);
+    EXPECT_TRUE(error.empty() || error == wantedError);
     if (wanted != ParseOutcome::ok) continue;
-    EXPECT_EQ(document.root().toValue(), tree);
-    EXPECT_EQ(json::parse(textOf(document.root())), tree);
+    for (const JsonView root : {document.root(), inPlace.root()}) {
+      EXPECT_EQ(root.toValue(), tree);
+      EXPECT_EQ(json::parse(textOf(root)), tree);
+    }
+  }
+}
+
+// Brackets count wherever they lie, but in strings.
+TEST(JsonView, RefusesOneLevelTooManyWhereverItIs) {
+  const std::string closed = R"("\\",)";
+  const std::string brackets = R"("\"[[{\\","\\\"]}",)";
+  for (std::size_t shift = 0; shift < 130; ++shift) {
+    for (const std::size_t depth : {maxJsonDepth - 100, maxJsonDepth, maxJsonDepth + 1}) {
+      std::string plain = "[" + std::string(shift, ' ') + closed;
+      std::string mixed = "[" + std::string(shift, ' ');
+      for (int i = 0; i < 200; ++i) mixed += brackets + "{},";
+      for (std::size_t i = 1; i < depth; ++i) mixed += i % 3 == 0 ? brackets + "[" : "[";
+      plain += std::string(depth - 1, '[');
+      for (std::string& text : {std::ref(plain), std::ref(mixed)}) {
+        text += std::string(depth, ']');
+        std::string error;
+        JsonDocument document;
+        EXPECT_EQ(readJson(text, document, error) == ParseOutcome::ok, depth <= maxJsonDepth);
+      }
+    }
   }
 }
 
@@ -104,7 +138,12 @@ TEST(JsonView, KeepsItsDocumentWhenAnotherTextIsRefused) {
   JsonDocument document = documentOf("[1]");
   std::string error;
   EXPECT_EQ(readJson("[", document, error), ParseOutcome::invalid);
+  EXPECT_EQ(readJson(bufferOf("[2"), document, error), ParseOutcome::invalid);
   EXPECT_EQ(textOf(document.root()), "[1]");
+  for (const std::string& text : {"[\"2\"]"s, "[\"" + std::string(2000, '3') + "\"]", "[4]"s}) {
+    EXPECT_EQ(readJson(bufferOf(text), document, error), ParseOutcome::ok);
+    EXPECT_EQ(textOf(document.root()), text);
+  }
 }
 
 }  // namespace
