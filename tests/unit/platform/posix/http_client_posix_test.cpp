@@ -11,7 +11,8 @@ namespace media::win::chrome_inspect {
 namespace {
 
 constexpr HttpTimeouts endless = {0, 0, 0, 0};
-const std::string moreThanIsBuffered(64'000'000, 'x');  // at both ends of a connection
+// More than both ends of a connection keep. Not a constant: every test would start with it.
+std::string moreThanIsBuffered() { return std::string(64'000'000, 'x'); }
 
 // A listener that never takes a connection; without room a connect waits.
 struct DeafListener {
@@ -43,7 +44,7 @@ TEST(HttpAbort, EndsWhicheverStepWaits) {
   expectAbortEnds(*connecting, [&] { return connecting->send(""); });
   const DeafListener idle(8);
   const auto sending = openExchange(idle.port, endless);
-  expectAbortEnds(*sending, [&] { return sending->send(moreThanIsBuffered); });
+  expectAbortEnds(*sending, [&] { return sending->send(moreThanIsBuffered()); });
 
   ScriptedServer mute([](ServedConnection& c) { EXPECT_TRUE(c.waitForClient()); });
   {
@@ -68,7 +69,7 @@ TEST(HttpExchange, GivesUpConnectingAndSendingAfterTheirTimeOuts) {
     const DeafListener listener(room);
     const auto exchange = openExchange(listener.port, limits);
     const std::uint64_t before = tickCountMs();
-    EXPECT_FALSE(exchange->send(moreThanIsBuffered));
+    EXPECT_FALSE(exchange->send(moreThanIsBuffered()));
     EXPECT_GE(tickCountMs() - before, 190U);
     EXPECT_LT(tickCountMs() - before, 5000U);
   }
