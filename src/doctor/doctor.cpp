@@ -31,9 +31,10 @@ Diagnosis diagnose() {
   append(diagnosis.findings, judgeBrowsers(lookAtBrowsers(program)));
   append(diagnosis.findings, judgeAgent(lookAtCliSources(), askAgentPorts(portLimitMs)));
   const FolderState folder = lookAtFolder();
-  append(diagnosis.findings,
-         {judgeToolServer(lookAtToolServer()), judgePipe(lookAtPipe()), judgeFolder(folder),
-          judgeDrops(folder), judgeApplication(lookAtApplication())});
+  append(
+      diagnosis.findings,
+      {judgeToolServer(lookAtToolServer()), judgePipe(lookAtPipe()), judgeFolder(folder),
+       judgeDrops(folder), judgeCrashes(lookAtCrashes()), judgeApplication(lookAtApplication())});
   return diagnosis;
 }
 

@@ -69,6 +69,11 @@ FolderState lookAtFolder() {
   return state;
 }
 
+CrashState lookAtCrashes() {
+  const std::wstring folder = crashFolderPath();
+  return {toUtf8(folder), crashFilesIn(folder)};
+}
+
 ApplicationState lookAtApplication() {
   ApplicationState state;
   state.port = discoverAppInstance().port;
@@ -145,6 +150,26 @@ Finding judgeDrops(const FolderState& state) {
     finding.text = std::to_string(state.files) + " files, " + std::to_string(state.recent) +
                    " of the last day (at most " + std::to_string(maxRecentDrops) + ")";
   }
+  return finding;
+}
+
+Finding judgeCrashes(const CrashState& state) {
+  Finding finding{"crashes", "crashes"};
+  const CrashFile last = state.files.empty() ? CrashFile() : state.files.front();
+  finding.facts = {{"count", static_cast<std::int64_t>(state.files.size())},
+                   {"folder", state.folder},
+                   {"last", toUtf8(last.name)},
+                   {"version", last.version},
+                   {"when", last.when}};
+  if (state.files.empty()) {
+    finding.text = "none is on record";
+    return finding;
+  }
+  finding.health = Health::note;
+  finding.text = "version " + last.version + " crashed on " + last.when + ": " +
+                 toUtf8(joinPath(toWide(state.folder), last.name));
+  finding.remedy =
+      "send that file to those who maintain the program, if you like; pieces of chats may be in it";
   return finding;
 }
 

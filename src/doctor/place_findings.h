@@ -5,11 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "common/crash_files.h"
 #include "doctor/finding.h"
 #include "platform/named_pipe.h"
 
 // What the host itself needs of the machine: the tool server's ports, the inspect pipe's name, its
-// folder; and the desktop application, which it finds by a file.
+// folder; what crashes have left there; and the desktop application, which it finds by a file.
 namespace media::win::chrome_inspect {
 
 struct ToolServerState {
@@ -30,6 +31,11 @@ struct FolderState {
   std::size_t recent = 0;  // of them, no older than a day
 };
 
+struct CrashState {
+  std::string folder;
+  std::vector<CrashFile> files;  // newest first
+};
+
 struct ApplicationState {
   std::uint32_t port = 0;  // 0: none announces itself
   bool answers = false;    // takes connections there
@@ -38,6 +44,7 @@ struct ApplicationState {
 // These look, and change nothing: a port is bound for a moment, but nobody can connect to it.
 ToolServerState lookAtToolServer();
 FolderState lookAtFolder();
+CrashState lookAtCrashes();
 ApplicationState lookAtApplication();
 PipeState lookAtPipe();
 
@@ -45,6 +52,7 @@ PipeState lookAtPipe();
 Finding judgeToolServer(const ToolServerState& state);
 Finding judgeFolder(const FolderState& state);
 Finding judgeDrops(const FolderState& state);
+Finding judgeCrashes(const CrashState& state);
 Finding judgeApplication(const ApplicationState& state);
 Finding judgePipe(PipeState state);
 

@@ -3,6 +3,7 @@
 #include "agent_process/supervision.h"
 #include "channel/framing.h"
 #include "channel/host_log.h"
+#include "common/crash_files.h"
 #include "common/detached.h"
 #include "host/agent_listener.h"
 #include "host/host_end.h"
@@ -25,6 +26,7 @@ constexpr std::uint32_t parkMs = 0xFFFFFFFF;
 void logFailure(const std::string& text) { queueDebugLog(text, "error"); }
 
 int runHost(const Arguments& arguments) {
+  leaveCrashFiles();
   startEndGuard();  // before all others
   keepStandardStreamsFromChildren();
   setDetachedReporter(logFailure);

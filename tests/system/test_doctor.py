@@ -135,6 +135,26 @@ def test_a_running_host_is_no_problem(examine, own_server):
     own_server.is_well()
 
 
+@pytest.mark.windows_only
+def test_a_host_that_crashes_leaves_a_small_file_that_the_doctor_names(
+        examine, roaming, start_panel):
+    folder = roaming / "Quenlark" / "morva-viewer" / "chrome-extension" / "crashes"
+    folder.mkdir(parents=True)
+    for day in (1, 2, 3):
+        (folder / f"crash-0.0.1-2020010{day}T000000Z-1.dmp").touch()
+    panel = start_panel()
+    panel.ask("getStatus")
+    strike = [builds.BUILD_DIR / "unit_tests.exe", "--child-probe", "strike"]
+    wine.run(builds.wine_prefix(), *strike)
+    assert panel.host.wait(60) != 0
+    (new,) = [each for each in folder.iterdir() if "crash-0.0.1" not in each.name]
+    assert new.read_bytes()[:4] == b"MDMP" and new.stat().st_size > 1000
+    assert sorted(each.name[12:20] for each in folder.iterdir())[:2] == ["20200102", "20200103"]
+    finding = examine()["crashes"]
+    assert finding["verdict"] == "note" and finding["text"].endswith(new.name)
+    assert (finding["facts"]["count"], finding["facts"]["last"]) == (3, new.name)
+
+
 # --- Browsers, which only Windows has here ---
 
 @pytest.fixture

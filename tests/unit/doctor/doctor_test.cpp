@@ -14,8 +14,9 @@ TEST(Diagnose, LooksAtEverythingOnce) {
   EXPECT_EQ(diagnosis.version, productVersion);
   EXPECT_NE(diagnosis.program, "");
   EXPECT_NE(diagnosis.system, "");
-  std::vector<std::string> wanted = {"agent.port.8090", "agent.port.8094", "toolServer", "pipe",
-                                     "folder",          "drops",           "application"};
+  std::vector<std::string> wanted = {
+      "agent.port.8090", "agent.port.8094", "toolServer", "pipe",
+      "folder",          "drops",           "crashes",    "application"};
   for (const Browser& browser : browsers) {
     wanted.push_back(std::string("browser.") + browser.name + ".registration");
   }

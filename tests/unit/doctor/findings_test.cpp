@@ -3,6 +3,7 @@
 #include "doctor/agent_findings.h"
 #include "doctor/browser_findings.h"
 #include "doctor/place_findings.h"
+#include "platform/files.h"
 #include "support/test_folder.h"
 #include "support/testing.h"
 #include "text/wide.h"
@@ -252,7 +253,9 @@ State with(State state, Change change) {
   return state;
 }
 
-const std::tuple<const char*, Finding, Health, const char*> findingCases[] = {
+const std::string separator(1, static_cast<char>(pathSeparator));
+
+const std::tuple<const char*, Finding, Health, std::string> findingCases[] = {
     {"the first port", judgeToolServer({{}, 39270, true}), Health::ok, "can listen on port 39270"},
     {"the third port", judgeToolServer({{39270, 39271}, 39272, true}), Health::ok,
      "can listen on port 39272; taken, by other hosts perhaps: 39270, 39271"},
@@ -280,6 +283,13 @@ const std::tuple<const char*, Finding, Health, const char*> findingCases[] = {
      Health::problem, "C:\\work\\chat-paste is a link, so files are refused"},
     {"unreadable", judgeDrops(with(wellFolder(), [](auto& s) { s.dropsReadable = false; })),
      Health::problem, "C:\\work\\chat-paste cannot be read, so files are refused"},
+    {"no crash", judgeCrashes({"C:\\crashes", {}}), Health::ok, "none is on record"},
+    {"two crashes",
+     judgeCrashes(
+         {"C:\\crashes",
+          {{L"new.dmp", "0.2.0", "2026-11-22 08:44:55 UTC"}, {L"old.dmp", "0.1.0", "then"}}}),
+     Health::note,
+     "version 0.2.0 crashed on 2026-11-22 08:44:55 UTC: C:\\crashes" + separator + "new.dmp"},
     {"no application", judgeApplication({}), Health::note,
      "does not run; commands that need its window fail"},
     {"an application", judgeApplication({8123, true}), Health::ok,

@@ -1,12 +1,18 @@
 #include "support/child_probe.h"
 
+#include "common/paths.h"
 #include "host/user_command.h"
 #include "platform/clock.h"
+#include "platform/crash_dump.h"
+#include "platform/files.h"
 #include "platform/process_control.h"
 #include "platform/system_facts.h"
+#include "platform/threads.h"
 #include "support/test_pipe.h"
 #include "support/test_system.h"
 #include "support/testing.h"
+#include "text/leaked.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -36,6 +42,28 @@ unsigned abandon() {
   return spawned == SpawnResult::ok ? 0 : 1;
 }
 
+std::wstring& crashFolder() {
+  static std::wstring& folder = leaked<std::wstring>();
+  return folder;
+}
+
+int deeper(int depth) {
+  volatile char room[4096] = {};
+  room[0] = static_cast<char>(depth);
+  return depth < 0 ? room[0] : deeper(depth + 1) + room[0];
+}
+
+void crash(const std::string& kind, const std::string& folder) {
+  crashFolder() = toWide(folder);
+  traceCrashes({joinPath(crashFolder(), L"crash-0.1.0-"), [] { (void)makeFolder(crashFolder()); },
+                [] { (void)writeWholeFile(joinPath(crashFolder(), L"afterwards"), "x"); }});
+  static int* volatile nowhere = nullptr;
+  if (kind == "access") *nowhere = 1;
+  if (kind == "overflow") std::exit(deeper(0));
+  if (kind == "throw") (void)startThread([] { throw std::runtime_error("nobody handles this"); });
+  sleepMs(longEnoughMs);
+}
+
 }  // namespace
 
 void playChildProbe(const std::vector<std::string>& arguments) {
@@ -48,6 +76,8 @@ void playChildProbe(const std::vector<std::string>& arguments) {
     useConsoleInput();
     code = static_cast<unsigned>(runUserCommand({}));
   }
+  if (command == "crash") crash(arguments.at(3), arguments.at(4));
+  if (command == "strike") code = strikeHost() ? 0 : 1;
   if (command == "wait") {
     (void)writeAll(standardOutput(), "ready\n");
     sleepMs(longEnoughMs);

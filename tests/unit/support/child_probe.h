@@ -11,6 +11,10 @@ namespace media::win::chrome_inspect {
 //   describe ...   prints its arguments, its folder, the state of its standard input and which
 //                  streams it has inherited, one line each
 //   wait           prints "ready" and stays until it is ended
+//   crash KIND FOLDER
+//                  lets its crashes be traced in the folder, then crashes: "access", "overflow"
+//                  or "throw", for which std::terminate is called
+//   strike         makes the host that serves the inspect pipe crash, on a thread of its own
 //   explain        does what the program does without arguments on the console of this process
 //   abandon        starts a "wait" of its own on its standard output and ends with 0 when that runs
 std::wstring childProbe(const std::wstring& command);

@@ -33,6 +33,9 @@ void setEnvironment(const std::string& name, const std::string& value);
 StreamId replaceStandardOutput(StreamId stream);
 void restoreStandardOutput(StreamId old);
 
+// Lets a thread of the host that serves the inspect pipe run where nothing is.
+bool strikeHost();
+
 // Makes the console of this process, if it has one, its standard input.
 void useConsoleInput();
 

@@ -55,6 +55,8 @@ void restoreStandardOutput(StreamId old) {
   close(static_cast<int>(old));
 }
 
+bool strikeHost() { return false; }
+
 void useConsoleInput() {}
 
 std::uint16_t portOf(const OwnedSocket& listener) {

@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 
+#include "common/product_names.h"
+#include "platform/win/handles_win.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {
@@ -47,6 +49,19 @@ StreamId replaceStandardOutput(StreamId stream) {
 
 void restoreStandardOutput(StreamId old) {
   SetStdHandle(STD_OUTPUT_HANDLE, reinterpret_cast<HANDLE>(old));
+}
+
+bool strikeHost() {
+  const OwnedHandle pipe(CreateFileA(inspectPipeName, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                     OPEN_EXISTING, 0, nullptr));
+  ULONG id = 0;
+  if (!pipe || !GetNamedPipeServerProcessId(pipe.get(), &id)) return false;
+  const OwnedHandle host(OpenProcess(PROCESS_ALL_ACCESS, FALSE, id));
+  constexpr std::uintptr_t nowhere = 0x10;
+  const OwnedHandle thread(CreateRemoteThread(host.get(), nullptr, 0,
+                                              reinterpret_cast<LPTHREAD_START_ROUTINE>(nowhere),
+                                              nullptr, 0, nullptr));
+  return static_cast<bool>(thread);
 }
 
 void useConsoleInput() {
