@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <nlohmann/json.hpp>
 
 #include "text/ascii.h"
+#include "text/byte_block.h"
 #include "text/json_limits.h"
 #include "text/json_text.h"
 #include "text/lone_surrogates.h"
@@ -69,6 +71,23 @@ void appendNumber(std::string& text, yyjson_val* value) {
   if (yyjson_is_sint(value)) return appendDigits(text, yyjson_get_sint(value));
   appendReal(text, value);
 }
+
+// What the value may take as text. A container's values lie behind it, one after the other.
+std::size_t textSize(const yyjson_val* value) {
+  if (value == nullptr) return 0;
+  const yyjson_val* const end =
+      value + (yyjson_is_ctn(asMutable(value)) ? value->uni.ofs / sizeof(yyjson_val) : 1);
+  std::size_t size = 0;
+  for (; value != end; ++value) {
+    constexpr std::size_t scalarBytes = 8;
+    const bool isText = unsafe_yyjson_is_str(asMutable(value));
+    size += isText ? unsafe_yyjson_get_len(asMutable(value)) + 3 : scalarBytes;
+  }
+  return size;
+}
+
+// For what is shorter, memory is not set aside before.
+constexpr std::size_t shortPart = 4096;
 
 json numberOf(yyjson_val* value) {
   if (yyjson_is_uint(value)) return yyjson_get_uint(value);
@@ -136,6 +155,11 @@ JsonIterator<JsonMember>& JsonIterator<JsonMember>::operator++() {
 }
 
 void JsonView::appendTo(std::string& text) const {
+  if (const std::size_t size = textSize(value_); size > shortPart) text.reserve(text.size() + size);
+  append(text);
+}
+
+void JsonView::append(std::string& text) const {
   yyjson_val* const value = asMutable(value_);
   if (isString()) {
     appendString(text, value);
@@ -143,11 +167,11 @@ void JsonView::appendTo(std::string& text) const {
     appendNumber(text, value);
   } else if (isObject()) {
     JsonObjectText object(text);
-    for (const JsonMember member : members()) member.value.appendTo(object.member(member.key));
+    for (const JsonMember member : members()) member.value.append(object.member(member.key));
     object.end();
   } else if (isArray()) {
     JsonListText list(text);
-    for (const JsonView element : elements()) element.appendTo(list.element());
+    for (const JsonView element : elements()) element.append(list.element());
     list.end();
   } else {
     text += isTrue() ? "true" : isFalse() ? "false" : "null";
@@ -208,13 +232,26 @@ bool isOverLimit(std::string_view text, std::string& error) {
   return !limit.empty();
 }
 
-// Whether the text may hold what the library refuses and others take: half an emoji, a NUL that
-// ends the text, a byte order mark.
+// Whether what stands at `at`, a backslash or a NUL, needs the text as it came: half an emoji may
+// begin there.
+bool needsRepairAt(std::string_view text, std::size_t at) {
+  return text[at] == '\0' ||
+         (text.substr(at + 1, 1) == "u" && at + 2 < text.size() && foldCase(text[at + 2]) == 'd');
+}
+
+// Whether the text may hold what the library refuses and the tree's does not: half an emoji, a NUL
+// that ends the text, a byte order mark.
 bool mayNeedRepair(std::string_view text) {
-  if (text.starts_with("\xEF") || text.find('\0') != std::string_view::npos) return true;
-  for (std::size_t at = text.find('\\'); at != std::string_view::npos;
-       at = text.find('\\', at + 2)) {
-    if (text.substr(at + 1, 1) == "u" && foldCase(text.substr(at + 2, 1)) == "d") return true;
+  if (text.starts_with("\xEF")) return true;
+  std::size_t at = 0;
+  for (; at + ByteBlock::size <= text.size(); at += ByteBlock::size) {
+    const ByteBlock block(text.data() + at);
+    for (std::uint64_t found = block.are('\\') | block.are('\0'); found != 0; found &= found - 1) {
+      if (needsRepairAt(text, at + static_cast<std::size_t>(std::countr_zero(found)))) return true;
+    }
+  }
+  for (; at < text.size(); ++at) {
+    if ((text[at] == '\\' || text[at] == '\0') && needsRepairAt(text, at)) return true;
   }
   return false;
 }

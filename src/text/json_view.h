@@ -56,6 +56,7 @@ class JsonView {
 
  private:
   friend class JsonDocument;
+  void append(std::string& text) const;
   const yyjson_val* value_ = nullptr;
 };
 
