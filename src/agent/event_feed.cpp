@@ -4,7 +4,6 @@
 #include <string>
 
 #include "text/json_parse.h"
-#include "text/json_read.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -26,11 +25,11 @@ std::string feedData(std::string_view block) {
 
 }  // namespace
 
-bool readFeedEvent(std::string_view block, nlohmann::json& event) {
+bool readFeedEvent(std::string_view block, JsonDocument& event) {
   const std::string data = feedData(block);
   std::string ignored;
-  return !data.empty() && parseJson(data, event, ignored) == ParseOutcome::ok &&
-         !lenientText(event, "method").empty() && findArray(event, "args") != nullptr;
+  return !data.empty() && readJson(data, event, ignored) == ParseOutcome::ok &&
+         !event.root()["method"].text().empty() && event.root()["args"].isArray();
 }
 
 }  // namespace media::win::chrome_inspect

@@ -2,7 +2,6 @@
 
 #include <exception>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
 
@@ -45,8 +44,8 @@ class FeedPump::Stream {
 
   void forward(std::string_view block) {
     try {
-      nlohmann::json event;
-      if (readFeedEvent(block, event)) whileCurrent([&] { pump_.user_.forward(event); });
+      JsonDocument event;
+      if (readFeedEvent(block, event)) whileCurrent([&] { pump_.user_.forward(event.root()); });
     } catch (const std::exception&) {  // no memory for this one; the next may do
     }
   }

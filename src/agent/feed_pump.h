@@ -3,11 +3,11 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "agent/agent_request.h"
 #include "agent/request_slots.h"
+#include "text/json_view.h"
 #include "text/locks.h"
 
 namespace media::win::chrome_inspect {
@@ -19,7 +19,7 @@ struct FeedUser {
   CancelSlot slot;
   // Takes one event: an object with a text "method" that is not empty, and an array "args". When it
   // throws, the event is lost and the stream goes on.
-  void (*forward)(nlohmann::json& event);
+  void (*forward)(JsonView event);
   // The stream has ended, however it did; also when there was no thread for it.
   void (*ended)(const AgentResponse& response);
   // Called without the lock when a stream has begun and those before it are not aborted yet: a test

@@ -36,12 +36,6 @@ void EventBatch::add(std::string_view method, const json& args) {
   add(method, eventText(method, args));
 }
 
-void EventBatch::add(const json& event) {
-  const auto method = event.find("method");
-  add(method != event.end() && method->is_string() ? method->get_ref<const std::string&>() : "",
-      dumpJson(event));
-}
-
 bool EventBatch::send() {
   if (!frame_.empty()) {
     frame_ += tail;

@@ -15,9 +15,7 @@ namespace media::win::chrome_inspect {
 class EventBatch {
  public:
   void add(std::string_view method, const nlohmann::json& args);
-  // An event as a whole object; other members than "method" and "args" go along.
-  void add(const nlohmann::json& event);
-  // An event as text.
+  // An event as text; other members than "method" and "args" go along.
   void add(std::string_view method, std::string event);
   // Sends what was added and not sent yet; nothing when there is nothing. False when standard
   // output does not take it any more.

@@ -32,11 +32,10 @@ void sendEventFrames(EventFrames& frames) {
   });
 }
 
-void sendChatEventBatch(const nlohmann::json& events) {
-  if (events.empty()) return;
+void sendChatEventBatch(std::string_view method, std::string event) {
   sendBehindLogLines([&](const std::vector<nlohmann::json>& lines) {
     EventBatch batch = batchOf(lines);
-    for (const nlohmann::json& event : events) batch.add(event);
+    batch.add(method, std::move(event));
     (void)batch.send();  // the browser is gone; the reader will notice
   });
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
+#include <string>
 #include <string_view>
 
 #include "channel/event_batch.h"
@@ -16,7 +17,7 @@ void emitPanelMessage(std::string_view method, const nlohmann::json& args);
 // The same for events that are composed already, at least one; the log lines travel with the first.
 void sendEventFrames(EventFrames& frames);
 
-// The same for a list of whole events; nothing is sent when it is empty.
-void sendChatEventBatch(const nlohmann::json& events);
+// The same for one whole event as text.
+void sendChatEventBatch(std::string_view method, std::string event);
 
 }  // namespace media::win::chrome_inspect

@@ -7,6 +7,8 @@
 #include "agent/feed_pump.h"
 #include "agent/request_slots.h"
 #include "channel/panel_events.h"
+#include "text/json_text.h"
+#include "text/json_view.h"
 #include "text/leaked.h"
 #include "text/locks.h"
 #include "text/wide.h"
@@ -16,7 +18,7 @@ namespace {
 
 using nlohmann::json;
 
-void forwardChatEvent(json& event);
+void forwardChatEvent(JsonView event);
 void chatEventsEnded(const AgentResponse& response);
 
 struct ChatEvents {
@@ -33,20 +35,25 @@ ChatEvents& chatEvents() {
 }
 
 // Remembers how far the panel has come, so that the next stream repeats nothing.
-void noteId(const json& event) {
-  const auto id = event.find("id");
-  if (id == event.end() || !id->is_number_unsigned()) return;
+void noteId(const json& id) {
+  if (!id.is_number_unsigned()) return;
   const Lock lock(chatEvents().mutex);
-  chatEvents().after = id->get<std::uint64_t>();
+  chatEvents().after = id.get<std::uint64_t>();
 }
 
-void forwardChatEvent(json& event) {
-  noteId(event);
-  json forwarded = {{"method", event["method"]}, {"args", std::move(event["args"])}};
-  if (event.contains("id")) forwarded["id"] = std::move(event["id"]);
-  const auto sender = event.find("sender");
-  if (sender != event.end() && sender->is_string()) forwarded["sender"] = std::move(*sender);
-  sendChatEventBatch(json::array({std::move(forwarded)}));
+void forwardChatEvent(JsonView event) {
+  const JsonView id = event["id"];
+  const JsonView sender = event["sender"];
+  const JsonView method = event["method"];
+  noteId(id.toValue());
+  std::string text;
+  JsonObjectText forwarded(text);
+  forwarded.view("args", event["args"]);
+  if (id) forwarded.view("id", id);
+  forwarded.view("method", method);
+  if (sender.isString()) forwarded.view("sender", sender);
+  forwarded.end();
+  sendChatEventBatch(method.text(), std::move(text));
 }
 
 // How it ended is of no interest to the panel; the next agent that answers starts a new one.

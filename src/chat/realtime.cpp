@@ -17,6 +17,8 @@
 #include "channel/panel_events.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
+#include "text/json_text.h"
+#include "text/json_view.h"
 #include "text/leaked.h"
 #include "text/utf8.h"
 
@@ -43,7 +45,7 @@ void reportRealtimeEnd(const std::string& error) {
   emitPanelMessage("realtimeDone", json::array());
 }
 
-void forwardVoiceEvent(json& event);
+void forwardVoiceEvent(JsonView event);
 void voiceEventsEnded(const AgentResponse& response);
 
 struct Voice {
@@ -66,13 +68,18 @@ std::uint16_t forgetSession() {
   return std::exchange(voice().port, 0);
 }
 
-void forwardVoiceEvent(json& event) {
-  const std::string method(lenientText(event, "method"));
+void forwardVoiceEvent(JsonView event) {
+  const std::string_view method = event["method"].text();
   if (method == "realtimeDone") {
     voice().saidDone = true;
     forgetSession();
   }
-  emitPanelMessage(method, event["args"]);
+  std::string text;
+  JsonObjectText forwarded(text);
+  forwarded.view("args", event["args"]);
+  forwarded.text("method", method);
+  forwarded.end();
+  sendChatEventBatch(method, std::move(text));
 }
 
 void voiceEventsEnded(const AgentResponse& response) {

@@ -67,9 +67,9 @@ void holdBeginner() {
   scene().beginnerGoesOn.wait();
 }
 
-void forward(json& event) {
+void forward(JsonView event) {
   thread_local const AtThreadEnd end;
-  const std::string method = event.at("method");
+  const std::string method(event["method"].text());
   if (method == "throw") throw std::runtime_error("x");
   if (method == "hold") {
     record().add("holding");

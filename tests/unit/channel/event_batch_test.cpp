@@ -14,7 +14,7 @@ TEST(EventBatch, SendsAllInOneFrame) {
   CapturedOutput output;
   EventBatch batch;
   batch.add("first\"", json::array({1, "\xC3\xA9"}));
-  batch.add({{"method", "second"}, {"args", json::array()}, {"more", true}});
+  batch.add("second", R"({"args":[],"method":"second","more":true})"s);
   EXPECT_TRUE(batch.send());
   EXPECT_TRUE(batch.send());  // nothing is left
   EXPECT_EQ(
@@ -25,10 +25,10 @@ TEST(EventBatch, SendsAllInOneFrame) {
 }
 
 // An event of exactly `size` bytes.
-json eventOfSize(std::size_t size) {
-  json event = {{"method", "m"}, {"args", json::array({""})}};
-  event["args"][0] = std::string(size - event.dump().size(), 'x');
-  return event;
+std::string eventOfSize(std::size_t size) {
+  const std::string head = R"({"args":[")";
+  const std::string tail = R"("],"method":"m"})";
+  return head + std::string(size - head.size() - tail.size(), 'x') + tail;
 }
 
 const std::size_t aroundEvents =
@@ -40,7 +40,7 @@ TEST(EventBatch, SplitsExactlyWhereTheBrowsersLimitIs) {
   {
     CapturedOutput output;
     EventBatch batch;
-    for (int i = 0; i < 2; ++i) batch.add(eventOfSize(maxBrowserBody));
+    for (int i = 0; i < 2; ++i) batch.add("m", eventOfSize(maxBrowserBody));
     EXPECT_TRUE(batch.send());
     EXPECT_EQ(output.finish().size(), 1U);
   }
@@ -59,7 +59,7 @@ TEST(EventBatch, SplitsExactlyWhereTheBrowsersLimitIs) {
     SCOPED_TRACE(name);
     CapturedOutput output;
     EventBatch batch;
-    for (const std::size_t size : sizes) batch.add(eventOfSize(size));
+    for (const std::size_t size : sizes) batch.add("m", eventOfSize(size));
     EXPECT_TRUE(batch.send());
     std::vector<std::size_t> written;
     for (const std::string& frame : output.finish()) written.push_back(frame.size());
@@ -73,8 +73,7 @@ TEST(EventBatch, ReplacesAnEventThatFitsIntoNoFrame) {
   CapturedOutput output;
   EventBatch batch;
   batch.add("before", json::array());
-  batch.add(eventOfSize(size));
-  batch.add({{"args", std::string(maxBrowserBody, 'x')}});
+  batch.add("m", eventOfSize(size));
   EXPECT_TRUE(batch.send());
   const auto lineFor = [](const std::string& name, std::size_t bytes) {
     return R"({"args":[{"role":"error","text":"event )" + name +
@@ -82,8 +81,7 @@ TEST(EventBatch, ReplacesAnEventThatFitsIntoNoFrame) {
            R"x( bytes)"}],"method":"appendText"})x";
   };
   EXPECT_EQ(eventsIn(output.finish()),
-            (std::vector<std::string>{R"({"args":[],"method":"before"})", lineFor("m", size),
-                                      lineFor("", maxBrowserBody + 11)}));
+            (std::vector<std::string>{R"({"args":[],"method":"before"})", lineFor("m", size)}));
 }
 
 TEST(EventBatch, SaysWhenOutputIsGoneAlsoForAnEarlierFrame) {
@@ -91,8 +89,8 @@ TEST(EventBatch, SaysWhenOutputIsGoneAlsoForAnEarlierFrame) {
   CapturedOutput output(CapturedOutput::Reader::stalls);
   output.closeReader();
   EventBatch batch;
-  batch.add(eventOfSize(700'000));
-  batch.add(eventOfSize(700'000));
+  batch.add("m", eventOfSize(700'000));
+  batch.add("m", eventOfSize(700'000));
   EXPECT_FALSE(batch.send());
 }
 
@@ -121,13 +119,13 @@ TEST(EmitPanelMessage, DropsWhatIsNoEventAndLeavesTheLogAlone) {
   EXPECT_EQ(takeDebugLogEvents(40).size(), 1U);
 }
 
-TEST(SendChatEventBatch, SendsWholeEvents) {
+TEST(SendChatEventBatch, SendsAWholeEventBehindTheWaitingLogLines) {
+  appendDebugLog("line");
   CapturedOutput output;
-  sendChatEventBatch(json::array());
-  sendChatEventBatch(json::array({{{"method", "a"}, {"args", {1}}}, {{"method", "b"}}}));
-  EXPECT_EQ(output.finish(),
-            CapturedOutput::Frames{R"({"events":[{"args":[1],"method":"a"},{"method":"b"}],)"
-                                   R"("kind":"hostChatEvents","source":"morva-chat"})"});
+  sendChatEventBatch("a", R"({"args":[1],"id":2,"method":"a"})");
+  const CapturedOutput::Frames events = eventsIn(output.finish());
+  ASSERT_EQ(events.size(), 2U);
+  EXPECT_EQ(events[1], R"({"args":[1],"id":2,"method":"a"})");
 }
 
 }  // namespace
