@@ -6,13 +6,16 @@
 ; and lets the program register itself, which points the browsers at the new file. What is left of
 ; older versions goes with the next update or with the uninstaller.
 ;
-; Exit codes with /S: 0 done, 2 not done (the program could not be written or did not register).
+; Exit codes with /S: 0 done, 2 not done (the program could not be written or did not register, or
+; the system is older than Windows 10). The uninstaller's caller gets 0 at once, whatever comes of
+; it: it goes on in a copy of itself. With _?=FOLDER behind /S it makes none, and returns 0 or 2.
 
 Unicode true
 Target amd64-unicode
 SetCompressor /SOLID lzma
 SetDateSave off
 !include LogicLib.nsh
+!include WinVer.nsh
 
 !define NAME "morva-chrome-host"
 !define FILE "morva-chrome-host.exe"
@@ -70,6 +73,12 @@ Var left ; folders of versions that are in use
 !macroend
 
 Function .onInit
+  ; The program would not even start there, and only a box of the loader would say so.
+  ${IfNot} ${AtLeastWin10}
+    MessageBox MB_OK|MB_ICONSTOP "This program needs Windows 10 or 11." /SD IDOK
+    SetErrorLevel 2
+    Quit
+  ${EndIf}
   ; Always here, whatever /D says: the uninstaller removes whole folders and must know that they
   ; are ours.
   StrCpy $INSTDIR "${ROOT}\${VERSION}"
@@ -113,6 +122,7 @@ Section
   WriteRegStr HKCU "${UNINSTALL_KEY}" "DisplayVersion" "${VERSION}"
   WriteRegStr HKCU "${UNINSTALL_KEY}" "Publisher" "Quenlark"
   WriteRegStr HKCU "${UNINSTALL_KEY}" "InstallLocation" "$INSTDIR"
+  WriteRegStr HKCU "${UNINSTALL_KEY}" "DisplayIcon" "${ROOT}\uninstall.exe"
   WriteRegStr HKCU "${UNINSTALL_KEY}" "UninstallString" '"${ROOT}\uninstall.exe"'
   WriteRegStr HKCU "${UNINSTALL_KEY}" "QuietUninstallString" '"${ROOT}\uninstall.exe" /S'
   WriteRegDWORD HKCU "${UNINSTALL_KEY}" "EstimatedSize" ${SIZE_KIB}

@@ -5,6 +5,8 @@
   morva-chrome-host-VERSION-setup.exe         the installer
   morva-chrome-host-VERSION.debug             the symbols, for gdb; the program names this file
   SHA256SUMS                                  of the three
+  winget/                                     the manifest for winget (learn.microsoft.com,
+                                              "Create your package manifest"), in its three files
 
 The same sources give the same bytes, wherever and whenever they are built; only a signature differs
 each time. SOURCE_DATE_EPOCH says which time the files bear, else it is that of the last commit.
@@ -30,6 +32,7 @@ PACKAGING = ROOT / "packaging"
 BUILD = ROOT / "build" / "windows"
 NAME = "morva-chrome-host"
 BINUTILS = "x86_64-w64-mingw32-"
+NO_DOWNLOAD_URL = "https://morva.invalid/download"
 NO_COMMIT_EPOCH = 315_532_800  # 1980, the first year of the zip format
 
 
@@ -103,6 +106,20 @@ def make_installer(program, papers, version, epoch, installer):
         env={**os.environ, "SOURCE_DATE_EPOCH": str(epoch)})
 
 
+def download_url():
+    """Where the installer will lie; without MORVA_DOWNLOAD_URL an address that is nobody's."""
+    return os.environ.get("MORVA_DOWNLOAD_URL", NO_DOWNLOAD_URL).rstrip("/")
+
+
+def make_winget_manifest(installer, version, folder):
+    values = {"VERSION": version, "URL": f"{download_url()}/{installer.name}",
+              "SHA256": hashlib.sha256(installer.read_bytes()).hexdigest().upper()}
+    folder.mkdir()
+    for template in (PACKAGING / "winget").iterdir():
+        text = re.sub("@([A-Z0-9]+)@", lambda found: values[found[1]], template.read_text())
+        (folder / template.name).write_text(text)
+
+
 def write_sums(files, output):
     lines = [f"{hashlib.sha256(file.read_bytes()).hexdigest()}  {file.name}\n"
              for file in sorted(files)]
@@ -128,6 +145,7 @@ def make_package(program, version, output):
         made = [archive, installer, Path(shutil.move(symbols, output))]
     sums = output / "SHA256SUMS"
     write_sums(made, sums)
+    make_winget_manifest(installer, version, output / "winget")
     return [*made, sums]
 
 
@@ -139,6 +157,8 @@ def main():
         print(f"{file.stat().st_size:>10}  {file}")
     if not signing.is_wanted():
         print("not signed: MORVA_SIGN_CERTIFICATE names no certificate")
+    if download_url() == NO_DOWNLOAD_URL:
+        print("the winget manifest is for no place: MORVA_DOWNLOAD_URL names none")
 
 
 if __name__ == "__main__":

@@ -13,12 +13,17 @@
 #include <memory>
 #include <utility>
 
+#include "platform/environment.h"
+#include "platform/win/handles_win.h"
 #include "viewer_system.h"
 
 namespace viewer_cli {
 namespace {
 
-constexpr std::uintptr_t highestHandle = 0x4000;  // a fresh process has far fewer
+namespace host = media::win::chrome_inspect;
+
+constexpr std::size_t maxEnvironmentCharacters = 32768;  // no variable is longer
+constexpr std::uintptr_t highestHandle = 0x4000;         // a fresh process has far fewer
 
 std::string toUtf8(const std::wstring& text) {
   const int length = static_cast<int>(text.size());
@@ -158,15 +163,17 @@ std::vector<std::string> inheritedHandles() {
 }
 
 std::string environmentText(const char* name) {
-  const wchar_t* value = _wgetenv(toWide(name).c_str());
-  return value == nullptr ? "" : toUtf8(value);
+  std::wstring value;
+  return host::readEnvironment(toWide(name), maxEnvironmentCharacters, value) ? toUtf8(value) : "";
 }
 
 bool appendToFile(const std::string& pathUtf8, std::string_view text) {
-  FILE* file = _wfopen(toWide(pathUtf8).c_str(), L"ab");
-  if (file == nullptr) return false;
-  const bool whole = std::fwrite(text.data(), 1, text.size(), file) == text.size();
-  return std::fclose(file) == 0 && whole;
+  const host::OwnedHandle file(CreateFileW(toWide(pathUtf8).c_str(), FILE_APPEND_DATA,
+                                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                                           FILE_ATTRIBUTE_NORMAL, nullptr));
+  const auto size = static_cast<DWORD>(text.size());
+  DWORD written = 0;
+  return file && WriteFile(file.get(), text.data(), size, &written, nullptr) && written == size;
 }
 
 }  // namespace viewer_cli

@@ -1,6 +1,7 @@
 """A user's machine, which is a Wine prefix: installing, running, and looking what is there."""
 
 import json
+import re
 import shutil
 import subprocess
 from pathlib import Path, PureWindowsPath
@@ -29,6 +30,7 @@ class Machine:
         self._hosts = []
         self.registry = UserRegistry(prefix)
         self.run("reg", "add", "HKCU\\" + PROGRAM_LIST_KEY, "/f")  # which every Windows has
+        self.registry.add(WINES_OWN, "Version", "win10")  # and not Windows 7, as Wine would be
 
     # --- Doing ---
 
@@ -43,10 +45,16 @@ class Machine:
 
     def uninstall(self):
         """As the list of programs does it: the uninstaller goes on in a copy of itself."""
-        assert self.run(self.uninstaller, "/S")[0] == 0
+        assert self.quiet_uninstall() == 0
         until(lambda: not self.root.exists(), f"{self.root} is not gone", WAIT_S)
         until(lambda: not self.text_value(UNINSTALL_KEY, "UninstallString"),
               "the program is still listed", WAIT_S, 0.05)
+
+    def quiet_uninstall(self):
+        """What a caller of the entry in the list of programs gets."""
+        command = self.text_value(UNINSTALL_KEY, "QuietUninstallString")
+        program, arguments = re.fullmatch(r'"([^"]+)" (.+)', command).groups()
+        return self.run(program, *arguments.split())[0]
 
     def uninstall_in_place(self):
         """The exit code of an uninstaller that makes no copy, and so cannot remove itself."""

@@ -5,6 +5,8 @@ import subprocess
 import zlib
 
 import package
+import yaml
+from machine import UNINSTALL_KEY
 
 
 def run(*command):
@@ -18,10 +20,34 @@ def listing(program, option):
 def test_a_package_is_three_files_and_their_sums(made, version):
     names = [f"morva-chrome-host-{version}{end}"
              for end in ("-setup.exe", "-windows-x64.zip", ".debug")]
-    assert sorted(each.name for each in made.iterdir()) == ["SHA256SUMS", *names]
+    assert sorted(each.name for each in made.iterdir()) == ["SHA256SUMS", *names, "winget"]
     lines = (made / "SHA256SUMS").read_text().splitlines()
     assert dict(line.split("  ")[::-1] for line in lines) == {
         name: hashlib.sha256((made / name).read_bytes()).hexdigest() for name in names}
+
+
+def test_winget_finds_the_installer_by_its_sum_and_runs_it_silently(made, version):
+    """The members that aka.ms/winget-manifest.installer.1.4.0.schema.json and its like require, and
+    what the installer is like."""
+    parts = {}
+    for file in (made / "winget").iterdir():
+        part = yaml.safe_load(file.read_text())
+        assert (part["PackageVersion"], part["ManifestVersion"]) == (version, "1.4.0")
+        name = {"version": "", "installer": ".installer", "defaultLocale": ".locale.en-US"}
+        assert file.name == f"{part['PackageIdentifier']}{name[part['ManifestType']]}.yaml"
+        parts[part["ManifestType"]] = part
+    assert parts["version"]["DefaultLocale"] == parts["defaultLocale"]["PackageLocale"]
+    assert {"Publisher", "PackageName", "License", "ShortDescription"} <= set(
+        parts["defaultLocale"])
+    wanted = parts["installer"]
+    assert (wanted["InstallerType"], wanted["Scope"], wanted["InstallerSwitches"]["Silent"]) == (
+        "nullsoft", "user", "/S")
+    assert wanted["ProductCode"] == UNINSTALL_KEY.rsplit("\\", 1)[1]
+    (installer,) = wanted["Installers"]
+    setup = made / f"morva-chrome-host-{version}-setup.exe"
+    assert installer["InstallerUrl"].endswith("/" + setup.name)
+    sums = (made / "SHA256SUMS").read_text()
+    assert f"{installer['InstallerSha256'].lower()}  {setup.name}\n" in sums
 
 
 def test_the_archive_has_the_program_and_what_to_read(unpacked):

@@ -23,6 +23,8 @@ def test_install_run_uninstall(machine, setup, version):
     assert machine.installed_versions() == [version]
     assert machine.registered_program() == program
     assert machine.text_value(UNINSTALL_KEY, "DisplayVersion") == version
+    assert machine.text_value(UNINSTALL_KEY, "DisplayIcon") == machine.windows_path(
+        machine.uninstaller)
     assert ping(machine.start_host(machine.program(version)))["ok"] is True
     machine.end_hosts()
 
@@ -38,6 +40,44 @@ def test_install_run_uninstall(machine, setup, version):
     assert machine.registered_program() is None
     assert machine.text_value(HOST_KEY, "cli") == r"C:\cli.exe"  # what was there before
     machine.registry.delete(VENDOR_KEY)
+
+
+def test_installing_again_repairs(machine, setup, version):
+    assert machine.install(setup) == 0
+    program = machine.program(version)
+    whole = program.read_bytes()
+    program.write_bytes(b"MZ")
+    (program.parent / "com.quenlark.morva.chrome.json").unlink()
+    machine.registry.add(HOST_KEY, "", r"C:\nowhere.json")
+    assert machine.install(setup) == 0
+    assert program.read_bytes() == whole
+    assert machine.registered_program() == machine.windows_path(program)
+    machine.uninstall()
+
+
+def test_a_system_before_windows_10_is_refused(machine, setup):
+    versions = r"Software\Wine\AppDefaults\\" + setup.name
+    machine.registry.add(versions, "Version", "win81")
+    assert machine.install(setup) == 2
+    assert not machine.root.exists()
+    machine.registry.delete(versions)
+
+
+def test_an_administrator_registers_the_unpacked_archive_for_all_users(machine, unpacked):
+    folder = machine.prefix / "drive_c" / "Program Files" / "morva"
+    shutil.copytree(unpacked, folder)
+    program = folder / "morva-chrome-host.exe"
+    assert machine.run(program, "--register", "--all-users")[0] == 0
+    assert machine.registered_program() is None, "the user has no key"
+    _, report = machine.run(program, "--doctor", "--json")
+    (seen,) = [each["facts"] for each in json.loads(report)["findings"]
+               if each["id"] == "browser.chrome.registration"]
+    assert seen["forAllUsers"] is True and seen["key"] == "HKLM\\" + HOST_KEY
+    assert ping(machine.start_host(program))["ok"] is True
+    machine.end_hosts()
+    assert machine.run(program, "--unregister", "--all-users")[0] == 0
+    assert not (folder / "com.quenlark.morva.chrome.json").exists()
+    shutil.rmtree(folder)
 
 
 def test_an_update_installs_beside_a_running_host(machine, older_setup, setup, version):
@@ -64,6 +104,7 @@ def test_while_it_runs_it_is_neither_replaced_nor_removed(machine, setup, versio
     assert machine.install(setup) == 2, "the same version, whose file is in use"
     assert machine.registered_program() == machine.windows_path(machine.program(version))
 
+    assert machine.quiet_uninstall() == 0, "the copy that goes on returns to nobody"
     assert machine.uninstall_in_place() == 2
     assert machine.text_value(HOST_KEY) is None, "no browser starts it again"
     assert machine.text_value(UNINSTALL_KEY, "UninstallString"), "the user can come back"

@@ -22,6 +22,7 @@ constexpr UINT abortExitCode = 3;  // of every C run-time's abort
 // How GCC's run-time throws: nobody handling it means that std::terminate comes next.
 constexpr DWORD gccThrowMask = 0x20FFFFFF;
 constexpr DWORD gccThrow = 0x20474343;
+constexpr DWORD fatalAppExit = 0x40000015;  // STATUS_FATAL_APP_EXIT, which not every header has
 
 using WriteDump = decltype(&MiniDumpWriteDump);
 
@@ -99,7 +100,7 @@ extern "C" void onAbort(int /*signal*/) {
   CONTEXT context = {};
   RtlCaptureContext(&context);
   EXCEPTION_RECORD record = {};
-  record.ExceptionCode = static_cast<DWORD>(STATUS_FATAL_APP_EXIT);
+  record.ExceptionCode = fatalAppExit;
   EXCEPTION_POINTERS exception = {&record, &context};
   endWithTrace(&exception, abortExitCode);
 }

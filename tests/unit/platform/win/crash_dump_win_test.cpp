@@ -66,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(
     OfEachKind, Crashes,
     testing::Values(Crash{L"access", EXCEPTION_ACCESS_VIOLATION, EXCEPTION_ACCESS_VIOLATION},
                     Crash{L"overflow", EXCEPTION_STACK_OVERFLOW, EXCEPTION_STACK_OVERFLOW},
-                    Crash{L"throw", 3, static_cast<DWORD>(STATUS_FATAL_APP_EXIT)}),
+                    Crash{L"throw", 3, 0x40000015}),
     [](const auto& kind) { return toUtf8(kind.param.kind); });
 
 TEST(TraceCrashes, LoadsNothingUntilThen) {
