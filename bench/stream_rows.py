@@ -1,166 +1,112 @@
-"""Streams: from the agent's socket through the host to the panel, next to the least program."""
+"""Streams: from the agent's socket through a program to the panel."""
 
 from __future__ import annotations
 
 import contextlib
-import re
-import statistics
+import json
 import subprocess
-import sys
 import time
 from collections.abc import Iterator
-from dataclasses import dataclass
-from pathlib import Path
 
-import event_source
-from driven_program import BROWSER_ARGUMENTS, DrivenProgram, ProgramError, Side, encode
-from results import Results, Row, percentile
+from programs import (
+    HOST, LEAST, PEERS, DrivenProgram, ProgramError, Side, encode, in_turns, one_core)
+from results import Results, growth
 
-KINDS = {"packet": "one event per packet", "chunk": "all in one chunk"}
-STAMP = re.compile(rb"\d{%d}" % event_source.STAMP_DIGITS)
-
-
-@dataclass(frozen=True)
-class Streamer:
-    """How a program is told to stream, and how its answer looks."""
-
-    program: str
-    arguments: tuple[str, ...]
-    event: bytes  # in each frame that carries one
-    end: bytes  # of the last frame
-    success: bytes  # in the last frame
-
-
-HOST = Streamer(
-    "morva-chrome-host", BROWSER_ARGUMENTS, b'"method":"appendAssistantDelta"',
-    b'"method":"agentDone"}],"kind":"hostChatEvents","source":"morva-chat"}', b',true,""],',
-)
-BASELINE = Streamer(
-    "baseline_stream", (str(event_source.PORT),), b'"object":"chat.completion.chunk"',
-    b'{"method":"baselineDone"}', b"",
-)
-STREAMERS = {"host": HOST, "baseline": BASELINE}
+DELTA, LAST = b'"delta":', b'"agentDone"'
+# Way, count and bytes of each event, and how often it is measured.
+STREAMS = {"turn 10": ("each", 10_000, 0, 15), "turn 100": ("each", 100_000, 0, 5),
+           "once": ("once", 100_000, 0, 5), "by byte": ("bytes", 1_000, 0, 5),
+           "2 KB": ("once", 2_000, 2_000, 11), "event 1 MB": ("once", 1, 1_000_000, 15),
+           "event 10 MB": ("once", 1, 10_000_000, 7)}
+PACED = (250, 2000)  # events, microseconds between them
 
 
 @contextlib.contextmanager
-def running_source() -> Iterator[None]:
-    source = subprocess.Popen(
-        [sys.executable, str(Path(event_source.__file__))], stdout=subprocess.PIPE
-    )
-    try:
-        if source.stdout.readline() != b"ready\n":
-            raise SystemExit("the event source did not start")
-        yield
-    finally:
-        source.kill()
-        source.wait()
-        source.stdout.close()
+def event_source(side: Side) -> Iterator[None]:
+    with subprocess.Popen([side.tools / "event_source"], stdout=subprocess.PIPE) as source:
+        try:
+            if source.stdout.readline() != b"ready\n":
+                raise ProgramError("the event source did not start")
+            yield
+        finally:
+            source.kill()
 
 
-def order(what: str) -> bytes:
-    return encode({"source": "morva-chat", "kind": "send", "prompt": f"bench:{what}",
+def order(way: str, count: int, size: int) -> bytes:
+    return encode({"source": "morva-chat", "kind": "send", "prompt": f"bench:{way}:{count}:{size}",
                    "preset": "bench", "chromeRequestId": 1})
 
 
-def check(streamer: Streamer, output: bytes, count: int) -> None:
-    came = output.count(streamer.event)
-    if came != count or streamer.success not in output[-400:]:
-        raise ProgramError(f"{streamer.program}: {came} of {count} events; {output[-400:]!r}")
+def texts(frame: bytes) -> list[str]:
+    """The pieces of the answer in a frame of a host, or of the least program."""
+    message = json.loads(frame)
+    if "choices" in message:
+        return [message["choices"][0]["delta"]["content"]]
+    return [event["args"][0]["delta"] for event in message.get("events", [])
+            if event["method"] == "appendAssistantDelta"]
 
 
-@contextlib.contextmanager
-def both(side: Side) -> Iterator[dict[str, DrivenProgram]]:
-    with contextlib.ExitStack() as stack:
-        yield {who: stack.enter_context(DrivenProgram(side, each.program, each.arguments))
-               for who, each in STREAMERS.items()}
+def must_be_right(who: str, frames: list[bytes], count: int, size: int) -> None:
+    came = "".join(text for frame in frames for text in texts(frame))
+    if came != "".join(f"{number} ".ljust(size, "x") for number in range(count)):
+        raise ProgramError(f"{who}: the text of {count} events is another; {frames[-1]!r}")
 
 
-@dataclass
-class Cost:
-    """Of one turn, or of several together."""
-
-    wall_s: float = 0.0  # from the request's frame to the last frame
-    cpu_s: float = 0.0  # of the program alone
-
-
-def stream_cost(program: DrivenProgram, streamer: Streamer, kind: str, count: int,
-                turns: int = 1) -> Cost:
-    cost = Cost()
-    cpu = program.cpu_s()
-    for _ in range(turns):
-        begin = time.perf_counter()
-        program.send(order(f"{kind}:{count}"))
-        output = program.read_until(streamer.end)
-        cost.wall_s += time.perf_counter() - begin
-        check(streamer, output, count)
-    cost.cpu_s = program.cpu_s() - cpu
-    return cost
+def turn_s(program: DrivenProgram, way: str, count: int, size: int, check: bool) -> float:
+    begin = time.perf_counter()
+    program.send(order(way, count, size))
+    came, frames = program.read_past(LAST)
+    if check:
+        must_be_right(program.who, frames, count, size)
+    elif sum(DELTA in frame for frame in frames) < count:
+        raise ProgramError(f"{program.who}: not all of {count} events came")
+    return came - begin
 
 
 def measure_streams(results: Results, side: Side, quick: bool) -> None:
-    many, repetitions = (20_000, 3) if quick else (100_000, 5)
-    few = many // 10
-    with running_source(), both(side) as programs:
-        for kind, meaning in KINDS.items():
-            for who, streamer in STREAMERS.items():
-                stream_cost(programs[who], streamer, kind, few)  # warms up
-            costs: dict[str, list[Cost]] = {"host": [], "baseline": [], "ten short ones": []}
-            for _ in range(repetitions):
-                for who, streamer in STREAMERS.items():
-                    costs[who].append(stream_cost(programs[who], streamer, kind, many))
-                # As many events in all, so that a disturbance is as likely to hit these.
-                costs["ten short ones"].append(
-                    stream_cost(programs["host"], HOST, kind, few, turns=10))
-            for what, seen in costs.items():
-                results.samples[f"{side.name}: {many} events, {meaning}: {what}"] = [
-                    cost.wall_s for cost in seen]
-            add_stream_rows(results, side, meaning, costs, many)
+    seen = {}
+    with event_source(side), side.everybody("least_stream") as programs:
+        for key, (way, count, size, rounds) in STREAMS.items():
+            for program in programs.values():
+                turn_s(program, way, count, size, check=True)  # warms up
+            times = in_turns(programs, 3 if quick else rounds, lambda who: [
+                turn_s(programs[who], way, count, size, check=False)])
+            seen[key] = times
+            if key in ("turn 10", "turn 100", "once"):
+                times = {who: [count / each for each in values] for who, values in times.items()}
+            results.add(side.name, key, times)
+    results.add(side.name, "event growth",
+                {HOST: growth(seen["turn 10"][HOST], seen["turn 100"][HOST], 10)})
 
 
-def add_stream_rows(results: Results, side: Side, meaning: str, costs: dict[str, list[Cost]],
-                    many: int) -> None:
-    wall = {what: statistics.median(cost.wall_s for cost in seen) for what, seen in costs.items()}
-    cpu = {what: statistics.median(cost.cpu_s for cost in seen) for what, seen in costs.items()}
-    shown = {what: f"{wall[what]:.2f} s (processor {cpu[what]:.2f} s)" for what in costs}
-    # The worse of the two: while others keep the machine busy, waiting hides what the host costs.
-    speed = min(seconds["baseline"] / seconds["host"] for seconds in (wall, cpu))
-    results.add(Row(side.name, f"speed of {many:,} events, {meaning}",
-                    f"host {shown['host']}, baseline {shown['baseline']}", speed, 0.5,
-                    at_least=True))
-    # By processor time, which others do not lengthen; work that grows with the square shows in it.
-    growth = 10 * cpu["host"] / cpu["ten short ones"]
-    results.add(Row(side.name, f"{many:,} events next to {many // 10:,}, {meaning}",
-                    f"one turn {shown['host']}, ten short ones {shown['ten short ones']}",
-                    growth, 12))
+def measure_first_delta(results: Results, side: Side, quick: bool) -> None:
+    """Of a new program: what it needs for its first request is in it."""
+    def first_delta(who: str) -> list[float]:
+        with side.start(who, "least_stream") as program:
+            program.ask("getStatus")
+            begin = time.perf_counter()
+            program.send(order("once", 1, 0))
+            came, _ = program.read_past(DELTA)
+            program.read_past(LAST)
+            return [came - begin]
 
-
-def latencies_us(program: DrivenProgram, streamer: Streamer, count: int,
-                 micros: int) -> list[float]:
-    """By event: from just before its write to the socket to just after reading its frame."""
-    program.send(order(f"paced:{count}:{micros}"))
-    seen: list[float] = []
-    while True:
-        frame = program.read_frame()
-        now = time.monotonic_ns()
-        if streamer.event in frame:
-            seen.append((now - int(STAMP.search(frame)[0])) / 1e3)
-        elif frame.endswith(streamer.end):
-            break
-    if len(seen) != count:
-        raise ProgramError(f"{streamer.program}: {len(seen)} of {count} events")
-    return seen
+    with one_core(), event_source(side):
+        results.add(side.name, "first delta",
+                    in_turns([HOST, LEAST, *PEERS], 5 if quick else 25, first_delta))
 
 
 def measure_latency(results: Results, side: Side, quick: bool) -> None:
-    rounds = 2 if quick else 8
-    seen: dict[str, list[float]] = {who: [] for who in STREAMERS}
-    with running_source(), both(side) as programs:
-        for _ in range(rounds):
-            for who, streamer in STREAMERS.items():
-                seen[who] += latencies_us(programs[who], streamer, 250, 2000)
-    for who, values in seen.items():
-        results.samples[f"{side.name}: token latency: {who}"] = [each / 1e6 for each in values]
-    figures = ", ".join(f"{who} median {statistics.median(values):.0f} us, "
-                        f"p99 {percentile(values, .99):.0f} us" for who, values in seen.items())
-    ratio = statistics.median(seen["host"]) / statistics.median(seen["baseline"])
-    results.add(Row(side.name, "one token, agent's socket to panel frame", figures, ratio))
+    """By event: from just before its write to the socket to just after reading its frame."""
+    with one_core(), event_source(side), side.everybody("least_stream") as programs:
+        def latencies(who: str) -> list[float]:
+            program = programs[who]
+            program.send(order("paced", *PACED))
+            times: list[float] = []
+            while LAST not in (frame := program.read_frame()):
+                now = time.monotonic_ns()
+                times += [(now - int(text)) / 1e9 for text in texts(frame)]
+            if len(times) != PACED[0]:
+                raise ProgramError(f"{who}: {len(times)} of {PACED[0]} events")
+            return times
+
+        results.add(side.name, "event", in_turns(programs, 2 if quick else 8, latencies))
