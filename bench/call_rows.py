@@ -19,6 +19,7 @@ from programs import HOST, LEAST, DrivenProgram, ProgramError, Side, in_turns, l
 from results import Results, growth
 
 LEAST_PORT = 39290
+THREADS = 16  # as many requests as the host serves at a time
 ORIGIN = "chrome-extension://kdhmgaeofpbjilnckdhmgaeofpbjilnc"
 FILE_BYTES = 16 * 1024 * 1024
 ATTEMPTS = 100
@@ -121,7 +122,7 @@ def call_times(side: Side, programs: dict[str, DrivenProgram], servers: dict[str
 def measure_calls(results: Results, side: Side, quick: bool) -> None:
     rounds = 2 if quick else 8
     with one_core(), own_folder(side) as own, \
-            own.everybody("least_server", str(LEAST_PORT)) as programs:
+            own.everybody("least_server", str(LEAST_PORT), "1") as programs:
         give_answer(programs[LEAST], b"")
         servers = {who: server_of(program) for who, program in programs.items()}
         call_times(own, programs, servers, page(1_000), 20, 1)  # warms up
@@ -158,7 +159,7 @@ def rates(side: Side, servers: dict[str, Server], requests: dict[str, bytes], cl
 def measure_requests(results: Results, side: Side, quick: bool) -> None:
     count, rounds = (300, 3) if quick else (1000, 15)
     with one_core(), own_folder(side) as own, \
-            own.everybody("least_server", str(LEAST_PORT)) as programs:
+            own.everybody("least_server", str(LEAST_PORT), str(THREADS)) as programs:
         host = server_of(programs[HOST])
         give_answer(programs[LEAST], host.answer(host.request("/api/agent-tools")))
         servers = {who: server_of(program) for who, program in programs.items()}
@@ -170,7 +171,7 @@ def measure_requests(results: Results, side: Side, quick: bool) -> None:
 
 def measure_files(results: Results, side: Side, quick: bool) -> None:
     with own_folder(side) as own, own.start(HOST) as host, \
-            own.start(LEAST, "least_server", str(LEAST_PORT)) as least:
+            own.start(LEAST, "least_server", str(LEAST_PORT), str(THREADS)) as least:
         server = server_of(host)
         upload = server.answer(server.request("/api/context-file?name=large.png",
                                               b"x" * FILE_BYTES, ORIGIN))

@@ -59,13 +59,12 @@ KINDS = {
 
 # The lines of the README's table, which joins some rows and leaves others out.
 README = {
-    "start to first reply": ["start"],
+    "start to first reply / \"send\" to first delta / one event of 10 MB": [
+        "start", "first delta", "event 10 MB"],
     "memory, idle above an empty program / most with 10 MB pages": ["idle", "peak"],
-    "frame of 200 bytes, there and back": ["frame"],
-    "frames, 64 in flight": ["flight"],
+    "frame of 200 bytes, there and back / 64 in flight": ["frame", "flight"],
     "text / page model of 1 MB, there and back": ["text", "model 1 MB"],
     "tool call, page of 1 / 100 KB / 10 MB": ["call 1 KB", "call 100 KB", "call 10 MB"],
     "catalogue over HTTP, 1 / 8 clients": ["catalogue 1", "catalogue 8"],
     "events, turn of 10,000 / 100,000": ["turn 10", "turn 100"],
-    "\"send\" to first delta / one event of 10 MB": ["first delta", "event 10 MB"],
 }

@@ -6,11 +6,13 @@
 #include "plain_frames.h"
 #include "platform/process_control.h"
 #include "platform/sockets.h"
+#include "platform/threads.h"
 
-// The least that serves over HTTP, one request after the other. Any GET is answered with the body
-// of its first frame as it is. What a POST holds goes to the extension in a frame, and the
-// beginning of the extension's frame, as much as a host leaves of a page, to whoever asked. Ids and
-// lengths are found by a plain search. Its one argument is its port.
+// The least that serves over HTTP: each thread answers one request after the other. Any GET is
+// answered with the body of its first frame as it is. What a POST holds goes to the extension in a
+// frame, and the beginning of the extension's frame, as much as a host leaves of a page, to whoever
+// asked; one such call at a time. Ids and lengths are found by a plain search. Its arguments are
+// its port and the number of threads.
 namespace media::win::chrome_inspect {
 namespace {
 
@@ -55,31 +57,40 @@ bool relay(const OwnedSocket& connection, std::string_view body, int number) {
   return true;
 }
 
-int serve(std::uint16_t port) {
-  prepareProcess();
-  OwnedSocket listener;
-  std::string fixedAnswer;
-  if (!readPlainFrame(fixedAnswer) || !startSockets() || !openSocket(listener) ||
-      !bindLoopback(listener, port) || !listenOn(listener, backlog)) {
-    return 1;
-  }
+[[noreturn]] void serveForever(const OwnedSocket& listener, std::string_view fixedAnswer) {
   for (int number = 0;; ++number) {
     OwnedSocket connection;
     std::string request;
     std::size_t bodyAt = 0;
     if (!acceptOne(listener, connection) || !receiveRequest(connection, request, bodyAt)) continue;
     if (request.starts_with("GET")) {
-      sendAll(connection, std::string_view(fixedAnswer).substr(frameHead));
+      sendAll(connection, fixedAnswer);
     } else if (!relay(connection, std::string_view(request).substr(bodyAt), number)) {
-      return 0;
+      exitProcess(0);
     }
   }
+}
+
+int serve(std::uint16_t port, int threads) {
+  prepareProcess();
+  OwnedSocket listener;
+  std::string frame;
+  if (!readPlainFrame(frame) || !startSockets() || !openSocket(listener) ||
+      !bindLoopback(listener, port) || !listenOn(listener, backlog)) {
+    return 1;
+  }
+  const std::string_view fixedAnswer = std::string_view(frame).substr(frameHead);
+  for (int i = 1; i < threads; ++i) {
+    if (!startThread([&] { serveForever(listener, fixedAnswer); })) return 1;
+  }
+  serveForever(listener, fixedAnswer);
 }
 
 }  // namespace
 }  // namespace media::win::chrome_inspect
 
 int main(int argc, char** argv) {
-  if (argc != 2) return 2;
-  return media::win::chrome_inspect::serve(static_cast<std::uint16_t>(std::atoi(argv[1])));
+  if (argc != 3) return 2;
+  return media::win::chrome_inspect::serve(static_cast<std::uint16_t>(std::atoi(argv[1])),
+                                           std::atoi(argv[2]));
 }

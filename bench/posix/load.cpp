@@ -48,23 +48,16 @@ void writeAll(int descriptor, std::string_view bytes) {
   }
 }
 
-std::string headOf(std::size_t bodyBytes) {
-  const auto length = static_cast<std::uint32_t>(bodyBytes);
-  return {reinterpret_cast<const char*>(&length), sizeof length};
-}
-
-class FrameReader {
+// Frames as they come out of a program.
+class Frames {
  public:
-  explicit FrameReader(int descriptor) : descriptor_(descriptor) {}
+  explicit Frames(int descriptor) : descriptor_(descriptor) {}
 
-  bool isWhole() const {
-    const std::size_t left = bytes_.size() - at_;
-    return left >= headBytes && left - headBytes >= length();
-  }
+  bool hasNext() const { return left() >= headBytes && left() - headBytes >= length(); }
   // The body of the next frame that has `marker`.
   std::string next(std::string_view marker) {
     for (;;) {
-      while (!isWhole()) readMore();
+      while (!hasNext()) readMore();
       std::string body = bytes_.substr(at_ + headBytes, length());
       at_ += headBytes + body.size();
       if (body.find(marker) != std::string::npos) return body;
@@ -74,6 +67,7 @@ class FrameReader {
  private:
   static constexpr std::size_t headBytes = sizeof(std::uint32_t);
 
+  std::size_t left() const { return bytes_.size() - at_; }
   std::uint32_t length() const {
     std::uint32_t length = 0;
     std::memcpy(&length, &bytes_[at_], sizeof length);
@@ -114,7 +108,7 @@ std::string answerOf(int port, std::string_view request, const std::function<voi
 }
 
 std::string frames(int in, int out, int count, int flight, const std::string& frame) {
-  FrameReader replies(out);
+  Frames replies(out);
   std::string first;
   std::string batch;
   const double begin = secondsNow();
@@ -127,7 +121,7 @@ std::string frames(int in, int out, int count, int flight, const std::string& fr
       if (++answered == 1) first = reply;
       must(reply.size() == first.size(), "replies differ");
       if (sent++ < count) batch += frame;
-    } while (replies.isWhole());
+    } while (replies.hasNext());
     writeAll(in, batch);
   }
   std::printf("%.9f\n", secondsNow() - begin);
@@ -135,14 +129,15 @@ std::string frames(int in, int out, int count, int flight, const std::string& fr
 }
 
 // Answers the next command as the extension does; a large page is not copied for that.
-void answerCommand(FrameReader& commands, int in, const std::string& page) {
+void answerCommand(Frames& commands, int in, const std::string& page) {
   constexpr std::string_view marker = R"("requestId":)";
   constexpr std::size_t large = 65536;
   const std::string command = commands.next(marker);
   const std::size_t at = command.find('"', command.find(marker) + marker.size());
   const std::string id = command.substr(at, command.find('"', at + 1) - at + 1);
   std::string frame = "{" + std::string(marker) + id + R"(,"ok":true,"data":)";
-  frame.insert(0, headOf(frame.size() + page.size() + 1));
+  const auto length = static_cast<std::uint32_t>(frame.size() + page.size() + 1);
+  frame.insert(0, reinterpret_cast<const char*>(&length), sizeof length);
   if (page.size() < large) return writeAll(in, frame + page + "}");
   writeAll(in, frame);
   writeAll(in, page);
@@ -151,7 +146,7 @@ void answerCommand(FrameReader& commands, int in, const std::string& page) {
 
 std::string calls(int in, int out, int port, int count, const std::string& request,
                   const std::string& page) {
-  FrameReader commands(out);
+  Frames commands(out);
   std::string first;
   for (int i = 0; i < count; ++i) {
     const double begin = secondsNow();
