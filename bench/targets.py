@@ -65,6 +65,6 @@ README = {
     "frame of 200 bytes, there and back / 64 in flight": ["frame", "flight"],
     "text / page model of 1 MB, there and back": ["text", "model 1 MB"],
     "tool call, page of 1 / 100 KB / 10 MB": ["call 1 KB", "call 100 KB", "call 10 MB"],
-    "catalogue over HTTP, 1 / 8 clients": ["catalogue 1", "catalogue 8"],
-    "events, turn of 10,000 / 100,000": ["turn 10", "turn 100"],
+    "catalogue, 1 / 8 clients; events of a turn of 10,000 / 100,000": [
+        "catalogue 1", "catalogue 8", "turn 10", "turn 100"],
 }
