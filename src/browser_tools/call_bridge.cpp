@@ -45,7 +45,7 @@ std::string toolResult(std::string_view tool, JsonDocument& reply) {
 
 }  // namespace
 
-std::string callBrowserTool(const json& request) {
+std::string callBrowserTool(const json& request, JsonDocument& answer) {
   const std::string tool(lenientText(request, "name"));
   const json none = json::object();
   const json* given = findObject(request, "arguments");
@@ -56,11 +56,10 @@ std::string callBrowserTool(const json& request) {
                         {"requestId", newRequestId()},
                         {"command", "browserUse"},
                         {"payload", {{"arguments", arguments}, {"name", tool}}}};
-  JsonDocument reply;
-  if (!callExtension(message, reply, answerTimeoutMs)) {
+  if (!callExtension(message, answer, answerTimeoutMs)) {
     return failureOf(tool, "Chrome extension did not answer the browser tool.");
   }
-  return toolResult(tool, reply);
+  return toolResult(tool, answer);
 }
 
 bool isAllowedTool(std::string_view name, const json& arguments, int depth) {

@@ -30,14 +30,14 @@ HttpResponse jsonResponse(int status, std::string_view reason, std::string body,
   std::string head = "HTTP/1.1 " + std::to_string(status) + " ";
   head.append(reason).append("\r\nContent-Type: application/json\r\n");
   head += corsHeaders(origin) + lengthAndEnd(body.size());
-  return {std::move(head), std::move(body)};
+  return {std::move(head), std::move(body), {}};
 }
 
 HttpResponse fileResponse(std::string_view contentType, std::string body, std::string_view origin) {
   std::string head = "HTTP/1.1 200 OK\r\nContent-Type: ";
   head.append(contentType).append("\r\n");
   head += corsHeaders(origin) + "Cache-Control: no-store\r\n" + lengthAndEnd(body.size());
-  return {std::move(head), std::move(body)};
+  return {std::move(head), std::move(body), {}};
 }
 
 }  // namespace media::win::chrome_inspect

@@ -3,12 +3,15 @@
 #include <string>
 #include <string_view>
 
+#include "text/json_view.h"
+
 namespace media::win::chrome_inspect {
 
 // A whole response, in two parts so that a large body is not copied behind its header.
 struct HttpResponse {
   std::string head;  // status line, header lines and the blank line
   std::string body;
+  JsonDocument source;  // what the body was made of: freeing a large one is left until it is sent
 };
 
 // The header lines that let `origin` read the response (Fetch Standard, "CORS protocol"): none

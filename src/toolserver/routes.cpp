@@ -48,7 +48,10 @@ HttpResponse callTool(const HttpRequest& request) {
   json call;
   std::string ignored;  // what does not parse is a call without a name
   (void)parseJson(request.body, call, ignored);
-  return jsonResponse(200, "OK", callBrowserTool(call), request.origin);
+  JsonDocument answer;
+  HttpResponse response = jsonResponse(200, "OK", callBrowserTool(call, answer), request.origin);
+  response.source = std::move(answer);
+  return response;
 }
 
 struct Route {

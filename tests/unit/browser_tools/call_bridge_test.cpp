@@ -10,7 +10,10 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-json callTool(const json& request) { return json::parse(callBrowserTool(request)); }
+json callTool(const json& request) {
+  JsonDocument answer;
+  return json::parse(callBrowserTool(request, answer));
+}
 
 json failure(const std::string& tool, const std::string& error) {
   return {{"error", error}, {"ok", false}, {"tool", tool}};

@@ -7,7 +7,8 @@
 namespace media::win::chrome_inspect {
 
 // Makes up JSON texts that say a value in every way that there is: with blanks, names that stand
-// twice, escapes, halves of emojis, and numbers of each kind. The same seed makes the same texts.
+// twice, escapes, halves of emojis, and numbers of each kind. A seed makes the same texts each
+// time, though not with each compiler.
 class RandomJson {
  public:
   explicit RandomJson(std::uint32_t seed) : random_(seed) {}
