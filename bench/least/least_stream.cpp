@@ -4,7 +4,6 @@
 
 #include "plain_frames.h"
 #include "platform/http_client.h"
-#include "platform/process_control.h"
 
 // The least that passes a stream on: posts the body of a "send" frame to the agent, writes each
 // event of the answer back as a frame, all of one network read in one write, and after the last one
@@ -67,10 +66,5 @@ bool answer(const std::string& frame) {
 
 int main() {
   using namespace media::win::chrome_inspect;
-  prepareProcess();
-  std::string frame;
-  while (readPlainFrame(frame)) {
-    if (!answer(frame)) return 1;
-  }
-  return 0;
+  return answerEachFrame(answer);
 }

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "platform/byte_stream.h"
+#include "platform/process_control.h"
 
 // Frames in the fewest lines that are right: what the programs that the host is compared with use.
 namespace media::win::chrome_inspect {
@@ -40,6 +41,17 @@ inline bool writePlainly(std::string_view bytes) {
     if (!writeSome(standardOutput(), bytes.data(), bytes.size(), written)) return false;
   }
   return true;
+}
+
+// The main of a program that has an answer to each frame until it fails.
+template <class Answer>
+int answerEachFrame(const Answer& answer) {
+  prepareProcess();
+  std::string frame;
+  while (readPlainFrame(frame)) {
+    if (!answer(frame)) return 1;
+  }
+  return 0;
 }
 
 }  // namespace media::win::chrome_inspect
