@@ -7,7 +7,9 @@
 
 // The system's registry (learn.microsoft.com, winreg.h). Keys are written with single backslashes,
 // without one at the end; the value with the empty name is the key's default value.
-// POSIX: there is none. Everything fails, with ENOSYS where a system error is an output.
+// POSIX: folders and files below the folder that MORVA_REGISTRY names, where letter case counts.
+// Without that variable there is none: everything fails, with ENOSYS where a system error is an
+// output.
 namespace media::win::chrome_inspect {
 
 enum class RegistryRoot { user, machine };  // HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE

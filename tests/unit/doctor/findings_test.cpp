@@ -4,7 +4,9 @@
 #include "doctor/browser_findings.h"
 #include "doctor/place_findings.h"
 #include "platform/files.h"
+#include "setup/host_keys.h"
 #include "support/test_folder.h"
+#include "support/test_registry.h"
 #include "support/testing.h"
 #include "text/wide.h"
 
@@ -319,6 +321,63 @@ TEST(LookAtFolder, MakesNothing) {
   const EnvironmentVariable appData("APPDATA", toUtf8(folder.path().wstring()));
   EXPECT_EQ(lookAtFolder().folder, toUtf8(hostDataFolderPath()));
   EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+// Edge as the registry shows it, which has nothing else of it.
+class LookAtBrowsers : public testing::Test {
+ protected:
+  LookAtBrowsers() { clear(); }
+  ~LookAtBrowsers() override { clear(); }
+
+  static void store(RegistryRoot root, const std::wstring& key, const std::wstring& value,
+                    const std::wstring& text) {
+    std::uint32_t systemError = 0;
+    ASSERT_TRUE(writeRegistryString(root, key, value, text, systemError)) << systemError;
+  }
+  static void allowUserHosts(bool allowed) {
+    ASSERT_TRUE(storeInRegistry(RegistryRoot::user, policies_, L"NativeMessagingUserLevelHosts",
+                                registryNumber, std::string(allowed ? "\1\0\0\0" : "\0\0\0\0", 4)));
+  }
+  static BrowserState look() { return lookAtBrowsers(L"C:\\host.exe").at(1); }
+
+  static inline const Browser& edge_ = *findBrowser("edge");
+  static inline const std::wstring policies_ = policyKeyOf(edge_);
+  static inline const std::wstring client_ =
+      L"Software\\Clients\\StartMenuInternet\\Microsoft Edge";
+
+ private:
+  const RegistryTurn turn_;
+
+  static void clear() {
+    for (const RegistryRoot root : {RegistryRoot::user, RegistryRoot::machine}) {
+      for (const std::wstring& key :
+           {policies_, client_, std::wstring(L"Software\\Microsoft\\Edge")}) {
+        deleteRegistryTree(root, key);
+      }
+    }
+  }
+};
+
+TEST_F(LookAtBrowsers, SeesWhatTheBrowserWouldFind) {
+  BrowserState edge = look();
+  EXPECT_FALSE(edge.installed || edge.userHostsForbidden || edge.hostForbidden);
+  EXPECT_EQ(edge.key + edge.version, "");
+  const std::wstring key = writtenKey(edge_, RegistryRoot::user).key;
+  store(RegistryRoot::user, client_, L"", L"Edge");
+  store(RegistryRoot::user, key, L"", L"relative.json");
+  store(RegistryRoot::machine, key, L"", L"C:\\none.json");
+  store(RegistryRoot::user, policies_ + L"\\NativeMessagingBlocklist", L"1", L"*");
+  for (const bool allowed : {true, false}) {
+    allowUserHosts(allowed);
+    edge = look();
+    EXPECT_TRUE(edge.installed && edge.hostForbidden);
+    EXPECT_EQ(edge.userHostsForbidden, !allowed);
+    EXPECT_EQ(edge.forAllUsers, !allowed);
+    EXPECT_EQ(edge.manifest, allowed ? "relative.json" : "C:\\none.json");
+    EXPECT_NE(edge.manifestFault, "");
+  }
+  store(RegistryRoot::machine, policies_ + L"\\NativeMessagingBlocklist", L"1", L"other");
+  EXPECT_FALSE(look().hostForbidden);  // the machine's list goes before the user's
 }
 
 }  // namespace

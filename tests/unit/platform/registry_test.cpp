@@ -1,6 +1,7 @@
-#include <windows.h>
-
 #include "platform/registry.h"
+
+#include "support/test_registry.h"
+#include "support/test_system.h"
 #include "support/testing.h"
 
 namespace media::win::chrome_inspect {
@@ -10,22 +11,16 @@ const std::string mark = "before";
 constexpr std::size_t roomEnough = 65536;
 
 // Each process has its own, as several run at a time.
-const std::wstring testParent =
-    L"Software\\morva-unit-tests-" + std::to_wstring(GetCurrentProcessId());
+const std::wstring testParent = L"Software\\morva-unit-tests-" + std::to_wstring(ownProcessId());
 
 using Names = std::vector<std::wstring>;
 
 class UserRegistry : public testing::Test {
  protected:
-  ~UserRegistry() override {
-    for (const wchar_t* name : {L"\\a\\b", L"\\a", L""}) {
-      RegDeleteKeyW(HKEY_CURRENT_USER, (testParent + name).c_str());
-    }
-  }
+  ~UserRegistry() override { deleteRegistryTree(RegistryRoot::user, testParent); }
 
-  bool store(DWORD type, const std::string& bytes) const {
-    return RegSetKeyValueW(HKEY_CURRENT_USER, testParent.c_str(), L"v", type, bytes.data(),
-                           static_cast<DWORD>(bytes.size())) == ERROR_SUCCESS;
+  bool store(std::uint32_t type, const std::string& bytes) const {
+    return storeInRegistry(RegistryRoot::user, testParent, L"v", type, bytes);
   }
   // The value, "before" when it cannot be read.
   std::string load(std::size_t maxBytes = roomEnough) const {
@@ -35,6 +30,7 @@ class UserRegistry : public testing::Test {
     return data;
   }
 
+  const RegistryTurn turn_;
   std::uint32_t error_ = 0;
 };
 
@@ -45,16 +41,16 @@ TEST_F(UserRegistry, ReadsTheBytesOfATextAsStored) {
         std::string("C\0:", 3), std::string(),
         std::string(roomEnough - 2, 'x') + std::string(2, '\0')}) {
     SCOPED_TRACE(testing::PrintToString(bytes.substr(0, 99)));
-    ASSERT_TRUE(store(REG_SZ, bytes));
+    ASSERT_TRUE(store(registryText, bytes));
     const std::string data = load();
     EXPECT_TRUE(data.starts_with(bytes)) << data.substr(0, 99);
     // The system may add a terminator of its own.
     EXPECT_EQ(data.find_first_not_of('\0', bytes.size()), data.npos);
     EXPECT_LE(data.size(), bytes.size() + 2);
   }
-  ASSERT_TRUE(store(REG_SZ, std::string(8, 'x')));
+  ASSERT_TRUE(store(registryText, std::string(8, 'x')));
   EXPECT_EQ(load(6), mark);
-  for (const DWORD type : {DWORD{REG_EXPAND_SZ}, DWORD{REG_BINARY}, DWORD{REG_MULTI_SZ}}) {
+  for (const std::uint32_t type : {registryExpandableText, registryBinary}) {
     ASSERT_TRUE(store(type, std::string("C\0:\0\0\0", 6)));
     EXPECT_EQ(load(), mark) << type;
   }
@@ -116,7 +112,7 @@ TEST_F(UserRegistry, IsOneForProgramsOfBothSizesAndTheMachinesIsTwo) {
 }
 
 TEST_F(UserRegistry, ReadsANumberThatIsOne) {
-  ASSERT_TRUE(store(REG_DWORD, std::string("\x07\0\0\0", 4)));
+  ASSERT_TRUE(store(registryNumber, std::string("\x07\0\0\0", 4)));
   EXPECT_TRUE(writeRegistryString(RegistryRoot::user, testParent, L"text", L"7", error_));
   std::uint32_t number = 1;
   EXPECT_TRUE(readRegistryNumber(RegistryRoot::user, testParent, L"v", number));

@@ -1,16 +1,16 @@
-// Writes keys of the user who runs it, so every test begins and ends without them, and they take
-// turns.
-#include <windows.h>
+// Writes keys of the user who runs it, so every test begins and ends without them.
+#include "setup/registration.h"
 
 #include <cwctype>
 
 #include "common/whole_file.h"
+#include "platform/files.h"
 #include "platform/registry.h"
 #include "setup/browsers.h"
 #include "setup/host_keys.h"
 #include "setup/host_manifest.h"
-#include "setup/registration.h"
 #include "support/test_folder.h"
+#include "support/test_registry.h"
 #include "support/testing.h"
 #include "text/wide.h"
 
@@ -25,15 +25,8 @@ constexpr const wchar_t* hidingKey = L"Software\\WOW6432Node\\Microsoft\\Edge";
 
 class Registration : public testing::Test {
  protected:
-  Registration() : turn_(CreateMutexW(nullptr, FALSE, L"morva-registration-tests")) {
-    WaitForSingleObject(turn_, INFINITE);  // also when a test before this one was ended hard
-    clear();
-  }
-  ~Registration() override {
-    clear();
-    ReleaseMutex(turn_);
-    CloseHandle(turn_);
-  }
+  Registration() { clear(); }
+  ~Registration() override { clear(); }
 
   RegistrationOptions options(bool dryRun = false) const {
     return {program(), {browserName}, {}, dryRun};
@@ -61,20 +54,13 @@ class Registration : public testing::Test {
   TestFolder folder_;
 
  private:
-  HANDLE turn_;
+  const RegistryTurn turn_;
 
   static void clear() {
-    std::uint32_t systemError = 0;
     for (const RegistryRoot root : {RegistryRoot::user, RegistryRoot::machine}) {
-      for (const wchar_t* value : {L"", L"cli"}) {
-        deleteRegistryValue(root, key(), value, systemError);
-      }
-      for (const std::wstring& name :
-           {key(), std::wstring(vendorKey) + L"\\NativeMessagingHosts", std::wstring(vendorKey)}) {
-        deleteRegistryKeyIfEmpty(root, name, systemError);
-      }
+      deleteRegistryTree(root, vendorKey);
     }
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, hidingKey);
+    deleteRegistryTree(RegistryRoot::machine, hidingKey);
   }
 };
 
@@ -121,7 +107,8 @@ TEST_F(Registration, LeavesAnotherVersionAloneUntilItTakesItsPlace) {
 TEST_F(Registration, KnowsItsManifestInAnyLetterCase) {
   EXPECT_TRUE(registerHost(options()).ok);
   std::wstring shouted = manifest();
-  for (wchar_t& c : shouted) c = static_cast<wchar_t>(std::towupper(c));
+  for (wchar_t& c : shouted) c = static_cast<wchar_t>(std::towupper(static_cast<std::wint_t>(c)));
+  if (!isSamePath(shouted, manifest())) GTEST_SKIP() << "letter case counts here";
   store(L"", shouted);
   EXPECT_NE(textOf(registerHost(options())).find("is registered already"), std::string::npos);
   EXPECT_TRUE(unregisterHost(options()).ok);
