@@ -1,4 +1,4 @@
-// On the twin, which has no registry: what is reported, and what becomes of the manifest.
+// On a twin without a registry: what is reported, and what becomes of the manifest.
 
 #include "common/whole_file.h"
 #include "setup/host_manifest.h"
