@@ -54,5 +54,5 @@ def _tap(report: Path | None) -> list[str]:
 def _host(build: str, environment: Mapping[str, str]) -> list[str]:
     program = wine.ROOT / "build" / build / "morva-chrome-host"
     command = ["env", *(f"{name}={value}" for name, value in environment.items())]
-    return [*command, wine.loader(), f"{program}.exe"] if build == "windows" else [
+    return [*command, *wine.command(f"{program}.exe")] if build == "windows" else [
         *command, str(program)]

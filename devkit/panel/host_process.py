@@ -48,7 +48,8 @@ class HostTimeout(HostError):
 class HostProcess:
     """One run of the host.
 
-    build       preset whose program is run: "windows" under Wine, any other one directly
+    build       preset whose program is run: "windows" under Wine (on Windows directly), any other
+                one directly
     args        arguments of the program; those of the browser when not given
     env         variables to add to this process's environment
     wineprefix  for "windows"; MORVA_WINEPREFIX or the prefix of `./dev setup` when not given
@@ -247,7 +248,7 @@ class HostProcess:
     def _spawn(self) -> None:
         command = [str(self.program), *self._args]
         if self._windows:
-            command.insert(0, wine.loader())
+            command = wine.command(*command)
         if setarch := shutil.which("setarch"):
             # Without address space randomization: Wine's loader and the thread sanitizer need
             # fixed ranges to be free.

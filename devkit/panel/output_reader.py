@@ -10,6 +10,7 @@ import time
 from collections.abc import Callable
 from typing import IO, Any
 
+from . import wine
 from .frames import FrameSplitter
 
 _PIECE = 1 << 20
@@ -69,10 +70,25 @@ class OutputReader(threading.Thread):
     def _take(self) -> bytes:
         while True:
             self._may_read.wait()
-            ready, _, _ = select.select([self._stream], [], [], 0.5)
+            ready = self._has_bytes()
             with self._taking:
                 if ready and self._may_read.is_set():
                     return os.read(self._stream.fileno(), _PIECE)
+
+    def _has_bytes(self) -> bool:
+        """Whether a read returns at once; waits a moment for that."""
+        if not wine.ON_WINDOWS:
+            return bool(select.select([self._stream], [], [], 0.5)[0])
+        import _winapi  # select() takes nothing but sockets there
+        import msvcrt
+        try:
+            handle = msvcrt.get_osfhandle(self._stream.fileno())  # type: ignore[attr-defined]
+            if _winapi.PeekNamedPipe(handle, 0)[0] > 0:  # type: ignore[attr-defined]
+                return True
+        except BrokenPipeError:
+            return True  # the end
+        time.sleep(0.001)
+        return False
 
     def _keep(self, bodies: list[bytes]) -> None:
         if not bodies:

@@ -127,7 +127,7 @@ def _message(data: bytes) -> Any:
 def _start_program(build: str, wineprefix: Path | None, hold: bool,
                    env: Mapping[str, str] | None) -> subprocess.Popen[bytes]:
     program = wine.ROOT / "build" / build / "morva-pipe-client.exe"
-    command = [wine.loader(), str(program), *(["--hold"] if hold else [])]
+    command = wine.command(program, *(["--hold"] if hold else []))
     prefix = wineprefix or wine.default_prefix()
     environment = {**os.environ, **wine.environment(prefix), **(env or {})}
     for _ in range(3):  # one start in 3000 ends without a word under Wine

@@ -1,15 +1,21 @@
-"""Wine: where it is, what environment it wants, prefixes of our own, values in their registry."""
+"""How Windows programs run: under Wine, with prefixes of our own, or on Windows itself, directly.
+
+This is the one place that decides which; on Windows there is no prefix, and no environment for one.
+"""
 
 from __future__ import annotations
 
 import os
 import shutil
 import subprocess
+import sys
 from pathlib import Path
 from typing import Any
 
 ROOT = Path(__file__).resolve().parents[2]
 TEMPLATE_PREFIX = ROOT / "build" / "wine" / "prefix"
+
+ON_WINDOWS = sys.platform == "win32"
 
 # Debian's `wine` is a script that complains about the missing 32-bit loader; these it calls.
 _LOADERS = ("/usr/lib/wine/wine64", "wine64", "wine")
@@ -27,8 +33,17 @@ def loader() -> str:
     return _find(_LOADERS)
 
 
-def environment(prefix: Path) -> dict[str, str]:
+def command(program: Path | str, *arguments: Path | str) -> list[str]:
+    """What starts a Windows program."""
+    own = [str(program), *map(str, arguments)]
+    return own if ON_WINDOWS else [loader(), *own]
+
+
+def environment(prefix: Path | None) -> dict[str, str]:
     """What to add to the environment of a program that runs in `prefix`."""
+    if ON_WINDOWS:
+        return {}
+    assert prefix is not None
     return {
         "WINEPREFIX": str(prefix.resolve()),
         "WINEDEBUG": "-all",
@@ -43,6 +58,8 @@ def default_prefix() -> Path:
 
 def windows_path(path: Path) -> str:
     """The name under which a Windows program sees a path of this machine."""
+    if ON_WINDOWS:
+        return str(path.resolve())
     return "Z:" + str(path.resolve()).replace("/", "\\")
 
 
@@ -55,7 +72,7 @@ def make_prefix(prefix: Path, template: Path | None = None) -> None:
     )
 
 
-def run(prefix: Path, *command: str | Path, check: bool = True, may_be_silent: bool = True,
+def run(prefix: Path | None, *program: str | Path, check: bool = True, may_be_silent: bool = True,
         **options: Any) -> subprocess.CompletedProcess[bytes]:
     """Runs a Windows program to its end, again when Wine lost it (see tools/wine-run): also when it
     said nothing, unless it may be silent. `options` are those of subprocess.run."""
@@ -63,8 +80,8 @@ def run(prefix: Path, *command: str | Path, check: bool = True, may_be_silent: b
               "stderr": subprocess.DEVNULL, "timeout": 120}
     settings: dict[str, Any] = {"env": os.environ | environment(prefix)} | silent | options
     silence = ["--may-be-silent"] if may_be_silent else []
-    return subprocess.run([ROOT / "tools" / "wine-run", *silence, *command], check=check,
-                          **settings)
+    runner = [] if ON_WINDOWS else [ROOT / "tools" / "wine-run", *silence]
+    return subprocess.run([*runner, *program], check=check, **settings)
 
 
 def set_registry_text(prefix: Path, key: str, name: str, value: str) -> None:

@@ -14,7 +14,7 @@ struct CrashPlan {
 
 // From now on an exception that nobody handles, or std::terminate, on any thread, writes the stacks
 // of all threads and the list of loaded libraries into a file, before the process ends with the
-// code that it would have had; that takes a minute at most. Until then nothing is loaded or kept
+// code that it would have had; that takes two minutes at most. Until then nothing is loaded or kept
 // for it but the plan. What the plan names runs on a thread of its own, while the process is
 // broken. Once per process. Windows side: MiniDumpWriteDump (learn.microsoft.com,
 // minidumpapiset.h), with MiniDumpNormal. POSIX: nothing, the system has its own way to keep cores.

@@ -12,6 +12,7 @@ from support.sanitizer_reports import sanitizer_environment, take_reports
 from support.scripted_agent import ScriptedAgent
 from support.virtual_display import VirtualDisplay
 
+from devkit.panel import wine
 from devkit.panel.host_process import HostProcess
 
 pytest_plugins = ["support.tool_server_fixtures", "support.failing_calls"]
@@ -25,6 +26,7 @@ def pytest_report_header():
 
 def pytest_collection_modifyitems(items):
     skip = {
+        "linux_side": (wine.ON_WINDOWS, "looks at the host by what Linux says of its process"),
         "windows_only": (not builds.IS_WINDOWS, "only the Windows build has this"),
         "posix_only": (builds.IS_WINDOWS, "only the native builds have this"),
     }
@@ -36,7 +38,8 @@ def pytest_collection_modifyitems(items):
 
 
 def pytest_configure(config):
-    config.pluginmanager.register(LongTests())
+    if not wine.ON_WINDOWS:  # where all share the one network
+        config.pluginmanager.register(LongTests())
 
 
 @pytest.fixture(scope="session")
@@ -135,6 +138,8 @@ def shared_agent(module_agent):
 @pytest.fixture(scope="session")
 def display():
     """A screen for those whose programs show windows."""
+    if wine.ON_WINDOWS:
+        pytest.skip("the tests drive windows by an X server")
     with VirtualDisplay() as shown:
         yield shown
 

@@ -67,6 +67,7 @@ def test_no_text_of_the_panel_leaves_the_body(shared_panel, shared_agent):
 
 # --- What has a limit ---
 
+@pytest.mark.linux_side
 def test_a_stream_without_a_blank_line_fills_no_memory(panel, shared_agent):
     """64 MiB of one event are taken, no more."""
     shared_agent.turn(streams(*[b"data: " + b"x" * (1 << 20)] * 200))

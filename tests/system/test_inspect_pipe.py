@@ -128,6 +128,7 @@ def test_an_answer_that_came_before_its_request_is_given_at_once(panel, connect)
     assert connect().ask(request("early")) == {"ok": True, "requestId": "early", "n": 1}
 
 
+@pytest.mark.linux_side
 def test_large_requests_and_answers(start_panel, connect):
     panel = start_panel(args=[])  # not started by a browser, whose frames are limited
     text = "x" * (16 * MIB - 200)

@@ -132,11 +132,13 @@ ROADS = {
 }
 
 
+@pytest.mark.linux_side
 @pytest.mark.parametrize("reason", TEXTS)
 @pytest.mark.parametrize("road", ROADS, ids=lambda road: road.__name__)
 def test_a_text_that_would_take_too_much_memory_is_refused(limited, road, reason):
     assert road(limited, TEXTS[reason]) == ROADS[road].format(reason)
 
 
+@pytest.mark.linux_side
 def test_two_million_plain_values_are_taken(limited):
     assert limited.ask("getStatus", timeout=60, a=[1] * 1_999_995)["ok"] is True

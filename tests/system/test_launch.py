@@ -68,6 +68,7 @@ def test_the_output_of_the_child_is_in_the_log(start_panel, cli, output):
     assert set(wanted) <= set(collect_log(panel, panel.mark(), wanted[-1]))
 
 
+@pytest.mark.linux_side
 def test_a_child_that_prints_no_line_feed_fills_no_memory(start_panel, cli):
     panel = start_panel(env=cli.env(bytes=20_000_000))
     before = peak_mib(panel)
@@ -78,6 +79,7 @@ def test_a_child_that_prints_no_line_feed_fills_no_memory(start_panel, cli):
 LINES = 50_000
 
 
+@pytest.mark.linux_side
 @pytest.mark.parametrize("reads", [True, False])
 def test_of_too_many_lines_the_oldest_are_dropped(start_panel, cli, reads):
     """Also by a browser that does not read: when the child serves, all it printed was taken.

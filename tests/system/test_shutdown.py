@@ -145,6 +145,7 @@ def test_messages_that_had_arrived_get_their_replies_though_they_are_read_late(s
     assert [f["chromeRequestId"] for f in frames if "chromeRequestId" in f] == tokens
 
 
+@pytest.mark.linux_side
 def test_a_browser_that_never_reads_is_waited_for_no_longer_than_two_seconds(launch):
     """Whoever is blocked in writing: replies and turns."""
     longest = 2.4 * builds.SLOWER

@@ -35,6 +35,7 @@ def test_a_stop_reaches_only_the_turns_before_it(shared_panel, shared_agent):
         shared_panel.send("stop")
 
 
+@pytest.mark.linux_side
 @pytest.mark.off_protocol("agent")
 def test_broken_and_overlapping_turns_leave_nothing_open(shared_panel, shared_agent):
     def rounds(count):

@@ -57,6 +57,7 @@ def test_sixteen_connections_are_served_and_the_next_is_closed_without_a_word(ow
             assert finish(own_server, connection) == NO_ROUTE_CORS
 
 
+@pytest.mark.linux_side
 def test_clients_that_hang_up_leave_their_places_and_no_threads(own_server):
     tasks = f"/proc/{own_server.panel.pid}/task"
     before = len(os.listdir(tasks))
@@ -174,6 +175,7 @@ def test_the_slow_are_waited_for_and_the_stuck_are_cut(own_server, work):
 
 # --- Memory ---
 
+@pytest.mark.linux_side
 @pytest.mark.skipif(IS_SANITIZED, reason="a sanitizer multiplies what is used")
 def test_large_bodies_take_no_more_memory_than_they_must(own_server, work):
     panel = own_server.panel

@@ -1,7 +1,6 @@
 """What a person may ask of the program, and that a browser's start is never taken for that."""
 
 import os
-import pty
 
 import pytest
 
@@ -40,7 +39,7 @@ def test_options_behind_the_origin_are_the_browsers(start_panel):
 @pytest.mark.posix_only  # Wine gives a program no console for a terminal of this kind
 @pytest.mark.parametrize("arguments, code", [([], 0), (["doctor"], 2)])
 def test_on_a_console_the_program_explains_itself(program, arguments, code):
-    ours, theirs = pty.openpty()
+    ours, theirs = os.openpty()
     try:
         outcome = program.run(*arguments, stdin=theirs)
     finally:

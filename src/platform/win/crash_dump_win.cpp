@@ -16,7 +16,7 @@ namespace media::win::chrome_inspect {
 namespace {
 
 // Windows takes a fraction of a second; Wine reads all symbols first.
-constexpr DWORD writeLimitMs = 60'000;
+constexpr DWORD writeLimitMs = 100'000;
 constexpr std::size_t pathCapacity = 1024;
 constexpr UINT abortExitCode = 3;  // of every C run-time's abort
 // How GCC's run-time throws: nobody handling it means that std::terminate comes next.

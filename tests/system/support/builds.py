@@ -25,11 +25,11 @@ EXTENSION = "chrome-extension://kdhmgaeofpbjilnckdhmgaeofpbjilnc/"
 
 
 def wine_prefix():
-    """The Wine prefix of this run; None for a native build. Its server must live in the network
+    """The Wine prefix of this run; None without Wine. Its server must live in the network
     that the tests use."""
     from devkit.panel import wine
 
-    if not IS_WINDOWS:
+    if not IS_WINDOWS or wine.ON_WINDOWS:
         return None
     chosen = os.environ.get("MORVA_WINEPREFIX") or os.environ.get("WINEPREFIX")
     return Path(chosen) if chosen else wine.default_prefix()

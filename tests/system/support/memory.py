@@ -2,7 +2,6 @@
 
 import os
 import re
-import resource
 from pathlib import Path
 
 from support.builds import IS_WINDOWS
@@ -18,6 +17,8 @@ def peak_mib(panel):
 def limit_memory(panel, mib):
     """All memory that the host may have from now on. Wine reserves addresses by the gigabyte, so
     there it is what the host may write to."""
+    import resource  # which Windows has not
+
     kind = resource.RLIMIT_DATA if IS_WINDOWS else resource.RLIMIT_AS
     resource.prlimit(panel.pid, kind, (mib << 20, mib << 20))
 

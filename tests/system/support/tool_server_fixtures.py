@@ -9,11 +9,15 @@ import pytest
 from support import builds
 from support.tool_server_client import ToolServer, WorkFolder
 
+from devkit.panel import wine
+
 
 def roaming_folder(user_folders):
     """Where the host keeps its folder: as we see it, and as the host sees it."""
     if not builds.IS_WINDOWS:
         return Path(user_folders["APPDATA"]), user_folders["APPDATA"]
+    if wine.ON_WINDOWS:
+        return Path(os.environ["APPDATA"]), os.environ["APPDATA"]
     users = builds.wine_prefix() / "drive_c" / "users"
     user = os.environ.get("USER") or os.environ.get("LOGNAME") or "root"
     if not (users / user).is_dir():

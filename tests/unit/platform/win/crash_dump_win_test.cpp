@@ -41,6 +41,8 @@ struct Crash {
   const wchar_t* kind;
   DWORD exitCode;
   DWORD exception;
+
+  friend void PrintTo(const Crash& crash, std::ostream* out) { *out << toUtf8(crash.kind); }
 };
 
 class Crashes : public testing::TestWithParam<Crash> {};
@@ -51,7 +53,7 @@ TEST_P(Crashes, LeaveASmallDumpOfWhatHappened) {
   const fs::path crashes = folder.path() / "crashes";  // made when it is needed
   const Spawned child =
       spawnProbe(std::wstring(L"crash ") + GetParam().kind + L" \"" + crashes.wstring() + L"\"");
-  ASSERT_TRUE(waitForExit(child.process, 100'000));
+  ASSERT_TRUE(waitForExit(child.process, 110'000));
   EXPECT_EQ(exitCodeOf(child.process), GetParam().exitCode);
   const std::vector<CrashFile> found = crashFilesIn(crashes.wstring());
   ASSERT_EQ(found.size(), 1U);

@@ -3,6 +3,7 @@
 #include "platform/win/handles_win.h"
 #include "support/test_folder.h"
 #include "support/testing.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -38,6 +39,49 @@ TEST(FilesAndFoldersAsWritten, AreAskedForWithoutAPrefix) {
   std::ofstream(folder.path() / "file") << "x";
   EXPECT_TRUE(isFolderAsWritten(path));
   EXPECT_TRUE(isFileAsWritten(path + L"\\file"));
+}
+
+// Without the form that takes longer ones, 248 characters are the end for folders.
+TEST(FilesAndFolders, OfMoreThan260CharactersAreFilesAndFoldersLikeOthers) {
+  const TestFolder folder;
+  std::wstring deep = folder.path().wstring();
+  for (int i = 0; i < 8; ++i) {
+    deep += L"\\" + std::wstring(60, L'd');
+    ASSERT_TRUE(makeFolder(deep)) << deep.size();
+  }
+  const std::wstring path = deep + L"\\new";
+  const std::wstring renamed = deep + L"\\file";
+  ASSERT_GT(path.size(), 260U);
+  EXPECT_TRUE(mayAddFiles(deep));
+  EXPECT_TRUE(writeWholeFile(path, "bytes"));
+  EXPECT_TRUE(renameOver(path, renamed));
+  OwnedFile file;
+  FileFacts facts;
+  ASSERT_TRUE(openForReading(renamed, file, facts));
+  std::string bytes(5, '\0');
+  EXPECT_TRUE(readExactly(file, bytes.data(), bytes.size()));
+  EXPECT_EQ(bytes, "bytes");
+  EXPECT_EQ(toUtf8(facts.finalPath), toUtf8(renamed));
+  std::vector<std::wstring> names;
+  EXPECT_TRUE(visitFolder(deep, [&](const FolderEntry& entry) {
+    names.push_back(entry.name);
+    return true;
+  }));
+  EXPECT_EQ(names, std::vector<std::wstring>{L"file"});
+  EXPECT_TRUE(isExistingFile(renamed));
+  file.reset();
+  EXPECT_TRUE(deleteFile(renamed));
+}
+
+TEST(CreatePipeInstance, IsRefusedWhileAnotherServes) {
+  const std::string name = R"(\\.\pipe\morva-unit-second-)" + std::to_string(GetCurrentProcessId());
+  OwnedStream first;
+  OwnedStream second;
+  ASSERT_TRUE(createPipeInstance(name.c_str(), first));
+  EXPECT_FALSE(createPipeInstance(name.c_str(), second));
+  EXPECT_FALSE(second);
+  first.reset();
+  EXPECT_TRUE(createPipeInstance(name.c_str(), second));  // its name is free with its last handle
 }
 
 TEST(ProbePipe, DistinguishesAFreeNameAPipeThatWaitsAndOneThatServes) {
