@@ -23,6 +23,13 @@ if(NOT MSVC)
   # is an if with an else inside, which is no dangling else of the test that writes it after an if.
   target_compile_options(unit_tests PRIVATE -O0 -Wno-dangling-else)
 endif()
+if(WIN32)
+  # A library as other programs put them into ours, and the program that it is put into.
+  add_library(asking_library MODULE tests/unit/platform/win/asking_library.cpp)
+  set_target_properties(asking_library PROPERTIES PREFIX ""
+    LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
+  add_dependencies(unit_tests asking_library morva-chrome-host)
+endif()
 if(MINGW)
   # Nobody debugs the tests under Wine, and the linker takes a minute for what a debugger needs.
   target_compile_options(unit_tests PRIVATE -g0)

@@ -27,8 +27,8 @@ void logFailure(const std::string& text) { queueDebugLog(text, "error"); }
 
 int runHost(const Arguments& arguments) {
   leaveCrashFiles();
-  startEndGuard();  // before all others
-  keepStandardStreamsFromChildren();
+  takeStandardStreams();  // before any thread
+  startEndGuard();        // before all others
   setDetachedReporter(logFailure);
   setAgentListener(agentFollower());
   if (isStartedByBrowser(arguments)) limitFramesForBrowser();

@@ -22,13 +22,18 @@ using OwnedStream = Owned<StreamTraits>;
 
 enum class ReadResult { data, end, failed };
 
-// The process's own standard streams as they are at the moment of the call; never closed by us.
+// The process's own standard streams: those that were taken, else those that the system has at the
+// moment of the call. Never closed by us.
 StreamId standardInput();
 StreamId standardOutput();
 
-// Takes the standard input and output out of what child processes inherit. Called once, before any
-// thread exists: a child that held the pipes would keep the browser from seeing our end.
-void keepStandardStreamsFromChildren();
+// Keeps the standard input and output for the two functions above: children do not inherit them,
+// and whoever asks the system finds the null device. Called once, before any thread exists. A child
+// that held the pipes would keep the browser from seeing our end. A library's start-up code asks
+// for the type of the standard handles; of a pipe that a thread reads the answer would only come
+// with the next frame, and the loader's lock is held meanwhile (GetFileType, learn.microsoft.com:
+// synchronous handles serialise; Chromium's native messaging hosts close theirs for this reason).
+void takeStandardStreams();
 
 // One read call: blocks until there is at least one byte and takes at most `capacity` of them.
 // A short read is normal on every system: the caller loops. `got` is set with `data` only;

@@ -15,22 +15,29 @@ int descriptorOf(StreamId stream) { return static_cast<int>(stream); }
 
 std::size_t oneCall(std::size_t size) { return std::min<std::size_t>(size, INT_MAX); }
 
-void closeOnExec(int descriptor) {
-  const int flags = fcntl(descriptor, F_GETFD);
-  if (flags != -1) (void)fcntl(descriptor, F_SETFD, flags | FD_CLOEXEC);
+// Where the streams are; written before any thread exists.
+int ownInput = STDIN_FILENO;
+int ownOutput = STDOUT_FILENO;
+
+int takeStream(int number, int access) {
+  const int stream = fcntl(number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const OwnedDescriptor nothing =
+      awayFromStandardStreams(OwnedDescriptor(::open("/dev/null", access | O_CLOEXEC)));
+  (void)::dup2(nothing.get(), number);
+  return stream;
 }
 
 }  // namespace
 
 void StreamTraits::close(Raw raw) { ::close(descriptorOf(raw)); }
 
-StreamId standardInput() { return STDIN_FILENO; }
+StreamId standardInput() { return ownInput; }
 
-StreamId standardOutput() { return STDOUT_FILENO; }
+StreamId standardOutput() { return ownOutput; }
 
-void keepStandardStreamsFromChildren() {
-  closeOnExec(STDIN_FILENO);
-  closeOnExec(STDOUT_FILENO);
+void takeStandardStreams() {
+  ownInput = takeStream(STDIN_FILENO, O_RDONLY);
+  ownOutput = takeStream(STDOUT_FILENO, O_WRONLY);
 }
 
 ReadResult readSome(StreamId stream, char* buffer, std::size_t capacity, std::size_t& got) {

@@ -7,19 +7,36 @@
 namespace media::win::chrome_inspect {
 namespace {
 
+// What was taken of the system; written before any thread exists.
+bool areTaken = false;
+HANDLE takenInput = nullptr;
+HANDLE takenOutput = nullptr;
+
+HANDLE takeStream(DWORD which, DWORD access) {
+  const HANDLE stream = GetStdHandle(which);
+  SetHandleInformation(stream, HANDLE_FLAG_INHERIT, 0);
+  // Never closed. Without a null device it is no handle at all, which is as good.
+  SetStdHandle(which, CreateFileW(L"NUL", access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                  OPEN_EXISTING, 0, nullptr));
+  return stream;
+}
+
 DWORD oneCall(std::size_t size) { return static_cast<DWORD>(std::min<std::size_t>(size, MAXLONG)); }
 
 }  // namespace
 
 void StreamTraits::close(Raw raw) { CloseHandle(handleOf(raw)); }
 
-StreamId standardInput() { return rawOf(GetStdHandle(STD_INPUT_HANDLE)); }
+StreamId standardInput() { return rawOf(areTaken ? takenInput : GetStdHandle(STD_INPUT_HANDLE)); }
 
-StreamId standardOutput() { return rawOf(GetStdHandle(STD_OUTPUT_HANDLE)); }
+StreamId standardOutput() {
+  return rawOf(areTaken ? takenOutput : GetStdHandle(STD_OUTPUT_HANDLE));
+}
 
-void keepStandardStreamsFromChildren() {
-  SetHandleInformation(GetStdHandle(STD_INPUT_HANDLE), HANDLE_FLAG_INHERIT, 0);
-  SetHandleInformation(GetStdHandle(STD_OUTPUT_HANDLE), HANDLE_FLAG_INHERIT, 0);
+void takeStandardStreams() {
+  takenInput = takeStream(STD_INPUT_HANDLE, GENERIC_READ);
+  takenOutput = takeStream(STD_OUTPUT_HANDLE, GENERIC_WRITE);
+  areTaken = true;
 }
 
 ReadResult readSome(StreamId stream, char* buffer, std::size_t capacity, std::size_t& got) {

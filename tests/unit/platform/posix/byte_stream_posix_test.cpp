@@ -28,9 +28,12 @@ TEST(ByteStream, NoChildInheritsPipesAndStandardStreams) {
       EXPECT_TRUE(closesOnExec(end));
     }
     if (!isInputClosed) {
-      keepStandardStreamsFromChildren();
+      takeStandardStreams();
       EXPECT_TRUE(closesOnExec(standardInput()));
       EXPECT_TRUE(closesOnExec(standardOutput()));
+      EXPECT_NE(standardInput(), STDIN_FILENO);
+      char byte = 0;
+      EXPECT_EQ(::read(STDIN_FILENO, &byte, 1), 0);
     }
   }
 }

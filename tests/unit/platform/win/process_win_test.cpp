@@ -19,19 +19,6 @@ void markInherited(StreamId stream) {
   SetHandleInformation(handleOf(stream), HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
 }
 
-TEST(ByteStream, NoChildInheritsPipesAndStandardStreams) {
-  const TestPipe pipe;
-  EXPECT_FALSE(isInherited(pipe.readEnd.get()));
-  EXPECT_FALSE(isInherited(pipe.writeEnd.get()));
-  SetStdHandle(STD_INPUT_HANDLE, handleOf(pipe.readEnd));
-  SetStdHandle(STD_OUTPUT_HANDLE, handleOf(pipe.writeEnd));
-  markInherited(standardInput());
-  markInherited(standardOutput());
-  keepStandardStreamsFromChildren();
-  EXPECT_FALSE(isInherited(standardInput()));
-  EXPECT_FALSE(isInherited(standardOutput()));
-}
-
 TEST(SpawnHidden, KeepsAHandleFromTheChildThoughItIsMarkedInheritable) {
   TestPipe marked;
   markInherited(marked.writeEnd.get());
