@@ -54,22 +54,21 @@ void appendString(std::string& text, yyjson_val* value) {
 template <class Number>
 void appendDigits(std::string& text, Number number) {
   std::array<char, 24> digits{};
-  text.append(digits.data(), std::to_chars(digits.data(), digits.end(), number).ptr);
+  text.append(digits.data(),
+              std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
 }
 
-// As the library writes it, in memory of our own: a page has thousands of them.
-void appendReal(std::string& text, const yyjson_val* value) {
-  std::array<char, 512> memory{};
-  yyjson_alc allocator{};
-  std::size_t size = 0;
-  yyjson_alc_pool_init(&allocator, memory.data(), memory.size());
-  text.append(yyjson_val_write_opts(value, YYJSON_WRITE_NOFLAG, &allocator, &size, nullptr), size);
+// As the tree's library writes it, by its function for that: a page has thousands of them.
+void appendReal(std::string& text, double number) {
+  std::array<char, 64> digits{};
+  text.append(digits.data(),
+              nlohmann::detail::to_chars(digits.data(), digits.data() + digits.size(), number));
 }
 
 void appendNumber(std::string& text, yyjson_val* value) {
   if (yyjson_is_uint(value)) return appendDigits(text, yyjson_get_uint(value));
   if (yyjson_is_sint(value)) return appendDigits(text, yyjson_get_sint(value));
-  appendReal(text, value);
+  appendReal(text, yyjson_get_real(value));
 }
 
 // What the value may take as text. A container's values lie behind it, one after the other.

@@ -19,7 +19,7 @@ NOT_ON_PATH = "morva-viewer-cli.exe is not on PATH"
 RELAYED: dict[str, tuple[dict[str, Any], str, str, bytes]] = {
     "deleteChatSession": ({"id": "a&b=c%20d\r\nX-Evil: 1 ü"}, "DELETE",
                           f"{SESSION}?id=a&b=c%20d%0D%0AX-Evil:%201%20%C3%BC", b""),
-    "saveChatSession": ({"session": {"b": 1, "a": ["ü", None]}}, "POST", "/v1/chat/sessions",
+    "saveChatSession": ({"session": {"a": ["ü", None], "b": 1}}, "POST", "/v1/chat/sessions",
                         '{"a":["ü",null],"b":1}'.encode()),
 }
 
