@@ -7,8 +7,9 @@
 #include <string_view>
 
 // One plain HTTP/1.1 exchange with a server on 127.0.0.1, step by step.
-// Windows side: WinHTTP in synchronous mode (learn.microsoft.com, winhttp.h), no proxy, no
-// redirects followed, no cookies, no automatic logon. POSIX side: libcurl; for tests only.
+// Windows side: WinHTTP in asynchronous mode (learn.microsoft.com, winhttp.h; what a request may be
+// cancelled by, and when it is gone, says WinHttpCloseHandle), no proxy, no redirects followed, no
+// cookies, no automatic logon, a connection for each exchange. POSIX side: libcurl; for tests only.
 namespace media::win::chrome_inspect {
 
 // Limits per step in milliseconds; 0 waits without limit.

@@ -4,11 +4,12 @@
 #include <winhttp.h>
 
 #include <algorithm>
+#include <array>
 #include <limits>
+#include <memory>
 #include <utility>
 
 #include "platform/owned.h"
-#include "text/locks.h"
 #include "text/request_line.h"
 
 namespace media::win::chrome_inspect {
@@ -22,50 +23,173 @@ struct InternetTraits {
 };
 using OwnedInternet = Owned<InternetTraits>;
 
-// The request handle between the steps of its owner and an abort from elsewhere. A step that runs
-// can only be ended by closing the handle under it, so abort does that; between two steps it only
-// marks, and the next step does not begin. Whoever takes the handle out under the lock closes it.
-class RequestGuard {
+class ExclusiveLock {
  public:
-  explicit RequestGuard(OwnedInternet request) : request_(std::move(request)) {}
+  explicit ExclusiveLock(SRWLOCK& lock) : lock_(lock) { AcquireSRWLockExclusive(&lock_); }
+  ~ExclusiveLock() { ReleaseSRWLockExclusive(&lock_); }
+  ExclusiveLock(const ExclusiveLock&) = delete;
+  ExclusiveLock& operator=(const ExclusiveLock&) = delete;
 
-  // Runs one blocking call on the handle. Whatever came of it does not count once abort was called:
-  // the handle's value may by then belong to another request.
-  template <class Step>
-  bool run(Step step) {
-    HINTERNET request = nullptr;
-    if (!enter(request)) return false;
-    const bool ok = step(request);
-    return leave() && ok;
+ private:
+  SRWLOCK& lock_;
+};
+
+// A request between its owner, who starts its steps and waits for them, the system, which reports
+// on threads of its own what was reached, and whoever aborts it. An abort only marks it and wakes
+// the owner, who then closes the handle. What is in here must outlive the handle: the system uses
+// the buffers, and calls back, until its last word, HANDLE_CLOSING.
+class Request {
+ public:
+  enum class Goal { sent, answered, piece };
+
+  explicit Request(OwnedInternet handle) : handle_(std::move(handle)) {}
+
+  // Owner: what it uses between two steps.
+  HINTERNET handle() const { return handle_.get(); }
+
+  // Owner: starts a step that is to reach `goal`. False when it cannot be started, or abort was
+  // called.
+  template <class Start>
+  bool begin(Goal goal, Start start) {
+    {
+      const ExclusiveLock lock(lock_);
+      if (aborted_) return false;
+      reached_.at(static_cast<std::size_t>(goal)) = false;
+    }
+    return start(handle_.get()) != FALSE;
+  }
+
+  // Owner: waits for that. False when the request failed before, or abort was called.
+  bool waitFor(Goal goal) {
+    const ExclusiveLock lock(lock_);
+    const bool& isReached = reached_.at(static_cast<std::size_t>(goal));
+    while (!isReached && !failed_ && !aborted_) {
+      SleepConditionVariableSRW(&changed_, &lock_, INFINITE, 0);
+    }
+    return isReached && !aborted_;
+  }
+
+  // Owner, as the last thing.
+  void close() {
+    OwnedInternet doomed;  // closed after the lock is gone: the system calls back
+    const ExclusiveLock lock(lock_);
+    closed_ = true;
+    if (!inSystemCall_) doomed = std::move(handle_);
   }
 
   void abort() {
-    OwnedInternet doomed;  // closed after the lock is gone: a close may wait for the call
-    const Lock lock(mutex_);
+    const ExclusiveLock lock(lock_);
     aborted_ = true;
-    if (inCall_) doomed = std::move(request_);
+    WakeAllConditionVariable(&changed_);
   }
+
+  bool isAborted() {
+    const ExclusiveLock lock(lock_);
+    return aborted_;
+  }
+
+  // The system: goes on with the handle, which the owner may close meanwhile.
+  template <class Call>
+  void goOn(Call call) {
+    {
+      const ExclusiveLock lock(lock_);
+      if (closed_) return;
+      inSystemCall_ = true;
+    }
+    if (!call(handle_.get())) fail();
+    OwnedInternet doomed;
+    const ExclusiveLock lock(lock_);
+    inSystemCall_ = false;
+    if (closed_) doomed = std::move(handle_);
+  }
+
+  void reach(Goal goal) {
+    const ExclusiveLock lock(lock_);
+    reached_.at(static_cast<std::size_t>(goal)) = true;
+    WakeAllConditionVariable(&changed_);
+  }
+
+  void fail() {
+    const ExclusiveLock lock(lock_);
+    failed_ = true;
+    WakeAllConditionVariable(&changed_);
+  }
+
+  // The owner's between two steps, the system's during one.
+  DWORD_PTR context = 0;  // of the handle
+  std::string body;       // of the request
+  std::string piece;      // of the answer's body
 
  private:
-  bool enter(HINTERNET& request) {
-    const Lock lock(mutex_);
-    if (aborted_) return false;
-    inCall_ = true;
-    request = request_.get();
-    return true;
-  }
-
-  bool leave() {
-    const Lock lock(mutex_);
-    inCall_ = false;
-    return !aborted_;
-  }
-
-  Mutex mutex_;  // never held during a call
-  OwnedInternet request_ MORVA_GUARDED_BY(mutex_);
-  bool inCall_ MORVA_GUARDED_BY(mutex_) = false;
-  bool aborted_ MORVA_GUARDED_BY(mutex_) = false;
+  // Not of text/locks.h: here a wake-up that nobody waits for makes no call of the kernel.
+  SRWLOCK lock_ = SRWLOCK_INIT;  // guards what follows; not held during a call
+  CONDITION_VARIABLE changed_ = CONDITION_VARIABLE_INIT;
+  OwnedInternet handle_;
+  std::array<bool, 3> reached_ = {};
+  bool failed_ = false;
+  bool aborted_ = false;
+  bool closed_ = false;
+  bool inSystemCall_ = false;  // a thread of the system uses the handle, and then closes it
 };
+
+// The header is asked for on the system's thread: Wine answers in the call itself.
+void receiveAnswer(Request& request) {
+  request.reach(Request::Goal::sent);
+  request.goOn([](HINTERNET handle) { return WinHttpReceiveResponse(handle, nullptr); });
+}
+
+// So much of the body is there. It is read here and now, so that the owner is woken up once for
+// each piece.
+void readPiece(Request& request, DWORD bytes) {
+  constexpr DWORD maxPiece = 1024 * 1024;
+  request.piece.resize(std::min(bytes, maxPiece));
+  if (bytes == 0) return request.reach(Request::Goal::piece);
+  request.goOn([&piece = request.piece](HINTERNET handle) {
+    return WinHttpReadData(handle, piece.data(), static_cast<DWORD>(piece.size()), nullptr);
+  });
+}
+
+// The context of a handle: a share in its request until the handle is gone.
+using RequestShare = std::shared_ptr<Request>;
+
+void CALLBACK onStatus(HINTERNET /*handle*/, DWORD_PTR context, DWORD status, void* information,
+                       DWORD size) {
+  auto* const share = reinterpret_cast<RequestShare*>(context);
+  if (share == nullptr) return;
+  switch (status) {
+    case WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE:
+      return receiveAnswer(**share);
+    case WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE:
+      return (*share)->reach(Request::Goal::answered);
+    case WINHTTP_CALLBACK_STATUS_DATA_AVAILABLE:
+      return readPiece(**share, *static_cast<DWORD*>(information));
+    case WINHTTP_CALLBACK_STATUS_READ_COMPLETE:
+      (*share)->piece.resize(size);
+      return (*share)->reach(Request::Goal::piece);
+    case WINHTTP_CALLBACK_STATUS_REQUEST_ERROR:
+      return (*share)->fail();
+    case WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING:
+      delete share;
+      return;
+    default:
+      return;
+  }
+}
+
+// Has the system call back about a handle with a share of its request.
+bool attach(const RequestShare& request) {
+  constexpr DWORD wanted = WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES;
+  const HINTERNET handle = request->handle();
+  auto share = std::make_unique<RequestShare>(request);
+  request->context = reinterpret_cast<DWORD_PTR>(share.get());
+  if (WinHttpSetStatusCallback(handle, onStatus, wanted, 0) == WINHTTP_INVALID_STATUS_CALLBACK ||
+      !WinHttpSetOption(handle, WINHTTP_OPTION_CONTEXT_VALUE, &request->context,
+                        sizeof request->context)) {
+    return false;
+  }
+  (void)share.release();  // the handle's own now
+  return true;
+}
 
 bool queryNumber(HINTERNET request, DWORD what, DWORD& number) {
   DWORD size = sizeof number;
@@ -101,97 +225,99 @@ DWORD promisedLength(HINTERNET request) {
 
 class WinHttpExchange final : public HttpExchange {
  public:
-  WinHttpExchange(OwnedInternet session, OwnedInternet connection, OwnedInternet request)
-      : session_(std::move(session)),
-        connection_(std::move(connection)),
-        request_(std::move(request)) {}
+  WinHttpExchange(OwnedInternet connection, RequestShare request)
+      : connection_(std::move(connection)), request_(std::move(request)) {}
+  ~WinHttpExchange() override { request_->close(); }
+  WinHttpExchange(const WinHttpExchange&) = delete;
+  WinHttpExchange& operator=(const WinHttpExchange&) = delete;
 
   bool send(std::string_view body) override {
     if (body.size() > std::numeric_limits<DWORD>::max()) return false;
+    Request& request = *request_;
+    request.body = body;
     const auto size = static_cast<DWORD>(body.size());
     const wchar_t* headers =
         body.empty() ? WINHTTP_NO_ADDITIONAL_HEADERS : L"Content-Type: application/json\r\n";
     const DWORD headersLength = body.empty() ? 0 : static_cast<DWORD>(-1);  // terminated
-    void* data = body.empty() ? WINHTTP_NO_REQUEST_DATA : const_cast<char*>(body.data());
-    return request_.run([=](HINTERNET request) {
-      return WinHttpSendRequest(request, headers, headersLength, data, size, size, 0) != FALSE;
-    });
+    void* data = body.empty() ? WINHTTP_NO_REQUEST_DATA : request.body.data();
+    return request.begin(Request::Goal::sent, [=, context = request.context](HINTERNET handle) {
+      return WinHttpSendRequest(handle, headers, headersLength, data, size, size, context);
+    }) && request.waitFor(Request::Goal::sent);
   }
 
   bool receive() override {
-    return request_.run([this](HINTERNET request) {
-      if (!WinHttpReceiveResponse(request, nullptr)) return false;
-      missing_ = promisedLength(request);
-      return true;
-    });
+    if (!request_->waitFor(Request::Goal::answered)) return false;
+    status_ = statusOf(request_->handle());
+    missing_ = promisedLength(request_->handle());
+    return true;
   }
 
-  std::uint32_t status() override {
-    DWORD status = 0;
-    const bool isKnown = request_.run([&status](HINTERNET request) {
-      status = statusOf(request);
-      return true;
-    });
-    return isKnown ? status : 0;
-  }
+  std::uint32_t status() override { return request_->isAborted() ? 0 : status_; }
 
   bool available(std::size_t& count) override {
-    DWORD bytes = 0;
-    if (!request_.run([&bytes](HINTERNET request) {
-          return WinHttpQueryDataAvailable(request, &bytes) != FALSE;
-        })) {
-      return false;
-    }
-    if (bytes == 0 && missing_ > 0) return false;
-    count = bytes;
+    if (taken_ == request_->piece.size() && !nextPiece()) return false;
+    if (request_->isAborted()) return false;
+    count = request_->piece.size() - taken_;
     return true;
   }
 
   bool read(char* buffer, std::size_t capacity, std::size_t& got) override {
-    const auto wanted =
-        static_cast<DWORD>(std::min<std::size_t>(capacity, std::numeric_limits<DWORD>::max()));
-    DWORD bytes = 0;
-    if (!request_.run([=, &bytes](HINTERNET request) {
-          return WinHttpReadData(request, buffer, wanted, &bytes) != FALSE;
-        })) {
-      return false;
-    }
-    missing_ -= std::min(missing_, bytes);
-    got = bytes;
+    if (request_->isAborted()) return false;
+    got = request_->piece.copy(buffer, capacity, taken_);
+    taken_ += got;
     return true;
   }
 
-  void abort() override { request_.abort(); }
+  void abort() override { request_->abort(); }
 
  private:
-  DWORD missing_ = 0;  // of the promised body; only the owner's steps touch it
-  // Closed from the last to the first: a parent handle must outlive what was made from it.
-  OwnedInternet session_;
-  OwnedInternet connection_;
-  RequestGuard request_;
+  bool nextPiece() {
+    const auto ask = [](HINTERNET handle) { return WinHttpQueryDataAvailable(handle, nullptr); };
+    if (!request_->begin(Request::Goal::piece, ask) || !request_->waitFor(Request::Goal::piece)) {
+      return false;
+    }
+    taken_ = 0;
+    const auto size = static_cast<DWORD>(request_->piece.size());
+    if (size == 0 && missing_ > 0) return false;
+    missing_ -= std::min(missing_, size);
+    return true;
+  }
+
+  OwnedInternet connection_;  // outlives the request's handle, which is closed first
+  RequestShare request_;
+  // Only the owner's steps touch these.
+  std::uint32_t status_ = 0;
+  DWORD missing_ = 0;      // of the promised body
+  std::size_t taken_ = 0;  // of the piece
 };
 
-// The agent is on this machine: nothing may carry the request, or the user's name, elsewhere.
-bool keepToOneServer(HINTERNET request) {
-  DWORD features =
-      WINHTTP_DISABLE_REDIRECTS | WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION;
+// The agent is on this machine: nothing may carry the request, or the user's name, elsewhere. No
+// connection stays open behind a request: an agent may serve one at a time.
+bool keepToOneExchange(HINTERNET request) {
+  DWORD features = WINHTTP_DISABLE_REDIRECTS | WINHTTP_DISABLE_COOKIES |
+                   WINHTTP_DISABLE_AUTHENTICATION | WINHTTP_DISABLE_KEEP_ALIVE;
   return WinHttpSetOption(request, WINHTTP_OPTION_DISABLE_FEATURE, &features, sizeof features) !=
          FALSE;
 }
 
-// The wait for the header has a limit of its own, 90 s by default, beside the one for each read.
-bool limitHeaderWait(HINTERNET request, int receiveMs) {
-  DWORD limit = receiveMs == 0 ? INFINITE : static_cast<DWORD>(receiveMs);
-  return WinHttpSetOption(request, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &limit, sizeof limit) !=
-         FALSE;
+bool limitSteps(HINTERNET request, const HttpTimeouts& limits) {
+  // The wait for the header has a limit of its own, 90 s by default, beside the one for each read.
+  // Where that cannot be set, the other still counts.
+  DWORD header = limits.receiveMs == 0 ? INFINITE : static_cast<DWORD>(limits.receiveMs);
+  (void)WinHttpSetOption(request, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &header, sizeof header);
+  return WinHttpSetTimeouts(request, limits.resolveMs, limits.connectMs, limits.sendMs,
+                            limits.receiveMs) != FALSE;
 }
 
-OwnedInternet openSession(const HttpTimeouts& limits) {
-  OwnedInternet session(WinHttpOpen(L"morva-chrome-host", WINHTTP_ACCESS_TYPE_NO_PROXY,
-                                    WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
-  if (session && !WinHttpSetTimeouts(session.get(), limits.resolveMs, limits.connectMs,
-                                     limits.sendMs, limits.receiveMs)) {
-    session.reset();
+// One for the whole process: to open one takes longer than a request. Never closed. Null when the
+// system refuses it, in which case it is asked again next time.
+HINTERNET sharedSession() {
+  static SRWLOCK lock = SRWLOCK_INIT;
+  static HINTERNET session = nullptr;
+  const ExclusiveLock held(lock);
+  if (session == nullptr) {
+    session = WinHttpOpen(L"morva-chrome-host", WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME,
+                          WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC);
   }
   return session;
 }
@@ -201,20 +327,20 @@ OwnedInternet openSession(const HttpTimeouts& limits) {
 HttpOpenResult openHttpExchange(std::uint16_t port, const std::wstring& verb,
                                 const std::wstring& path, const HttpTimeouts& timeouts,
                                 std::shared_ptr<HttpExchange>& exchange) {
-  OwnedInternet session = openSession(timeouts);
-  if (!session) return HttpOpenResult::sessionFailed;
+  const HINTERNET session = sharedSession();
+  if (session == nullptr) return HttpOpenResult::sessionFailed;
   if (port == 0) return HttpOpenResult::connectFailed;  // WinHTTP would take its default, 80
-  OwnedInternet connection(WinHttpConnect(session.get(), L"127.0.0.1", port, 0));
+  OwnedInternet connection(WinHttpConnect(session, L"127.0.0.1", port, 0));
   if (!connection) return HttpOpenResult::connectFailed;
   if (!fitsRequestLine(verb) || !fitsRequestLine(path)) return HttpOpenResult::requestFailed;
-  OwnedInternet request(WinHttpOpenRequest(connection.get(), verb.c_str(), path.c_str(), nullptr,
-                                           WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES, 0));
-  if (!request || !keepToOneServer(request.get()) ||
-      !limitHeaderWait(request.get(), timeouts.receiveMs)) {
+  OwnedInternet handle(WinHttpOpenRequest(connection.get(), verb.c_str(), path.c_str(), nullptr,
+                                          WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES, 0));
+  if (!handle || !keepToOneExchange(handle.get()) || !limitSteps(handle.get(), timeouts)) {
     return HttpOpenResult::requestFailed;
   }
-  exchange = std::make_shared<WinHttpExchange>(std::move(session), std::move(connection),
-                                               std::move(request));
+  const auto request = std::make_shared<Request>(std::move(handle));
+  if (!attach(request)) return HttpOpenResult::requestFailed;
+  exchange = std::make_shared<WinHttpExchange>(std::move(connection), request);
   return HttpOpenResult::ok;
 }
 

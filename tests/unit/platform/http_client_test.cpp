@@ -229,5 +229,70 @@ TEST(HttpAbort, ClosesEachHandleOnceHoweverManyThreadsAbort) {
   EXPECT_LE(openHandleCount(), most);
 }
 
+constexpr HttpTimeouts endless = {0, 0, 0, 0};
+// More than both ends of a connection keep. Not a constant: every test would start with it.
+std::string moreThanIsBuffered() { return std::string(64'000'000, 'x'); }
+
+// A listener that never takes a connection; without room a connect waits.
+struct DeafListener {
+  explicit DeafListener(int room)
+      : listener(listenOnLoopback(port, room)), filler(connectToLoopback(port)) {}
+  std::uint16_t port = 0;
+  OwnedSocket listener;
+  OwnedSocket filler;
+};
+
+// Aborts once `step`, which this thread runs, waits in the system. It returns within 100 ms, or what
+// a busy machine makes of them.
+void expectAbortEnds(HttpExchange& exchange, const std::function<bool()>& step) {
+  std::atomic<std::uint64_t> abortedMs = 0;
+  TestThread aborter([&, sleeps = sleepOfThisThread()] {
+    while (!sleeps()) sleepMs(1);
+    abortedMs = tickCountMs();
+    exchange.abort();
+  });
+  EXPECT_FALSE(step());
+  EXPECT_LE(tickCountMs() - abortedMs, 1000U);
+}
+
+TEST(HttpAbort, EndsWhicheverStepWaits) {
+  const DeafListener full(0);
+  const auto connecting = openExchange(full.port, endless);
+  expectAbortEnds(*connecting, [&] { return connecting->send(""); });
+  const DeafListener idle(8);
+  const auto sending = openExchange(idle.port, endless);
+  expectAbortEnds(*sending, [&] { return sending->send(moreThanIsBuffered()); });
+
+  Gate over;  // Wine leaves the connection open for as long as the server does
+  ScriptedServer mute([&over](ServedConnection&) { over.wait(); });
+  ScriptedServer slow([&over](ServedConnection& c) {
+    EXPECT_TRUE(c.send(okHead + "\r\nx"));
+    over.wait();
+  });
+  const auto receiving = openExchange(mute.port(), endless);
+  // Wine has sent a request only when the answer comes.
+  expectAbortEnds(*receiving, [&] { return receiving->send("") && receiving->receive(); });
+  const auto reading = openExchange(slow.port(), endless);
+  std::size_t count = 0;
+  char byte = 0;
+  EXPECT_TRUE(reading->send("") && reading->receive() && reading->available(count) &&
+              reading->read(&byte, 1, count));
+  expectAbortEnds(*reading, [&] { return reading->available(count); });
+  over.open();
+}
+
+TEST(HttpExchange, GivesUpConnectingAndSendingAfterTheirTimeOuts) {
+  for (const auto& [room, limits] :
+       {std::pair<int, HttpTimeouts>{0, {0, 200, 0, 0}}, {8, {0, 0, 200, 0}}}) {
+    SCOPED_TRACE(room);
+    const DeafListener listener(room);
+    const auto exchange = openExchange(listener.port, limits);
+    const std::uint64_t before = tickCountMs();
+    EXPECT_FALSE(exchange->send(moreThanIsBuffered()));
+    EXPECT_GE(tickCountMs() - before, 190U);
+    EXPECT_LT(tickCountMs() - before, 5000U);
+  }
+}
+
 }  // namespace
 }  // namespace media::win::chrome_inspect

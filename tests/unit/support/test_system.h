@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -23,6 +24,10 @@ std::size_t openHandleCount();
 // How many more may be open later without a leak of ours: what the system keeps for itself, such as
 // its threads.
 extern const std::size_t handlesOfTheSystem;
+
+// Whether the thread that makes the answer sleeps, to be asked by others. Windows does not say:
+// after 50 ms it is taken to.
+std::function<bool()> sleepOfThisThread();
 
 // Sets a variable for this process and for what the system looks up in its name; an empty value
 // removes it.

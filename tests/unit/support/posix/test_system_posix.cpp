@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <set>
 
@@ -72,5 +73,12 @@ void sendAtOnce(const OwnedSocket& socket) {
 }
 
 void finishSending(const OwnedSocket& socket) { shutdown(static_cast<int>(socket.get()), SHUT_WR); }
+
+std::function<bool()> sleepOfThisThread() {
+  return [file = "/proc/self/task/" + std::to_string(gettid()) + "/stat"] {
+    std::ifstream stat(file);
+    return std::string(std::istreambuf_iterator<char>(stat), {}).find(") S ") != std::string::npos;
+  };
+}
 
 }  // namespace media::win::chrome_inspect

@@ -34,6 +34,10 @@ std::size_t openHandleCount() {
   return count;
 }
 
+std::function<bool()> sleepOfThisThread() {
+  return [end = GetTickCount64() + 50] { return GetTickCount64() > end; };
+}
+
 // The run-time's own call: it changes its copy as well as the system's. The wide one: the other
 // takes the text for one in the code page of the machine.
 void setEnvironment(const std::string& name, const std::string& value) {
