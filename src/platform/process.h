@@ -23,8 +23,8 @@ enum class SpawnResult { ok, noAttributeList, failed };
 
 // Starts a hidden child from `commandLine` (its first token, in quotes, is the executable) in
 // `folder` (the caller's own when empty). The child inherits a null standard input, `output` as its
-// standard output and error, and nothing else. It is put into a job that ends it when this process
-// ends, however that happens; what the child itself starts is left out of the job.
+// standard output and error, and nothing else. It is created in a job of its own that ends it when
+// this process ends, however that happens; what the child itself starts is left out of the job.
 // `failed` sets `systemError` (GetLastError, 267 for a folder that is not there; or errno on
 // POSIX). `output` stays the caller's. May be called from several threads.
 // POSIX: no job; tests must end the child themselves when they end the host hard. Quotes in the

@@ -1,5 +1,8 @@
 #include "platform/process.h"
 
+#include <utility>
+#include <vector>
+
 #include "platform/win/handles_win.h"
 #include "text/leaked.h"
 #include "text/locks.h"
@@ -52,20 +55,23 @@ struct InheritedHandles {
   }
 };
 
-// An attribute list that names `inherited`, which must outlive it; empty when it cannot be made.
-AttributeList makeAttributeList(InheritedHandles& inherited) {
+// An attribute list that names `inherited` and, unless it is null, `job`; both must outlive it.
+// Empty when it cannot be made.
+AttributeList makeAttributeList(InheritedHandles& inherited, HANDLE& job) {
+  const DWORD count = job != nullptr ? 2 : 1;
   SIZE_T bytes = 0;
-  InitializeProcThreadAttributeList(nullptr, 1, 0, &bytes);  // fails, and sets the size
+  InitializeProcThreadAttributeList(nullptr, count, 0, &bytes);  // fails, and sets the size
   AttributeList list;
   list.memory.reset(HeapAlloc(GetProcessHeap(), 0, bytes));
   auto* const raw = static_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(list.memory.get());
-  if (raw == nullptr || !InitializeProcThreadAttributeList(raw, 1, 0, &bytes)) return {};
+  if (raw == nullptr || !InitializeProcThreadAttributeList(raw, count, 0, &bytes)) return {};
   list.attributes.reset(raw);
-  if (!UpdateProcThreadAttribute(raw, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, inherited.list,
-                                 inherited.count * sizeof(HANDLE), nullptr, nullptr)) {
-    return {};
-  }
-  return list;
+  const bool isMade =
+      UpdateProcThreadAttribute(raw, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, inherited.list,
+                                inherited.count * sizeof(HANDLE), nullptr, nullptr) &&
+      (job == nullptr || UpdateProcThreadAttribute(raw, 0, PROC_THREAD_ATTRIBUTE_JOB_LIST, &job,
+                                                   sizeof job, nullptr, nullptr));
+  return isMade ? std::move(list) : AttributeList();
 }
 
 STARTUPINFOEXW hiddenStart(HANDLE input, HANDLE output, LPPROC_THREAD_ATTRIBUTE_LIST attributes) {
@@ -80,18 +86,13 @@ STARTUPINFOEXW hiddenStart(HANDLE input, HANDLE output, LPPROC_THREAD_ATTRIBUTE_
   return start;
 }
 
-HANDLE makeJob() {
-  const HANDLE job = CreateJobObjectW(nullptr, nullptr);
+// A job that ends what is in it when its handle is closed, by us or by the end of this process.
+OwnedHandle makeJob() {
+  OwnedHandle job(CreateJobObjectW(nullptr, nullptr));
   JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
   limits.BasicLimitInformation.LimitFlags =
       JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE | JOB_OBJECT_LIMIT_SILENT_BREAKAWAY_OK;
-  SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
-  return job;
-}
-
-// Never closed by us: the system closes it with the process, and that ends the children.
-HANDLE childrenJob() {
-  static const HANDLE job = makeJob();
+  SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &limits, sizeof limits);
   return job;
 }
 
@@ -102,13 +103,42 @@ Mutex& spawnMutex() {
   return mutex;
 }
 
+bool isEmptyJob(const OwnedHandle& job) {
+  JOBOBJECT_BASIC_ACCOUNTING_INFORMATION state = {};
+  return QueryInformationJobObject(job.get(), JobObjectBasicAccountingInformation, &state,
+                                   sizeof state, nullptr) &&
+         state.ActiveProcesses == 0;
+}
+
+// Keeps a child's job for as long as the child runs; those of children that have ended go.
+void keepJob(OwnedHandle job) MORVA_REQUIRES(spawnMutex()) {
+  static auto& jobs = leaked<std::vector<OwnedHandle>>();
+  std::erase_if(jobs, isEmptyJob);
+  jobs.push_back(std::move(job));
+}
+
+// Its errors are its own to report: it does not get our error mode.
+SpawnResult startProcess(std::wstring commandLine, const std::wstring& folder, STARTUPINFOEXW& info,
+                         OwnedProcess& process, std::uint32_t& systemError) {
+  PROCESS_INFORMATION started = {};
+  if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE,
+                      CREATE_NO_WINDOW | CREATE_DEFAULT_ERROR_MODE | EXTENDED_STARTUPINFO_PRESENT,
+                      nullptr, folder.empty() ? nullptr : folder.c_str(), &info.StartupInfo,
+                      &started)) {
+    systemError = GetLastError();
+    return SpawnResult::failed;
+  }
+  CloseHandle(started.hThread);
+  process.reset(rawOf(started.hProcess));
+  return SpawnResult::ok;
+}
+
 }  // namespace
 
 void ProcessTraits::close(Raw raw) { CloseHandle(handleOf(raw)); }
 
 SpawnResult spawnHidden(const std::wstring& commandLine, const std::wstring& folder,
                         StreamId output, OwnedProcess& process, std::uint32_t& systemError) {
-  std::wstring writableLine = commandLine;  // CreateProcessW may write into it
   const Lock lock(spawnMutex());
   const OwnedHandle childOutput = duplicateHandle(handleOf(output), true);
   if (!childOutput) {
@@ -119,22 +149,23 @@ SpawnResult spawnHidden(const std::wstring& commandLine, const std::wstring& fol
   InheritedHandles inherited;
   inherited.add(childOutput);
   inherited.add(childInput);
-  const AttributeList list = makeAttributeList(inherited);
-  if (!list.attributes) return SpawnResult::noAttributeList;
-  STARTUPINFOEXW start = hiddenStart(childInput ? childInput.get() : nullptr, childOutput.get(),
-                                     list.attributes.get());
-  PROCESS_INFORMATION started = {};
-  if (!CreateProcessW(nullptr, writableLine.data(), nullptr, nullptr, TRUE,
-                      CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr,
-                      folder.empty() ? nullptr : folder.c_str(), &start.StartupInfo, &started)) {
-    systemError = GetLastError();
-    return SpawnResult::failed;
+  OwnedHandle job = makeJob();
+  const auto start = [&](HANDLE jobAtBirth) {
+    const AttributeList list = makeAttributeList(inherited, jobAtBirth);
+    if (!list.attributes) return SpawnResult::noAttributeList;
+    STARTUPINFOEXW info = hiddenStart(childInput ? childInput.get() : nullptr, childOutput.get(),
+                                      list.attributes.get());
+    return startProcess(commandLine, folder, info, process, systemError);
+  };
+  SpawnResult result = start(job.get());
+  // A job may be refused where this process is in one itself, or on an older system. Without one
+  // only the clean-up is lost.
+  if (result != SpawnResult::ok) {
+    result = start(nullptr);
+    if (result == SpawnResult::ok) AssignProcessToJobObject(job.get(), handleOf(process));
   }
-  const OwnedHandle unused(started.hThread);
-  process.reset(rawOf(started.hProcess));
-  // When that fails, only the clean-up is lost.
-  AssignProcessToJobObject(childrenJob(), started.hProcess);
-  return SpawnResult::ok;
+  if (result == SpawnResult::ok) keepJob(std::move(job));
+  return result;
 }
 
 bool probeProcessStart(const std::wstring& path, std::uint32_t& systemError) {

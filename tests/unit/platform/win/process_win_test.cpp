@@ -1,4 +1,5 @@
 #include "platform/clock.h"
+#include "platform/http_client.h"
 #include "platform/process.h"
 #include "platform/process_control.h"
 #include "platform/win/handles_win.h"
@@ -28,6 +29,8 @@ TEST(SpawnHidden, KeepsAHandleFromTheChildThoughItIsMarkedInheritable) {
   ASSERT_EQ(spawnHidden(childProbe(L"wait"), L"", output.writeEnd.get(), child, error),
             SpawnResult::ok);
   EXPECT_FALSE(isInherited(output.writeEnd.get()));
+  BOOL isInJob = FALSE;
+  EXPECT_TRUE(IsProcessInJob(handleOf(child), nullptr, &isInJob) && isInJob);
   marked.writeEnd.reset();
   EXPECT_EQ(readToEnd(marked.readEnd.get()), "");  // ends though the child lives
   EXPECT_FALSE(waitForExit(child, 0));
@@ -57,6 +60,13 @@ TEST(SpawnHidden, EndsItsChildrenWhenThisProcessEnds) {
   EXPECT_LT(tickCountMs() - before, 40'000U);
   EXPECT_TRUE(waitForExit(parent.process, 30'000));
   EXPECT_EQ(exitCodeOf(parent.process), 0U);
+}
+
+TEST(LibrariesOfTheSystem, AreLoadedWhenTheyAreCalled) {
+  EXPECT_EQ(GetModuleHandleW(L"winhttp.dll"), nullptr);
+  std::shared_ptr<HttpExchange> exchange;
+  EXPECT_EQ(openHttpExchange(8090, L"GET", L"/", {}, exchange), HttpOpenResult::ok);
+  EXPECT_NE(GetModuleHandleW(L"winhttp.dll"), nullptr);
 }
 
 TEST(PrepareProcess, SwitchesTheSystemsBoxesOff) {
