@@ -27,9 +27,9 @@ class PortScan {
   PortScan(const PortScan&) = delete;
   PortScan& operator=(const PortScan&) = delete;
 
-  // Waits until `ports[index]` has answered. After the limit, which counts from construction, a
-  // port that has not is taken for silent.
-  PortState wait(std::size_t index);
+  // Waits until `ports[index]` has answered. After the limit, which counts from construction, as
+  // does a shorter `limitMs`, a port that has not is taken for silent.
+  PortState wait(std::size_t index, std::uint32_t limitMs = probeLimitMs);
 
  private:
   struct Shared;
@@ -37,8 +37,9 @@ class PortScan {
   std::shared_ptr<Shared> shared_;
 };
 
-// The first of `ports` on which an agent is ready; 0 when none is. Blocks until every port before
-// the answer has been decided, `limitMs` at most.
+// The first of `ports` on which an agent is ready; 0 when none is. The first port
+// has 30 ms for itself, then the others are asked at the same time. Blocks until every port before
+// the answer has been decided, `limitMs` and those 30 ms at most.
 std::uint16_t firstReadyPort(std::span<const std::uint16_t> ports = agentPorts,
                              std::uint32_t limitMs = probeLimitMs);
 
