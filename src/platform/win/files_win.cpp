@@ -63,9 +63,17 @@ bool isLink(HANDLE handle, DWORD attributes) {
          isLinkTag(info.ReparseTag);
 }
 
-bool factsOf(HANDLE handle, FileFacts& facts) {
+// Whether reading would have a file fetched from elsewhere, which takes as long as it likes.
+bool isElsewhere(DWORD attributes) {
+  constexpr DWORD recallOnOpen = 0x00040000;  // FILE_ATTRIBUTE_..., not in every tool chain
+  constexpr DWORD recallOnDataAccess = 0x00400000;
+  return (attributes & (FILE_ATTRIBUTE_OFFLINE | recallOnOpen | recallOnDataAccess)) != 0;
+}
+
+bool factsOf(HANDLE handle, FileFacts& facts, DWORD& attributes) {
   BY_HANDLE_FILE_INFORMATION info = {};
   if (!GetFileInformationByHandle(handle, &info)) return false;
+  attributes = info.dwFileAttributes;
   facts.finalPath = finalPathOf(handle);
   facts.isLink = isLink(handle, info.dwFileAttributes);
   facts.isRegular =
@@ -171,7 +179,14 @@ bool isSamePath(std::wstring_view a, std::wstring_view b) {
 bool openForReading(const std::wstring& path, OwnedFile& file, FileFacts& facts) {
   OwnedFile handle = opened(CreateFileW(longPath(path).c_str(), GENERIC_READ, shareAll, nullptr,
                                         OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-  if (!handle || !factsOf(handleOf(handle), facts)) return false;
+  DWORD attributes = 0;
+  if (!handle || !factsOf(handleOf(handle), facts, attributes)) return false;
+  if (isElsewhere(attributes)) return false;
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && !facts.isLink) {
+    // The same file once more, for its bytes: the system has put them together in a way of its own.
+    handle = opened(ReOpenFile(handleOf(handle), GENERIC_READ, shareAll, 0));
+    if (!handle || !factsOf(handleOf(handle), facts, attributes)) return false;
+  }
   file = std::move(handle);
   return true;
 }
@@ -193,7 +208,8 @@ std::wstring finalFolderPath(const std::wstring& path) {
 
 bool folderFacts(const std::wstring& path, FileFacts& facts) {
   const OwnedFile folder = openFolder(path, FILE_FLAG_OPEN_REPARSE_POINT);
-  return folder && factsOf(handleOf(folder), facts);
+  DWORD attributes = 0;
+  return folder && factsOf(handleOf(folder), facts, attributes);
 }
 
 bool visitFolder(const std::wstring& path, const std::function<bool(const FolderEntry&)>& visit) {

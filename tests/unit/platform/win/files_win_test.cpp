@@ -84,6 +84,20 @@ TEST(CreatePipeInstance, IsRefusedWhileAnotherServes) {
   EXPECT_TRUE(createPipeInstance(name.c_str(), second));  // its name is free with its last handle
 }
 
+TEST(OpenForReading, FetchesNoFileFromElsewhere) {
+  const TestFolder folder;
+  const std::wstring path = (folder.path() / "away").wstring();
+  std::ofstream(folder.path() / "away") << "x";
+  OwnedFile file;
+  FileFacts facts;
+  EXPECT_TRUE(openForReading(path, file, facts));
+  SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_OFFLINE);
+  if ((GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_OFFLINE) == 0) {
+    GTEST_SKIP() << "the system, like Wine, does not keep the attribute";
+  }
+  EXPECT_FALSE(openForReading(path, file, facts));
+}
+
 TEST(ProbePipe, DistinguishesAFreeNameAPipeThatWaitsAndOneThatServes) {
   const std::string name = R"(\\.\pipe\morva-unit-)" + std::to_string(GetCurrentProcessId());
   EXPECT_EQ(probePipe(name), PipeState::absent);
