@@ -94,14 +94,10 @@ class Channel {
 
   bool send(const std::string& body, std::string& error) {
     const auto length = static_cast<std::uint32_t>(body.size());
-    std::size_t sent = 0;
-    const auto* header = reinterpret_cast<const char*>(&length);
-    if (!limitNextStep() || !sendSome(socket_, header, sizeof length, sent) ||
-        sent != sizeof length) {
-      return fail(error, sendFailed);
-    }
-    for (std::size_t done = 0; done < body.size(); done += sent) {
-      if (!limitNextStep() || !sendSome(socket_, body.data() + done, body.size() - done, sent)) {
+    std::string frame(reinterpret_cast<const char*>(&length), sizeof length);
+    frame += body;
+    for (std::size_t done = 0, sent = 0; done < frame.size(); done += sent) {
+      if (!limitNextStep() || !sendSome(socket_, frame.data() + done, frame.size() - done, sent)) {
         return fail(error, sendFailed);
       }
     }

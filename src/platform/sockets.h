@@ -20,8 +20,9 @@ using OwnedSocket = Owned<SocketTraits>;
 // Makes sockets usable in this process; to be called before the others, any number of times.
 bool startSockets();
 
-// A new stream socket; no option is set on it (POSIX: the address may be reused, because there a
-// port stays taken for a minute after its last connection).
+// A new stream socket that sends at once what it is handed, as do the connections that it accepts.
+// (POSIX: the address may be reused, because there a port stays taken for a minute after its last
+// connection.)
 bool openSocket(OwnedSocket& socket);
 
 bool bindLoopback(const OwnedSocket& socket, std::uint16_t port);

@@ -1,6 +1,7 @@
 #include "platform/sockets.h"
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -35,6 +36,8 @@ bool startSockets() { return true; }
 bool openSocket(OwnedSocket& socket) {
   if (!keep(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP), socket)) return false;
   const int on = 1;
+  // What is accepted has the properties of its listener.
+  (void)setsockopt(descriptorOf(socket), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   return setsockopt(descriptorOf(socket), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0;
 }
 

@@ -9,10 +9,14 @@ namespace media::win::chrome_inspect {
 
 bool shellExecute(const std::wstring& file, const wchar_t* verb, const std::wstring& parameters) {
   const Apartment apartment(Apartment::Kind::com);  // some handlers are COM objects
-  const HINSTANCE result =
-      ShellExecuteW(nullptr, verb, file.c_str(), parameters.empty() ? nullptr : parameters.c_str(),
-                    nullptr, SW_SHOWNORMAL);
-  return reinterpret_cast<INT_PTR>(result) > 32;  // below are error codes, for compatibility
+  SHELLEXECUTEINFOW call = {};
+  call.cbSize = sizeof call;
+  call.fMask = SEE_MASK_NOASYNC;  // this thread has no message loop, and may end at once
+  call.lpVerb = verb;
+  call.lpFile = file.c_str();
+  call.lpParameters = parameters.empty() ? nullptr : parameters.c_str();
+  call.nShow = SW_SHOWNORMAL;
+  return ShellExecuteExW(&call) != FALSE;
 }
 
 }  // namespace media::win::chrome_inspect

@@ -40,6 +40,9 @@ bool openSocket(OwnedSocket& socket) {
   const SOCKET made = WSASocketW(AF_INET, SOCK_STREAM, IPPROTO_TCP, nullptr, 0,
                                  WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
   if (made == INVALID_SOCKET) return false;
+  // What is accepted has the properties of its listener (learn.microsoft.com, accept).
+  const BOOL on = TRUE;
+  (void)setsockopt(made, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof on);
   socket.reset(static_cast<SocketTraits::Raw>(made));
   return true;
 }

@@ -30,6 +30,7 @@ class Sockets : public testing::Test {
 TEST_F(Sockets, CarryBytesBothWaysUntilTheEndAndNoMoreThanFits) {
   OwnedSocket served;
   OwnedSocket client = connect(served);
+  EXPECT_TRUE(sendsAtOnce(client) && sendsAtOnce(served));
   ASSERT_TRUE(sendTo(client, "hello"));
   char buffer[16];
   for (const std::string wanted : {"hel", "lo"}) {

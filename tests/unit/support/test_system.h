@@ -46,8 +46,8 @@ void useConsoleInput();
 
 // The port on which a socket listens.
 std::uint16_t portOf(const OwnedSocket& listener);
-// Lets every send be a packet of its own.
-void sendAtOnce(const OwnedSocket& socket);
+// Whether every send is a packet of its own.
+bool sendsAtOnce(const OwnedSocket& socket);
 // Ends our direction only.
 void finishSending(const OwnedSocket& socket);
 

@@ -67,9 +67,11 @@ std::uint16_t portOf(const OwnedSocket& listener) {
   return ntohs(address.sin_port);
 }
 
-void sendAtOnce(const OwnedSocket& socket) {
-  const int on = 1;
-  setsockopt(static_cast<int>(socket.get()), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+bool sendsAtOnce(const OwnedSocket& socket) {
+  int on = 0;
+  socklen_t size = sizeof on;
+  getsockopt(static_cast<int>(socket.get()), IPPROTO_TCP, TCP_NODELAY, &on, &size);
+  return on != 0;
 }
 
 void finishSending(const OwnedSocket& socket) { shutdown(static_cast<int>(socket.get()), SHUT_WR); }

@@ -80,9 +80,12 @@ std::uint16_t portOf(const OwnedSocket& listener) {
   return ntohs(address.sin_port);
 }
 
-void sendAtOnce(const OwnedSocket& socket) {
-  const char on = 1;
-  setsockopt(static_cast<SOCKET>(socket.get()), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+bool sendsAtOnce(const OwnedSocket& socket) {
+  int on = 0;
+  int size = sizeof on;
+  getsockopt(static_cast<SOCKET>(socket.get()), IPPROTO_TCP, TCP_NODELAY,
+             reinterpret_cast<char*>(&on), &size);
+  return on != 0;
 }
 
 void finishSending(const OwnedSocket& socket) {
