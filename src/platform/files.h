@@ -61,8 +61,8 @@ bool isSameDrive(const std::wstring& a, const std::wstring& b);
 bool isSamePath(std::wstring_view a, std::wstring_view b);
 
 // Opens a file for reading, denying others nothing and not following a link in its last component,
-// and says what was opened. Never blocks on a pipe or device. False also for a file whose content is
-// not on this machine (FILE_ATTRIBUTE_RECALL_ON_DATA_ACCESS and its like): nothing is fetched.
+// and says what was opened. Never blocks on a pipe or device. False also for a file whose content
+// is not on this machine (FILE_ATTRIBUTE_RECALL_ON_DATA_ACCESS and its like): nothing is fetched.
 bool openForReading(const std::wstring& path, OwnedFile& file, FileFacts& facts);
 
 // Reads exactly `size` bytes from where the last read ended.

@@ -23,7 +23,7 @@ namespace {
 constexpr int maxShellCalls = 16;
 std::atomic<int> shellCalls = 0;
 
-// The arguments of ShellExecuteW.
+// The arguments of shellExecute.
 struct ShellCall {
   std::wstring file;
   const wchar_t* verb;

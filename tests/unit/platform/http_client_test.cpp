@@ -242,8 +242,8 @@ struct DeafListener {
   OwnedSocket filler;
 };
 
-// Aborts once `step`, which this thread runs, waits in the system. It returns within 100 ms, or what
-// a busy machine makes of them.
+// Aborts once `step`, which this thread runs, waits in the system. It returns within 100 ms, or
+// what a busy machine makes of them.
 void expectAbortEnds(HttpExchange& exchange, const std::function<bool()>& step) {
   std::atomic<std::uint64_t> abortedMs = 0;
   TestThread aborter([&, sleeps = sleepOfThisThread()] {
