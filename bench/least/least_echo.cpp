@@ -3,6 +3,5 @@
 // The least that answers a frame: reads it and writes it back as it came. Until its first frame it
 // is the empty program that idle memory is compared with.
 int main() {
-  using namespace media::win::chrome_inspect;
-  return answerEachFrame(writePlainly);
+  return media::win::chrome_inspect::answerEachFrame(media::win::chrome_inspect::writePlainly);
 }

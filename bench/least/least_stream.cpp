@@ -65,6 +65,5 @@ bool answer(const std::string& frame) {
 }  // namespace media::win::chrome_inspect
 
 int main() {
-  using namespace media::win::chrome_inspect;
-  return answerEachFrame(answer);
+  return media::win::chrome_inspect::answerEachFrame(media::win::chrome_inspect::answer);
 }

@@ -60,10 +60,9 @@ bool sendAll(int connection, std::string_view bytes) {
 }
 
 void streamPaced(int connection, int count, int micros) {
-  using namespace std::chrono;
   for (int i = 0; i < count; ++i) {
-    std::this_thread::sleep_for(microseconds(micros));
-    const nanoseconds now = steady_clock::now().time_since_epoch();
+    std::this_thread::sleep_for(std::chrono::microseconds(micros));
+    const std::chrono::nanoseconds now = std::chrono::steady_clock::now().time_since_epoch();
     if (!sendAll(connection, eventOf(std::to_string(now.count())))) return;
   }
   (void)sendAll(connection, lastEvent);

@@ -159,11 +159,12 @@ std::string calls(int in, int out, int port, int count, const std::string& reque
 }
 
 std::string requests(int port, int clients, int count, const std::string& request) {
-  const std::string first = answerOf(port, request, [] {});
+  std::string first = answerOf(port, request, [] {});
   std::atomic<int> left = count;
   std::atomic<bool> failed = false;
   const double begin = secondsNow();
   std::vector<std::thread> threads;
+  threads.reserve(static_cast<std::size_t>(clients));
   for (int i = 0; i < clients; ++i) {
     threads.emplace_back([&] {
       try {
