@@ -49,9 +49,9 @@ def test_an_explained_text_is_one_of_the_programs(text):
 
 # Where in the sources a text begins its way to a person or to a peer.
 TEXTS = [
-    r'ackError\(request, "([^"]+)"',
+    r'ackError\("([^"]+)"',
     r'failed\(request, "([^"]+)"',
-    r'failureReply\(request, "([^"]+)"',
+    r'failureReply\(request(?:\.root\(\))?, "([^"]+)"',
     r'fail(?:ure)?\((?:error, )?"([^"]+)"\)',
     r'failureOf\(tool, "([^"]+)"\)',
     r'\berror = "([^"]+)"',
