@@ -7,6 +7,7 @@
 #include <array>
 #include <limits>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "platform/owned.h"
@@ -142,7 +143,11 @@ void receiveAnswer(Request& request) {
 // each piece.
 void readPiece(Request& request, DWORD bytes) {
   constexpr DWORD maxPiece = 1024 * 1024;
-  request.piece.resize(std::min(bytes, maxPiece));
+  try {
+    request.piece.resize(std::min(bytes, maxPiece));
+  } catch (const std::bad_alloc&) {
+    return request.fail();  // no exception may leave a callback
+  }
   if (bytes == 0) return request.reach(Request::Goal::piece);
   request.goOn([&piece = request.piece](HINTERNET handle) {
     return WinHttpReadData(handle, piece.data(), static_cast<DWORD>(piece.size()), nullptr);
