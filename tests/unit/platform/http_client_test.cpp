@@ -242,9 +242,9 @@ struct DeafListener {
   OwnedSocket filler;
 };
 
-// Aborts once `step`, which this thread runs, waits in the system. It returns within 100 ms, or
-// what a busy machine makes of them.
-void expectAbortEnds(HttpExchange& exchange, const std::function<bool()>& step) {
+// Aborts once `step`, which this thread runs, waits in the system. Returns in how many milliseconds
+// it ended.
+std::uint64_t endAfterAbort(HttpExchange& exchange, const std::function<bool()>& step) {
   std::atomic<std::uint64_t> abortedMs = 0;
   TestThread aborter([&, sleeps = sleepOfThisThread()] {
     while (!sleeps()) sleepMs(1);
@@ -252,16 +252,15 @@ void expectAbortEnds(HttpExchange& exchange, const std::function<bool()>& step) 
     exchange.abort();
   });
   EXPECT_FALSE(step());
-  EXPECT_LE(tickCountMs() - abortedMs, 1000U);
+  return tickCountMs() - abortedMs;
 }
 
-TEST(HttpAbort, EndsWhicheverStepWaits) {
+// Of a connect, a send, a wait for the header and one for the body.
+std::array<std::uint64_t, 4> endsAfterAborts() {
   const DeafListener full(0);
   const auto connecting = openExchange(full.port, endless);
-  expectAbortEnds(*connecting, [&] { return connecting->send(""); });
   const DeafListener idle(8);
   const auto sending = openExchange(idle.port, endless);
-  expectAbortEnds(*sending, [&] { return sending->send(moreThanIsBuffered()); });
 
   Gate over;  // Wine leaves the connection open for as long as the server does
   ScriptedServer mute([&over](ServedConnection&) { over.wait(); });
@@ -270,15 +269,30 @@ TEST(HttpAbort, EndsWhicheverStepWaits) {
     over.wait();
   });
   const auto receiving = openExchange(mute.port(), endless);
-  // Wine has sent a request only when the answer comes.
-  expectAbortEnds(*receiving, [&] { return receiving->send("") && receiving->receive(); });
   const auto reading = openExchange(slow.port(), endless);
   std::size_t count = 0;
   char byte = 0;
   EXPECT_TRUE(reading->send("") && reading->receive() && reading->available(count) &&
               reading->read(&byte, 1, count));
-  expectAbortEnds(*reading, [&] { return reading->available(count); });
+  const std::array ends = {
+      endAfterAbort(*connecting, [&] { return connecting->send(""); }),
+      endAfterAbort(*sending, [&] { return sending->send(moreThanIsBuffered()); }),
+      // Wine has sent a request only when the answer comes.
+      endAfterAbort(*receiving, [&] { return receiving->send("") && receiving->receive(); }),
+      endAfterAbort(*reading, [&] { return reading->available(count); })};
   over.open();
+  return ends;
+}
+
+TEST(HttpAbort, EndsWhicheverStepWaitsWithin100Ms) {
+  constexpr std::uint64_t limitMs = 100;
+  std::array<std::uint64_t, 4> best = endsAfterAborts();
+  // A busy machine may need some tries.
+  for (int i = 0; i < 20 && std::ranges::max(best) > limitMs; ++i) {
+    std::ranges::transform(best, endsAfterAborts(), best.begin(),
+                           [](std::uint64_t a, std::uint64_t b) { return std::min(a, b); });
+  }
+  EXPECT_LE(std::ranges::max(best), limitMs) << testing::PrintToString(best);
 }
 
 TEST(HttpExchange, GivesUpConnectingAndSendingAfterTheirTimeOuts) {
