@@ -26,6 +26,7 @@ struct StandardOutput {
   Mutex stdoutMutex;  // one whole frame at a time; no other lock is taken while it is held
   bool closed MORVA_GUARDED_BY(stdoutMutex) = false;  // it failed, or the host is about to end
   std::string held MORVA_GUARDED_BY(stdoutMutex);     // frames that wait for the next write
+  std::atomic<bool> holds = false;                    // something is held
   std::atomic<bool> busy = false;
 
   bool write(std::string_view frames) MORVA_REQUIRES(stdoutMutex) {
@@ -38,6 +39,7 @@ struct StandardOutput {
   bool writeHeld() MORVA_REQUIRES(stdoutMutex) {
     const bool written = held.empty() ? !closed : write(held);
     held.clear();
+    holds = false;
     return written;
   }
 };
@@ -86,6 +88,10 @@ bool FrameReader::take(char* bytes, std::size_t size, std::string& error) {
 
 bool FrameReader::next(JsonBuffer& body, std::string& error) {
   std::uint32_t length = 0;
+  if (isStopped_) {
+    error = "unexpected EOF";
+    return false;
+  }
   if (!take(reinterpret_cast<char*>(&length), sizeof length, error)) return false;
   if (length > maxInboundBody) {
     error = "frame too large";
@@ -110,7 +116,7 @@ bool FrameReader::next(nlohmann::json& frame, std::string& error) {
 bool FrameReader::hasNext() const {
   std::uint32_t length = 0;
   const std::string_view here = unused();
-  if (here.size() < sizeof length) return false;
+  if (isStopped_ || here.size() < sizeof length) return false;
   std::memcpy(&length, here.data(), sizeof length);
   return here.size() - sizeof length >= length;
 }
@@ -152,8 +158,11 @@ bool holdFrame(std::string_view frame) {
   if (output.held.size() + frame.size() > maxHeldBytes && !output.writeHeld()) return false;
   if (frame.size() > maxHeldBytes) return output.write(frame);
   output.held += frame;
+  output.holds = true;
   return !output.closed;
 }
+
+bool hasHeldFrames() { return standardOutputState().holds; }
 
 bool writeHeldFrames() {
   StandardOutput& output = standardOutputState();

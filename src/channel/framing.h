@@ -41,6 +41,9 @@ class FrameReader {
   // Whether the next frame is here as a whole, so that reading it waits for nothing.
   bool hasNext() const;
 
+  // From now on the stream counts as ended.
+  void stop() { isStopped_ = true; }
+
  private:
   std::string_view unused() const { return {buffer_.get() + begin_, end_ - begin_}; }
   bool take(char* bytes, std::size_t size, std::string& error);
@@ -49,6 +52,7 @@ class FrameReader {
   std::unique_ptr<char[]> buffer_;
   std::size_t begin_ = 0;  // of what was read and is not used yet
   std::size_t end_ = 0;
+  bool isStopped_ = false;
 };
 
 // Writes all of `bytes`, in as many calls as it takes; no bytes succeed at once.
@@ -75,6 +79,9 @@ bool writeFrames(std::string_view frames);
 // ahead of that. The caller calls `writeHeldFrames` before it does anything that takes its time.
 bool holdFrame(std::string_view frame);
 bool writeHeldFrames();
+
+// Whether frames are held; waits for nobody who writes.
+bool hasHeldFrames();
 
 // What stands in front of a body of `size` bytes, written to the `frameHeadBytes` at `bytes`.
 inline constexpr std::size_t frameHeadBytes = 4;

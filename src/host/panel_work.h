@@ -36,7 +36,8 @@ class ReaderCheck {
   int quietLooks_ = 0;
 };
 
-// A message that waits for its answer, or the refusal of one.
+// A message that waits for its answer, or the refusal of one; with neither, only replies that were
+// held are to be written.
 struct PanelMessage {
   JsonDocument body;    // none for a refusal
   std::string refusal;  // what its reply needs of the message that was refused, as JSON text

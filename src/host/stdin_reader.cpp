@@ -82,16 +82,27 @@ Next takeFrame(PanelWork& work, JsonBuffer body, PanelMessage& message) {
   return Next::read;
 }
 
-// Reads frames until one is to be answered by the caller, or reading is over.
-Next readFrames(FrameReader& input, PanelWork& work, PanelMessage& message) {
+// Has the replies that were held written, which may take its time, as if it were a message.
+Next placeHeldFrames(PanelWork& work, PanelMessage& message) {
+  if (!hasHeldFrames()) return Next::read;
+  message = {};
+  return work.place(message, 0) == Placed::now ? Next::answer : Next::read;
+}
+
+// Reads frames until one is to be answered by the caller, or reading is over. `more`: the next one
+// is here already.
+Next readFrames(FrameReader& input, PanelWork& work, PanelMessage& message, bool& more) {
   JsonBuffer body;
   std::string error;
   for (;;) {
-    if (!input.hasNext()) (void)writeHeldFrames();  // the browser may be gone: seen below
+    more = input.hasNext();
+    if (!more && placeHeldFrames(work, message) == Next::answer) return Next::answer;
     if (!input.next(body, error)) return Next::end;
+    more = input.hasNext();
     try {
       const Next next = takeFrame(work, std::move(body), message);
-      if (next != Next::read) return next;
+      if (next == Next::answer) return next;
+      if (next == Next::end) input.stop();     // replies may be held
     } catch (const std::exception& failure) {  // out of memory for this one
       queueDebugLog(std::string("frame dropped: ") + failure.what(), "error");
     }
@@ -109,7 +120,7 @@ Next readFrames(FrameReader& input, PanelWork& work, PanelMessage& message) {
 void answerMessage(const PanelMessage& message) {
   try {
     if (!message.refusal.empty()) return refuse(message.refusal);
-    answerPanelMessage(message.body.root());
+    if (message.body.root()) answerPanelMessage(message.body.root());
   } catch (const std::exception& failure) {  // not even an error reply could be made
     queueDebugLog(std::string("panel message failed: ") + failure.what(), "error");
   }
@@ -119,13 +130,15 @@ bool readAndAnswer(FrameReader& input, PanelWork& work) {
   const std::uint64_t number = work.becomeReader();
   PanelMessage message;
   bool isReader = true;
-  while (isReader && readFrames(input, work, message) == Next::answer) {
+  bool more = false;
+  while (isReader && readFrames(input, work, message, more) == Next::answer) {
     do {
       answerMessage(message);
+      // As a part of the answer: should nobody take it, the other thread goes on reading.
+      if (!std::exchange(more, false) || !work.isReader(number)) (void)writeHeldFrames();
     } while (work.next(message));
     isReader = work.isReader(number);
   }
-  (void)writeHeldFrames();  // the browser may be gone
   return !isReader;
 }
 

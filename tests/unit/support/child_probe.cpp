@@ -78,6 +78,7 @@ void playChildProbe(const std::vector<std::string>& arguments) {
   }
   if (command == "crash") crash(arguments.at(3), arguments.at(4));
   if (command == "strike") code = strikeHost() ? 0 : 1;
+  if (command == "state") (void)writeAll(standardOutput(), processState());
   if (command == "wait") {
     (void)writeAll(standardOutput(), "ready\n");
     sleepMs(longEnoughMs);

@@ -10,6 +10,7 @@ namespace media::win::chrome_inspect {
 //   exit CODE      ends with the code
 //   describe ...   prints its arguments, its folder, the state of its standard input and which
 //                  streams it has inherited, one line each
+//   state          prints what processState says
 //   wait           prints "ready" and stays until it is ended
 //   crash KIND FOLDER
 //                  lets its crashes be traced in the folder, then crashes: "access", "overflow"

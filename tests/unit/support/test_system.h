@@ -41,6 +41,9 @@ void restoreStandardOutput(StreamId old);
 // Lets a thread of the host that serves the inspect pipe run where nothing is.
 bool strikeHost();
 
+// Whether this process is in a job, and its error mode, in words; empty where there is neither.
+std::string processState();
+
 // Makes the console of this process, if it has one, its standard input.
 void useConsoleInput();
 

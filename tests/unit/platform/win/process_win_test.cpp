@@ -51,6 +51,13 @@ TEST(SpawnHidden, FailsForAMissingFolderAndAnOutputThatIsNoHandle) {
   EXPECT_EQ(error, static_cast<std::uint32_t>(ERROR_INVALID_HANDLE));
 }
 
+TEST(SpawnHidden, HasTheChildInAJobFromItsBeginningAndWithTheSystemsErrorMode) {
+  prepareProcess();  // our own mode is another
+  const Spawned child = spawnProbe(L"state");
+  ASSERT_EQ(child.result, SpawnResult::ok);
+  EXPECT_EQ(readToEnd(child.output.get()), "in a job, error mode 0");
+}
+
 TEST(SpawnHidden, EndsItsChildrenWhenThisProcessEnds) {
   const Spawned parent = spawnProbe(L"abandon");
   ASSERT_EQ(parent.result, SpawnResult::ok);

@@ -58,6 +58,8 @@ void restoreStandardOutput(StreamId old) {
 
 bool strikeHost() { return false; }
 
+std::string processState() { return ""; }
+
 void useConsoleInput() {}
 
 std::uint16_t portOf(const OwnedSocket& listener) {

@@ -68,6 +68,13 @@ bool strikeHost() {
   return static_cast<bool>(thread);
 }
 
+std::string processState() {
+  BOOL isInJob = FALSE;
+  const bool isKnown = IsProcessInJob(GetCurrentProcess(), nullptr, &isInJob) != FALSE;
+  return std::string(isKnown && isInJob ? "in a job" : "in no job") + ", error mode " +
+         std::to_string(GetErrorMode());
+}
+
 void useConsoleInput() {
   SetStdHandle(STD_INPUT_HANDLE, CreateFileW(L"CONIN$", GENERIC_READ | GENERIC_WRITE,
                                              FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
