@@ -46,4 +46,7 @@ void run() {
 }  // namespace
 }  // namespace media::win::chrome_inspect
 
-int main() { media::win::chrome_inspect::run(); }
+int main() {
+  media::win::chrome_inspect::run();
+  return 0;
+}

@@ -80,7 +80,9 @@ def run(prefix: Path | None, *program: str | Path, check: bool = True, may_be_si
               "stderr": subprocess.DEVNULL, "timeout": 120}
     settings: dict[str, Any] = {"env": os.environ | environment(prefix)} | silent | options
     silence = ["--may-be-silent"] if may_be_silent else []
-    runner = [] if ON_WINDOWS else [ROOT / "tools" / "wine-run", *silence]
+    runner: list[str | Path] = []
+    if not ON_WINDOWS:
+        runner = [ROOT / "tools" / "wine-run", *silence]
     return subprocess.run([*runner, *program], check=check, **settings)
 
 

@@ -1,7 +1,5 @@
 #include "agent/agent_answer.h"
 
-#include <nlohmann/json.hpp>
-
 #include "text/json_parse.h"
 #include "text/json_read.h"
 

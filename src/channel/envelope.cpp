@@ -1,7 +1,6 @@
 #include "channel/envelope.h"
 
 #include <nlohmann/json.hpp>
-#include <utility>
 
 #include "channel/framing.h"
 #include "text/json_parse.h"

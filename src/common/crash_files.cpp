@@ -7,7 +7,6 @@
 #include "common/product_version.h"
 #include "platform/crash_dump.h"
 #include "platform/files.h"
-#include "text/ascii.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {

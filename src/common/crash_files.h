@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 // What a crash leaves: a small dump in a folder beside the host's other things. The newest three

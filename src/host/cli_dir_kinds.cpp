@@ -4,7 +4,6 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "agent_process/cli_dir.h"
 #include "agent_process/cli_settings.h"

@@ -10,6 +10,8 @@
 #include "common/detached.h"
 #include "host/dispatcher.h"
 #include "host/host_end.h"
+#include "platform/byte_stream.h"
+#include "text/json_parse.h"
 #include "text/json_text.h"
 #include "text/json_view.h"
 #include "text/leaked.h"

@@ -10,6 +10,7 @@
 #include "browser_tools/context_prompt.h"
 #include "browser_tools/tool_catalog.h"
 #include "text/json_parse.h"
+#include "text/json_view.h"
 #include "toolserver/drops.h"
 #include "toolserver/local_files.h"
 #include "toolserver/url_query.h"

@@ -5,7 +5,7 @@ import subprocess
 import zlib
 
 import package
-import yaml
+import yaml  # type: ignore[import]
 from machine import UNINSTALL_KEY
 
 

@@ -26,7 +26,8 @@ def elsewhere(tmp_path):
     for name in ("src", "packaging"):
         shutil.copytree(package.ROOT / name, copy / name)
     build = copy / "build" / "windows"
-    shutil.copytree(package.BUILD / "generated", build / "generated")
+    for name in ("generated", "delay_load"):
+        shutil.copytree(package.BUILD / name, build / name)
     for library in package.BUILD.glob("*.a"):
         shutil.copy(library, build)
     (copy / "build" / "deps").symlink_to(package.ROOT / "build" / "deps")

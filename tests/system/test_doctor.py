@@ -144,8 +144,7 @@ def test_a_host_that_crashes_leaves_a_small_file_that_the_doctor_names(
         (folder / f"crash-0.0.1-2020010{day}T000000Z-1.dmp").touch()
     panel = start_panel()
     panel.ask("getStatus")
-    strike = [builds.BUILD_DIR / "unit_tests.exe", "--child-probe", "strike"]
-    wine.run(builds.wine_prefix(), *strike)
+    wine.run(builds.wine_prefix(), builds.BUILD_DIR / "unit_tests.exe", "--child-probe", "strike")
     assert panel.host.wait(60) != 0
     (new,) = [each for each in folder.iterdir() if "crash-0.0.1" not in each.name]
     assert new.read_bytes()[:4] == b"MDMP" and new.stat().st_size > 1000

@@ -40,7 +40,7 @@ fs::path fileOf(const fs::path& folder, const std::wstring& value) {
 std::string utf16BytesOf(const std::wstring& text) {
   std::u16string units;
   for (const wchar_t c : text) {
-    const auto code = static_cast<std::uint32_t>(c);
+    const std::uint32_t code = static_cast<char32_t>(c);
     if (code >= 0x10000) units += static_cast<char16_t>(0xD7C0 + (code >> 10U));
     units += static_cast<char16_t>(code < 0x10000 ? code : 0xDC00 + (code & 0x3FFU));
   }

@@ -9,6 +9,8 @@
 // missing is an exception of the system, as with the other helper: it would have kept the program
 // from starting.
 
+// The names are those of the linker and of the import libraries.
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" const IMAGE_DOS_HEADER __ImageBase;
 
 namespace {
@@ -38,3 +40,4 @@ extern "C" FARPROC WINAPI __delayLoadHelper2(PCImgDelayDescr import, FARPROC* sl
   *slot = function;
   return function;
 }
+// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)

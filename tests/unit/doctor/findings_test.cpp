@@ -335,14 +335,14 @@ class LookAtBrowsers : public testing::Test {
     ASSERT_TRUE(writeRegistryString(root, key, value, text, systemError)) << systemError;
   }
   static void allowUserHosts(bool allowed) {
-    ASSERT_TRUE(storeInRegistry(RegistryRoot::user, policies_, L"NativeMessagingUserLevelHosts",
+    ASSERT_TRUE(storeInRegistry(RegistryRoot::user, policyKey, L"NativeMessagingUserLevelHosts",
                                 registryNumber, std::string(allowed ? "\1\0\0\0" : "\0\0\0\0", 4)));
   }
   static BrowserState look() { return lookAtBrowsers(L"C:\\host.exe").at(1); }
 
-  static inline const Browser& edge_ = *findBrowser("edge");
-  static inline const std::wstring policies_ = policyKeyOf(edge_);
-  static inline const std::wstring client_ =
+  static inline const Browser& theBrowser = *findBrowser("edge");
+  static inline const std::wstring policyKey = policyKeyOf(theBrowser);
+  static inline const std::wstring clientKey =
       L"Software\\Clients\\StartMenuInternet\\Microsoft Edge";
 
  private:
@@ -351,7 +351,7 @@ class LookAtBrowsers : public testing::Test {
   static void clear() {
     for (const RegistryRoot root : {RegistryRoot::user, RegistryRoot::machine}) {
       for (const std::wstring& key :
-           {policies_, client_, std::wstring(L"Software\\Microsoft\\Edge")}) {
+           {policyKey, clientKey, std::wstring(L"Software\\Microsoft\\Edge")}) {
         deleteRegistryTree(root, key);
       }
     }
@@ -362,11 +362,11 @@ TEST_F(LookAtBrowsers, SeesWhatTheBrowserWouldFind) {
   BrowserState edge = look();
   EXPECT_FALSE(edge.installed || edge.userHostsForbidden || edge.hostForbidden);
   EXPECT_EQ(edge.key + edge.version, "");
-  const std::wstring key = writtenKey(edge_, RegistryRoot::user).key;
-  store(RegistryRoot::user, client_, L"", L"Edge");
+  const std::wstring key = writtenKey(theBrowser, RegistryRoot::user).key;
+  store(RegistryRoot::user, clientKey, L"", L"Edge");
   store(RegistryRoot::user, key, L"", L"relative.json");
   store(RegistryRoot::machine, key, L"", L"C:\\none.json");
-  store(RegistryRoot::user, policies_ + L"\\NativeMessagingBlocklist", L"1", L"*");
+  store(RegistryRoot::user, policyKey + L"\\NativeMessagingBlocklist", L"1", L"*");
   for (const bool allowed : {true, false}) {
     allowUserHosts(allowed);
     edge = look();
@@ -376,7 +376,7 @@ TEST_F(LookAtBrowsers, SeesWhatTheBrowserWouldFind) {
     EXPECT_EQ(edge.manifest, allowed ? "relative.json" : "C:\\none.json");
     EXPECT_NE(edge.manifestFault, "");
   }
-  store(RegistryRoot::machine, policies_ + L"\\NativeMessagingBlocklist", L"1", L"other");
+  store(RegistryRoot::machine, policyKey + L"\\NativeMessagingBlocklist", L"1", L"other");
   EXPECT_FALSE(look().hostForbidden);  // the machine's list goes before the user's
 }
 

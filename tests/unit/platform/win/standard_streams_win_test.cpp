@@ -41,7 +41,7 @@ struct StartedHost {
   ~StartedHost() { TerminateProcess(process.get(), 0); }
 
   // Returns when the host has answered, and so waits for the next frame.
-  void ask() {
+  void ask() const {
     char byte = 0;
     std::size_t got = 0;
     EXPECT_TRUE(
