@@ -48,6 +48,7 @@ TEST(AgentFollower, ReportsNoEndBehindASuccessorAndNoAgentThatHasEnded) {
   const AgentListener follows = agentFollower();
   const AgentId first{agent.port(), adoptOwnedAgent(idleChild(), agent.port())};
   follows.ready(first);
+  (void)agent.waitForRequests("GET /v1/chat/events", 1);  // or the next one aborts it before
   const AgentId second{agent.port(), adoptOwnedAgent(idleChild(), agent.port())};
   follows.ready(second);
   follows.stopped(first);

@@ -15,10 +15,10 @@ namespace {
 const std::string ready = R"({"source":"morva-chat","kind":"ready","chromeRequestId":1})";
 const std::string ack = R"({"chromeRequestId":1,"kind":"ack","ok":true,"source":"morva-chat"})";
 
-// What is replied to `frames` until they end.
-CapturedOutput::Frames repliesTo(const std::string& frames) {
+// What is replied to `frames`, which come in pieces of `chunk` bytes, until they end.
+CapturedOutput::Frames repliesTo(const std::string& frames, std::size_t chunk = 64) {
   PanelWork work;
-  const FedPipe input(frames, 64);
+  const FedPipe input(frames, chunk);
   CapturedOutput output;
   FrameReader reader(input.id());
   EXPECT_FALSE(readAndAnswer(reader, work));
@@ -79,7 +79,9 @@ TEST(ReadAndAnswer, PassesOverWhatIsForNobody) {
 TEST(ReadAndAnswer, EndsAtWhatIsNoFrame) {
   for (const std::string& end :
        {frameOf("{"), frameHeader(maxInboundBody + 1), std::string("\1")}) {
-    EXPECT_EQ(repliesTo(frameOf(ready) + end + frameOf(ready)), CapturedOutput::Frames{ack});
+    const std::string frames = frameOf(ready) + end + frameOf(ready);
+    EXPECT_EQ(repliesTo(frames), CapturedOutput::Frames{ack});
+    EXPECT_EQ(repliesTo(frames, frames.size()), CapturedOutput::Frames{ack});  // was it held?
   }
 }
 
