@@ -37,9 +37,9 @@ class PortScan {
   std::shared_ptr<Shared> shared_;
 };
 
-// The first of `ports` on which an agent is ready; 0 when none is. The first port
-// has 30 ms for itself, then the others are asked at the same time. Blocks until every port before
-// the answer has been decided, `limitMs` and those 30 ms at most.
+// The first of `ports` on which an agent is ready; 0 when none is. The first port has 30 ms for
+// itself, then the others are asked at the same time. Blocks until every port before the answer has
+// been decided, `limitMs` and those 30 ms at most.
 std::uint16_t firstReadyPort(std::span<const std::uint16_t> ports = agentPorts,
                              std::uint32_t limitMs = probeLimitMs);
 

@@ -37,9 +37,10 @@ struct StandardOutput {
     return !closed;
   }
   bool writeHeld() MORVA_REQUIRES(stdoutMutex) {
-    const bool written = held.empty() ? !closed : write(held);
+    if (held.empty()) return !closed;
+    holds = false;  // before the write, which may wait: nobody else is to see to these
+    const bool written = write(held);
     held.clear();
-    holds = false;
     return written;
   }
 };

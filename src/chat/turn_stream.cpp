@@ -49,7 +49,7 @@ void showError(TurnStream& stream, const json& error) {
 
 constexpr std::string_view deltaMethod = "appendAssistantDelta";
 
-// Whether the text fits into a frame however much escaping adds, and not only perhaps.
+// Whether the text fits into a frame however much escaping adds.
 bool surelyFits(std::string_view text) { return text.size() < outboundLimit() / 8; }
 
 void sendLongContent(TurnStream& stream, std::string_view content) {

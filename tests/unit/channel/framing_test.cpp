@@ -1,7 +1,9 @@
 #include "channel/framing.h"
 
+#include "platform/clock.h"
 #include "support/captured_output.h"
 #include "support/test_pipe.h"
+#include "support/test_system.h"
 #include "support/test_thread.h"
 #include "support/testing.h"
 
@@ -137,6 +139,26 @@ TEST(OutboundLimit, IsThatOfTheProtocolUnlessABrowserStartedTheHost) {
   EXPECT_FALSE(writeMessageText(std::string(1'048'577, 'x')));
   EXPECT_TRUE(writeMessageText("{}"));  // what was refused was not written, so the stream is fine
   EXPECT_EQ(output.finish().size(), 3U);
+}
+
+TEST(HoldFrame, HoldsNothingWhileItIsBeingWritten) {
+  TestPipe pipe;
+  const StreamId before = replaceStandardOutput(pipe.writeEnd.get());
+  bool wasSeen = false;
+  {
+    TestThread writer([] {
+      for (int i = 0; i < 3; ++i) {  // more than a pipe takes
+        (void)holdFrame(std::string(60'000, 'x'));
+        (void)writeHeldFrames();
+      }
+    });
+    const auto isWriting = [] { return outputIsBusy() && !hasHeldFrames(); };
+    for (int i = 0; i < 3000 && !isWriting(); ++i) sleepMs(10);
+    wasSeen = isWriting();
+    pipe.readEnd.reset();
+  }
+  restoreStandardOutput(before);
+  EXPECT_TRUE(wasSeen);  // a failure is reported on standard output
 }
 
 }  // namespace

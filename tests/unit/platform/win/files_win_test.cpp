@@ -93,7 +93,7 @@ TEST(OpenForReading, FetchesNoFileFromElsewhere) {
   EXPECT_TRUE(openForReading(path, file, facts));
   SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_OFFLINE);
   if ((GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_OFFLINE) == 0) {
-    GTEST_SKIP() << "the system, like Wine, does not keep the attribute";
+    GTEST_SKIP() << "Wine does not keep the attribute; Windows does";
   }
   EXPECT_FALSE(openForReading(path, file, facts));
 }
