@@ -11,7 +11,7 @@ else()
     # Naming only the members that differ from their defaults is what designated initializers are for.
     -Wno-missing-field-initializers)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-    # What a lock guards, as src/text/locks.h marks it; "beta" is the order of nested locks.
+    # What a lock guards, as src/platform/locks.h marks it; "beta" is the order of nested locks.
     target_compile_options(morva_options INTERFACE -Wthread-safety -Wthread-safety-beta)
   elseif(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(morva_options INTERFACE

@@ -8,8 +8,8 @@
 #include "agent/request_slots.h"
 #include "agent/running_turns.h"
 #include "common/bounded.h"
+#include "platform/locks.h"
 #include "platform/process.h"
-#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -11,8 +11,8 @@
 #include "agent/request_slots.h"
 #include "agent/running_turns.h"
 #include "platform/http_client.h"
+#include "platform/locks.h"
 #include "platform/process.h"
-#include "text/locks.h"
 
 // What the threads of the host share about the agent. Private to the files that define its five
 // subjects: current_agent, agent_starts, request_slots, running_turns and agent_end. One lock

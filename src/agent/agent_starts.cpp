@@ -1,7 +1,7 @@
 #include "agent/agent_starts.h"
 
 #include "agent/agent_shared.h"
-#include "text/locks.h"
+#include "platform/locks.h"
 
 namespace media::win::chrome_inspect {
 

@@ -5,8 +5,8 @@
 
 #include "agent/agent_shared.h"
 #include "platform/clock.h"
+#include "platform/locks.h"
 #include "platform/owned.h"
-#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

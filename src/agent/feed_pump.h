@@ -7,8 +7,8 @@
 
 #include "agent/agent_request.h"
 #include "agent/request_slots.h"
+#include "platform/locks.h"
 #include "text/json_view.h"
-#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 

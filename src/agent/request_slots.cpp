@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "agent/agent_shared.h"
-#include "text/locks.h"
+#include "platform/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

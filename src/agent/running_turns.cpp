@@ -5,7 +5,7 @@
 #include "agent/agent_shared.h"
 #include "agent/request_slots.h"
 #include "platform/clock.h"
-#include "text/locks.h"
+#include "platform/locks.h"
 
 namespace media::win::chrome_inspect {
 

@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "platform/locks.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "common/detached.h"
-#include "text/locks.h"
+#include "platform/http_client.h"
+#include "platform/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -9,12 +9,12 @@
 #include "app_ipc/instance_discovery.h"
 #include "platform/clock.h"
 #include "platform/crypto.h"
+#include "platform/locks.h"
 #include "platform/sockets.h"
 #include "text/ascii.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -3,8 +3,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "platform/locks.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -7,9 +7,9 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/clock.h"
+#include "platform/locks.h"
 #include "text/json_parse.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -7,8 +7,8 @@
 
 #include "channel/event_batch.h"
 #include "common/detached.h"
+#include "platform/locks.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "channel/framing.h"
+#include "platform/locks.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -119,15 +119,17 @@ void storeReply(const std::string& id, JsonDocument reply, std::size_t bytes) {
   PendingReplies& replies = pendingReplies();
   // Freed after the lock is gone, as is `reply` when nobody wants it.
   std::vector<JsonDocument> dropped;
-  const Lock lock(replies.mutex);
-  const auto expected = replies.expected.find(id);
-  if (expected != replies.expected.end()) {
-    if (expected->second) dropped.push_back(std::move(*expected->second));
-    expected->second = std::move(reply);
-  } else if (!id.empty() && !id.starts_with(ownRequestPrefix)) {
-    replies.keep(id, {std::move(reply), bytes}, dropped);
+  {
+    const Lock lock(replies.mutex);
+    const auto expected = replies.expected.find(id);
+    if (expected != replies.expected.end()) {
+      if (expected->second) dropped.push_back(std::move(*expected->second));
+      expected->second = std::move(reply);
+    } else if (!id.empty() && !id.starts_with(ownRequestPrefix)) {
+      replies.keep(id, {std::move(reply), bytes}, dropped);
+    }
   }
-  replies.arrived.notifyAll();
+  replies.arrived.notifyAll();  // who wakes up does not have to wait for the lock
 }
 
 bool waitForReply(const std::string& id, std::uint32_t timeoutMs, JsonDocument& reply) {

@@ -7,10 +7,10 @@
 #include "agent/feed_pump.h"
 #include "agent/request_slots.h"
 #include "channel/panel_events.h"
+#include "platform/locks.h"
 #include "text/json_text.h"
 #include "text/json_view.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {

@@ -13,9 +13,9 @@
 #include "agent_process/supervision.h"
 #include "channel/panel_events.h"
 #include "common/detached.h"
+#include "platform/locks.h"
 #include "text/json_parse.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "channel/event_batch.h"
-#include "text/locks.h"
+#include "platform/locks.h"
 
 namespace media::win::chrome_inspect {
 

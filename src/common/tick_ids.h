@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "text/locks.h"
+#include "platform/locks.h"
 
 namespace media::win::chrome_inspect {
 

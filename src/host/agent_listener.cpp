@@ -3,8 +3,8 @@
 #include "agent/current_agent.h"
 #include "channel/envelope.h"
 #include "chat/events_pump.h"
+#include "platform/locks.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 #include "toolserver/tool_providers.h"
 #include "toolserver/tool_server.h"
 

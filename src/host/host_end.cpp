@@ -8,9 +8,9 @@
 #include "common/detached.h"
 #include "host/host_running.h"
 #include "platform/clock.h"
+#include "platform/locks.h"
 #include "platform/process_control.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -4,7 +4,7 @@
 #include <deque>
 #include <utility>
 
-#include "text/locks.h"
+#include "platform/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

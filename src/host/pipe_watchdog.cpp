@@ -3,8 +3,8 @@
 #include <chrono>
 
 #include "common/detached.h"
+#include "platform/locks.h"
 #include "platform/named_pipe.h"
-#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

@@ -9,8 +9,8 @@
 #include "channel/panel_events.h"
 #include "common/detached.h"
 #include "platform/file_dialog.h"
+#include "platform/locks.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 #include "text/wide.h"
 
 namespace media::win::chrome_inspect {

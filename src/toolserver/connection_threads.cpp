@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "common/detached.h"
+#include "platform/locks.h"
 #include "platform/owned.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 
@@ -65,15 +65,19 @@ ConnectionThreads::ConnectionThreads(std::function<void(const OwnedSocket&)> han
 
 Serve ConnectionThreads::serve(OwnedSocket connection) {
   State& state = state_;
+  bool isOffered = false;
   {
     const Lock lock(state.mutex);
     if (state.activeConnections >= maxConnections) return Serve::full;
-    if (state.waiting.size() < state.parked) {
+    isOffered = state.waiting.size() < state.parked;
+    if (isOffered) {
       ++state.activeConnections;
       state.waiting.push_back(std::move(connection));
-      state.offered.notifyOne();
-      return Serve::started;
     }
+  }
+  if (isOffered) {
+    state.offered.notifyOne();  // who wakes up does not have to wait for the lock
+    return Serve::started;
   }
   const auto shared = std::make_shared<OwnedSocket>(std::move(connection));
   {

@@ -10,7 +10,7 @@ ROOT = Path(__file__).resolve().parents[2]
 FLAGS = re.findall(r"-Wthread-safety[\w-]*", (ROOT / "cmake/compiler.cmake").read_text())
 
 GUARDED = """
-#include "text/locks.h"
+#include "platform/locks.h"
 using namespace media::win::chrome_inspect;
 struct State {
   Mutex first MORVA_ACQUIRED_BEFORE(second);

@@ -10,7 +10,9 @@
 #include <new>
 #include <utility>
 
+#include "platform/locks.h"
 #include "platform/owned.h"
+#include "text/leaked.h"
 #include "text/request_line.h"
 
 namespace media::win::chrome_inspect {
@@ -23,17 +25,6 @@ struct InternetTraits {
   static void close(Raw raw) { WinHttpCloseHandle(raw); }
 };
 using OwnedInternet = Owned<InternetTraits>;
-
-class ExclusiveLock {
- public:
-  explicit ExclusiveLock(SRWLOCK& lock) : lock_(lock) { AcquireSRWLockExclusive(&lock_); }
-  ~ExclusiveLock() { ReleaseSRWLockExclusive(&lock_); }
-  ExclusiveLock(const ExclusiveLock&) = delete;
-  ExclusiveLock& operator=(const ExclusiveLock&) = delete;
-
- private:
-  SRWLOCK& lock_;
-};
 
 // A request between its owner, who starts its steps and waits for them, the system, which reports
 // on threads of its own what was reached, and whoever aborts it. An abort only marks it and wakes
@@ -53,7 +44,7 @@ class Request {
   template <class Start>
   bool begin(Goal goal, Start start) {
     {
-      const ExclusiveLock lock(lock_);
+      const Lock lock(mutex_);
       if (aborted_) return false;
       reached_.at(static_cast<std::size_t>(goal)) = false;
     }
@@ -62,10 +53,10 @@ class Request {
 
   // Owner: waits for that. False when the request failed before, or abort was called.
   bool waitFor(Goal goal) {
-    const ExclusiveLock lock(lock_);
+    const Lock lock(mutex_);
     const bool& isReached = reached_.at(static_cast<std::size_t>(goal));
     while (!isReached && !failed_ && !aborted_) {
-      SleepConditionVariableSRW(&changed_, &lock_, INFINITE, 0);
+      changed_.wait(mutex_);
     }
     return isReached && !aborted_;
   }
@@ -73,19 +64,19 @@ class Request {
   // Owner, as the last thing.
   void close() {
     OwnedInternet doomed;  // closed after the lock is gone: the system calls back
-    const ExclusiveLock lock(lock_);
+    const Lock lock(mutex_);
     closed_ = true;
     if (!inSystemCall_) doomed = std::move(handle_);
   }
 
   void abort() {
-    const ExclusiveLock lock(lock_);
+    const Lock lock(mutex_);
     aborted_ = true;
-    WakeAllConditionVariable(&changed_);
+    changed_.notifyAll();
   }
 
   bool isAborted() {
-    const ExclusiveLock lock(lock_);
+    const Lock lock(mutex_);
     return aborted_;
   }
 
@@ -93,27 +84,27 @@ class Request {
   template <class Call>
   void goOn(Call call) {
     {
-      const ExclusiveLock lock(lock_);
+      const Lock lock(mutex_);
       if (closed_) return;
       inSystemCall_ = true;
     }
     if (!call(handle_.get())) fail();
     OwnedInternet doomed;
-    const ExclusiveLock lock(lock_);
+    const Lock lock(mutex_);
     inSystemCall_ = false;
     if (closed_) doomed = std::move(handle_);
   }
 
   void reach(Goal goal) {
-    const ExclusiveLock lock(lock_);
+    const Lock lock(mutex_);
     reached_.at(static_cast<std::size_t>(goal)) = true;
-    WakeAllConditionVariable(&changed_);
+    changed_.notifyAll();
   }
 
   void fail() {
-    const ExclusiveLock lock(lock_);
+    const Lock lock(mutex_);
     failed_ = true;
-    WakeAllConditionVariable(&changed_);
+    changed_.notifyAll();
   }
 
   // The owner's between two steps, the system's during one.
@@ -122,9 +113,8 @@ class Request {
   std::string piece;      // of the answer's body
 
  private:
-  // Not of text/locks.h: here a wake-up that nobody waits for makes no call of the kernel.
-  SRWLOCK lock_ = SRWLOCK_INIT;  // guards what follows; not held during a call
-  CONDITION_VARIABLE changed_ = CONDITION_VARIABLE_INIT;
+  Mutex mutex_;  // guards what follows; not held during a call
+  Condition changed_;
   OwnedInternet handle_;
   std::array<bool, 3> reached_ = {};
   bool failed_ = false;
@@ -317,9 +307,9 @@ bool limitSteps(HINTERNET request, const HttpTimeouts& limits) {
 // One for the whole process: to open one takes longer than a request. Never closed. Null when the
 // system refuses it, in which case it is asked again next time.
 HINTERNET sharedSession() {
-  static SRWLOCK lock = SRWLOCK_INIT;
+  static Mutex& mutex = leaked<Mutex>();
   static HINTERNET session = nullptr;
-  const ExclusiveLock held(lock);
+  const Lock lock(mutex);
   if (session == nullptr) {
     session = WinHttpOpen(L"morva-chrome-host", WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME,
                           WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC);

@@ -3,9 +3,9 @@
 #include <utility>
 #include <vector>
 
+#include "platform/locks.h"
 #include "platform/win/handles_win.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 
 namespace media::win::chrome_inspect {
 namespace {

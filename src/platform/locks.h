@@ -1,9 +1,6 @@
 #pragma once
 
-#include <algorithm>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 
 // Locks whose rules the compiler checks: what a lock guards is marked so at the member, what wants
 // it held at the function, and the clang builds refuse code that breaks either. The check knows a
@@ -23,15 +20,21 @@
 
 namespace media::win::chrome_inspect {
 
+// Not recursive. Windows side: SRWLOCK, of which one that nobody waits for costs no kernel call.
 class MORVA_CHECKED(capability("mutex")) Mutex {
  public:
-  void lock() MORVA_CHECKED(acquire_capability()) { mutex_.lock(); }
-  bool tryLock() MORVA_CHECKED(try_acquire_capability(true)) { return mutex_.try_lock(); }
-  void unlock() MORVA_CHECKED(release_capability()) { mutex_.unlock(); }
+  Mutex();
+  ~Mutex();
+  Mutex(const Mutex&) = delete;
+  Mutex& operator=(const Mutex&) = delete;
+
+  void lock() MORVA_CHECKED(acquire_capability());
+  bool tryLock() MORVA_CHECKED(try_acquire_capability(true));
+  void unlock() MORVA_CHECKED(release_capability());
 
  private:
   friend class Condition;
-  std::mutex mutex_;
+  void* native_;
 };
 
 // Holds a mutex for as long as it lives.
@@ -63,34 +66,24 @@ class MORVA_CHECKED(scoped_lockable) Unlocked {
 };
 
 // What waits here may wake up for no reason: test what is waited for in a loop around the call.
+// Windows side: CONDITION_VARIABLE.
 class Condition {
  public:
   using Clock = std::chrono::steady_clock;
 
-  void wait(Mutex& mutex) MORVA_REQUIRES(mutex) {
-    std::unique_lock lock(mutex.mutex_, std::adopt_lock);
-    condition_.wait(lock);
-    lock.release();
-  }
+  Condition();
+  ~Condition();
+  Condition(const Condition&) = delete;
+  Condition& operator=(const Condition&) = delete;
 
+  void wait(Mutex& mutex) MORVA_REQUIRES(mutex);
   // False, without waiting, when the deadline has passed.
-  bool waitUntil(Mutex& mutex, Clock::time_point deadline) MORVA_REQUIRES(mutex) {
-    const auto left = deadline - Clock::now();
-    if (left <= Clock::duration::zero()) return false;
-    // Some run-times turn a steady deadline into one of the wall clock, which may be set meanwhile:
-    // short waits, counted on the steady clock, bound what that can cost.
-    constexpr Clock::duration longestWait = std::chrono::seconds(1);
-    std::unique_lock lock(mutex.mutex_, std::adopt_lock);
-    condition_.wait_for(lock, std::min(left, longestWait));
-    lock.release();
-    return true;
-  }
-
-  void notifyOne() { condition_.notify_one(); }
-  void notifyAll() { condition_.notify_all(); }
+  bool waitUntil(Mutex& mutex, Clock::time_point deadline) MORVA_REQUIRES(mutex);
+  void notifyOne();
+  void notifyAll();
 
  private:
-  std::condition_variable condition_;
+  void* native_;
 };
 
 }  // namespace media::win::chrome_inspect
