@@ -11,6 +11,7 @@
 #include "browser_tools/tool_catalog.h"
 #include "text/json_parse.h"
 #include "text/json_view.h"
+#include "text/leaked.h"
 #include "toolserver/drops.h"
 #include "toolserver/local_files.h"
 #include "toolserver/url_query.h"
@@ -39,7 +40,10 @@ HttpResponse serveLocalFile(const HttpRequest& request) {
   return jsonResponse(404, "Not Found", dumpJson(refusal), request.origin);
 }
 
-HttpResponse offerTools(const HttpRequest& request) { return okJson(request, agentToolCatalog()); }
+HttpResponse offerTools(const HttpRequest& request) {
+  static const std::string& catalogue = leaked<std::string>(dumpJson(agentToolCatalog()));
+  return jsonResponse(200, "OK", catalogue, request.origin);
+}
 
 HttpResponse describeBrowser(const HttpRequest& request) {
   return okJson(request, {{"prompt", browserContextPrompt()}});
