@@ -9,8 +9,9 @@ if(EXISTS "${MORVA_YYJSON_DIR}/yyjson.c")
   separate_arguments(yyjsonFlags NATIVE_COMMAND "${CMAKE_CXX_FLAGS}")
   target_compile_options(yyjson PRIVATE ${yyjsonFlags} -O2)
   morva_reproducible(yyjson)
-  # What the host never does: files, merge patches, pointers, other dialects.
-  target_compile_definitions(yyjson PUBLIC YYJSON_DISABLE_UTILS YYJSON_DISABLE_NON_STANDARD)
+  # What the host never does: write documents, merge patches, pointers, other dialects.
+  target_compile_definitions(yyjson
+    PUBLIC YYJSON_DISABLE_WRITER YYJSON_DISABLE_UTILS YYJSON_DISABLE_NON_STANDARD)
 else()
   find_package(yyjson CONFIG REQUIRED)
   add_library(yyjson ALIAS yyjson::yyjson)
