@@ -33,7 +33,7 @@ SOAK_BUILDS = ("windows", "tsan")  # what is released, and what watches the thre
 SUITE_TIMEOUT_SECONDS = 1200
 MOST_SHOWN_FAILURES = 10  # of one suite, each with the last lines of what it said
 SHOWN_LINES = 60
-LANES = 3  # suites at a time: most of them wait more than they compute
+LANES = (0, 0, -1)  # suites at a time, by the end of the queue that each comes from
 
 
 @dataclass
@@ -108,24 +108,24 @@ def system_suites(build, options):
 
 
 def wanted_suites(whats, builds, options):
-    """Longest first, so that the lanes end together; what needs quiet comes before the fuzzers."""
+    """Those that mostly wait first, those that mostly compute last (see run_lane)."""
     soaked = SOAK_BUILDS if tuple(builds) == DEFAULT_BUILDS else builds
     makers = {
+        "soak": lambda: [with_script(f"soak {build}", "tests/soak/soak.py",
+                                     ["--build", build, "--minutes", "1", *options], build=build,
+                                     wine=build == "windows") for build in soaked],
         "system": lambda: [suite for build in builds for suite in system_suites(build, options)],
         # The Windows build in a real browser: what is released, where its users are.
         "browser": lambda: [with_pytest("browser", options, "tests/browser", build="windows",
                                         wine=True)],
-        "lint": lambda: [with_script("lint", "tools/lint.py", options, network=False)],
-        "unit": lambda: [with_ctest(f"unit {build}", build, "unit", options) for build in builds],
         "package": lambda: [with_pytest("package", options, "tests/package", build="windows",
                                         wine=True)],
-        "soak": lambda: [with_script(f"soak {build}", "tests/soak/soak.py",
-                                     ["--build", build, "--minutes", "1", *options], build=build,
-                                     wine=build == "windows") for build in soaked],
-        "tools": lambda: [with_pytest("tools", options, "tools/tests", "tests/soak",
-                                      network=False)],
         # Of the build that has the tests besides, so that nothing is built twice.
         "fuzz": lambda: [with_ctest("fuzz", "asan", "fuzz", options)],
+        "tools": lambda: [with_pytest("tools", options, "tools/tests", "tests/soak",
+                                      network=False)],
+        "lint": lambda: [with_script("lint", "tools/lint.py", options, network=False)],
+        "unit": lambda: [with_ctest(f"unit {build}", build, "unit", options) for build in builds],
     }
     return [suite for what, make in makers.items() if what in whats for suite in make()]
 
@@ -206,12 +206,14 @@ def judge(suite, exit_code):
         suite.problem = f"exit code {exit_code}"
 
 
-def run_lane(queue, lock):
+def run_lane(queue, lock, end):
+    """Takes suites from one end of the queue. One lane takes those that compute, and the others
+    wait beside it, so that the machine is busy all the time and never crowded."""
     while True:
         with lock:
             if not queue:
                 return
-            suite = queue.pop(0)
+            suite = queue.pop(end)
             print(f"   {suite.name} ...", flush=True)
         run_suite(suite, live=False)
         with lock:
@@ -224,8 +226,8 @@ def run_suites(suites):
         run_suite(suites[0], live=True)
         return
     queue, lock = list(suites), threading.Lock()
-    lanes = [threading.Thread(target=run_lane, args=(queue, lock), daemon=True)
-             for _ in range(LANES)]
+    lanes = [threading.Thread(target=run_lane, args=(queue, lock, end), daemon=True)
+             for end in LANES]
     for lane in lanes:
         lane.start()
     for lane in lanes:
