@@ -82,6 +82,7 @@ PortState PortScan::wait(std::size_t index, std::uint32_t limitMs) {
 
 std::uint16_t firstReadyPort(std::span<const std::uint16_t> ports, std::uint32_t limitMs) {
   if (ports.empty()) return 0;
+  prepareForExchanges();  // not in the first port's head start
   // Nearly every agent is on the first port, and asking one takes as long as asking all of them.
   PortScan first(ports.first(1), limitMs);
   const std::uint32_t aloneMs = ports.size() > 1 ? headStartMs : limitMs;

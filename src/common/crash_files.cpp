@@ -61,7 +61,8 @@ bool readCrashFileName(const std::wstring& name, CrashFile& file) {
 }
 
 std::wstring crashFolderPath() {
-  const std::wstring folder = hostDataFolderPath();
+  std::wstring folder = hostDataFolderPathByEnvironment();
+  if (folder.empty()) folder = hostDataFolderPath();
   return folder.empty() ? folder : joinPath(folder, L"crashes");
 }
 

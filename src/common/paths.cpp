@@ -2,6 +2,7 @@
 
 #include <initializer_list>
 
+#include "platform/environment.h"
 #include "platform/files.h"
 #include "platform/known_folders.h"
 #include "text/leaked.h"
@@ -9,9 +10,18 @@
 namespace media::win::chrome_inspect {
 namespace {
 
+constexpr std::size_t maxVariableCharacters = 32768;  // the longest that a variable can be
+
 std::wstring below(std::wstring folder, std::initializer_list<const wchar_t*> names) {
   for (const wchar_t* name : names) folder = joinPath(folder, name);
   return folder;
+}
+
+std::wstring dataFolderBelow(bool (*roamingFolder)(std::wstring&)) {
+  std::wstring base;
+  if (packageLocalStateFolder(base)) return below(base, {L"chrome-extension"});
+  if (!roamingFolder(base)) return {};
+  return below(base, {L"Quenlark", L"morva-viewer", L"chrome-extension"});
 }
 
 std::wstring makeHostDataFolder() {
@@ -37,11 +47,12 @@ bool makeFolderWithParents(const std::wstring& path) {
   return makeFolderWithParents(path.substr(0, separator)) && makeFolder(path);
 }
 
-std::wstring hostDataFolderPath() {
-  std::wstring base;
-  if (packageLocalStateFolder(base)) return below(base, {L"chrome-extension"});
-  if (!roamingAppDataFolder(base)) return {};
-  return below(base, {L"Quenlark", L"morva-viewer", L"chrome-extension"});
+std::wstring hostDataFolderPath() { return dataFolderBelow(roamingAppDataFolder); }
+
+std::wstring hostDataFolderPathByEnvironment() {
+  return dataFolderBelow([](std::wstring& folder) {
+    return readEnvironment(L"APPDATA", maxVariableCharacters, folder);
+  });
 }
 
 const std::wstring& hostDataFolder() {

@@ -19,4 +19,9 @@ const std::wstring& hostDataFolder();
 // Where that folder is or would be, looked up anew; nothing is made.
 std::wstring hostDataFolderPath();
 
+// The same as the environment has it: the variable APPDATA, which the system sets to that folder,
+// stands for a question to the shell, whose libraries would cost every start more than all else.
+// Empty without it.
+std::wstring hostDataFolderPathByEnvironment();
+
 }  // namespace media::win::chrome_inspect

@@ -48,6 +48,10 @@ class HttpExchange {
   virtual void abort() = 0;
 };
 
+// Loads what exchanges need, which otherwise is a part of the first one and can take longer than
+// it.
+void prepareForExchanges();
+
 // Prepares an exchange; nothing is sent yet. `verb` and `path` (with query) are taken as they are;
 // what cannot stand in a request line is `requestFailed`. `exchange` is set on `ok` only.
 HttpOpenResult openHttpExchange(std::uint16_t port, const std::wstring& verb,

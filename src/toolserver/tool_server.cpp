@@ -10,10 +10,10 @@
 #include "common/detached.h"
 #include "platform/clock.h"
 #include "platform/crypto.h"
+#include "platform/locks.h"
 #include "platform/sockets.h"
 #include "text/ascii.h"
 #include "text/leaked.h"
-#include "text/locks.h"
 #include "toolserver/connection.h"
 #include "toolserver/connection_threads.h"
 
@@ -28,7 +28,6 @@ constexpr auto startLimit = std::chrono::seconds(2);
 constexpr std::uint32_t acceptPauseMs = 10;
 
 struct ToolServer {
-  std::string token;  // written before the listener starts, only read afterwards
   std::atomic<std::int32_t> port = 0;
   Mutex mutex;
   Condition changed;
@@ -81,7 +80,7 @@ bool acceptNext(const OwnedSocket& listener, ConnectionThreads& threads) {
 
 [[noreturn]] void acceptForever(const OwnedSocket& listener, std::int32_t port) {
   ConnectionThreads& threads = leaked<ConnectionThreads>([port](const OwnedSocket& connection) {
-    handleConnection(connection, port, toolServer().token);
+    handleConnection(connection, port, sessionToken());
   });
   for (;;) {
     if (!acceptNext(listener, threads)) sleepMs(acceptPauseMs);
@@ -97,7 +96,7 @@ void runListener() {
 
 std::string urlOf(std::string_view path) {
   const std::int32_t port = toolServerPort();
-  if (port < 1 || toolServer().token.empty()) return {};
+  if (port < 1 || sessionToken().empty()) return {};
   return "http://127.0.0.1:" + std::to_string(port) + std::string(path);
 }
 
@@ -105,7 +104,6 @@ std::string urlOf(std::string_view path) {
 
 void startToolServer() {
   ToolServer& server = toolServer();
-  if (server.token.empty()) server.token = makeToken();
   if (!runDetached("tool server", runListener)) return;
   const auto deadline = Condition::Clock::now() + startLimit;
   const Lock lock(server.mutex);
@@ -114,7 +112,10 @@ void startToolServer() {
 
 std::int32_t toolServerPort() { return toolServer().port; }
 
-std::string sessionToken() { return toolServer().token; }
+const std::string& sessionToken() {
+  static const std::string& token = leaked<std::string>(makeToken());
+  return token;
+}
 
 std::string agentToolsUrl() { return urlOf("/api/agent-tools"); }
 

@@ -12,16 +12,16 @@ namespace media::win::chrome_inspect {
 inline constexpr std::uint16_t firstToolServerPort = 39270;
 inline constexpr std::uint16_t lastToolServerPort = 39279;
 
-// Makes the session token, starts the listener and waits, 2 s at most, until it is bound. Called
-// once, from main. Without a port or a token the server is absent for the life of the process.
+// Starts the listener and waits, 2 s at most, until it is bound. Called once, from main. Without a
+// port or a token the server is absent for the life of the process.
 void startToolServer();
 
 // The bound port, 0 when there is none. Threads: any.
 std::int32_t toolServerPort();
 
-// 64 hexadecimal digits that every request must carry; empty when the system returned no random
-// bytes. Goes into no log line.
-std::string sessionToken();
+// 64 hexadecimal digits that every request must carry, made when first asked for; empty when the
+// system returned no random bytes. Goes into no log line. Threads: any.
+const std::string& sessionToken();
 
 // Where the agent finds the tools, and where the extension sends files; empty without port or
 // token.

@@ -186,15 +186,21 @@ class CurlExchange final : public HttpExchange {
   std::atomic<bool> aborted_ = false;
 };
 
+bool isCurlUsable() {
+  static const bool isUsable = curl_global_init(CURL_GLOBAL_NOTHING) == CURLE_OK;
+  return isUsable;
+}
+
 }  // namespace
+
+void prepareForExchanges() { (void)isCurlUsable(); }
 
 HttpOpenResult openHttpExchange(std::uint16_t port, const std::wstring& verb,
                                 const std::wstring& path, const HttpTimeouts& timeouts,
                                 std::shared_ptr<HttpExchange>& exchange) {
-  static const bool isUsable = curl_global_init(CURL_GLOBAL_NOTHING) == CURLE_OK;
   if (port == 0) return HttpOpenResult::connectFailed;
   if (!fitsRequestLine(verb) || !fitsRequestLine(path)) return HttpOpenResult::requestFailed;
-  if (!isUsable) return HttpOpenResult::sessionFailed;
+  if (!isCurlUsable()) return HttpOpenResult::sessionFailed;
   // What is past ASCII goes percent-encoded, as WinHTTP sends it.
   auto opened =
       std::make_shared<CurlExchange>(port, toUtf8(verb), escapeTarget(toUtf8(path)), timeouts);

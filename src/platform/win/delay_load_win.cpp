@@ -21,6 +21,19 @@ Wanted* inImage(RVA address) {
   return reinterpret_cast<Wanted*>(const_cast<char*>(base + address));
 }
 
+// Loaded when first asked for, and never let go. Threads that ask at the same time each load it,
+// which the system counts.
+HMODULE libraryOf(const ImgDelayDescr& import) {
+  auto* const kept = inImage<void*>(import.rvaHmod);
+  if (void* const here = InterlockedCompareExchangePointer(kept, nullptr, nullptr)) {
+    return static_cast<HMODULE>(here);
+  }
+  const HMODULE library =
+      LoadLibraryExA(inImage<const char>(import.rvaDLLName), nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+  InterlockedExchangePointer(kept, library);
+  return library;
+}
+
 }  // namespace
 
 extern "C" FARPROC WINAPI __delayLoadHelper2(PCImgDelayDescr import, FARPROC* slot) {
@@ -28,9 +41,7 @@ extern "C" FARPROC WINAPI __delayLoadHelper2(PCImgDelayDescr import, FARPROC* sl
   const auto* const names = inImage<const IMAGE_THUNK_DATA>(import->rvaINT);
   const auto* const name =
       inImage<const IMAGE_IMPORT_BY_NAME>(static_cast<RVA>(names[number].u1.AddressOfData));
-  // Loaded once more for each of its functions, and never let go.
-  const HMODULE library = LoadLibraryExA(inImage<const char>(import->rvaDLLName), nullptr,
-                                         LOAD_LIBRARY_SEARCH_SYSTEM32);
+  auto* const library = libraryOf(*import);
   const FARPROC function = library != nullptr
                                ? GetProcAddress(library, reinterpret_cast<const char*>(name->Name))
                                : nullptr;

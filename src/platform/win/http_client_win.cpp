@@ -319,6 +319,8 @@ HINTERNET sharedSession() {
 
 }  // namespace
 
+void prepareForExchanges() { (void)sharedSession(); }
+
 HttpOpenResult openHttpExchange(std::uint16_t port, const std::wstring& verb,
                                 const std::wstring& path, const HttpTimeouts& timeouts,
                                 std::shared_ptr<HttpExchange>& exchange) {

@@ -22,7 +22,7 @@ std::string requestWith(const std::string& line, const std::string& token) {
 
 TEST(ToolServer, IsAbsentUntilItIsStarted) {
   EXPECT_EQ(toolServerPort(), 0);
-  EXPECT_EQ(sessionToken() + agentToolsUrl() + contextFileUrl(), "");
+  EXPECT_EQ(agentToolsUrl() + contextFileUrl(), "");
 }
 
 TEST(ToolServer, ListensOnTheFirstFreePort) {
