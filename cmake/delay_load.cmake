@@ -15,12 +15,14 @@ function(morva_delay_load target)
     string(REGEX MATCHALL "T [A-Za-z][A-Za-z0-9_]*\n" names "${symbols}")
     list(TRANSFORM names REPLACE "T (.*)\n" "\\1\n")
     list(JOIN names "" names)
-    set(made "${CMAKE_BINARY_DIR}/delay_load/lib${library}_delayed.a")
-    file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/delay_load/${library}.def"
+    set(folder "${CMAKE_BINARY_DIR}/delay_load")
+    file(CONFIGURE OUTPUT "${folder}/${library}.def"
       CONTENT "LIBRARY ${library}.dll\nEXPORTS\n@names@" @ONLY)
-    execute_process(COMMAND ${CMAKE_DLLTOOL} --input-def "${CMAKE_BINARY_DIR}/delay_load/${library}.def"
-      --output-delaylib "${made}" COMMAND_ERROR_IS_FATAL ANY)
-    target_link_libraries(${target} INTERFACE "${made}")
+    # The name by which it is called gets into what is made: it says nothing of the folder.
+    execute_process(COMMAND ${CMAKE_DLLTOOL} --input-def ${library}.def
+      --output-delaylib lib${library}_delayed.a WORKING_DIRECTORY "${folder}"
+      COMMAND_ERROR_IS_FATAL ANY)
+    target_link_libraries(${target} INTERFACE "${folder}/lib${library}_delayed.a")
   endforeach()
   if(MSVC)
     target_link_libraries(${target} INTERFACE delayimp)

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Builds the Windows program once more in another folder, without the compiler cache, and compares
-the packages: tools/check_reproducible.py. Takes as long as the compiler does, some minutes. It uses
-what `./dev package` made from the files as they are now.
+"""Builds and packs the Windows program once more in another folder, on another date and without the
+compiler cache, and compares the packages: tools/check_reproducible.py. Takes as long as the
+compiler does, some minutes. It is held against what `./dev package` made of the files as they are.
 """
 
 import os
@@ -13,9 +13,11 @@ from pathlib import Path
 
 import package
 
+ANOTHER_DATE = ["faketime", "-f", "@2031-05-04 03:02:01"]
+
 
 def copy_sources(folder):
-    """The files of the project, changed or not, and the library that they are built with."""
+    """The files of the project, changed or not, and the libraries that they are built with."""
     listed = subprocess.run(
         ["git", "-C", package.ROOT, "ls-files", "-z", "-co", "--exclude-standard"],
         stdout=subprocess.PIPE, text=True, check=True).stdout
@@ -27,12 +29,18 @@ def copy_sources(folder):
     shutil.copytree(package.ROOT / "build" / "deps", folder / "build" / "deps")
 
 
-def build(folder):
-    environment = {**os.environ, "CCACHE_DISABLE": "1"}
-    for step in (["--preset", "windows", "--log-level=WARNING"],
-                 ["--build", "--preset", "windows", "-t", "morva-chrome-host"]):
-        subprocess.run(["cmake", *step], cwd=folder, env=environment, check=True)
-    return folder / "build" / "windows" / f"{package.NAME}.exe"
+def run_there(folder, *command):
+    """Runs a command of the build in `folder`, on another date; the packages bear the first one."""
+    environment = {**os.environ, "CCACHE_DISABLE": "1",
+                   "SOURCE_DATE_EPOCH": str(package.source_epoch())}
+    subprocess.run([*ANOTHER_DATE, *map(str, command)], cwd=folder, env=environment, check=True)
+
+
+def sums_of_package(folder):
+    """Packs what was built below `folder` with the tools that lie there."""
+    output = folder / "package"
+    run_there(folder, sys.executable, folder / "tools" / "package.py", "--output", output)
+    return (output / "SHA256SUMS").read_text()
 
 
 def main():
@@ -40,9 +48,9 @@ def main():
     with tempfile.TemporaryDirectory() as work:
         folder = Path(work) / "other folder" / "sources"
         copy_sources(folder)
-        output = Path(work) / "package"
-        package.make_package(build(folder), package.built_version(), output)
-        found = (output / "SHA256SUMS").read_text()
+        run_there(folder, "cmake", "--preset", "windows", "--log-level=WARNING")
+        run_there(folder, "cmake", "--build", "--preset", "windows", "-t", package.NAME)
+        found = sums_of_package(folder)
     print(found, end="")
     print("the same" if found == wanted else f"NOT the same, which is:\n{wanted}")
     return 0 if found == wanted else 1
