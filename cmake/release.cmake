@@ -13,7 +13,8 @@ function(morva_reproducible target)
   endforeach()
   get_target_property(type ${target} TYPE)
   if(type STREQUAL "EXECUTABLE")
-    target_link_options(${target} PRIVATE -Wl,--no-insert-timestamp)
+    # The map is where tools/components.py sees what of others is in the program.
+    target_link_options(${target} PRIVATE -Wl,--no-insert-timestamp -Wl,-Map=${target}.map)
   endif()
 endfunction()
 

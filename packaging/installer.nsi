@@ -1,5 +1,5 @@
 ; The installer, made by tools/package.py with: VERSION, PROGRAM (the executable), README, CHANGELOG,
-; OUTPUT, SIZE_KIB, and SIGN (a command that signs the file behind it) when there is a certificate.
+; NOTICES, OUTPUT, SIZE_KIB, and SIGN (a command that signs the file behind it) when there is a certificate.
 ;
 ; For the current user and without questions: into a folder named after the version. A browser keeps
 ; the file of a running host locked, so an update never overwrites: it installs beside the old version
@@ -97,6 +97,7 @@ Section
   File "/oname=${FILE}" "${PROGRAM}"
   File "/oname=README.txt" "${README}"
   File "/oname=CHANGELOG.md" "${CHANGELOG}"
+  File "/oname=NOTICES.txt" "${NOTICES}"
   ${If} ${Errors}
     Abort "Some files are in use. Close the browsers and try again."
   ${EndIf}

@@ -4,7 +4,8 @@
   morva-chrome-host-VERSION-windows-x64.zip   the program, to be put anywhere
   morva-chrome-host-VERSION-setup.exe         the installer
   morva-chrome-host-VERSION.debug             the symbols, for gdb; the program names this file
-  SHA256SUMS                                  of the three
+  morva-chrome-host-VERSION.spdx.json         the bill of materials
+  SHA256SUMS                                  of the four
   winget/                                     the manifest for winget (learn.microsoft.com,
                                               "Create your package manifest"), in its three files
 
@@ -24,7 +25,9 @@ import time
 import zipfile
 from pathlib import Path
 
+import bill_of_materials
 import check_imports
+import components
 import signing
 
 ROOT = Path(__file__).resolve().parent.parent
@@ -32,6 +35,7 @@ PACKAGING = ROOT / "packaging"
 BUILD = ROOT / "build" / "windows"
 NAME = "morva-chrome-host"
 BINUTILS = "x86_64-w64-mingw32-"
+PAPERS = ("README.txt", "CHANGELOG.md", "NOTICES.txt")  # what goes with the program
 NO_DOWNLOAD_URL = "https://morva.invalid/download"
 NO_COMMIT_EPOCH = 315_532_800  # 1980, the first year of the zip format
 
@@ -72,13 +76,13 @@ def split_symbols(program, folder, version, epoch):
     return stripped, symbols
 
 
-def documents(folder):
-    """What goes with the program, in the line endings of the system that it is for."""
-    found = []
-    for source in (PACKAGING / "README.txt", ROOT / "CHANGELOG.md"):
-        found.append(folder / source.name)
-        found[-1].write_text(source.read_text(), newline="\r\n")
-    return found
+def documents(folder, linked):
+    """The papers, in the line endings of the system that the program is for."""
+    texts = [(PACKAGING / PAPERS[0]).read_text(), (ROOT / PAPERS[1]).read_text(),
+             components.notices(linked)]
+    for name, text in zip(PAPERS, texts):
+        (folder / name).write_text(text, newline="\r\n")
+    return [folder / name for name in PAPERS]
 
 
 def make_zip(files, version, epoch, archive):
@@ -93,11 +97,10 @@ def make_zip(files, version, epoch, archive):
 
 
 def make_installer(program, papers, version, epoch, installer):
-    readme, changelog = papers
     settings = {
-        "VERSION": version, "PROGRAM": program.resolve(), "README": readme.resolve(),
-        "CHANGELOG": changelog.resolve(), "OUTPUT": installer.resolve(),
+        "VERSION": version, "PROGRAM": program.resolve(), "OUTPUT": installer.resolve(),
         "SIZE_KIB": (program.stat().st_size + 1023) // 1024,
+        **{paper.stem: paper.resolve() for paper in papers},
     }
     if signing.is_wanted():
         settings["SIGN"] = f'"{sys.executable}" "{ROOT / "tools" / "signing.py"}"'
@@ -130,6 +133,7 @@ def make_package(program, version, output):
     """Replaces the folder `output` by one with everything; returns what it made."""
     if foreign := check_imports.foreign_libraries(program):
         raise RuntimeError(f"the program needs what Windows does not have: {', '.join(foreign)}")
+    linked = components.linked_components(program, ROOT)
     epoch = source_epoch()
     shutil.rmtree(output, ignore_errors=True)
     output.mkdir(parents=True)
@@ -137,12 +141,15 @@ def make_package(program, version, output):
         stripped, symbols = split_symbols(program, Path(work), version, epoch)
         if signing.is_wanted():
             signing.sign(stripped)
-        papers = documents(Path(work))
+        papers = documents(Path(work), linked)
         archive = output / f"{NAME}-{version}-windows-x64.zip"
         installer = output / f"{NAME}-{version}-setup.exe"
         make_zip([stripped, *papers], version, epoch, archive)
         make_installer(stripped, papers, version, epoch, installer)
         made = [archive, installer, Path(shutil.move(symbols, output))]
+        materials = output / f"{NAME}-{version}.spdx.json"
+        bill_of_materials.write(materials, version, epoch, [stripped, *papers, *made], linked)
+        made.append(materials)
     sums = output / "SHA256SUMS"
     write_sums(made, sums)
     make_winget_manifest(installer, version, output / "winget")

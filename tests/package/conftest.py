@@ -51,7 +51,7 @@ def make_setup(unpacked, tmp_path_factory):
 
     def make(version, program=None):
         installer = tmp_path_factory.mktemp("setup") / f"morva-{version}-setup.exe"
-        papers = [unpacked / "README.txt", unpacked / "CHANGELOG.md"]
+        papers = [unpacked / each for each in package.PAPERS]
         package.make_installer(program or unpacked / "morva-chrome-host.exe", papers, version, 0,
                                installer)
         return installer

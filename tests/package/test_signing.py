@@ -39,7 +39,7 @@ def is_signed(program, certificate):
 def test_program_installer_and_uninstaller_are_signed(certificate, program, version, tmp_path,
                                                       machine):
     output = tmp_path / "package"
-    archive, installer, _, _ = package.make_package(program, version, output)
+    archive, installer, *_ = package.make_package(program, version, output)
     with zipfile.ZipFile(archive) as packed:
         (packed_program,) = [each for each in packed.namelist() if each.endswith(".exe")]
         packed.extract(packed_program, tmp_path)
