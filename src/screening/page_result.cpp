@@ -370,14 +370,15 @@ constexpr ToolResult toolResults[] = {
 
 }  // namespace
 
-bool appendPageResult(JsonDocument& document, JsonView page, std::string& text,
+bool appendPageResult(JsonDocument& document, JsonView page, std::string& text, bool& isFlagged,
                       std::string& error) {
   const std::string_view tool = page["tool"].text();
   const JsonView inner = page["data"];
   const Page judged = {page, tool == "browser_batch" && inner.isObject() ? inner : JsonView()};
   InjectionVerdict verdict;
   if (!judgePage(judged, verdict, error)) return false;
-  if (verdict.detected) blankInjectedFields(document, judged);
+  isFlagged = verdict.detected;
+  if (isFlagged) blankInjectedFields(document, judged);
   const auto* known = std::find_if(std::begin(toolResults), std::end(toolResults),
                                    [tool](const ToolResult& entry) { return entry.tool == tool; });
   (known != std::end(toolResults) ? known->append : appendUnknown)(text, {judged, verdict});

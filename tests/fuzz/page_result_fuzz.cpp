@@ -32,10 +32,12 @@ void checkPage(std::string_view text) {
   if (readJson(text, document, error) != ParseOutcome::ok || !document.root().isObject()) return;
   const json page = document.root().toValue();
   std::string result;
-  const bool isTaken = appendPageResult(document, document.root(), result, error);
+  bool isFlagged = false;
+  const bool isTaken = appendPageResult(document, document.root(), result, isFlagged, error);
   try {
     const json wanted = pageResultByTree(page);
     require(isTaken && json::parse(result) == wanted);
+    require(isFlagged == wanted.value("prompt_injection_detected", false));
   } catch (const json::type_error& failure) {
     require(!isTaken && error == failure.what());
   }

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "browser_tools/call_bridge.h"
+#include "browser_tools/tool_call.h"
 #include "fuzz_input.h"
 #include "text/json_parse.h"
 

@@ -11,7 +11,8 @@ inline nlohmann::json pageResult(const nlohmann::json& page) {
   JsonDocument document = documentOf(page);
   std::string result;
   std::string error;
-  if (!appendPageResult(document, document.root(), result, error)) return error;
+  bool isFlagged = false;
+  if (!appendPageResult(document, document.root(), result, isFlagged, error)) return error;
   return nlohmann::json::parse(result);
 }
 
