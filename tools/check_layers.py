@@ -28,9 +28,10 @@ SIDES = set(MAY_INCLUDE)
 MAY_INCLUDE |= {
     "chat": SIDES,
     "toolserver": SIDES,
+    "mcp": SIDES,
     "shell": SIDES,
     "setup": FLOOR,
-    "doctor": SIDES | {"toolserver", "setup"},
+    "doctor": SIDES | {"toolserver", "setup", "mcp"},
 }
 MAY_INCLUDE["host"] = set(MAY_INCLUDE)
 
