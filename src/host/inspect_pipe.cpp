@@ -1,5 +1,6 @@
 #include "host/inspect_pipe.h"
 
+#include <algorithm>
 #include <exception>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -11,6 +12,7 @@
 #include "host/host_running.h"
 #include "host/pipe_watchdog.h"
 #include "platform/byte_stream.h"
+#include "platform/clock.h"
 #include "platform/named_pipe.h"
 #include "text/json_parse.h"
 #include "text/json_read.h"
@@ -21,6 +23,7 @@ namespace {
 
 using nlohmann::json;
 
+constexpr std::uint32_t clientLookMs = 250;  // how often a client that waits is looked after
 constexpr std::string_view unreadable = "Failed to read pipe request";
 
 std::string refusal(std::string_view id, std::string_view code, std::string_view message) {
@@ -32,7 +35,20 @@ struct Answer {
   std::uint32_t patienceMs = 0;  // how long the client has for taking it
 };
 
-std::string relay(const json& request, std::uint32_t replyMs) {
+// Waits for the answer, and no longer than the client does: while nobody takes it, others wait.
+bool waitForAnswer(StreamId pipe, const std::string& id, std::uint32_t replyMs,
+                   JsonDocument& reply) {
+  const std::uint64_t end = tickCountMs() + replyMs;
+  for (std::uint64_t now = tickCountMs(); now < end; now = tickCountMs()) {
+    const auto waitMs =
+        static_cast<std::uint32_t>(std::min<std::uint64_t>(end - now, clientLookMs));
+    if (waitForReply(id, waitMs, reply)) return true;
+    if (isPipeClientGone(pipe)) break;
+  }
+  return false;
+}
+
+std::string relay(StreamId pipe, const json& request, std::uint32_t replyMs) {
   const std::string id(lenientText(request, "requestId"));
   // Its answer would go to the host's own call of that id.
   if (id.starts_with(ownRequestPrefix)) {
@@ -44,7 +60,7 @@ std::string relay(const json& request, std::uint32_t replyMs) {
   }
   JsonDocument reply;
   // An answer to a request without an id could not be recognised: nobody waits for it.
-  if (id.empty() || !waitForReply(id, replyMs, reply)) {
+  if (id.empty() || !waitForAnswer(pipe, id, replyMs, reply)) {
     return refusal(id, "TIMEOUT", "Extension did not respond in time");
   }
   return reply.root().compactText();
@@ -58,7 +74,7 @@ Answer answerTo(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settin
     const PipeWatchdog::Guard guard(watchdog, pipe, settings.requestMs);
     whole = FrameReader(pipe).next(request, error);
   }
-  if (whole) return {relay(request, settings.replyMs), settings.answerMs};
+  if (whole) return {relay(pipe, request, settings.replyMs), settings.answerMs};
   return {refusal("", "INVALID_REQUEST", error.empty() ? unreadable : error), settings.refusalMs};
 }
 

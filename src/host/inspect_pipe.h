@@ -16,7 +16,8 @@ struct InspectPipe {
 };
 
 // Serves local programs, one after another: takes one frame, forwards it to the extension, and
-// returns to it the extension's answer with the same "requestId", or an error reply. Returns when
+// returns to it the extension's answer with the same "requestId", or an error reply; a client that
+// leaves meanwhile is let go of within half a second. Returns when
 // `hostRunning` is false between two clients, or when the pipe cannot be created, which is when
 // another host has it. Takes the calling thread; whatever a client does, only its own connection
 // ends.

@@ -4,7 +4,8 @@
 
 #include "platform/byte_stream.h"
 
-// The serving end of a local named pipe, for one client at a time, and a look at somebody else's.
+// The serving end of a local named pipe, for one client at a time, and a look at somebody else's
+// (platform/pipe_client.h has the client's end).
 // Pipes are read and written with platform/byte_stream.h.
 // Windows side: CreateNamedPipeA and its companions (learn.microsoft.com, namedpipeapi.h). POSIX
 // twin: a local stream socket in the abstract name space; it is for tests. The process keeps the
@@ -25,6 +26,9 @@ void flushPipe(StreamId pipe);
 
 // Ends the connection; what the client has not read is lost. POSIX: see flushPipe.
 void disconnectPipe(StreamId pipe);
+
+// Whether the client has closed its end, seen without waiting and without taking what it wrote.
+bool isPipeClientGone(StreamId pipe);
 
 // A thread whose blocking calls on a pipe another thread may break off.
 struct CallerTraits {

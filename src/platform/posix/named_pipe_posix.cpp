@@ -1,29 +1,16 @@
 #include "platform/named_pipe.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
-
-#include <cstddef>
-#include <cstring>
+#include <poll.h>
 
 #include "platform/byte_stream.h"
 #include "platform/posix/descriptor_posix.h"
+#include "platform/posix/local_socket_posix.h"
 #include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
 namespace {
 
 constexpr int waitingClients = 16;
-
-// Abstract names begin with a NUL, vanish with their socket, and are apart in every network
-// namespace (unix(7)). Empty when the name is too long.
-socklen_t abstractAddress(const char* name, sockaddr_un& address) {
-  const std::size_t length = std::strlen(name);
-  if (length + 1 > sizeof address.sun_path) return 0;
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path + 1, name, length);
-  return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + length);
-}
 
 int pipeDescriptor(StreamId pipe) { return static_cast<int>(pipe); }
 
@@ -62,6 +49,11 @@ bool connectPipeClient(OwnedStream& pipe) {
 void flushPipe(StreamId /*pipe*/) {}
 
 void disconnectPipe(StreamId pipe) { shutdown(pipeDescriptor(pipe), SHUT_RDWR); }
+
+bool isPipeClientGone(StreamId pipe) {
+  pollfd looked = {pipeDescriptor(pipe), 0, 0};  // asks for nothing: the end is always reported
+  return poll(&looked, 1, 0) > 0 && (looked.revents & POLLHUP) != 0;
+}
 
 void CallerTraits::close(Raw /*raw*/) {}
 

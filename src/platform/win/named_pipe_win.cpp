@@ -29,6 +29,10 @@ void flushPipe(StreamId pipe) { FlushFileBuffers(handleOf(pipe)); }
 
 void disconnectPipe(StreamId pipe) { DisconnectNamedPipe(handleOf(pipe)); }
 
+bool isPipeClientGone(StreamId pipe) {
+  return !PeekNamedPipe(handleOf(pipe), nullptr, 0, nullptr, nullptr, nullptr);
+}
+
 void CallerTraits::close(Raw raw) { CloseHandle(handleOf(raw)); }
 
 OwnedCaller currentCaller() {

@@ -1,0 +1,226 @@
+#include "mcp/pipe_road.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <nlohmann/json.hpp>
+#include <string_view>
+#include <utility>
+
+#include "channel/framing.h"
+#include "channel/pending_replies.h"
+#include "platform/clock.h"
+#include "platform/crypto.h"
+#include "text/json_parse.h"
+#include "text/leaked.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::uint32_t nextTryMs = 20;
+// A page may become somewhat longer when the host writes it anew.
+constexpr std::uint32_t maxAnswerBody = 4 * maxInboundBody;
+
+constexpr std::string_view absentText =
+    "The browser is not running, or the assistant's extension is not connected: open the side "
+    "panel once.";
+constexpr std::string_view busyText =
+    "The browser is busy with calls of other programs. Try again in a moment.";
+constexpr std::string_view silentText =
+    "The browser did not answer in time. It may have done what was asked: look at the page before "
+    "you call again, and split a long batch into several.";
+constexpr std::string_view endedText =
+    "The browser went away during the call. It may have done what was asked: look at the page "
+    "before you call again.";
+constexpr std::string_view tooLargeText =
+    "The arguments are too large: those of one call may have at most 1 MiB.";
+
+// One for each process, whenever it runs.
+std::string makeProcessPrefix() {
+  std::array<unsigned char, 16> bytes = {};
+  if (!randomBytes(bytes.data(), bytes.size())) return {};
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string prefix = "mcp-";
+  for (const unsigned char byte : bytes) prefix += {digits[byte / 16], digits[byte % 16]};
+  return prefix + "-";
+}
+
+std::string newRequestId() {
+  static const std::string& prefix = leaked<std::string>(makeProcessPrefix());
+  static std::atomic<std::uint64_t> count = 0;
+  return prefix.empty() ? prefix : prefix + std::to_string(++count);
+}
+
+// What is left of a time.
+class Deadline {
+ public:
+  explicit Deadline(std::uint32_t timeoutMs) : end_(tickCountMs() + timeoutMs) {}
+  std::uint32_t leftMs() const {
+    const std::uint64_t now = tickCountMs();
+    return now < end_ ? static_cast<std::uint32_t>(end_ - now) : 0;
+  }
+
+ private:
+  std::uint64_t end_;
+};
+
+enum class Connection { open, absent, busy, givenUp };
+
+// Tries until the pipe is ours. One that is not there is believed to be absent only when it has
+// been so for a while.
+Connection connect(const PipeUse& use, const OwnedSignal& givenUp, OwnedStream& pipe) {
+  const Deadline turn(use.busyMs);
+  Deadline presence(use.absentMs);
+  for (std::uint32_t waitMs = 0; !waitForSignal(givenUp, waitMs); waitMs = nextTryMs) {
+    const PipeOpening opening = openPipe(use.name, pipe);
+    if (opening == PipeOpening::open) return Connection::open;
+    if (opening == PipeOpening::busy) presence = Deadline(use.absentMs);
+    if (presence.leftMs() == 0) return Connection::absent;
+    if (turn.leftMs() == 0) return Connection::busy;
+  }
+  return Connection::givenUp;
+}
+
+// Frames on an open pipe, all within one time.
+class Exchange {
+ public:
+  Exchange(const OwnedStream& pipe, const OwnedSignal& givenUp, std::uint32_t timeoutMs)
+      : pipe_(pipe), givenUp_(givenUp), deadline_(timeoutMs) {}
+
+  PipeCall send(std::string_view body) {
+    std::string frame(frameHeadBytes, '\0');
+    writeFrameHead(frame.data(), body.size());
+    frame += body;
+    PipeCall outcome = PipeCall::done;
+    for (std::size_t sent = 0, count = 0; sent < frame.size(); sent += count) {
+      outcome = writePipe(pipe_, frame.data() + sent, frame.size() - sent, count, givenUp_,
+                          deadline_.leftMs());
+      if (outcome != PipeCall::done) break;
+    }
+    return outcome;
+  }
+
+  // `ended` also for a frame that is too long, or empty.
+  PipeCall receive(JsonBuffer& body) {
+    std::array<unsigned char, frameHeadBytes> head = {};
+    const PipeCall outcome = receiveExactly(reinterpret_cast<char*>(head.data()), head.size());
+    if (outcome != PipeCall::done) return outcome;
+    std::size_t size = 0;
+    for (std::size_t i = frameHeadBytes; i-- > 0;) size = size * 256 + head[i];
+    if (size == 0 || size > maxAnswerBody) return PipeCall::ended;
+    body = JsonBuffer(size);
+    return receiveExactly(body.data(), size);
+  }
+
+ private:
+  PipeCall receiveExactly(char* bytes, std::size_t size) {
+    for (std::size_t got = 0, count = 0; got < size; got += count) {
+      const PipeCall outcome =
+          readPipe(pipe_, bytes + got, size - got, count, givenUp_, deadline_.leftMs());
+      if (outcome != PipeCall::done) return outcome;
+    }
+    return PipeCall::done;
+  }
+
+  const OwnedStream& pipe_;
+  const OwnedSignal& givenUp_;
+  Deadline deadline_;
+};
+
+std::string_view textOf(Connection connection) {
+  switch (connection) {
+    case Connection::absent:
+      return absentText;
+    case Connection::busy:
+      return busyText;
+    case Connection::open:
+    case Connection::givenUp:
+      break;
+  }
+  return {};
+}
+
+std::string_view textOf(PipeCall call) {
+  switch (call) {
+    case PipeCall::ended:
+      return endedText;
+    case PipeCall::timedOut:
+      return silentText;
+    case PipeCall::done:
+    case PipeCall::givenUp:
+      break;
+  }
+  return {};
+}
+
+struct HostRefusal {
+  std::string_view code;
+  std::string_view text;
+};
+constexpr HostRefusal hostRefusals[] = {
+    {"TIMEOUT", silentText},
+    {"HOST_SHUTDOWN", absentText},
+    {"EXTENSION_UNAVAILABLE", absentText},
+};
+
+// Whether the answer is the host's own: that there is none of the extension.
+bool isHostRefusal(JsonView answer, std::string& error) {
+  if (answer["type"].text() != "error") return false;
+  const JsonView failure = answer["error"];
+  const auto* const known =
+      std::ranges::find(hostRefusals, failure["code"].text(), &HostRefusal::code);
+  error = known == std::end(hostRefusals) ? failure["message"].text() : known->text;
+  return true;
+}
+
+bool exchange(std::string_view request, JsonDocument& reply, std::string& error,
+              const OwnedSignal& givenUp, const PipeUse& use) {
+  OwnedStream pipe;
+  const Connection connection = connect(use, givenUp, pipe);
+  if (connection != Connection::open) {
+    error = textOf(connection);
+    return false;
+  }
+  Exchange frames(pipe, givenUp, use.answerMs);
+  JsonBuffer body;
+  PipeCall outcome = frames.send(request);
+  if (outcome == PipeCall::done) outcome = frames.receive(body);
+  if (outcome != PipeCall::done) {
+    error = textOf(outcome);
+    return false;
+  }
+  if (readJson(std::move(body), reply, error) == ParseOutcome::ok) return true;
+  if (error.empty()) error = endedText;
+  return false;
+}
+
+}  // namespace
+
+bool askByPipe(json command, JsonDocument& reply, std::string& error, const OwnedSignal& givenUp,
+               const PipeUse& use) {
+  std::string id = newRequestId();
+  if (id.empty()) {
+    error = "The system returns no random bytes.";
+    return false;
+  }
+  command["requestId"] = std::move(id);
+  const std::string request = dumpJson(command);
+  if (request.size() > maxBrowserBody) {
+    error = tooLargeText;
+    return false;
+  }
+  return exchange(request, reply, error, givenUp, use) && !isHostRefusal(reply.root(), error);
+}
+
+bool doesPipeAnswer(std::uint32_t timeoutMs, const char* name) {
+  const std::string request = dumpJson({{"requestId", ownRequestPrefix}});
+  OwnedSignal never;
+  JsonDocument reply;
+  std::string ignored;
+  return makeSignal(never) &&
+         exchange(request, reply, ignored, never, {name, timeoutMs, timeoutMs, timeoutMs});
+}
+
+}  // namespace media::win::chrome_inspect

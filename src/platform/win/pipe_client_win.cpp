@@ -1,0 +1,84 @@
+#include "platform/pipe_client.h"
+
+#include <algorithm>
+
+#include "platform/win/handles_win.h"
+
+namespace media::win::chrome_inspect {
+namespace {
+
+// Waits for a call that was begun. One that is given up has ended when this returns, since the
+// system uses its buffer until then; it may have been done after all.
+PipeCall finish(const OwnedStream& pipe, OVERLAPPED& call, std::size_t& count,
+                const OwnedSignal& signal, std::uint32_t timeoutMs) {
+  const HANDLE waited[] = {call.hEvent, handleOf(signal)};
+  const DWORD outcome = WaitForMultipleObjects(2, waited, FALSE, timeoutMs);
+  if (outcome != WAIT_OBJECT_0) CancelIoEx(handleOf(pipe), &call);
+  DWORD done = 0;
+  if (GetOverlappedResult(handleOf(pipe), &call, &done, TRUE) && done > 0) {
+    count = done;
+    return PipeCall::done;
+  }
+  if (outcome == WAIT_OBJECT_0 + 1) return PipeCall::givenUp;
+  return outcome == WAIT_TIMEOUT ? PipeCall::timedOut : PipeCall::ended;
+}
+
+// Begins a call by `begin`, which gets what it needs of the system, and waits for it.
+template <class Begin>
+PipeCall perform(const OwnedStream& pipe, std::size_t& count, const OwnedSignal& signal,
+                 std::uint32_t timeoutMs, const Begin& begin) {
+  const OwnedHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  if (!event) return PipeCall::ended;
+  OVERLAPPED call = {};
+  call.hEvent = event.get();
+  if (!begin(call) && GetLastError() != ERROR_IO_PENDING) return PipeCall::ended;
+  return finish(pipe, call, count, signal, timeoutMs);
+}
+
+DWORD oneCall(std::size_t size) { return static_cast<DWORD>(std::min<std::size_t>(size, MAXLONG)); }
+
+}  // namespace
+
+void SignalTraits::close(Raw raw) { CloseHandle(handleOf(raw)); }
+
+bool makeSignal(OwnedSignal& signal) {
+  const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  if (event == nullptr) return false;
+  signal.reset(rawOf(event));
+  return true;
+}
+
+void raiseSignal(const OwnedSignal& signal) { SetEvent(handleOf(signal)); }
+
+bool waitForSignal(const OwnedSignal& signal, std::uint32_t timeoutMs) {
+  return WaitForSingleObject(handleOf(signal), timeoutMs) == WAIT_OBJECT_0;
+}
+
+PipeOpening openPipe(const char* name, OwnedStream& pipe) {
+  constexpr DWORD flags = FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
+  const HANDLE handle =
+      CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, flags, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) {
+    const DWORD error = GetLastError();
+    if (error == ERROR_PIPE_BUSY) return PipeOpening::busy;
+    return error == ERROR_FILE_NOT_FOUND ? PipeOpening::absent : PipeOpening::failed;
+  }
+  pipe.reset(rawOf(handle));
+  return PipeOpening::open;
+}
+
+PipeCall readPipe(const OwnedStream& pipe, char* buffer, std::size_t capacity, std::size_t& got,
+                  const OwnedSignal& signal, std::uint32_t timeoutMs) {
+  return perform(pipe, got, signal, timeoutMs, [&](OVERLAPPED& call) {
+    return ReadFile(handleOf(pipe), buffer, oneCall(capacity), nullptr, &call) != 0;
+  });
+}
+
+PipeCall writePipe(const OwnedStream& pipe, const char* bytes, std::size_t size,
+                   std::size_t& written, const OwnedSignal& signal, std::uint32_t timeoutMs) {
+  return perform(pipe, written, signal, timeoutMs, [&](OVERLAPPED& call) {
+    return WriteFile(handleOf(pipe), bytes, oneCall(size), nullptr, &call) != 0;
+  });
+}
+
+}  // namespace media::win::chrome_inspect
