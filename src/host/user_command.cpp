@@ -6,6 +6,7 @@
 #include "common/product_version.h"
 #include "doctor/doctor.h"
 #include "doctor/doctor_text.h"
+#include "mcp/mcp_server.h"
 #include "platform/byte_stream.h"
 #include "platform/console.h"
 #include "platform/system_facts.h"
@@ -69,6 +70,8 @@ int runUserCommand(const Arguments& arguments) {
       return exitSuccess;
     case UserCommand::doctor:
       return runDoctor(line);
+    case UserCommand::mcp:
+      return runMcpServer();
     case UserCommand::registerHost:
     case UserCommand::unregisterHost:
       return runRegistration(line);

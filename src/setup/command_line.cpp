@@ -21,6 +21,7 @@ constexpr CommandName commandNames[] = {
     {"--help", UserCommand::help},       {"-h", UserCommand::help},
     {"--version", UserCommand::version}, {"--register", UserCommand::registerHost},
     {"--doctor", UserCommand::doctor},   {"--unregister", UserCommand::unregisterHost},
+    {"--mcp", UserCommand::mcp},
 };
 
 // What was said, before it is looked at as a whole.

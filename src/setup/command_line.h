@@ -9,7 +9,7 @@
 // "--parent-window=N"; that must never be taken for a command.
 namespace media::win::chrome_inspect {
 
-enum class UserCommand { help, version, registerHost, unregisterHost, doctor };
+enum class UserCommand { help, version, registerHost, unregisterHost, doctor, mcp };
 
 struct CommandLine {
   UserCommand command = UserCommand::help;

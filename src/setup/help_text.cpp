@@ -15,6 +15,8 @@ assistant's side panel opens; there is no need to start it by hand, but for:
   --unregister    take that back
   --doctor        look at everything that it needs, change nothing, and say what to do;
                   the exit code is 0 when there is no problem, else 1
+  --mcp           serve a program that speaks the Model Context Protocol on standard input and
+                  output: it gets the browser's tools; --doctor prints its configuration
   --version       print the version
   --help, -h      print this
 
