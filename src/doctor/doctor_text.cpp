@@ -51,6 +51,17 @@ ordered_json jsonOf(const Finding& finding) {
           {"text", finding.text}, {"remedy", finding.remedy},   {"facts", facts}};
 }
 
+// What an MCP client's configuration has to say about this program.
+ordered_json mcpConfiguration(const Diagnosis& diagnosis) {
+  return {
+      {"mcpServers",
+       {{"browser", {{"command", diagnosis.program}, {"args", ordered_json::array({"--mcp"})}}}}}};
+}
+
+std::string dump(const ordered_json& value, int indent) {
+  return value.dump(indent, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+}
+
 }  // namespace
 
 std::string diagnosisTable(const Diagnosis& diagnosis) {
@@ -66,7 +77,8 @@ std::string diagnosisTable(const Diagnosis& diagnosis) {
     if (finding.remedy.empty()) continue;
     table += std::string(verdictWidth + subjectWidth, ' ') + "-> " + finding.remedy + "\n";
   }
-  return table + "\n" + lastLine(problemsIn(diagnosis));
+  return table + "\nfor the configuration of an MCP client:\n" +
+         dump(mcpConfiguration(diagnosis), -1) + "\n" + lastLine(problemsIn(diagnosis));
 }
 
 std::string diagnosisJson(const Diagnosis& diagnosis) {
@@ -75,8 +87,8 @@ std::string diagnosisJson(const Diagnosis& diagnosis) {
   const ordered_json whole = {{"schema", schemaVersion},      {"name", programName},
                               {"version", diagnosis.version}, {"program", diagnosis.program},
                               {"system", diagnosis.system},   {"ok", isWell(diagnosis)},
-                              {"findings", findings}};
-  return whole.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+                              {"findings", findings},         {"mcp", mcpConfiguration(diagnosis)}};
+  return dump(whole, 2);
 }
 
 }  // namespace media::win::chrome_inspect

@@ -5,6 +5,7 @@
 #include "app_ipc/instance_discovery.h"
 #include "common/paths.h"
 #include "common/product_names.h"
+#include "mcp/pipe_road.h"
 #include "platform/crypto.h"
 #include "platform/files.h"
 #include "platform/sockets.h"
@@ -14,6 +15,8 @@
 
 namespace media::win::chrome_inspect {
 namespace {
+
+constexpr std::uint32_t pipeAnswerMs = 1000;
 
 bool isPortFree(std::uint16_t port) {
   OwnedSocket socket;
@@ -83,7 +86,10 @@ ApplicationState lookAtApplication() {
   return state;
 }
 
-PipeState lookAtPipe() { return probePipe(inspectPipeName); }
+PipeLook lookAtPipe() {
+  const PipeState state = probePipe(inspectPipeName);
+  return {state, state != PipeState::absent && doesPipeAnswer(pipeAnswerMs)};
+}
 
 Finding judgeToolServer(const ToolServerState& state) {
   Finding finding{"toolServer", "tool server"};
@@ -192,26 +198,24 @@ Finding judgeApplication(const ApplicationState& state) {
   return finding;
 }
 
-Finding judgePipe(PipeState state) {
+Finding judgePipe(const PipeLook& look) {
+  static constexpr const char* words[] = {"absent", "listening", "busy", "unknown"};
   Finding finding{"pipe", "inspect pipe"};
-  switch (state) {
-    case PipeState::absent:
-      finding.text = "its name is free, the next host that starts serves it";
-      finding.facts = {{"state", std::string("absent")}};
-      break;
-    case PipeState::listening:
-      finding.text = "a host serves it and waits for a client";
-      finding.facts = {{"state", std::string("listening")}};
-      break;
-    case PipeState::busy:
-      finding.text = "a host serves a client on it";
-      finding.facts = {{"state", std::string("busy")}};
-      break;
-    case PipeState::unknown:
-      finding.health = Health::note;
-      finding.text = "the system does not report whether its name is free";
-      finding.facts = {{"state", std::string("unknown")}};
-      break;
+  finding.facts = {{"state", std::string(words[static_cast<std::size_t>(look.state)])},
+                   {"answers", look.answers}};
+  if (look.answers) {
+    finding.text = "a host serves it and answers: MCP clients reach the browser";
+  } else if (look.state == PipeState::absent) {
+    finding.text = "its name is free, the next host that starts serves it";
+  } else if (look.state == PipeState::busy) {
+    finding.text = "a host serves a client on it";
+  } else if (look.state == PipeState::listening) {
+    finding.health = Health::note;
+    finding.text = "a host serves it, but does not answer";
+    finding.remedy = "close the assistant's side panel and open it again";
+  } else {
+    finding.health = Health::note;
+    finding.text = "no host answers, and the system does not report whether its name is free";
   }
   return finding;
 }

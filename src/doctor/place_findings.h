@@ -41,12 +41,17 @@ struct ApplicationState {
   bool answers = false;    // takes connections there
 };
 
+struct PipeLook {
+  PipeState state = PipeState::unknown;
+  bool answers = false;  // a host serves it, and refuses a request that it does not pass on
+};
+
 // These look, and change nothing: a port is bound for a moment, but nobody can connect to it.
 ToolServerState lookAtToolServer();
 FolderState lookAtFolder();
 CrashState lookAtCrashes();
 ApplicationState lookAtApplication();
-PipeState lookAtPipe();
+PipeLook lookAtPipe();
 
 // These are pure.
 Finding judgeToolServer(const ToolServerState& state);
@@ -54,6 +59,6 @@ Finding judgeFolder(const FolderState& state);
 Finding judgeDrops(const FolderState& state);
 Finding judgeCrashes(const CrashState& state);
 Finding judgeApplication(const ApplicationState& state);
-Finding judgePipe(PipeState state);
+Finding judgePipe(const PipeLook& look);
 
 }  // namespace media::win::chrome_inspect

@@ -53,6 +53,9 @@ TEST(DiagnosisTable, HasALineForEachAndARemedyBelow) {
             "problem  third        is not\n"
             "                      -> mend it\n"
             "\n"
+            "for the configuration of an MCP client:\n"
+            R"({"mcpServers":{"browser":{"command":"C:\\x.exe","args":["--mcp"]}}})"
+            "\n\n"
             "1 problem\n");
 }
 
@@ -73,7 +76,8 @@ TEST(DiagnosisJson, HoldsTheSameFacts) {
       {"id":"b","subject":"much longer","verdict":"note","text":"so so","remedy":"",
        "facts":{"ms":5}},
       {"id":"c","subject":"third","verdict":"problem","text":"is not","remedy":"mend it",
-       "facts":{"path":"C:\\\ufffd"}}]})"));
+       "facts":{"path":"C:\\\ufffd"}}],
+      "mcp":{"mcpServers":{"browser":{"command":"C:\\x.exe","args":["--mcp"]}}}})"));
 }
 
 }  // namespace

@@ -298,13 +298,15 @@ const std::tuple<const char*, Finding, Health, std::string> findingCases[] = {
      "runs and takes commands on port 8123"},
     {"a silent application", judgeApplication({8123, false}), Health::problem,
      "announces itself on port 8123, but does not answer there"},
-    {"no pipe", judgePipe(PipeState::absent), Health::ok,
+    {"no pipe", judgePipe({PipeState::absent}), Health::ok,
      "its name is free, the next host that starts serves it"},
-    {"a pipe", judgePipe(PipeState::listening), Health::ok,
-     "a host serves it and waits for a client"},
-    {"a busy pipe", judgePipe(PipeState::busy), Health::ok, "a host serves a client on it"},
-    {"no word on the pipe", judgePipe(PipeState::unknown), Health::note,
-     "the system does not report whether its name is free"},
+    {"a pipe", judgePipe({PipeState::listening, true}), Health::ok,
+     "a host serves it and answers: MCP clients reach the browser"},
+    {"a silent pipe", judgePipe({PipeState::listening}), Health::note,
+     "a host serves it, but does not answer"},
+    {"a busy pipe", judgePipe({PipeState::busy}), Health::ok, "a host serves a client on it"},
+    {"no word on the pipe", judgePipe({PipeState::unknown}), Health::note,
+     "no host answers, and the system does not report whether its name is free"},
 };
 
 TEST(JudgePlaces, SaysHowEachIsAndWhatToDo) {
