@@ -83,8 +83,8 @@ class McpClient:
 
     def replies(self, number: int) -> list[Any]:
         """All replies to a request that have come so far."""
-        return [each for each in self.messages if isinstance(each, dict) and each.get("id") == number
-                and "method" not in each]
+        return [each for each in self.messages
+                if isinstance(each, dict) and each.get("id") == number and "method" not in each]
 
     def notifications(self, method: str) -> list[Any]:
         """The parameters of all that have come so far."""

@@ -19,7 +19,8 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::uint32_t nextTryMs = 20;
+// Between two clients the pipe is away for less than a millisecond; later it is tried less often.
+constexpr std::uint32_t longestPauseMs = 20;
 // A page may become somewhat longer when the host writes it anew.
 constexpr std::uint32_t maxAnswerBody = 4 * maxInboundBody;
 
@@ -66,21 +67,29 @@ class Deadline {
   std::uint64_t end_;
 };
 
-enum class Connection { open, absent, busy, givenUp };
+enum class PipeAccess { open, absent, busy, givenUp };
+
+struct Client {
+  OwnedTurn turn;  // given back when the pipe has been closed
+  OwnedStream pipe;
+};
 
 // Tries until the pipe is ours. One that is not there is believed to be absent only when it has
 // been so for a while.
-Connection connect(const PipeUse& use, const OwnedSignal& givenUp, OwnedStream& pipe) {
-  const Deadline turn(use.busyMs);
+PipeAccess connect(const PipeUse& use, const OwnedSignal& givenUp, Client& client) {
+  const Deadline patience(use.busyMs);
+  const PipeCall turn = takeTurn(use.name, client.turn, givenUp, patience.leftMs());
+  if (turn == PipeCall::timedOut) return PipeAccess::busy;
   Deadline presence(use.absentMs);
-  for (std::uint32_t waitMs = 0; !waitForSignal(givenUp, waitMs); waitMs = nextTryMs) {
-    const PipeOpening opening = openPipe(use.name, pipe);
-    if (opening == PipeOpening::open) return Connection::open;
+  for (std::uint32_t pauseMs = 0; !waitForSignal(givenUp, pauseMs);
+       pauseMs = std::min(2 * pauseMs + 1, longestPauseMs)) {
+    const PipeOpening opening = openPipe(use.name, client.pipe);
+    if (opening == PipeOpening::open) return PipeAccess::open;
     if (opening == PipeOpening::busy) presence = Deadline(use.absentMs);
-    if (presence.leftMs() == 0) return Connection::absent;
-    if (turn.leftMs() == 0) return Connection::busy;
+    if (presence.leftMs() == 0) return PipeAccess::absent;
+    if (patience.leftMs() == 0) return PipeAccess::busy;
   }
-  return Connection::givenUp;
+  return PipeAccess::givenUp;
 }
 
 // Frames on an open pipe, all within one time.
@@ -129,14 +138,14 @@ class Exchange {
   Deadline deadline_;
 };
 
-std::string_view textOf(Connection connection) {
+std::string_view textOf(PipeAccess connection) {
   switch (connection) {
-    case Connection::absent:
+    case PipeAccess::absent:
       return absentText;
-    case Connection::busy:
+    case PipeAccess::busy:
       return busyText;
-    case Connection::open:
-    case Connection::givenUp:
+    case PipeAccess::open:
+    case PipeAccess::givenUp:
       break;
   }
   return {};
@@ -177,13 +186,13 @@ bool isHostRefusal(JsonView answer, std::string& error) {
 
 bool exchange(std::string_view request, JsonDocument& reply, std::string& error,
               const OwnedSignal& givenUp, const PipeUse& use) {
-  OwnedStream pipe;
-  const Connection connection = connect(use, givenUp, pipe);
-  if (connection != Connection::open) {
+  Client client;
+  const PipeAccess connection = connect(use, givenUp, client);
+  if (connection != PipeAccess::open) {
     error = textOf(connection);
     return false;
   }
-  Exchange frames(pipe, givenUp, use.answerMs);
+  Exchange frames(client.pipe, givenUp, use.answerMs);
   JsonBuffer body;
   PipeCall outcome = frames.send(request);
   if (outcome == PipeCall::done) outcome = frames.receive(body);

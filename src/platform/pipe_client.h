@@ -29,14 +29,31 @@ void raiseSignal(const OwnedSignal& signal);
 // Waits until it is raised, up to `timeoutMs`. False when it was not.
 bool waitForSignal(const OwnedSignal& signal, std::uint32_t timeoutMs);
 
+// `ended` means that the server closed, or that the call failed.
+enum class PipeCall { done, ended, timedOut, givenUp };
+
+// The right to use a pipe before all others that ask in this way; taken, and given back by its end,
+// by one thread.
+struct TurnTraits {
+  using Raw = std::intptr_t;
+  static Raw none() { return 0; }
+  static bool valid(Raw raw) { return raw != 0; }
+  static void close(Raw raw);
+};
+using OwnedTurn = Owned<TurnTraits>;
+
+// Waits until it is our turn to use the pipe `name`: first come, first served, over all processes
+// of the user's session. Without it, whoever has just been served would be the first to find the
+// pipe free again. `ended` when the system has no turns, and everybody may try. Windows side: a
+// named mutex. POSIX: `done` at once, since the system keeps clients of a socket in turn itself.
+PipeCall takeTurn(const char* name, OwnedTurn& turn, const OwnedSignal& signal,
+                  std::uint32_t timeoutMs);
+
 enum class PipeOpening { open, busy, absent, failed };
 
 // Connects to the pipe `name` without waiting, for readPipe and writePipe only. The server learns
 // who we are, and cannot act as us.
 PipeOpening openPipe(const char* name, OwnedStream& pipe);
-
-// `ended` means that the server closed, or that the call failed.
-enum class PipeCall { done, ended, timedOut, givenUp };
 
 // Reads at least one byte and at most `capacity`, within `timeoutMs` and unless `signal` is raised.
 // `got` is set with `done` only.

@@ -1,5 +1,5 @@
-"""The server for MCP clients, used by programs that nobody here wrote: the official TypeScript SDK's
-client, and the inspector's command line."""
+"""The server for MCP clients, used by programs that nobody here wrote: the client of the official
+TypeScript SDK, and the inspector's command line."""
 
 import json
 import subprocess

@@ -50,6 +50,13 @@ bool waitForSignal(const OwnedSignal& signal, std::uint32_t timeoutMs) {
   return retryInterrupted([&] { return poll(&waited, 1, static_cast<int>(timeoutMs)); }) > 0;
 }
 
+void TurnTraits::close(Raw /*raw*/) {}
+
+PipeCall takeTurn(const char* /*name*/, OwnedTurn& /*turn*/, const OwnedSignal& /*signal*/,
+                  std::uint32_t /*timeoutMs*/) {
+  return PipeCall::done;
+}
+
 PipeOpening openPipe(const char* name, OwnedStream& pipe) {
   sockaddr_un address = {};
   const socklen_t size = abstractAddress(name, address);

@@ -1,6 +1,7 @@
 #include "platform/pipe_client.h"
 
 #include <algorithm>
+#include <string>
 
 #include "platform/win/handles_win.h"
 
@@ -52,6 +53,32 @@ void raiseSignal(const OwnedSignal& signal) { SetEvent(handleOf(signal)); }
 
 bool waitForSignal(const OwnedSignal& signal, std::uint32_t timeoutMs) {
   return WaitForSingleObject(handleOf(signal), timeoutMs) == WAIT_OBJECT_0;
+}
+
+void TurnTraits::close(Raw raw) {
+  ReleaseMutex(handleOf(raw));
+  CloseHandle(handleOf(raw));
+}
+
+PipeCall takeTurn(const char* name, OwnedTurn& turn, const OwnedSignal& signal,
+                  std::uint32_t timeoutMs) {
+  // What is behind the last backslash, which stands for a name space.
+  const std::string own = "Local\\" + std::string(name).substr(std::string(name).rfind('\\') + 1);
+  OwnedHandle mutex(CreateMutexA(nullptr, FALSE, (own + "-turn").c_str()));
+  if (!mutex) return PipeCall::ended;
+  const HANDLE waited[] = {mutex.get(), handleOf(signal)};
+  switch (WaitForMultipleObjects(2, waited, FALSE, timeoutMs)) {
+    case WAIT_OBJECT_0:
+    case WAIT_ABANDONED_0:  // its owner has ended without giving it back
+      turn.reset(rawOf(mutex.release()));
+      return PipeCall::done;
+    case WAIT_OBJECT_0 + 1:
+      return PipeCall::givenUp;
+    case WAIT_TIMEOUT:
+      return PipeCall::timedOut;
+    default:
+      return PipeCall::ended;
+  }
 }
 
 PipeOpening openPipe(const char* name, OwnedStream& pipe) {

@@ -1,7 +1,5 @@
 """The extension's side of a host: takes commands for the browser, and answers them."""
 
-import json
-
 
 def is_command(frame):
     return isinstance(frame, dict) and frame.get("command") == "browserUse"
