@@ -23,24 +23,32 @@ from . import wine
 LATEST = "2025-11-25"
 
 
+def server_command(build: str, program: Path | None = None) -> list[str]:
+    """How a client starts the server of a build."""
+    windows = build == "windows"
+    suffix = ".exe" if windows else ""
+    program = program or wine.ROOT / "build" / build / f"morva-chrome-host{suffix}"
+    return [*([wine.loader()] if windows else []), str(program), "--mcp"]
+
+
+def server_environment(build: str, wineprefix: Path | None) -> dict[str, str]:
+    """What to add to its environment."""
+    return wine.environment(wineprefix or wine.default_prefix()) if build == "windows" else {}
+
+
 class McpClient:
     """One run of the program. A thread takes what it writes; each line must be a JSON message."""
 
     def __init__(self, build: str = "windows", wineprefix: Path | None = None,
                  program: Path | None = None, env: Mapping[str, str] | None = None,
                  reads: bool = True) -> None:
-        windows = build == "windows"
-        suffix = ".exe" if windows else ""
-        program = program or wine.ROOT / "build" / build / f"morva-chrome-host{suffix}"
-        environment = {**os.environ, **(env or {})}
-        if windows:
-            environment |= wine.environment(wineprefix or wine.default_prefix())
+        environment = {**os.environ, **server_environment(build, wineprefix), **(env or {})}
         self._ids = itertools.count(1)
         self._arrived = threading.Condition()
         self.messages: list[Any] = []  # as they came
         self._process = subprocess.Popen(
-            [*([wine.loader()] if windows else []), str(program), "--mcp"], env=environment,
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            server_command(build, program), env=environment, stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self._reader = threading.Thread(target=self._read, daemon=True)
         if reads:
             self._reader.start()

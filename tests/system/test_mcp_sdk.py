@@ -2,12 +2,19 @@
 TypeScript SDK, and the inspector's command line."""
 
 import json
+import os
 import subprocess
 
 import pytest
 
+from support import builds
 from support.extension_side import Extension
-from support.sdk_client import MODULES, SdkClient, server_command, server_environment
+from support.sanitizer_reports import sanitizer_environment
+
+from devkit.panel.mcp_client import server_command, server_environment
+from devkit.panel.sdk_client import MODULES, SdkClient
+
+COMMAND = server_command(builds.BUILD, builds.PROGRAM)
 
 pytestmark = [
     pytest.mark.off_protocol("extension"),  # answers in short
@@ -22,9 +29,13 @@ CALLS = {
 }
 
 
+def environment():
+    return {**server_environment(builds.BUILD, builds.wine_prefix()), **sanitizer_environment()}
+
+
 @pytest.fixture
 def sdk():
-    client = SdkClient()
+    client = SdkClient(COMMAND, environment())
     yield client
     client.kill()
 
@@ -67,8 +78,8 @@ def test_the_sdks_client_gets_errors_and_cancels(sdk, extension):
 
 def inspect(*options):
     """What the inspector's command line prints."""
-    command = ["node", MODULES / ".bin" / "mcp-inspector", "--cli", *server_command(), *options]
-    done = subprocess.run(command, env=server_environment(), stdout=subprocess.PIPE,
+    command = ["node", MODULES / ".bin" / "mcp-inspector", "--cli", *COMMAND, *options]
+    done = subprocess.run(command, env={**os.environ, **environment()}, stdout=subprocess.PIPE,
                           stderr=subprocess.PIPE, timeout=100, check=True)
     return json.loads(done.stdout)
 
