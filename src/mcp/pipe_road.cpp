@@ -35,6 +35,7 @@ constexpr std::string_view silentText =
 constexpr std::string_view endedText =
     "The browser went away during the call. It may have done what was asked: look at the page "
     "before you call again.";
+constexpr std::string_view unreadableText = "The browser's answer could not be read.";
 constexpr std::string_view tooLargeText =
     "The arguments are too large: those of one call may have at most 1 MiB.";
 
@@ -201,7 +202,7 @@ bool exchange(std::string_view request, JsonDocument& reply, std::string& error,
     return false;
   }
   if (readJson(std::move(body), reply, error) == ParseOutcome::ok) return true;
-  if (error.empty()) error = endedText;
+  if (error.empty()) error = unreadableText;
   return false;
 }
 

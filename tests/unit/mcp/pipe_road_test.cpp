@@ -92,7 +92,7 @@ TEST(AskByPipe, TakesAnswersOfAnySize) {
 
 const std::pair<const char*, const char*> failureCases[] = {
     {"", hostLeft},
-    {"{", "[json.exception.parse_error.101]"},
+    {"{", "The browser's answer could not be read."},
     {R"({"type":"error","error":{"code":"TIMEOUT","message":"m"}})", noAnswer},
     {R"({"type":"error","error":{"code":"HOST_SHUTDOWN","message":"m"}})", noPipe},
     {R"({"type":"error","error":{"code":"EXTENSION_UNAVAILABLE","message":"m"}})", noPipe},
@@ -104,8 +104,7 @@ TEST(AskByPipe, SaysWhyThereIsNoAnswer) {
     const PipeHost host(1, [body = body](const json&) { return body; });
     const Asked asked = ask({{"command", "c"}});
     EXPECT_FALSE(asked.isAnswered);
-    if (body != "{"s) EXPECT_EQ(asked.text, wanted);
-    EXPECT_NE(asked.text, "");
+    EXPECT_EQ(asked.text, wanted);
   }
 }
 
