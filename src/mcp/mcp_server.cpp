@@ -64,6 +64,7 @@ struct Server {
 }  // namespace
 
 int runMcpServer() {
+  takeStandardStreams();  // before any thread
   setDetachedReporter(report);
   Server& server = leaked<Server>();
   LineReader lines;

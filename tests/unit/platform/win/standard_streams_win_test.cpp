@@ -21,7 +21,7 @@ struct StartedHost {
   TestPipe output;
   OwnedHandle process;
 
-  StartedHost() {
+  explicit StartedHost(const std::wstring& arguments) {
     STARTUPINFOW start = {};
     start.cb = sizeof start;
     start.dwFlags = STARTF_USESTDHANDLES;
@@ -31,7 +31,7 @@ struct StartedHost {
       SetHandleInformation(own, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
     }
     PROCESS_INFORMATION started = {};
-    std::wstring line = L'"' + besideTheTests(L"morva-chrome-host.exe") + L'"';
+    std::wstring line = L'"' + besideTheTests(L"morva-chrome-host.exe") + L"\" " + arguments;
     EXPECT_TRUE(CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
                                nullptr, nullptr, &start, &started));
     process.reset(started.hProcess);
@@ -40,12 +40,11 @@ struct StartedHost {
   }
   ~StartedHost() { TerminateProcess(process.get(), 0); }
 
-  // Returns when the host has answered, and so waits for the next frame.
-  void ask() const {
+  // Returns when the host has answered, and so waits for the next message.
+  void ask(const std::string& message) const {
     char byte = 0;
     std::size_t got = 0;
-    EXPECT_TRUE(
-        writeAll(input.writeEnd.get(), frameOf(R"({"source":"morva-chat","kind":"getStatus"})")));
+    EXPECT_TRUE(writeAll(input.writeEnd.get(), message));
     EXPECT_EQ(readSome(output.readEnd.get(), &byte, 1, got), ReadResult::data);
   }
 };
@@ -83,15 +82,22 @@ TEST(StandardStreams, AreNotInherited) {
   EXPECT_EQ(standardOutput(), pipe.writeEnd.get());
 }
 
-TEST(StandardStreams, OfTheHostHoldUpNoLibraryWhileItWaitsForAFrame) {
+const std::pair<const wchar_t*, std::string> waitingHosts[] = {
+    {L"", frameOf(R"({"source":"morva-chat","kind":"getStatus"})")},
+    {L"--mcp", "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"ping\"}\n"},
+};
+
+TEST(StandardStreams, OfTheHostHoldUpNoLibraryWhileItWaitsForAMessage) {
   const std::wstring library = besideTheTests(askingLibrary);
   const TestPipe pipe;
   SetStdHandle(STD_INPUT_HANDLE, handleOf(pipe.readEnd));
   EXPECT_FALSE(LoadLibraryW(library.c_str()));  // it does look
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DLL_INIT_FAILED));
-  StartedHost host;
-  host.ask();
-  EXPECT_TRUE(loadsInto(host.process.get(), library));
+  for (const auto& [arguments, message] : waitingHosts) {
+    const StartedHost host(arguments);
+    host.ask(message);
+    EXPECT_TRUE(loadsInto(host.process.get(), library));
+  }
 }
 
 }  // namespace
