@@ -15,29 +15,54 @@ def sdk(prefix):
     client.kill()
 
 
-def test_a_client_fills_a_form_goes_back_and_is_stopped_by_a_hostile_page(sdk, panel, site):
-    def use(tool, is_error=False, **arguments):
+@pytest.fixture
+def use(sdk, panel):
+    """use(tool, ...) is the result of a call, which must be an error only when that is said."""
+
+    def call(tool, is_error=False, **arguments):
         result = sdk.do(call=f"browser_{tool}", arguments=arguments)["result"]
         assert result["isError"] is is_error, result
         return result["structuredContent"]
 
-    def ref(query):
-        return use("find", query=query)["data"]["items"][0]["ref"]
+    return call
 
+
+@pytest.fixture
+def ref(use):
+    return lambda query: use("find", query=query)["data"]["items"][0]["ref"]
+
+
+def test_a_client_uses_all_tools_on_a_form(sdk, use, ref, page, site):
+    assert len(sdk.do(list=True)["result"]["tools"]) == 8
     use("navigate", url=f"{site.url}/shop.html")
     use("navigate", url=f"{site.url}/form.html")
     assert use("read")["data"]["count"] == 14
     use("type", ref=ref("your name"), text="\u00c4nne")
     use("click", ref=ref("it is a gift"))
-    assert use("read")["data"]["items"][0]["value"] == "\u00c4nne"
-    assert use("scope")["ok"] is True
+    use("select", ref=ref("size"), value="m")
+    assert page("""
+      const of = (name) => document.querySelector(`[name=${name}]`);
+      return [of('who').value, of('gift').checked, of('size').value];
+    """) == ["\u00c4nne", True, "m"]
+    assert use("scope", name="Pages")["scope"]["active"] is True
+    assert use("read")["data"]["count"] == 2
+    use("scope", clear=True)
     batch = use("batch", steps=[{"action": "find", "query": "gift"}, {"action": "click"}])
     assert (batch["all_ok"], batch["first_failure"]) == (False, 1)
     assert use("navigate", action="back")["url"] == f"{site.url}/shop.html"
-    refused = sdk.do(call="browser_select", arguments={"ref": "e4000"})["result"]
-    assert refused == {
-        "content": [{"type": "text", "text": "no element e4000"}], "isError": True}
+
+
+def test_a_client_gets_refusals_and_cancels(sdk, use, site):
+    use("navigate", url=f"{site.url}/form.html")
+    assert sdk.do(call="shell")["error"]["code"] == -32602
+    for arguments, text in (({"ref": "e4000"}, "no element e4000"), ({}, "a ref is needed")):
+        refused = sdk.do(call="browser_select", arguments=arguments)["result"]
+        assert refused == {"content": [{"type": "text", "text": text}], "isError": True}
+    waits = {"steps": [{"action": "wait", "ms": 5000}] * 3}
+    assert "error" in sdk.do(call="browser_batch", arguments=waits, cancelAfterMs=300)
+    assert use("read")["data"]["count"] == 14  # while the extension still waits
     use("navigate", url=f"{site.url}/reviews.html")
     hostile = use("read", is_error=True)
     assert hostile["prompt_injection_detected"] is True
     assert "refusing to continue" in hostile["error"]
+    assert sdk.close() == 0
