@@ -48,7 +48,7 @@ struct Server {
                    [this](ToolCall call) { calls.add(std::move(call)); },
                    [this](const std::string& id) { calls.cancel(id); }}};
 
-  std::string run(const ToolCall& call, const OwnedSignal& givenUp) {
+  std::string run(const ToolCall& call, const OwnedSignal& givenUp) const {
     JsonDocument answer;
     const ToolOutcome outcome = callTool(
         call.name, call.arguments,

@@ -86,7 +86,7 @@ TEST(AskByPipe, SendsEachCommandWithAnIdOfItsOwn) {
 
 TEST(AskByPipe, TakesAnswersOfAnySize) {
   const std::string large = "{\"text\":\"" + std::string(3 << 20, 'x') + "\"}";
-  const PipeHost host(1, [&large](const json&) { return large; });
+  const PipeHost host(1, [&large](const json&) { return std::string(large); });
   EXPECT_EQ(ask({{"text", std::string(1'000'000, 'y')}}).text, large);
 }
 
