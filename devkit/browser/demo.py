@@ -3,6 +3,9 @@
 With a display, a window opens and stays until it is closed: chat in the panel, or try the messages
 that are printed here. Without one, the same messages are sent by this program, and what the panel
 then shows is written to build/demo/. Exit code 0 only if every turn succeeded.
+
+./dev demo --mcp: instead of a chat, an MCP client uses the browser; pictures of the page are
+written in any case. Exit code 0 only if every call ended as it should.
 """
 
 from __future__ import annotations
@@ -25,6 +28,7 @@ from ..panel.host_setup import demo_prefix, offer_program
 from ..panel.standin_process import StandInProcess
 from .chromium import Browser
 from .local_site import LocalSite
+from .mcp_demo import show_tools
 from .panel_page import PanelPage, Row
 
 _PICTURES = wine.ROOT / "build" / "demo"
@@ -36,6 +40,7 @@ _STILL_OPEN_CHECK_S = 1.0
 def _parse(arguments: list[str] | None) -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="./dev demo", description=__doc__)
     parser.add_argument("--browser", action="store_true", help="what brought you here")
+    parser.add_argument("--mcp", action="store_true", help="show what an MCP client can do")
     parser.add_argument("--prompt", action="append", metavar="TEXT",
                         help="send this instead of the usual messages; may be repeated")
     parser.add_argument("--tokens-per-second", default="40", metavar="N", help="0: no limit")
@@ -59,9 +64,10 @@ def _usual_prompts(site: LocalSite) -> dict[str, str]:
 
 
 @contextmanager
-def _surroundings(options: argparse.Namespace) -> Iterator[tuple[Browser, LocalSite]]:
-    """The browser with its host, an agent, and the site. Raises RuntimeError in the end when
-    something was said against the protocol."""
+def _surroundings(
+        options: argparse.Namespace) -> Iterator[tuple[Browser, LocalSite, dict[str, str]]]:
+    """The browser with its host, an agent, the site, and what is added to the environment of the
+    host. Raises RuntimeError in the end when something was said against the protocol."""
     with ExitStack() as stack:
         folder = Path(stack.enter_context(tempfile.TemporaryDirectory(
             prefix="morva-browser-", ignore_cleanup_errors=True)))
@@ -81,7 +87,7 @@ def _surroundings(options: argparse.Namespace) -> Iterator[tuple[Browser, LocalS
         report = folder / "protocol.txt"
         stack.callback(_raise_faults, report)
         browser = Browser(folder / "profile", options.build, environment, headless, report)
-        yield stack.enter_context(browser), site
+        yield stack.enter_context(browser), site, environment
 
 
 def _raise_faults(report: Path) -> None:
@@ -91,8 +97,6 @@ def _raise_faults(report: Path) -> None:
 
 def _show_turns(panel: PanelPage, prompts: dict[str, str]) -> bool:
     """Sends one message after the other and takes a picture of each; whether all went well."""
-    shutil.rmtree(_PICTURES, ignore_errors=True)
-    _PICTURES.mkdir(parents=True)
     panel.driver.set_window_size(*_PANEL_SIZE)
     good = True
     for name, prompt in prompts.items():
@@ -135,11 +139,15 @@ def _wait_until_closed(browser: Browser) -> None:
 
 
 def _run(options: argparse.Namespace) -> bool:
-    with _surroundings(options) as (browser, site):
+    shutil.rmtree(_PICTURES, ignore_errors=True)
+    _PICTURES.mkdir(parents=True)
+    with _surroundings(options) as (browser, site, environment):
         panel = PanelPage(browser)
-        panel.open_tab(f"{site.url}/shop.html")
+        tab = panel.open_tab(f"{site.url}/shop.html")
         panel.wait_until_ready()
         print(f"the host is connected; its tool server is {panel.tool_server}", flush=True)
+        if options.mcp:
+            return show_tools(panel, tab, site.url, options.build, environment, _PICTURES)
         prompts = _usual_prompts(site)
         if options.prompt:
             prompts = {f"prompt-{number}": text for number, text in enumerate(options.prompt, 1)}
