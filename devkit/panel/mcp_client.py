@@ -13,6 +13,7 @@ import os
 import subprocess
 import threading
 import time
+from collections import defaultdict
 from collections.abc import Mapping
 from pathlib import Path
 from types import TracebackType
@@ -46,6 +47,7 @@ class McpClient:
         self._ids = itertools.count(1)
         self._arrived = threading.Condition()
         self.messages: list[Any] = []  # as they came
+        self._replies: defaultdict[object, list[Any]] = defaultdict(list)  # by id
         self._process = subprocess.Popen(
             server_command(build, program), env=environment, stdin=subprocess.PIPE,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
@@ -91,8 +93,7 @@ class McpClient:
 
     def replies(self, number: int) -> list[Any]:
         """All replies to a request that have come so far."""
-        return [each for each in self.messages
-                if isinstance(each, dict) and each.get("id") == number and "method" not in each]
+        return self._replies.get(number, [])
 
     def notifications(self, method: str) -> list[Any]:
         """The parameters of all that have come so far."""
@@ -157,6 +158,9 @@ class McpClient:
     def _read(self) -> None:
         assert self._process.stdout is not None
         for line in self._process.stdout:
+            message = json.loads(line)
             with self._arrived:
-                self.messages.append(json.loads(line))
+                self.messages.append(message)
+                if isinstance(message, dict) and "method" not in message:
+                    self._replies[message.get("id")].append(message)
                 self._arrived.notify_all()

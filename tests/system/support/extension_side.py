@@ -6,11 +6,12 @@ def is_command(frame):
 
 
 class Extension:
-    """The extension's side: takes the commands that come from now on, and answers them."""
+    """The extension's side: takes the commands that come from now on, or `since` a mark, and
+    answers them."""
 
-    def __init__(self, panel):
+    def __init__(self, panel, since=None):
         self.panel = panel
-        self._next = panel.mark()
+        self._next = panel.mark() if since is None else since
 
     def take(self):
         """The next command."""
