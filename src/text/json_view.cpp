@@ -6,6 +6,8 @@
 #include <array>
 #include <bit>
 #include <charconv>
+#include <cstring>
+#include <new>
 #include <nlohmann/json.hpp>
 
 #include "text/ascii.h"
@@ -21,6 +23,20 @@ using nlohmann::json;
 
 // The library takes pointers to mutable values everywhere and changes none of them.
 yyjson_val* asMutable(const yyjson_val* value) { return const_cast<yyjson_val*>(value); }
+
+void* takeForValues(void* /*unused*/, std::size_t size) { return takeBlock(size); }
+
+void giveFromValues(void* /*unused*/, void* block) { giveBlock(static_cast<char*>(block)); }
+
+void* moveValues(void* /*unused*/, void* block, std::size_t oldSize, std::size_t size) {
+  char* const larger = takeBlock(size);
+  if (larger == nullptr) return nullptr;
+  std::memcpy(larger, block, std::min(oldSize, size));
+  giveBlock(static_cast<char*>(block));
+  return larger;
+}
+
+constexpr yyjson_alc inBlocks = {takeForValues, moveValues, giveFromValues, nullptr};
 
 yyjson_doc* read(std::string_view text, yyjson_read_err& failure) {
   return yyjson_read_opts(const_cast<char*>(text.data()), text.size(), YYJSON_READ_NOFLAG, nullptr,
@@ -258,8 +274,9 @@ bool mayNeedRepair(std::string_view text) {
 }  // namespace
 
 JsonBuffer::JsonBuffer(std::size_t size)
-    : bytes_(std::make_unique_for_overwrite<char[]>(valuesBegin(size) + valueRoom(size))),
-      size_(size) {}
+    : bytes_(takeBlock(valuesBegin(size) + valueRoom(size))), size_(size) {
+  if (bytes_ == nullptr) throw std::bad_alloc();
+}
 
 ParseOutcome readJson(JsonBuffer text, JsonDocument& document, std::string& error) {
   error.clear();
@@ -271,7 +288,7 @@ ParseOutcome readJson(JsonBuffer text, JsonDocument& document, std::string& erro
   const std::size_t room = valueRoom(text.size());
   if (room > 0) yyjson_alc_pool_init(&inBuffer, bytes + valuesBegin(text.size()), room);
   yyjson_doc* const read = yyjson_read_opts(bytes, text.size(), YYJSON_READ_INSITU,
-                                            room > 0 ? &inBuffer : nullptr, nullptr);
+                                            room > 0 ? &inBuffer : &inBlocks, nullptr);
   if (read == nullptr) return ParseOutcome::invalid;
   document.document_ = {read, JsonDocument::Free{text.release()}};
   return ParseOutcome::ok;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "text/json_parse.h"
+#include "text/large_blocks.h"
 
 struct yyjson_val;
 struct yyjson_doc;
@@ -120,10 +121,10 @@ class JsonBuffer {
   char* data() { return bytes_.get(); }
   std::size_t size() const { return size_; }
   std::string_view text() const { return {bytes_.get(), size_}; }
-  std::unique_ptr<char[]> release() { return std::move(bytes_); }
+  OwnedBlock release() { return std::move(bytes_); }
 
  private:
-  std::unique_ptr<char[]> bytes_;
+  OwnedBlock bytes_;
   std::size_t size_ = 0;
 };
 
@@ -140,7 +141,7 @@ class JsonDocument {
  private:
   struct Free {
     void operator()(yyjson_doc* document) const;
-    std::unique_ptr<char[]> text;  // where the strings lie, when it was read in place
+    OwnedBlock text;  // where the strings lie, when it was read in place
   };
   friend ParseOutcome readJson(std::string_view text, JsonDocument& document, std::string& error);
   friend ParseOutcome readJson(JsonBuffer text, JsonDocument& document, std::string& error);

@@ -1,0 +1,62 @@
+#include "text/large_blocks.h"
+
+#include <array>
+#include <atomic>
+#include <new>
+
+namespace media::win::chrome_inspect {
+
+const std::size_t maxKeptBlocks = MORVA_KEPT_BLOCKS;
+
+namespace {
+
+// Stands in front of each block.
+struct alignas(std::max_align_t) Head {
+  std::size_t size;  // of what follows
+};
+
+// Without a lock: whoever looks at what is in a place takes it.
+using Place = std::atomic<Head*>;
+std::array<Place, MORVA_KEPT_BLOCKS> places;
+
+void freeBlock(Head* head) { ::operator delete(head); }
+
+// Puts a block into a place that is free; false when there is none.
+bool keep(Head* head) {
+  for (Place& place : places) {
+    Head* nothing = nullptr;
+    if (place.compare_exchange_strong(nothing, head)) return true;
+  }
+  return false;
+}
+
+Head* takeKept(std::size_t size) {
+  for (Place& place : places) {
+    Head* const head = place.exchange(nullptr);
+    if (head == nullptr) continue;
+    if (head->size >= size) return head;
+    freeBlock(head);  // a larger one will come into its place
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+char* takeBlock(std::size_t size) {
+  Head* head = size >= minKeptBlock && size <= maxKeptBlock ? takeKept(size) : nullptr;
+  if (head == nullptr) {
+    void* const memory = ::operator new(sizeof(Head) + size, std::nothrow);
+    if (memory == nullptr) return nullptr;
+    head = new (memory) Head{size};
+  }
+  return reinterpret_cast<char*>(head + 1);
+}
+
+void giveBlock(char* block) {
+  if (block == nullptr) return;
+  Head* const head = reinterpret_cast<Head*>(block) - 1;
+  const bool isKept = head->size >= minKeptBlock && head->size <= maxKeptBlock;
+  if (!isKept || !keep(head)) freeBlock(head);
+}
+
+}  // namespace media::win::chrome_inspect
