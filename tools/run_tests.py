@@ -112,8 +112,8 @@ def wanted_suites(whats, builds, options):
     soaked = SOAK_BUILDS if tuple(builds) == DEFAULT_BUILDS else builds
     makers = {
         "soak": lambda: [with_script(f"soak {build}", "tests/soak/soak.py",
-                                     ["--build", build, "--minutes", "1", *options], build=build,
-                                     wine=build == "windows") for build in soaked],
+                                     ["--build", build, "--minutes", "1", "--ends", "6", *options],
+                                     build=build, wine=build == "windows") for build in soaked],
         "system": lambda: [suite for build in builds for suite in system_suites(build, options)],
         # The Windows build in a real browser: what is released, where its users are.
         "browser": lambda: [with_pytest("browser", options, "tests/browser", build="windows",

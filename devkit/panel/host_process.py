@@ -106,6 +106,14 @@ class HostProcess:
         except BrokenPipeError:
             pass  # nobody reads it any more
 
+    def close_stdout(self) -> None:
+        """Closes the reading side of the host's output, as a browser that is gone: what comes from
+        now on is lost, and the last frame may be cut."""
+        assert self._running.stdout is not None
+        null = os.open(os.devnull, os.O_RDONLY)
+        os.dup2(null, self._running.stdout.fileno())
+        os.close(null)
+
     def wait(self, timeout: float = 10.0) -> int:
         """The exit code, once the process has ended and its output is read. Raises HostError.
 

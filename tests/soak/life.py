@@ -14,7 +14,7 @@ from devkit.panel.host_process import HostError, HostTimeout
 from devkit.panel.panel_session import events_of
 from devkit.panel.standin_browser import StandInBrowser
 
-from actions import ACTIONS, ACTORS, NEED_NO_AGENT, OUTLIVES_THE_HOST, PIPE_COMMAND
+from actions import ACTIONS, NEED_NO_AGENT, OUTLIVES_THE_HOST, PIPE_COMMAND
 from ledger import Ledger, LifeOver, numbers
 from support.tool_server_client import ToolServer
 
@@ -22,23 +22,25 @@ REST_TIMEOUT_S = 180.0
 # Between two actions of one thread, so that the machine does other things too.
 PAUSE_S = (0.02, 0.15)
 PAUSE_AFTER_FAILURE_S = (0.2, 0.5)
-LAST_WORDS = 1000
 
 
 class Life:
     """Its `ask` is what the clients of the system tests want of a panel, too."""
 
-    def __init__(self, number, seed, host, agent, work, record):
+    def __init__(self, number, seed, host, agent, work, record, actors, preset):
         self.number, self.host, self.agent, self.work = number, host, agent, work
         self.record, self.ledger = record, Ledger(record, number)
         self.over = threading.Event()
+        self.preset = preset  # of its turns
+        self.took = 0.0  # seconds from the end of its input to its own
         self._seed = f"{seed}/{number}"
         self._browser = StandInBrowser()
         self._sending = threading.Lock()
-        self._acting = {name: threading.Lock() for name in ACTORS}  # each held during an action
+        self._actions = actors
+        self._acting = {name: threading.Lock() for name in actors}  # each held during an action
         self._pump = threading.Thread(target=self._take_all, daemon=True)
         self._actors = [threading.Thread(target=self._act, args=(name,), name=name, daemon=True)
-                        for name in ACTORS]
+                        for name in actors]
         for thread in [self._pump, *self._actors]:
             thread.start()
 
@@ -63,7 +65,7 @@ class Life:
         """Has everything come to its end, and calls `look`."""
         quiet = [each for each in self._acting.values() if each.acquire(timeout=REST_TIMEOUT_S)]
         try:
-            if len(quiet) < len(ACTORS):
+            if len(quiet) < len(self._acting):
                 self.ledger.fault("it does not come to rest")
             elif not self.over.is_set():
                 # With an agent known and listened to, as at every other rest.
@@ -73,21 +75,28 @@ class Life:
             for each in quiet:
                 each.release()
 
-    def end(self, late_seconds):
-        """Closes the host's input while whatever is going on goes on, and more is asked than a pipe
-        takes answers; they are read late. Its exit code."""
+    def end(self, late_seconds, last_words, killed=False):
+        """Closes the host's input while whatever is going on goes on, after so many last messages,
+        whose replies are read late; or both pipes at once, in the midst of a message, as the end of
+        a browser that is killed. Its exit code."""
         self.over.set()
         self.host.pause_reading()
         with contextlib.suppress(LifeOver):  # it has ended by itself
-            for _ in range(LAST_WORDS):
+            for _ in range(last_words):
                 self.post("getStatus")
         with self._sending:
+            if killed:
+                self.host.close_stdout()
+                with contextlib.suppress(OSError):
+                    self.host.send_raw(b"\xff\0\0\0{")
             self.host.close_stdin()
+        began = time.monotonic()
         time.sleep(late_seconds)
         self.host.resume_reading()
         try:
             return self.host.wait(60)
         finally:
+            self.took = time.monotonic() - began
             self._pump.join(30)
             self.ledger.close()
             for actor in self._actors:
@@ -141,7 +150,7 @@ class Life:
         own = random.Random(f"{self._seed}/{name}")  # so that its choices depend on the seed alone
         while not self.over.is_set():
             with self._acting[name]:
-                action = own.choice(ACTORS[name])
+                action = own.choice(self._actions[name])
                 try:
                     is_done = self._do(action, own)
                 except LifeOver:

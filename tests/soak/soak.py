@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Lets everything happen at once, at random, for a while: ./dev soak --minutes N [--seed S]
+Ends the host at random moments of it: ./dev ends [N] [--seed S], also after a soak with --ends N.
 
 Turns, stops, tool calls, uploads, events, voice and small messages come from many threads; the
 agent crashes and comes back; the host's input is closed in the midst of it, what it still says is
@@ -28,6 +29,7 @@ ROOT = Path(__file__).resolve().parents[2]
 def arguments():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--minutes", type=float, default=2)
+    parser.add_argument("--ends", type=int, default=0)
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 32))
     parser.add_argument("--build", default="windows", choices=("windows", "asan", "tsan", "native"))
     parser.add_argument("--junit", type=Path)
@@ -39,7 +41,8 @@ os.environ["MORVA_HOST_BUILD"] = options.build  # read when the modules below ar
 sys.path[:0] = [str(ROOT), str(ROOT / "tests" / "system"), str(ROOT / "tools")]
 
 import junit  # noqa: E402
-from actions import ACTIONS, begin_turn  # noqa: E402
+from actions import ACTIONS, ACTORS, begin_turn  # noqa: E402
+from ends import Ends  # noqa: E402
 from gauges import Gauges  # noqa: E402
 from judgement import growths, verdicts  # noqa: E402
 from ledger import Record  # noqa: E402
@@ -64,6 +67,7 @@ BUSY_S = (1.5, 3.5)  # between two rests
 AGENT_AWAY_S = (0.0, 1.5)
 STOPPED_AFTER_S = (0.0, 0.1)
 LATE_S = (0.0, 0.5)  # how long after its end a host's last words may be read
+LAST_WORDS = 1000  # more than a pipe takes answers
 STOP_REACHES_S = 1.0  # so long after a "stop" the agent may still cancel what runs
 
 
@@ -107,14 +111,18 @@ class Run:
                 longest = min(LONGEST_LIFE_S, max(5.0, self.left()))
                 self.live(self.random.uniform(5.0, longest), rests=True)
 
-    def live(self, seconds, rests):
+    def begin_life(self, environment, actors, preset):
         self.lives += 1
         # What has been freed is kept for a while, otherwise up to 256 MiB, which would look like a
         # leak.
-        environment = {**self.folders, **sanitizer_environment()}
+        environment = {**self.folders, **sanitizer_environment(), **environment}
         environment["ASAN_OPTIONS"] += ":quarantine_size_mb=16"
         host = HostProcess(builds.BUILD, None, environment, self.prefix, builds.PROGRAM).start()
-        life = Life(self.lives, options.seed, host, self.agent, self.work, self.record)
+        return Life(self.lives, options.seed, host, self.agent, self.work, self.record, actors,
+                    preset)
+
+    def live(self, seconds, rests):
+        life = self.begin_life({}, ACTORS, "plain")
         end = time.monotonic() + seconds
         try:
             while not self.record.faults and (time.monotonic() < end or self.wants_more()):
@@ -123,7 +131,7 @@ class Run:
                     life.rest(lambda: self.look(life))
         except Exception as failure:  # the run ends with what is known so far
             life.ledger.fault(f"{type(failure).__name__} {failure}")
-        self.end_life(life)
+        self.end_life(life, self.random.uniform(*LATE_S), LAST_WORDS)
 
     def look(self, life):
         self.samples.append((life.number, self.gauges.look(life.host.pid)))
@@ -173,9 +181,9 @@ class Run:
         life.ledger.wait(begun)
         time.sleep(STOP_REACHES_S)
 
-    def end_life(self, life):
+    def end_life(self, life, late_seconds, last_words, killed=False):
         try:
-            code = life.end(self.random.uniform(*LATE_S))
+            code = life.end(late_seconds, last_words, killed)
             if code < 0 and self.prefix:
                 # A fault of a Windows program becomes its exit code; of a signal only Wine itself
                 # dies, about once in some thousand ends of a process.
@@ -185,7 +193,8 @@ class Run:
         except HostError as error:
             life.ledger.fault(str(error))
             life.host.kill()
-        for text in filter(None, [life.host.stream_fault, take_reports()[:20_000]]):
+        torn = "" if killed else life.host.stream_fault
+        for text in filter(None, [torn, take_reports()[:20_000]]):
             life.ledger.fault(text)
 
 
@@ -198,14 +207,24 @@ def print_times(record):
 
 
 def main():
-    print(f"soak of {options.build}, {options.minutes:g} minutes, seed {options.seed}", flush=True)
+    print(f"soak of {options.build}, {options.minutes:g} minutes, {options.ends} ends,"
+          f" seed {options.seed}", flush=True)
     run = Run()
+    ends = Ends(run, options.ends) if options.ends else None
     try:
-        run.all_lives()
+        if options.minutes:
+            run.all_lives()
+        if ends:
+            ends.all()
     finally:
         run.close()
     found = verdicts(options.build, run.record, run.samples, run.lives, run.crashes)
+    if not options.minutes:
+        del found["everything happened"]  # the table shows what did
     print_times(run.record)
+    if ends:
+        ends.print_times()
+        found |= ends.verdicts()
     print(f"{run.lives} hosts, {run.crashes} crashes of the agent, {dict(run.record.counts)}")
     print("at rest, early and late in the life of a host:", *growths(run.samples), sep="\n")
     for subject, wrong in found.items():

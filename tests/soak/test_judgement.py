@@ -2,12 +2,15 @@
 
 import sys
 from pathlib import Path
+from random import Random
+from types import SimpleNamespace
 
 import pytest
 
 ROOT = Path(__file__).resolve().parents[2]
 sys.path[:0] = [str(ROOT), str(ROOT / "tests" / "system")]
 
+import ends  # noqa: E402
 from actions import ACTIONS  # noqa: E402
 from judgement import verdicts  # noqa: E402
 from ledger import Ledger, Record  # noqa: E402
@@ -49,6 +52,22 @@ def test_the_verdict_names_what_is_wrong(record, members, subject):
     record.times.update({name: [5.0] * 10 for name in given["done"]})
     found = verdicts("windows", record, given["samples"], given["lives"], given["crashes"])
     assert [name for name, texts in found.items() if texts] == [subject] * bool(subject)
+
+
+@pytest.mark.parametrize("took, left, subject", [
+    (2.4, [], None), (9.0, [], "ended within 2.5 s"),
+    (0.1, [39270], "its agent gone, its ports free")])
+def test_an_end_that_is_late_or_leaves_something_is_found(record, tmp_path, monkeypatch, took, left,
+                                                          subject):
+    run = SimpleNamespace(random=Random(1), scratch=tmp_path, record=record)
+    monkeypatch.setattr(ends, "listening", lambda ports: left)
+    monkeypatch.setattr(ends, "LEFT_S", 0)
+    monkeypatch.setattr(ends.builds, "SLOWER", 1.0)
+    judged = ends.Ends(run, 5)
+    judged.times[ends.BROWSER].append(took)
+    judged.look_for_what_is_left(SimpleNamespace(ledger=Ledger(record, 1)), owned=False)
+    assert [name for name, texts in judged.verdicts().items() if texts] == [subject] * bool(subject)
+    assert list(record.faults) == ["host 1: leaves a port behind"] * bool(left)
 
 
 REPLY = {"chromeRequestId": 1}

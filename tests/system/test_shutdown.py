@@ -268,7 +268,7 @@ def test_a_browser_that_closed_its_side_does_not_end_the_host(start_panel):
     with ScriptedAgent() as agent:
         panel = start_panel()
         panel.prove_alive()
-        panel.close_output()
+        panel.host.close_stdout()
         for n in range(3):
             panel.start_turn(until=None)
             agent.wait_for(COMPLETIONS, n + 1)

@@ -5,7 +5,7 @@ from __future__ import annotations
 import asyncio
 from collections.abc import Awaitable, Callable
 
-from aiohttp import web
+from aiohttp import ClientConnectionError, web
 
 from ..chat_turn import Turn, choose_scenario, user_prompt
 from ..event_stream import EventStream, is_gone
@@ -72,7 +72,7 @@ def _outcome(task: asyncio.Future[None], turn: Turn) -> str:
     if task.cancelled():
         return "cancelled"
     error = task.exception()
-    if isinstance(error, ConnectionError):
+    if isinstance(error, (ConnectionError, ClientConnectionError)):  # of the turn, of a tool call
         return "disconnected"
     if error is not None:
         raise error

@@ -2,7 +2,6 @@
 
 import itertools
 import json
-import os
 import time
 import warnings
 
@@ -187,12 +186,6 @@ class Panel:
         return Turn(self.events_since(mark))
 
     # --- The end ---
-
-    def close_output(self):
-        """Closes the reading side of the host's output, as a browser that is gone."""
-        null = os.open(os.devnull, os.O_RDONLY)
-        os.dup2(null, self.host._process.stdout.fileno())
-        os.close(null)
 
     def end(self, alive=True, limit=None):
         """Proves the host alive, closes its input and expects it to end in order."""

@@ -22,6 +22,11 @@ def wait_until_accepted(port, patience=10):
           "connections are not accepted", patience, 0.001)
 
 
+def listening(ports):
+    """Those of the ports on which somebody listens."""
+    return [port for port in ports if any(state == _LISTENING for _, state, _ in _rows(port))]
+
+
 def has_left(port, connection):
     """Whether the far end on this port, which we may not have read to its end, is closed."""
     ours = connection.getsockname()[1]
