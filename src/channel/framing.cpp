@@ -1,5 +1,6 @@
 #include "channel/framing.h"
 
+#include <array>
 #include <atomic>
 #include <bit>
 #include <cstring>
@@ -131,8 +132,13 @@ bool writeAll(StreamId stream, const char* bytes, std::size_t size) {
 
 bool writeFrame(StreamId stream, std::string_view body) {
   if (body.size() > maxOutboundBody) return false;
-  const std::string frame = frameOf(body);
-  return writeAll(stream, frame.data(), frame.size());
+  if (body.size() <= maxHeldBytes) {
+    const std::string frame = frameOf(body);
+    return writeAll(stream, frame.data(), frame.size());
+  }
+  std::array<char, frameHeadBytes> head = {};  // copying what is long costs more than a call
+  writeFrameHead(head.data(), body.size());
+  return writeAll(stream, head.data(), head.size()) && writeAll(stream, body.data(), body.size());
 }
 
 bool writeMessage(const nlohmann::json& message) { return writeMessageText(message.dump()); }

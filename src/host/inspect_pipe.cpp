@@ -33,6 +33,7 @@ std::string refusal(std::string_view id, std::string_view code, std::string_view
 struct Answer {
   std::string body;
   std::uint32_t patienceMs = 0;  // how long the client has for taking it
+  JsonDocument source;           // what it was made of: freed when that delays nobody
 };
 
 // Waits for the answer, and no longer than the client does: while nobody takes it, others wait.
@@ -48,7 +49,7 @@ bool waitForAnswer(StreamId pipe, const std::string& id, std::uint32_t replyMs,
   return false;
 }
 
-std::string relay(StreamId pipe, const json& request, std::uint32_t replyMs) {
+std::string relay(StreamId pipe, const json& request, std::uint32_t replyMs, JsonDocument& reply) {
   const std::string id(lenientText(request, "requestId"));
   // Its answer would go to the host's own call of that id.
   if (id.starts_with(ownRequestPrefix)) {
@@ -58,7 +59,6 @@ std::string relay(StreamId pipe, const json& request, std::uint32_t replyMs) {
   if (!writeMessage(request)) {
     return refusal(id, "EXTENSION_UNAVAILABLE", "Chrome extension channel is unavailable");
   }
-  JsonDocument reply;
   // An answer to a request without an id could not be recognised: nobody waits for it.
   if (id.empty() || !waitForAnswer(pipe, id, replyMs, reply)) {
     return refusal(id, "TIMEOUT", "Extension did not respond in time");
@@ -74,8 +74,13 @@ Answer answerTo(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settin
     const PipeWatchdog::Guard guard(watchdog, pipe, settings.requestMs);
     whole = FrameReader(pipe).next(request, error);
   }
-  if (whole) return {relay(pipe, request, settings.replyMs), settings.answerMs};
-  return {refusal("", "INVALID_REQUEST", error.empty() ? unreadable : error), settings.refusalMs};
+  if (!whole) {
+    return {
+        refusal("", "INVALID_REQUEST", error.empty() ? unreadable : error), settings.refusalMs, {}};
+  }
+  Answer answer{{}, settings.answerMs, {}};
+  answer.body = relay(pipe, request, settings.replyMs, answer.source);
+  return answer;
 }
 
 // The client gets an answer also when its request makes something throw, such as memory that runs
@@ -84,7 +89,7 @@ Answer answerOrRefuse(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& 
   try {
     return answerTo(pipe, watchdog, settings);
   } catch (const std::exception&) {
-    return {refusal("", "INVALID_REQUEST", unreadable), settings.refusalMs};
+    return {refusal("", "INVALID_REQUEST", unreadable), settings.refusalMs, {}};
   }
 }
 

@@ -10,6 +10,7 @@
 #include "common/detached.h"
 #include "platform/locks.h"
 #include "text/json_text.h"
+#include "text/json_view.h"
 #include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
@@ -56,21 +57,23 @@ struct CallQueue::State {
     const Lock lock(mutex);
     for (;;) {
       while (entries.empty()) changed.wait(mutex);
+      JsonDocument answer;
       Entry& first = entries.front();
-      std::string reply = runUnlocked(first);
+      std::string reply = runUnlocked(first, answer);
       std::shared_ptr<Replies> replies = std::move(first.call.replies);
       if (!first.isCancelled) replies->add(std::move(reply));
+      if (!first.call.progressToken.empty()) changed.notifyAll();  // nothing is reported any more
       entries.pop_front();
     }
   }
 
   // The entry stays where it is: only this thread takes the first one away.
-  std::string runUnlocked(const Entry& entry) MORVA_REQUIRES(mutex) {
+  std::string runUnlocked(const Entry& entry, JsonDocument& answer) MORVA_REQUIRES(mutex) {
     if (entry.isCancelled) return {};
     const ToolCall& call = entry.call;
     const Unlocked unlocked(mutex);
     try {
-      return run(call, entry.givenUp);
+      return run(call, entry.givenUp, answer);
     } catch (const std::exception&) {
       return rpcError(call.id, RpcError::internal, "out of memory");
     }

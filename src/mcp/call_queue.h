@@ -4,8 +4,10 @@
 #include <functional>
 #include <string>
 
+#include "mcp/json_rpc.h"
 #include "mcp/session.h"
 #include "platform/pipe_client.h"
+#include "text/json_view.h"
 
 namespace media::win::chrome_inspect {
 
@@ -14,8 +16,10 @@ namespace media::win::chrome_inspect {
 class CallQueue {
  public:
   // Returns the reply to the call, on the thread of the calls. Comes back soon once `givenUp` is
-  // raised; what it then returns is dropped.
-  using Run = std::function<std::string(const ToolCall& call, const OwnedSignal& givenUp)>;
+  // raised; what it then returns is dropped. What it leaves in `answer` is freed when the reply has
+  // been sent.
+  using Run = std::function<std::string(const ToolCall& call, const OwnedSignal& givenUp,
+                                        JsonDocument& answer)>;
 
   CallQueue(Run run, Replies::Send send, std::uint32_t progressMs = 5000);
   CallQueue(const CallQueue&) = delete;

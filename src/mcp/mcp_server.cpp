@@ -1,7 +1,5 @@
 #include "mcp/mcp_server.h"
 
-#include <array>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +9,7 @@
 #include "common/detached.h"
 #include "common/product_names.h"
 #include "mcp/call_queue.h"
+#include "mcp/json_rpc.h"
 #include "mcp/line_output.h"
 #include "mcp/line_reader.h"
 #include "mcp/pipe_road.h"
@@ -18,7 +17,9 @@
 #include "mcp/tool_reply.h"
 #include "platform/byte_stream.h"
 #include "platform/console.h"
+#include "platform/pipe_client.h"
 #include "platform/process_control.h"
+#include "text/json_view.h"
 #include "text/leaked.h"
 
 namespace media::win::chrome_inspect {
@@ -41,15 +42,15 @@ void endForOverflow() {
 // Everything that the threads of a server share; never destroyed.
 struct Server {
   LineOutput output{standardOutput(), mostWaitingBytes, endForOverflow};
-  CallQueue calls{
-      [this](const ToolCall& call, const OwnedSignal& givenUp) { return run(call, givenUp); },
-      [this](std::string line) { output.send(std::move(line)); }};
+  CallQueue calls{[this](const ToolCall& call, const OwnedSignal& givenUp, JsonDocument& answer) {
+                    return run(call, givenUp, answer);
+                  },
+                  [this](std::string line) { output.send(std::move(line)); }};
   Session session{{[this](std::string line) { output.send(std::move(line)); },
                    [this](ToolCall call) { calls.add(std::move(call)); },
                    [this](const std::string& id) { calls.cancel(id); }}};
 
-  std::string run(const ToolCall& call, const OwnedSignal& givenUp) const {
-    JsonDocument answer;
+  std::string run(const ToolCall& call, const OwnedSignal& givenUp, JsonDocument& answer) const {
     const ToolOutcome outcome = callTool(
         call.name, call.arguments,
         [&](nlohmann::json command, JsonDocument& reply, std::string& error) {

@@ -8,12 +8,14 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-// Waits for a call that was begun. One that is given up has ended when this returns, since the
-// system uses its buffer until then; it may have been done after all.
-PipeCall finish(const OwnedStream& pipe, OVERLAPPED& call, std::size_t& count,
+// Waits for a call that was begun; as the only one on its pipe it needs no event of its own. One
+// that is given up has ended when this returns, since the system uses its buffer until then; it may
+// have been done after all.
+PipeCall finish(const OwnedStream& pipe, OVERLAPPED& call, bool isDone, std::size_t& count,
                 const OwnedSignal& signal, std::uint32_t timeoutMs) {
-  const HANDLE waited[] = {call.hEvent, handleOf(signal)};
-  const DWORD outcome = WaitForMultipleObjects(2, waited, FALSE, timeoutMs);
+  const HANDLE waited[] = {handleOf(pipe), handleOf(signal)};
+  const DWORD outcome =
+      isDone ? WAIT_OBJECT_0 : WaitForMultipleObjects(2, waited, FALSE, timeoutMs);
   if (outcome != WAIT_OBJECT_0) CancelIoEx(handleOf(pipe), &call);
   DWORD done = 0;
   if (GetOverlappedResult(handleOf(pipe), &call, &done, TRUE) && done > 0) {
@@ -28,12 +30,10 @@ PipeCall finish(const OwnedStream& pipe, OVERLAPPED& call, std::size_t& count,
 template <class Begin>
 PipeCall perform(const OwnedStream& pipe, std::size_t& count, const OwnedSignal& signal,
                  std::uint32_t timeoutMs, const Begin& begin) {
-  const OwnedHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  if (!event) return PipeCall::ended;
   OVERLAPPED call = {};
-  call.hEvent = event.get();
-  if (!begin(call) && GetLastError() != ERROR_IO_PENDING) return PipeCall::ended;
-  return finish(pipe, call, count, signal, timeoutMs);
+  const bool isDone = begin(call);
+  if (!isDone && GetLastError() != ERROR_IO_PENDING) return PipeCall::ended;
+  return finish(pipe, call, isDone, count, signal, timeoutMs);
 }
 
 DWORD oneCall(std::size_t size) { return static_cast<DWORD>(std::min<std::size_t>(size, MAXLONG)); }

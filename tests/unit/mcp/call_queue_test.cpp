@@ -45,7 +45,7 @@ TEST(CallQueue, RunsOneCallAfterTheOther) {
   QueueCase c;
   std::atomic<int>& running = leaked<std::atomic<int>>(0);
   CallQueue queue(
-      [&running](const ToolCall& call, const OwnedSignal&) {
+      [&running](const ToolCall& call, const OwnedSignal&, JsonDocument&) {
         EXPECT_EQ(++running, 1);
         --running;
         return "done " + call.id;
@@ -63,7 +63,7 @@ TEST(CallQueue, GivesUpWhatIsCancelledWithoutAReply) {
   QueueCase c;
   Gate& runs = leaked<Gate>();
   CallQueue queue(
-      [&runs](const ToolCall& call, const OwnedSignal& givenUp) {
+      [&runs](const ToolCall& call, const OwnedSignal& givenUp, JsonDocument&) {
         if (call.id == "1") {
           runs.open();
           EXPECT_TRUE(waitForSignal(givenUp, 30'000));
@@ -80,7 +80,7 @@ TEST(CallQueue, GivesUpWhatIsCancelledWithoutAReply) {
 TEST(CallQueue, ReportsTheProgressOfThoseThatAskedForIt) {
   QueueCase c;
   CallQueue queue(
-      [&c](const ToolCall& call, const OwnedSignal&) {
+      [&c](const ToolCall& call, const OwnedSignal&, JsonDocument&) {
         if (call.id == "1") c.lines.waitFor(4);
         return "done " + call.id;
       },
