@@ -9,6 +9,7 @@
 
 #include "channel/framing.h"
 #include "channel/pending_replies.h"
+#include "platform/byte_stream.h"
 #include "platform/clock.h"
 #include "platform/crypto.h"
 #include "text/json_parse.h"

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
-#include <utility>
 
 #include "browser_tools/tool_catalog.h"
 #include "common/product_names.h"
 #include "common/product_version.h"
 #include "mcp/tool_definitions.h"
+#include "text/json_parse.h"
 #include "text/json_text.h"
 #include "text/utf8.h"
 

@@ -1,7 +1,6 @@
 #include "mcp/tool_definitions.h"
 
 #include <algorithm>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string_view>
 

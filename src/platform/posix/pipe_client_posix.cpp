@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+#include "platform/byte_stream.h"
+#include "platform/owned.h"
 #include "platform/posix/descriptor_posix.h"
 #include "platform/posix/local_socket_posix.h"
 
