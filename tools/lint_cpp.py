@@ -16,7 +16,7 @@ from lint_files import (CACHE, INCLUDE, ROOT, Job, check_each, code_files, found
 
 DEPENDENCIES = ROOT / "build" / "deps"
 LIBRARIES = [DEPENDENCIES / "usr" / "include", *DEPENDENCIES.glob("yyjson-*/src")]
-COMPILE = ["-std=c++20", "-I", str(ROOT / "src"),
+COMPILE = ["-std=c++20", "-DMORVA_KEPT_BLOCKS=2", "-I", str(ROOT / "src"),
            *(part for folder in LIBRARIES for part in ("-isystem", str(folder)))]
 LIBCXX = ["-stdlib++-isystem", "/usr/lib/llvm-16/include/c++/v1"]
 GOOGLETEST = Path("/usr/src/googletest")

@@ -24,7 +24,7 @@ namespace media::win::chrome_inspect {
 class MORVA_CHECKED(capability("mutex")) Mutex {
  public:
   Mutex();
-  ~Mutex();
+  ~Mutex();  // NOLINT(performance-trivially-destructible): on some systems only
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
 
@@ -72,7 +72,7 @@ class Condition {
   using Clock = std::chrono::steady_clock;
 
   Condition();
-  ~Condition();
+  ~Condition();  // NOLINT(performance-trivially-destructible): on some systems only
   Condition(const Condition&) = delete;
   Condition& operator=(const Condition&) = delete;
 
