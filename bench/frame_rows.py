@@ -112,10 +112,13 @@ def measure_frame_memory(results: Results, side: Side, _: bool) -> None:
 
 def measure_idle(results: Results, side: Side, quick: bool) -> None:
     """How often the host's threads sleep again; the watchdog begins with the first message."""
-    seconds = 6 if quick else IDLE_S
     with side.start(HOST, first=encode({"source": "morva-chat", "kind": "ready"})) as host:
-        time.sleep(2)
-        before = host.sleeps()
-        time.sleep(seconds)
-        woken = sum(count - before.get(thread, 0) for thread, count in host.sleeps().items())
-    results.add(side.name, "wake-ups", {HOST: [woken]})
+        results.add(side.name, "wake-ups", {HOST: [wake_ups(host, quick)]})
+
+
+def wake_ups(program: DrivenProgram, quick: bool) -> int:
+    """How often threads of a program sleep again that has nothing to do."""
+    time.sleep(2)
+    before = program.sleeps()
+    time.sleep(6 if quick else IDLE_S)
+    return sum(count - before.get(thread, 0) for thread, count in program.sleeps().items())

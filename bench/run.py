@@ -24,6 +24,7 @@ sys.path.insert(0, str(ROOT))
 from devkit.panel import wine  # noqa: E402
 import call_rows  # noqa: E402
 import frame_rows  # noqa: E402
+import mcp_rows  # noqa: E402
 import stream_rows  # noqa: E402
 from programs import Side  # noqa: E402
 from results import Results  # noqa: E402
@@ -38,6 +39,7 @@ PARTS: dict[str, list[Callable[[Results, Side, bool], None]]] = {
     "stream": [stream_rows.measure_streams],
     "latency": [stream_rows.measure_first_delta, stream_rows.measure_latency],
     "idle": [frame_rows.measure_idle],
+    "mcp": [mcp_rows.measure_mcp_start, mcp_rows.measure_mcp_calls, mcp_rows.measure_mcp_idle],
     "judging": [call_rows.measure_judging],
 }
 

@@ -53,6 +53,10 @@ KINDS = {
     "event growth": Kind("an event of 100,000 next to one of 10,000", "x", at_most=1.2),
     "page growth": Kind("a byte of 10 MB next to one of 1 MB", "x", at_most=1.25),
     "wake-ups": Kind("wake-ups while idle, in 15 s", "", at_most=4),
+    "mcp start": Kind("start of an MCP server to \"initialize\" answered", "ms", 1.5),
+    "mcp call 1 KB": Kind("call of an MCP client, page of 1 KB", "ms", at_most=1),
+    "mcp call 1 MB": Kind("call of an MCP client, page of 1 MB", "ms", 5),
+    "mcp wake-ups": Kind("wake-ups of an idle MCP server, in 15 s", "", at_most=0.5),
     "judging": Kind("judging a page's text, next to each phrase in turn", "MB/s", 10,
                     rate=True),
 }
