@@ -1,5 +1,6 @@
 // An application that says anything on its connection: the exchange ends with a reply that can be
-// sent, or with one of the known texts. When the first byte is odd, a proper challenge goes ahead.
+// sent, or with one of the known texts. When the first byte is odd, a proper challenge goes ahead;
+// when it is 2, the application has ended.
 
 #include "app_ipc/cmd_ipc.h"
 
@@ -31,18 +32,24 @@ constexpr const char* texts[] = {"cmd_ipc recv failed", "cmd_ipc frame too large
 class Application {
  public:
   Application() {
+    std::filesystem::create_directories(announcement_.parent_path());
+    setEnvironment("APPDATA", folder_.path().string());
+    start();
+  }
+
+  void start() {
     require(startSockets() && openSocket(listener_) && bindLoopback(listener_, 0));
     require(listenOn(listener_, 8));
-    const auto instances = folder_.path() / "Quenlark" / "morva-viewer" / "instances" / "run-ipc";
-    std::filesystem::create_directories(instances);
-    std::ofstream(instances / "a.json")
-        << nlohmann::json{{"kind", "ui"},
-                          {"transport", "tcp"},
-                          {"pid", ownProcessId()},
-                          {"endpoint", std::to_string(portOf(listener_))},
-                          {"token", "0b1c"}};
-    setEnvironment("APPDATA", folder_.path().string());
+    std::ofstream(announcement_) << nlohmann::json{{"kind", "ui"},
+                                                   {"transport", "tcp"},
+                                                   {"pid", ownProcessId()},
+                                                   {"endpoint", std::to_string(portOf(listener_))},
+                                                   {"token", "0b1c"}};
   }
+
+  // Nobody listens any more; then nothing says that anybody did.
+  void stop() { listener_.reset(); }
+  void withdraw() const { std::filesystem::remove(announcement_); }
 
   // Says `bytes` on the next connection and listens to its end.
   void play(std::string_view bytes) const {
@@ -58,13 +65,26 @@ class Application {
  private:
   OwnedSocket listener_;
   TestFolder folder_;
+  std::filesystem::path announcement_ =
+      folder_.path() / "Quenlark" / "morva-viewer" / "instances" / "run-ipc" / "a.json";
 };
+
+void checkWithout(Application& application) {
+  nlohmann::json reply;
+  std::string error;
+  application.stop();
+  require(!commandRun({}, reply, error) && error == "cmd_ipc connect failed");
+  application.withdraw();
+  require(!commandRun({}, reply, error) && error == "morva is not running");
+  application.start();
+}
 
 }  // namespace
 
 void fuzz(std::string_view input) {
-  static const Application application;
+  static Application application;
   if (input.empty()) return;
+  if (input[0] == 2) return checkWithout(application);
   std::string bytes(input[0] % 2 != 0 ? challenge : std::string_view());
   bytes.append(input.substr(1, socketRoom));
   std::thread player([&bytes] { application.play(bytes); });

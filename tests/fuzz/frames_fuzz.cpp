@@ -1,5 +1,7 @@
-// Any bytes on a stream of frames: each frame is refused or read, never more is taken than it says.
+// Any bytes on a stream of frames: each frame is refused or read, never more is taken than it says,
+// and what was read comes back the same when it is written.
 
+#include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -7,6 +9,7 @@
 
 #include "channel/framing.h"
 #include "fuzz_input.h"
+#include "text/json_text.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
@@ -25,6 +28,25 @@ Wanted firstFrame(std::string_view bytes, std::uint32_t& length) {
   return bytes.size() - sizeof length < length ? Wanted::cutOff : Wanted::whole;
 }
 
+void checkWriting(const nlohmann::json& frame) {
+  const std::string body = dumpJson(frame);
+  std::string whole(frameHeadBytes, '\0');
+  writeFrameHead(whole.data(), body.size());
+  whole += body;
+  require(holdFrame(whole) && writeHeldFrames() && !hasHeldFrames() && !outputIsBusy());
+  if (2 * whole.size() > pipeRoom) return;
+  OwnedStream readEnd;
+  OwnedStream writeEnd;
+  require(makePipe(readEnd, writeEnd));
+  require(writeFrame(writeEnd.get(), body) && writeMessage(frame));
+  require(writeAll(writeEnd.get(), whole.data(), whole.size()));
+  FrameReader reader(readEnd.get());
+  nlohmann::json again;
+  std::string error;
+  require(reader.next(again, error) && again == frame && reader.hasNext());
+  require(reader.next(again, error) && again == frame && !reader.hasNext());
+}
+
 void readAll(FrameReader reader, std::string_view bytes) {
   for (;;) {
     nlohmann::json frame = "before";
@@ -37,7 +59,7 @@ void readAll(FrameReader reader, std::string_view bytes) {
       require(!ok && error == (wanted == Wanted::cutOff ? "unexpected EOF" : "frame too large"));
       return;
     }
-    if (ok) (void)frame.dump();  // what was read can be sent
+    if (ok) checkWriting(frame);
     if (length == 0) require(ok && frame.dump() == "{}");
     if (!ok) require(frame == "before" && !error.empty());
     bytes.remove_prefix(sizeof length + length);
@@ -47,6 +69,9 @@ void readAll(FrameReader reader, std::string_view bytes) {
 }  // namespace
 
 void fuzz(std::string_view input) {
+  static const bool closedAtTheEnd =
+      std::atexit([] { require(closeOutput(0) && !writeMessage({}) && !writeHeldFrames()); }) == 0;
+  require(closedAtTheEnd);
   input = input.substr(0, pipeRoom);
   OwnedStream readEnd;
   OwnedStream writeEnd;

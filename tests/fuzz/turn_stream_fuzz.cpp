@@ -7,12 +7,15 @@
 #include <memory>
 #include <string_view>
 
+#include "channel/framing.h"
 #include "fuzz_input.h"
 #include "text/utf8.h"
 
 namespace media::win::chrome_inspect {
 
 void fuzz(std::string_view input) {
+  static const bool limited = (limitFramesForBrowser(), true);  // so that long answers are split
+  require(limited);
   Pieces pieces(input);
   TurnStream stream(std::make_shared<TurnEvents>("r"), "c");
   try {
