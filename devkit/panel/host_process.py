@@ -83,6 +83,7 @@ class HostProcess:
         self._errors = bytearray()
         self._errors_thread: threading.Thread | None = None
         self._next = 0  # the frame that read() gives next
+        self.ended_at = 0.0  # when wait() saw it, on the clock of time.monotonic()
         self.on_sent: Callable[[bytes], object] | None = None  # is told of all that is sent
 
     # Start and end
@@ -123,6 +124,7 @@ class HostProcess:
         """
         try:
             code = self._running.wait(timeout)
+            self.ended_at = time.monotonic()
         except subprocess.TimeoutExpired:
             raise HostError(f"the host still runs after {timeout} s{self._error_note()}") from None
         # A child that inherited the pipes keeps them open: then what has come so far must do.

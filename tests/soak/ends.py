@@ -6,6 +6,7 @@ behind. In one half of the ends the agent was found, in the other the host has s
 from __future__ import annotations
 
 import contextlib
+import os
 import statistics
 import time
 from collections import Counter
@@ -62,9 +63,12 @@ class Ends:
             time.sleep(self.random.uniform(0, MOMENT_S))
             with contextlib.suppress(LifeOver):  # which is then a fault
                 life.ask("getStatus")
-        run.end_life(life, self.random.choice([0.0, LATE_S]), self.random.choice([0, 10, 1000]),
-                     killed=kind == BROWSER)
+        late, last_words = self.random.choice([0.0, LATE_S]), self.random.choice([0, 10, 1000])
+        run.end_life(life, late, last_words, killed=kind == BROWSER)
         self.times[kind].append(life.took)
+        if life.took > LIMIT_S:
+            print(f"   host {life.number} took {life.took:.2f} s: {kind}, {owned=}, {late=},"
+                  f" {last_words=}, load {os.getloadavg()[0]:.0f}", flush=True)
         self.look_for_what_is_left(life, owned)
         if kind == AGENT and not owned:
             run.start_agent()

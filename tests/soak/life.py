@@ -96,7 +96,7 @@ class Life:
         try:
             return self.host.wait(60)
         finally:
-            self.took = time.monotonic() - began
+            self.took = (self.host.ended_at or time.monotonic()) - began
             self._pump.join(30)
             self.ledger.close()
             for actor in self._actors:
