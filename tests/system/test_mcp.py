@@ -231,7 +231,7 @@ def answer_until_the_last(start_panel, calls_a_life):
             command = extension.take()
             assert not extension.commands_waiting()  # one client at a time
             asked = command["payload"]["arguments"]
-            items = [{"ref": f"e{n}", "role": "link", "name": "x" * 500} for n in range(20)]
+            items = [{"ref": f"e{n}", "role": "link", "name": "x" * 5000} for n in range(20)]
             extension.reply(command, **page("browser_find", echo=asked, data={"items": items}))
             if "last" in asked:
                 return growths
