@@ -24,12 +24,14 @@ namespace {
 using nlohmann::json;
 
 constexpr std::uint32_t clientLookMs = 250;  // how often a client that waits is looked after
+constexpr std::size_t maxKeptBytes = 4 * 1024 * 1024;
 constexpr std::string_view unreadable = "Failed to read pipe request";
 
 std::string refusal(std::string_view id, std::string_view code, std::string_view message) {
   return dumpJson(pipeErrorReply(id, code, message));
 }
 
+// Its memory is used again for the next client, as memory that comes anew costs as much as a page.
 struct Answer {
   std::string body;
   std::uint32_t patienceMs = 0;  // how long the client has for taking it
@@ -49,7 +51,8 @@ bool waitForAnswer(StreamId pipe, const std::string& id, std::uint32_t replyMs,
   return false;
 }
 
-std::string relay(StreamId pipe, const json& request, std::uint32_t replyMs, JsonDocument& reply) {
+// Writes the extension's answer to `answer`, or returns why there is none.
+std::string relay(StreamId pipe, const json& request, std::uint32_t replyMs, Answer& answer) {
   const std::string id(lenientText(request, "requestId"));
   // Its answer would go to the host's own call of that id.
   if (id.starts_with(ownRequestPrefix)) {
@@ -60,13 +63,15 @@ std::string relay(StreamId pipe, const json& request, std::uint32_t replyMs, Jso
     return refusal(id, "EXTENSION_UNAVAILABLE", "Chrome extension channel is unavailable");
   }
   // An answer to a request without an id could not be recognised: nobody waits for it.
-  if (id.empty() || !waitForAnswer(pipe, id, replyMs, reply)) {
+  if (id.empty() || !waitForAnswer(pipe, id, replyMs, answer.source)) {
     return refusal(id, "TIMEOUT", "Extension did not respond in time");
   }
-  return reply.root().compactText();
+  answer.body.clear();
+  answer.source.root().appendTo(answer.body);
+  return {};
 }
 
-Answer answerTo(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settings) {
+void answerTo(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settings, Answer& answer) {
   json request;
   std::string error;
   bool whole = false;
@@ -74,22 +79,21 @@ Answer answerTo(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settin
     const PipeWatchdog::Guard guard(watchdog, pipe, settings.requestMs);
     whole = FrameReader(pipe).next(request, error);
   }
-  if (!whole) {
-    return {
-        refusal("", "INVALID_REQUEST", error.empty() ? unreadable : error), settings.refusalMs, {}};
-  }
-  Answer answer{{}, settings.answerMs, {}};
-  answer.body = relay(pipe, request, settings.replyMs, answer.source);
-  return answer;
+  answer.patienceMs = whole ? settings.answerMs : settings.refusalMs;
+  std::string refused = whole ? relay(pipe, request, settings.replyMs, answer)
+                              : refusal("", "INVALID_REQUEST", error.empty() ? unreadable : error);
+  if (!refused.empty()) answer.body = std::move(refused);
 }
 
 // The client gets an answer also when its request makes something throw, such as memory that runs
 // out.
-Answer answerOrRefuse(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settings) {
+void answerOrRefuse(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settings,
+                    Answer& answer) {
   try {
-    return answerTo(pipe, watchdog, settings);
+    answerTo(pipe, watchdog, settings, answer);
   } catch (const std::exception&) {
-    return {refusal("", "INVALID_REQUEST", unreadable), settings.refusalMs, {}};
+    answer.body = refusal("", "INVALID_REQUEST", unreadable);
+    answer.patienceMs = settings.refusalMs;
   }
 }
 
@@ -98,25 +102,29 @@ void writeAnswer(StreamId pipe, std::string_view body) {
   flushPipe(pipe);
 }
 
-void serveClient(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settings) {
+void serveClient(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& settings,
+                 Answer& answer) {
   try {
-    const Answer answer = answerOrRefuse(pipe, watchdog, settings);
+    answerOrRefuse(pipe, watchdog, settings, answer);
     const PipeWatchdog::Guard guard(watchdog, pipe, answer.patienceMs);
     writeAnswer(pipe, answer.body);
   } catch (const std::exception&) {
     // No memory even for that: the client sees its connection end.
   }
   disconnectPipe(pipe);
+  answer.source = {};
+  if (answer.body.capacity() > maxKeptBytes) answer.body = {};
 }
 
 }  // namespace
 
 void runInspectPipeServer(const InspectPipe& settings) {
   PipeWatchdog watchdog;
+  Answer answer;
   while (hostRunning) {
     OwnedStream pipe;
     if (!createPipeInstance(settings.name, pipe)) return;
-    if (connectPipeClient(pipe)) serveClient(pipe.get(), watchdog, settings);
+    if (connectPipeClient(pipe)) serveClient(pipe.get(), watchdog, settings, answer);
   }
 }
 
