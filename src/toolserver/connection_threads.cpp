@@ -25,6 +25,19 @@ struct ConnectionThreads::State {
   std::size_t parked MORVA_GUARDED_BY(mutex) = 0;
   std::size_t activeConnections MORVA_GUARDED_BY(mutex) = 0;
 
+  // Hands `connection` to a thread that is parked; `noThread` when there is none.
+  Serve handOver(OwnedSocket& connection) {
+    {
+      const Lock lock(mutex);
+      if (activeConnections >= maxConnections) return Serve::full;
+      if (waiting.size() >= parked) return Serve::noThread;
+      ++activeConnections;
+      waiting.push_back(std::move(connection));
+    }
+    offered.notifyOne();  // who wakes up does not have to wait for the lock
+    return Serve::started;
+  }
+
   // Serves `connection`, and then whatever is handed over.
   [[noreturn]] void run(OwnedSocket connection) {
     for (;;) {
@@ -65,20 +78,8 @@ ConnectionThreads::ConnectionThreads(std::function<void(const OwnedSocket&)> han
 
 Serve ConnectionThreads::serve(OwnedSocket connection) {
   State& state = state_;
-  bool isOffered = false;
-  {
-    const Lock lock(state.mutex);
-    if (state.activeConnections >= maxConnections) return Serve::full;
-    isOffered = state.waiting.size() < state.parked;
-    if (isOffered) {
-      ++state.activeConnections;
-      state.waiting.push_back(std::move(connection));
-    }
-  }
-  if (isOffered) {
-    state.offered.notifyOne();  // who wakes up does not have to wait for the lock
-    return Serve::started;
-  }
+  const Serve handed = state.handOver(connection);
+  if (handed != Serve::noThread) return handed;
   const auto shared = std::make_shared<OwnedSocket>(std::move(connection));
   {
     const Lock lock(state.mutex);  // meanwhile the number can only have fallen

@@ -44,7 +44,7 @@ TEST(ToolServer, ListensOnTheFirstFreePort) {
 
 TEST(ToolServer, AnswersEachVerdict) {
   startToolServer();
-  const std::string token = sessionToken();
+  const std::string& token = sessionToken();
   EXPECT_TRUE(answerTo(requestWith("GET /api/agent-tools", token)).starts_with("HTTP/1.1 200 OK"));
   for (const auto& [request, status] :
        {std::pair{""s, "400 Bad Request"s},
