@@ -45,9 +45,11 @@ Head* takeKept(std::size_t size) {
 char* takeBlock(std::size_t size) {
   Head* head = size >= minKeptBlock && size <= maxKeptBlock ? takeKept(size) : nullptr;
   if (head == nullptr) {
-    void* const memory = ::operator new(sizeof(Head) + size, std::nothrow);
-    if (memory == nullptr) return nullptr;
-    head = new (memory) Head{size};
+    try {
+      head = new (::operator new(sizeof(Head) + size)) Head{size};
+    } catch (const std::bad_alloc&) {
+      return nullptr;
+    }
   }
   return reinterpret_cast<char*>(head + 1);
 }
