@@ -123,7 +123,7 @@ TEST(LineOutput, WritesWhatIsSentInOrderAndNotesAnEnd) {
 }
 
 TEST(LineOutput, ReportsAFarSideThatDoesNotRead) {
-  TestPipe& pipe = leaked<TestPipe>();
+  static TestPipe& pipe = leaked<TestPipe>();  // the thread writes to it for ever
   static std::atomic<int> overflows = 0;
   LineOutput output(pipe.writeEnd.get(), 1000, [] { ++overflows; });
   for (int i = 0; i < 2000; ++i) output.send(std::string(999, 'x'));
