@@ -17,7 +17,6 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::size_t maxVariableCharacters = 32768;
 constexpr std::uint32_t maxPort = 65535;
 
 // A port in decimal digits and nothing else; 0 when it is none.

@@ -21,6 +21,9 @@ static_assert(std::endian::native == std::endian::little);  // lengths are read 
 constexpr std::size_t readBytes = 65536;
 constexpr std::size_t maxHeldBytes = 65536;
 
+// To copy a longer body behind its head costs more than a second call.
+constexpr std::size_t maxCopiedBytes = 65536;
+
 std::atomic<std::size_t> outboundBodyLimit = maxOutboundBody;
 
 struct StandardOutput {
@@ -89,12 +92,13 @@ bool FrameReader::take(char* bytes, std::size_t size, std::string& error) {
 }
 
 bool FrameReader::next(JsonBuffer& body, std::string& error) {
-  std::uint32_t length = 0;
+  std::array<char, frameHeadBytes> head = {};
   if (isStopped_) {
     error = "unexpected EOF";
     return false;
   }
-  if (!take(reinterpret_cast<char*>(&length), sizeof length, error)) return false;
+  if (!take(head.data(), head.size(), error)) return false;
+  const std::size_t length = readFrameHead(head.data());
   if (length > maxInboundBody) {
     error = "frame too large";
     return false;
@@ -116,11 +120,9 @@ bool FrameReader::next(nlohmann::json& frame, std::string& error) {
 }
 
 bool FrameReader::hasNext() const {
-  std::uint32_t length = 0;
   const std::string_view here = unused();
-  if (isStopped_ || here.size() < sizeof length) return false;
-  std::memcpy(&length, here.data(), sizeof length);
-  return here.size() - sizeof length >= length;
+  return !isStopped_ && here.size() >= frameHeadBytes &&
+         here.size() - frameHeadBytes >= readFrameHead(here.data());
 }
 
 bool writeAll(StreamId stream, const char* bytes, std::size_t size) {
@@ -132,11 +134,11 @@ bool writeAll(StreamId stream, const char* bytes, std::size_t size) {
 
 bool writeFrame(StreamId stream, std::string_view body) {
   if (body.size() > maxOutboundBody) return false;
-  if (body.size() <= maxHeldBytes) {
+  if (body.size() <= maxCopiedBytes) {
     const std::string frame = frameOf(body);
     return writeAll(stream, frame.data(), frame.size());
   }
-  std::array<char, frameHeadBytes> head = {};  // copying what is long costs more than a call
+  std::array<char, frameHeadBytes> head = {};
   writeFrameHead(head.data(), body.size());
   return writeAll(stream, head.data(), head.size()) && writeAll(stream, body.data(), body.size());
 }
@@ -151,6 +153,12 @@ bool writeMessageText(std::string_view body) {
 void writeFrameHead(char* bytes, std::size_t size) {
   const auto length = static_cast<std::uint32_t>(size);
   std::memcpy(bytes, &length, sizeof length);
+}
+
+std::size_t readFrameHead(const char* bytes) {
+  std::uint32_t length = 0;
+  std::memcpy(&length, bytes, sizeof length);
+  return length;
 }
 
 bool writeFrames(std::string_view frames) {

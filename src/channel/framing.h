@@ -83,9 +83,11 @@ bool writeHeldFrames();
 // Whether frames are held; waits for nobody who writes.
 bool hasHeldFrames();
 
-// What stands in front of a body of `size` bytes, written to the `frameHeadBytes` at `bytes`.
+// What stands in front of a body of `size` bytes, written to the `frameHeadBytes` at `bytes`, and
+// read from them.
 inline constexpr std::size_t frameHeadBytes = 4;
 void writeFrameHead(char* bytes, std::size_t size);
+std::size_t readFrameHead(const char* bytes);
 
 // Whether a frame is being written to the extension at this moment.
 bool outputIsBusy();

@@ -10,8 +10,6 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-constexpr std::size_t maxVariableCharacters = 32768;  // the longest that a variable can be
-
 std::wstring below(std::wstring folder, std::initializer_list<const wchar_t*> names) {
   for (const wchar_t* name : names) folder = joinPath(folder, name);
   return folder;

@@ -12,6 +12,7 @@
 #include "platform/byte_stream.h"
 #include "platform/clock.h"
 #include "platform/crypto.h"
+#include "text/ascii.h"
 #include "text/json_parse.h"
 #include "text/leaked.h"
 
@@ -44,10 +45,7 @@ constexpr std::string_view tooLargeText =
 std::string makeProcessPrefix() {
   std::array<unsigned char, 16> bytes = {};
   if (!randomBytes(bytes.data(), bytes.size())) return {};
-  constexpr std::string_view digits = "0123456789abcdef";
-  std::string prefix = "mcp-";
-  for (const unsigned char byte : bytes) prefix += {digits[byte / 16], digits[byte % 16]};
-  return prefix + "-";
+  return "mcp-" + hexDigits({reinterpret_cast<const char*>(bytes.data()), bytes.size()}) + "-";
 }
 
 std::string newRequestId() {
@@ -115,11 +113,10 @@ class Exchange {
 
   // `ended` also for a frame that is too long, or empty.
   PipeCall receive(JsonBuffer& body) {
-    std::array<unsigned char, frameHeadBytes> head = {};
-    const PipeCall outcome = receiveExactly(reinterpret_cast<char*>(head.data()), head.size());
+    std::array<char, frameHeadBytes> head = {};
+    const PipeCall outcome = receiveExactly(head.data(), head.size());
     if (outcome != PipeCall::done) return outcome;
-    std::size_t size = 0;
-    for (std::size_t i = frameHeadBytes; i-- > 0;) size = size * 256 + head[i];
+    const std::size_t size = readFrameHead(head.data());
     if (size == 0 || size > maxAnswerBody) return PipeCall::ended;
     body = JsonBuffer(size);
     return receiveExactly(body.data(), size);

@@ -13,7 +13,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::size_t maxVariableCharacters = 512;
+constexpr std::size_t maxToolVariable = 512;
 
 void registerProvider(std::int32_t port, const json& provider) {
   // A provider that is refused, or not heard of, is missed by the agent alone.
@@ -23,7 +23,7 @@ void registerProvider(std::int32_t port, const json& provider) {
 
 void registerFromEnvironment(std::int32_t port) {
   std::wstring variable;
-  if (!readEnvironment(L"MORVA_CHROME_HOST_TOOL", maxVariableCharacters, variable)) return;
+  if (!readEnvironment(L"MORVA_CHROME_HOST_TOOL", maxToolVariable, variable)) return;
   const std::string text = toUtf8(variable);
   const std::size_t sign = text.find('=');
   if (sign == std::string::npos || sign == 0 || sign + 1 == text.size()) return;

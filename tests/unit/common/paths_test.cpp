@@ -1,9 +1,12 @@
 #include "common/paths.h"
 
+#include "common/crash_files.h"
 #include "common/whole_file.h"
 #include "platform/files.h"
 #include "support/test_folder.h"
+#include "support/test_system.h"
 #include "support/testing.h"
+#include "text/wide.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -25,6 +28,22 @@ TEST(HostDataFolder, IsTheSameEachTimeAndEndsInOurName) {
   if (folder.empty()) return;  // this system names no folder for the user
   EXPECT_TRUE(folder.ends_with(L"chrome-extension"));
   EXPECT_TRUE(isExistingFolder(folder));
+}
+
+// Of the system's own folder, which another value of the variable does not change there.
+TEST(HostDataFolder, IsKnownFromTheEnvironmentToo) {
+  if (!hostDataFolderPath().empty()) {
+    EXPECT_EQ(hostDataFolderPathByEnvironment(), hostDataFolderPath());
+  }
+  const TestFolder other;
+  setEnvironment("APPDATA", toUtf8(other.path().wstring()));
+  const std::wstring folder = hostDataFolderPathByEnvironment();
+  EXPECT_TRUE(folder.starts_with(other.path().wstring())) << toUtf8(folder);
+  EXPECT_TRUE(folder.ends_with(L"chrome-extension"));
+  EXPECT_EQ(crashFolderPath(), joinPath(folder, L"crashes"));
+  setEnvironment("APPDATA", "");
+  EXPECT_EQ(hostDataFolderPathByEnvironment(), L"");
+  EXPECT_EQ(crashFolderPath().empty(), hostDataFolderPath().empty());
 }
 
 TEST(ReadWholeFile, TakesARegularFileUpToItsLimit) {
