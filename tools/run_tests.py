@@ -120,11 +120,11 @@ def wanted_suites(whats, builds, options):
                                         wine=True)],
         "package": lambda: [with_pytest("package", options, "tests/package", build="windows",
                                         wine=True)],
-        # Of the build that has the tests besides, so that nothing is built twice.
-        "fuzz": lambda: [with_ctest("fuzz", "asan", "fuzz", options)],
         "tools": lambda: [with_pytest("tools", options, "tools/tests", "tests/soak",
                                       network=False)],
         "lint": lambda: [with_script("lint", "tools/lint.py", options, network=False)],
+        # Of the build that has the tests besides, so that nothing is built twice.
+        "fuzz": lambda: [with_ctest("fuzz", "asan", "fuzz", options)],
         "unit": lambda: [with_ctest(f"unit {build}", build, "unit", options) for build in builds],
     }
     return [suite for what, make in makers.items() if what in whats for suite in make()]

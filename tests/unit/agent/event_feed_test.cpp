@@ -146,8 +146,8 @@ TEST(EventSplitter, SearchesAHugeBlockOnceAndForgetsIt) {
   EXPECT_LT(splitter.heldBytes(), size / 4);  // its memory has been given back
 }
 
-TEST(EventSplitter, CutsAMillionSmallBlocksInLinearTime) {
-  constexpr std::size_t eventCount = 1'000'000;
+TEST(EventSplitter, CutsManySmallBlocksInLinearTime) {
+  constexpr std::size_t eventCount = 300'000;
   std::string stream;
   for (std::size_t i = 0; i < eventCount; ++i) stream += "data: 0123456789ab\n\n";
   std::size_t seen = 0;
