@@ -13,8 +13,10 @@ function(morva_reproducible target)
   endforeach()
   get_target_property(type ${target} TYPE)
   if(type STREQUAL "EXECUTABLE")
-    # The map is where tools/components.py sees what of others is in the program.
-    target_link_options(${target} PRIVATE -Wl,--no-insert-timestamp -Wl,-Map=${target}.map)
+    # The map is where tools/components.py sees what of others is in the program. Sections that begin
+    # at pages of the file can be mapped: otherwise Wine reads them all into memory at each start.
+    target_link_options(${target} PRIVATE
+      -Wl,--no-insert-timestamp -Wl,-Map=${target}.map -Wl,--file-alignment,4096)
   endif()
 endfunction()
 

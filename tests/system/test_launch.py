@@ -85,7 +85,7 @@ LINES = 50_000
 def test_of_too_many_lines_the_oldest_are_dropped(start_panel, cli, reads):
     """Also by a browser that does not read: when the child serves, all it printed was taken.
 
-    What waits is at most 800 lines, of which 200 go at a time.
+    What waits is at most 800 lines, of which 200 go at a time; among them may be one of the host.
     """
     panel = start_panel(env=cli.env(lines=LINES))
     mark = panel.mark()
@@ -100,7 +100,7 @@ def test_of_too_many_lines_the_oldest_are_dropped(start_panel, cli, reads):
     numbers = [int(line[5:]) for line in lines if line.startswith("line ")]
     assert numbers == sorted(set(numbers)) and numbers[-1] == LINES
     gaps = [right - left - 1 for left, right in zip(numbers, numbers[1:]) if right > left + 1]
-    assert all(gap % 200 == 0 for gap in gaps), gaps
+    assert sum(-gap % 200 for gap in gaps) <= 2, gaps
     assert reads or gaps
     assert numbers[-600:] == list(range(LINES - 599, LINES + 1))
 
