@@ -7,9 +7,12 @@ from __future__ import annotations
 import json
 import time
 
+from devkit.panel.mcp_client import McpClient
 from devkit.panel.pipe_client import PipeClient
 from ledger import TIMEOUT_S, LifeOver, numbers
 from support import builds
+from support.sanitizer_reports import sanitizer_environment
+from support.tool_server_client import NO_ROUTE_CORS
 
 PIPE_COMMAND = "soakPipe"  # what local programs say, who get back what they sent
 
@@ -17,6 +20,7 @@ PIPE_COMMAND = "soakPipe"  # what local programs say, who get back what they sen
 # Weight and name of each scenario; "long" takes a number of words.
 SCENARIOS = {"long": 4, "hello": 3, "unicode": 2, "browse": 2, "tools": 2, "commands": 1,
              "consent": 1, "echo": 1}
+LARGE_PAGE = "a page of 10 MB"  # what the agent looks for on one
 TAB = {"currentUrl": "https://example.org/", "currentTitle": "Soak"}
 
 
@@ -83,8 +87,15 @@ def upload(life, random):
 
 
 def tool_call(life, random):
-    name, arguments = random.choice(
-        [("browser_read", {}), ("browser_find", {"query": "lamp"}), ("browser_scope", {})])
+    call_tool(life, *random.choice(
+        [("browser_read", {}), ("browser_find", {"query": "lamp"}), ("browser_scope", {})]))
+
+
+def large_page(life, _):
+    call_tool(life, "browser_find", {"query": LARGE_PAGE})
+
+
+def call_tool(life, name, arguments):
     body = json.dumps({"name": name, "arguments": arguments}).encode()
     answer = life.tool_server.request("POST", "/api/agent-tools/call", body, origin=None)
     result = answer.json()
@@ -102,6 +113,41 @@ def pipe_request(life, random):
     assert answer is not None and answer.get("ok"), f"pipe: {str(answer)[:200]}"
     if (answer["requestId"], answer["text"]) != (asked["requestId"], asked["text"]):
         life.ledger.fault(f"a program that asked as {asked['requestId']} got another answer")
+
+
+def mcp_calls(life, random):
+    """A client starts a server of its own, which goes through the same pipe."""
+    with McpClient(builds.BUILD, builds.wine_prefix(), builds.PROGRAM,
+                   sanitizer_environment()) as client:
+        client.initialize()
+        for _ in range(random.randint(1, 4)):
+            result = client.call("browser_find", {"query": "lamp"})
+            if life.over.is_set():
+                raise LifeOver
+            assert not result["isError"], f"MCP: {str(result)[:200]}"
+        code, _ = client.end()
+    if code > 0:  # of a signal only Wine itself dies
+        life.ledger.fault(f"a server of an MCP client ended with {code}")
+
+
+def slow_client(life, random):
+    """Of the tool server: stutters, reads in bits, leaves in the middle, or says nothing."""
+    request = life.tool_server.head("GET", "/api/nothing")
+    size = random.choice([0, random.randrange(len(request)), len(request)])
+    with life.tool_server.connect() as connection:
+        for at in range(0, size, 10):
+            connection.sendall(request[at:min(at + 10, size)])
+            time.sleep(0.02)
+        time.sleep(random.uniform(0, 1))
+        answer = b"".join(iter(lambda: connection.recv(16), b"")) if size == len(request) else b""
+    assert answer == (NO_ROUTE_CORS if answer else b""), f"{answer!r}"
+
+
+def silent_program(life, random):
+    """A local program that has the pipe, which is one at a time, and says nothing, or not all."""
+    with PipeClient(builds.BUILD, builds.wine_prefix()) as client:
+        client.send_raw(b"\x20\0\0\0{"[:random.randint(0, 5)])
+        time.sleep(random.uniform(0, 1))
 
 
 def event(life, _):
@@ -147,19 +193,24 @@ def voice(life, random):
 ACTIONS = {
     "turn": turn, "small messages": small_messages, "upload": upload, "tool call": tool_call,
     "event": event, "point events": point_events, "voice": voice, "speak": speak,
-    "cli folder": cli_folder, "pipe request": pipe_request,
+    "cli folder": cli_folder, "pipe request": pipe_request, "large page": large_page,
+    "MCP calls": mcp_calls, "slow client": slow_client, "silent program": silent_program,
     "list sessions": rpc("listChatSessions"), "credit": rpc("getCreditInfo"),
     "presets": rpc("getChatPresets"), "search": rpc("searchStart", query="report", headLimit=5),
 }
-NEED_NO_AGENT = ("small messages", "cli folder", "upload", "tool call", "pipe request")
+NEED_NO_AGENT = ("small messages", "cli folder", "upload", "tool call", "pipe request",
+                 "large page", "MCP calls", "slow client", "silent program")
 # One list per thread, from which it chooses at random. What returns False has not been done.
 ACTORS = {
-    "chat 1": ["turn"], "chat 2": ["turn"], "files": ["upload"], "tools": ["tool call"],
+    "chat 1": ["turn"], "chat 2": ["turn"], "files": ["upload"],
+    "tools": ["tool call"] * 50 + ["large page"], "slow client": ["slow client"],
     "panel": ["small messages", "cli folder", "list sessions", "credit", "presets", "search"],
     "events": ["event", "event", "point events"], "voice": ["voice"],
-    "reading aloud": ["speak"], "local program": ["pipe request"],
+    "reading aloud": ["speak"], "local program": ["pipe request"] * 3 + ["silent program"],
+    "MCP client": ["MCP calls"],
 }
 # Those of which the host's own stand-in agent can do everything.
-FOR_ANY_AGENT = ("chat 1", "chat 2", "files", "tools", "reading aloud", "local program")
+FOR_ANY_AGENT = ("chat 1", "chat 2", "files", "tools", "reading aloud", "local program",
+                 "MCP client", "slow client")
 # A program that waits for the pipe may find the next host there instead; nobody waits for it.
 OUTLIVES_THE_HOST = ("local program",)

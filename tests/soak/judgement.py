@@ -10,6 +10,9 @@ from actions import ACTIONS
 MOST_UNEXPECTED = 0.02  # part of all actions that may fail without a reason of ours
 FEWEST_UNEXPECTED = 3  # so many are chance, in however short a run
 FEWEST_RESTS = 4  # with fewer there is no early and late
+WARM_S = 600.0  # a host that is watched for twice as long keeps what it has at that age
+WINDOW_S = 300.0  # what it has is the middle of so long
+KEPT = 0.05  # but for so much of its memory
 
 # What a host may have more, late in its life. Memory: what the allocator keeps of the largest load
 # so far, which depends on chance. Sanitizers keep freed memory (asan) and a history of every thread
@@ -29,32 +32,52 @@ class Growth(NamedTuple):
     what: str
     early: float
     late: float
+    long: bool  # the life
+
+    def allowed(self, build):
+        if self.long:
+            return KEPT * self.early if self.what == "MiB" else 0
+        return ALLOWED[build][self.what]
 
     def __str__(self):
         return f"host {self.life}: {self.early:.1f} {self.what} at first, {self.late:.1f} at last"
 
 
 def growths(samples):
-    """Of each life that was looked at often enough; `samples` are (life, {gauge: value}). The first
-    look comes before the host is warm and does not count; then the middle of the first third is
-    held against that of the last."""
-    for life in sorted({life for life, _ in samples}):
-        looks = [gauges for each, gauges in samples if each == life]
+    """Of each life that was looked at often enough; `samples` are (life, its age in seconds,
+    {gauge: value}). The first look comes before the host is warm and does not count."""
+    for life in sorted({life for life, _, _ in samples}):
+        looks = [(age, gauges) for each, age, gauges in samples if each == life]
         if len(looks) >= FEWEST_RESTS:
-            third = max(1, (len(looks) - 1) // 3)
-            for what in looks[0]:
-                values = [look[what] for look in looks[1:]]
-                yield Growth(life, what, statistics.median(values[:third]),
-                             statistics.median(values[-third:]))
+            is_long = looks[-1][0] >= 2 * WARM_S
+            early, late = (far_apart if is_long else thirds)(looks[1:])
+            for what in looks[0][1]:
+                yield Growth(life, what, statistics.median(each[what] for each in early),
+                             statistics.median(each[what] for each in late), is_long)
+
+
+def thirds(looks):
+    """The first and the last."""
+    third = max(1, len(looks) // 3)
+    gauges = [each for _, each in looks]
+    return gauges[:third], gauges[-third:]
+
+
+def far_apart(looks):
+    """Once the host is warm, and at last."""
+    end = looks[-1][0]
+    return ([each for age, each in looks if WARM_S <= age <= WARM_S + WINDOW_S],
+            [each for age, each in looks if age >= end - WINDOW_S])
 
 
 def verdicts(build, record, samples, lives, crashes):
     """Subject to what is wrong with it; an empty list is good."""
     grown = list(growths(samples))
     found = {"replies, events, turns and ends": list(record.faults)}
-    for what, allowed in ALLOWED[build].items():
-        found[f"flat {what}"] = [f"{each}, {allowed:g} more are allowed" for each in grown
-                                 if each.what == what and each.late - each.early > allowed]
+    for what in ALLOWED[build]:
+        found[f"flat {what}"] = [
+            f"{each}, {each.allowed(build):g} more are allowed" for each in grown
+            if each.what == what and each.late - each.early > each.allowed(build)]
     failed = sum(record.unexpected.values())
     done = failed + sum(map(len, record.times.values()))
     too_many = failed > max(FEWEST_UNEXPECTED, MOST_UNEXPECTED * done)

@@ -14,7 +14,7 @@ from devkit.panel.host_process import HostError, HostTimeout
 from devkit.panel.panel_session import events_of
 from devkit.panel.standin_browser import StandInBrowser
 
-from actions import ACTIONS, NEED_NO_AGENT, OUTLIVES_THE_HOST, PIPE_COMMAND
+from actions import ACTIONS, LARGE_PAGE, NEED_NO_AGENT, OUTLIVES_THE_HOST, PIPE_COMMAND
 from ledger import Ledger, LifeOver, numbers
 from support.tool_server_client import ToolServer
 
@@ -22,6 +22,8 @@ REST_TIMEOUT_S = 180.0
 # Between two actions of one thread, so that the machine does other things too.
 PAUSE_S = (0.02, 0.15)
 PAUSE_AFTER_FAILURE_S = (0.2, 0.5)
+LARGE_PAGE_ITEMS = [{"ref": f"e{number}", "role": "link", "name": "lamp " * 100}
+                    for number in range(20_000)]
 
 
 class Life:
@@ -140,7 +142,10 @@ class Life:
             if event.method == "consentRequest":
                 self.post("consentReply", id=event.first.get("id"), allow=answers.random() < 0.5)
         if self._browser.is_command(frame):
-            self._send(self._browser.answer(frame))
+            answer = self._browser.answer(frame)
+            if frame["payload"]["arguments"].get("query") == LARGE_PAGE:
+                answer["data"]["data"]["items"] = LARGE_PAGE_ITEMS
+            self._send(answer)
         if frame.get("command") == PIPE_COMMAND:
             self._send({"requestId": frame["requestId"], "ok": True, "text": frame["text"]})
 

@@ -40,6 +40,7 @@ options = arguments()
 os.environ["MORVA_HOST_BUILD"] = options.build  # read when the modules below are loaded
 sys.path[:0] = [str(ROOT), str(ROOT / "tests" / "system"), str(ROOT / "tools")]
 
+import curves  # noqa: E402
 import junit  # noqa: E402
 from actions import ACTIONS, ACTORS, begin_turn  # noqa: E402
 from ends import Ends  # noqa: E402
@@ -58,7 +59,7 @@ from devkit.panel.standin_process import StandInProcess  # noqa: E402
 
 # Slow enough for a stop or a crash to fall into a turn.
 AGENT = ["--port", "8090", "--tokens-per-second", "400"]
-LONGEST_LIFE_S = 600.0
+FIRST_LIFE = 0.75  # of all the time
 SHORT_LIFE_S = (1.0, 5.0)
 FEWEST_LIVES = 3
 FEWEST_SAMPLES = 5
@@ -87,7 +88,7 @@ class Run:
         self.agent = StandInProcess(AGENT)
         self.start_agent()
         self.lives = self.crashes = 0
-        self.samples = []  # (life, what the gauges say)
+        self.samples = []  # (life, its age, what the gauges say)
         self.deadline = time.monotonic() + options.minutes * 60
 
     def close(self):
@@ -103,13 +104,12 @@ class Run:
     def all_lives(self):
         """The first is long, so that there is something to watch; then they come as they come. On a
         slow machine the first lasts until there is, and others follow all the same."""
-        self.live(min(LONGEST_LIFE_S, self.left() * 0.55), rests=True)
+        self.live(self.left() * FIRST_LIFE, rests=True)
         while (self.left() > 0 or self.lives < FEWEST_LIVES) and not self.record.faults:
             if self.left() < 30 or self.random.random() < 0.75:
                 self.live(self.random.uniform(*SHORT_LIFE_S), rests=False)
             else:
-                longest = min(LONGEST_LIFE_S, max(5.0, self.left()))
-                self.live(self.random.uniform(5.0, longest), rests=True)
+                self.live(self.random.uniform(5.0, max(5.0, self.left())), rests=True)
 
     def begin_life(self, environment, actors, preset):
         self.lives += 1
@@ -123,19 +123,21 @@ class Run:
 
     def live(self, seconds, rests):
         life = self.begin_life({}, ACTORS, "plain")
-        end = time.monotonic() + seconds
+        began = time.monotonic()
+        end = began + seconds
         try:
             while not self.record.faults and (time.monotonic() < end or self.wants_more()):
                 self.be_busy(life, end)
                 if rests:
-                    life.rest(lambda: self.look(life))
+                    life.rest(lambda: self.look(life, began))
         except Exception as failure:  # the run ends with what is known so far
             life.ledger.fault(f"{type(failure).__name__} {failure}")
         self.end_life(life, self.random.uniform(*LATE_S), LAST_WORDS)
 
-    def look(self, life):
-        self.samples.append((life.number, self.gauges.look(life.host.pid)))
-        seen = ", ".join(f"{value:.4g} {what}" for what, value in self.samples[-1][1].items())
+    def look(self, life, began):
+        gauges = self.gauges.look(life.host.pid)
+        self.samples.append((life.number, time.monotonic() - began, gauges))
+        seen = ", ".join(f"{value:.4g} {what}" for what, value in gauges.items())
         print(f"{options.minutes * 60 - self.left():6.0f} s: host {life.number} has {seen}")
 
     def wants_more(self):
@@ -222,6 +224,8 @@ def main():
     if not options.minutes:
         del found["everything happened"]  # the table shows what did
     print_times(run.record)
+    if options.minutes:
+        curves.keep(options.build, run.samples)
     if ends:
         ends.print_times()
         found |= ends.verdicts()

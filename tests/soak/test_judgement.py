@@ -15,11 +15,12 @@ from actions import ACTIONS  # noqa: E402
 from judgement import verdicts  # noqa: E402
 from ledger import Ledger, Record  # noqa: E402
 
-FLAT = [(1, {"MiB": 30, "threads": 12, "handles": 50})] * 7
+FLAT = [(1, 10.0, {"MiB": 30, "threads": 12, "handles": 50})] * 7
 
 
-def rising(what, *values, life=1):
-    return [(life, FLAT[0][1] | {what: value}) for value in values]
+def rising(what, *values, life=1, every=10.0):
+    return [(life, every * number, FLAT[0][2] | {what: value})
+            for number, value in enumerate(values)]
 
 
 @pytest.fixture
@@ -36,6 +37,9 @@ def record():
     ({"samples": rising("threads", 12, 16, 20, 24, 28, 32, 36)}, "flat threads"),
     ({"samples": rising("threads", 12, 20, 14, 15, 14, 20, 14)}, None),
     ({"samples": rising("handles", 50, 60, 70, 80, 90, 100, 110)}, "flat handles"),
+    ({"samples": rising("MiB", 30, 30, 50, 60, 60, 62, 62, every=200.0)}, None),  # was warm at 60
+    ({"samples": rising("MiB", 30, 30, 50, 60, 60, 64, 64, every=200.0)}, "flat MiB"),
+    ({"samples": rising("threads", 9, 9, 9, 10, 10, 11, 11, every=200.0)}, "flat threads"),
     ({"samples": rising("MiB", 30, 60, 90)}, "everything happened"),  # too short to say anything
     ({"faults": {"event 5 came 2 times": None}}, "replies, events, turns and ends"),
     ({"unexpected": 3}, None),
