@@ -137,6 +137,7 @@ class Estimate {
   static constexpr std::size_t mostValueBytes =
       std::max({objectBytes + elementBytes, stringBytes + elementBytes, memberBytes}) + textBytes;
 
+  // A call of the compiler's library: not every x64 processor has an instruction for it.
   static std::size_t count(std::uint64_t bits) {
     return static_cast<std::size_t>(std::popcount(bits));
   }
@@ -170,9 +171,14 @@ class Estimate {
     const Marks marks = marksOf(bytes);
     const std::uint64_t strings = stringsOf(marks);
     if ((marks.backslashes & ~strings) != 0) return false;
-    const std::size_t opened = count(marks.opening & ~strings);
-    const std::size_t closed = count(marks.closing & ~strings);
-    begun_ += opened + count(marks.separators & ~strings);
+    const std::uint64_t opening = marks.opening & ~strings;
+    const std::uint64_t closing = marks.closing & ~strings;
+    begun_ += count(opening | (marks.separators & ~strings));
+    return (opening | closing) == 0 || takeLevels(count(opening), count(closing));
+  }
+
+  // False when the text might be too deep.
+  bool takeLevels(std::size_t opened, std::size_t closed) {
     if (depth_ + opened > maxJsonDepth) return false;
     depth_ =
         std::max(depth_ + opened - std::min(closed, depth_ + opened), closed > depth_ ? opened : 0);
