@@ -229,6 +229,8 @@ def parsed_arguments():
     parser = argparse.ArgumentParser(prog="./dev mutants", description=__doc__.splitlines()[0])
     parser.add_argument("count", nargs="?", type=int, default=40, metavar="N")
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 32))
+    parser.add_argument("--outside-platform", action="store_true",
+                        help="change nothing below src/platform")
     parser.add_argument("--save", type=Path, help="write the list of changes to this file")
     parser.add_argument("--from", type=Path, dest="list", help="try the changes of such a list")
     parser.add_argument("--before", type=Path, help="an earlier result to compare with")
@@ -243,6 +245,8 @@ def main():
         options.count = len(candidates)
     else:
         candidates = mutations.shuffled(texts, options.seed)
+        if options.outside_platform:
+            candidates = mutations.outside_platform(candidates)
     RESULTS.mkdir(parents=True, exist_ok=True)
     workers = [Worker(number) for number in range(1, min(2, os.cpu_count()) + 1)]
     try:

@@ -139,6 +139,10 @@ def shuffled(texts, seed):
         yield by_kind[chance.choice(kinds)].pop()
 
 
+def outside_platform(candidates):
+    return (mutation for mutation in candidates if not mutation.path.startswith("src/platform/"))
+
+
 def find(mutation, texts):
     """(path, line number from 0) of the line in these sources, which may have moved; or None."""
     same_name = [path for path in texts if Path(path).name == Path(mutation.path).name]

@@ -49,6 +49,12 @@ def test_the_sample_is_decided_by_the_seed_and_takes_every_kind():
     assert len(set(samples[0])) == len(samples[0])
 
 
+def test_the_platform_can_be_left_out():
+    texts = {"src/platform/a.cpp": "x = 1;", "src/platforms.cpp": "x = 1;"}
+    left = mutations.outside_platform(shuffled(texts, 1))
+    assert {mutation.path for mutation in left} == {"src/platforms.cpp"}
+
+
 @pytest.mark.parametrize("texts, wanted", [
     ({"src/a.cpp": "  x = 1;\nx = 1;"}, ("src/a.cpp", 1)),
     ({"src/a.cpp": "y;\n  x = 1;"}, ("src/a.cpp", 1)),
