@@ -10,7 +10,7 @@ using nlohmann::json;
 namespace {
 
 bool isGood(std::uint32_t status, GoodStatus good) {
-  return status == 200 || (good == GoodStatus::any2xx && status > 200 && status < 300);
+  return good == GoodStatus::any2xx ? status / 100 == 2 : status == 200;
 }
 
 std::string_view textOf(const AgentResponse& response) {

@@ -40,7 +40,7 @@ HttpTimeouts answerTimeouts(const AnswerLimits& limits) {
   if (limits.totalMs == 0) return timeouts;
   const auto most = static_cast<int>(std::min<std::uint32_t>(limits.totalMs, 60000));
   for (int* limit : {&timeouts.connectMs, &timeouts.sendMs, &timeouts.receiveMs}) {
-    *limit = std::clamp(*limit, 1, std::max(most, 1));
+    *limit = std::min(*limit, most);
   }
   return timeouts;
 }

@@ -1,5 +1,6 @@
 #include "agent/current_agent.h"
 
+#include <algorithm>
 #include <functional>
 #include <utility>
 
@@ -15,7 +16,7 @@ constexpr std::uint64_t longestWatchGapMs = 15000;
 
 // The time was read before the lock was taken: what happened meanwhile is not long ago, but 0.
 std::uint64_t elapsedSince(std::uint64_t then, std::uint64_t now) {
-  return now > then ? now - then : 0;
+  return now - std::min(then, now);
 }
 
 AgentId currentOf(const AgentShared& shared) MORVA_REQUIRES(shared.agentMutex) {

@@ -19,7 +19,7 @@ using nlohmann::json;
 
 struct Unclaimed {
   JsonDocument reply;
-  std::size_t bytes = 0;
+  std::size_t bytes;
 };
 
 struct PendingReplies {

@@ -132,8 +132,8 @@ void postTo(std::uint16_t port, const wchar_t* path, const json& body) {
 bool startSession(std::uint16_t port, const json& body, std::string& error) {
   const AgentResponse response = agentRequest(port, L"POST", L"/v1/realtime/start", dumpJson(body));
   const AgentAnswer answer = readAnswer(response, startFailed, GoodStatus::any2xx);
-  error = response.error.empty() ? answer.error : response.error;
-  return error.empty() && answer.ok;
+  error = answer.error;
+  return answer.ok;
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 #include "common/crash_files.h"
 
 #include <algorithm>
+#include <functional>
 #include <string_view>
+#include <tuple>
 
 #include "common/paths.h"
 #include "common/product_version.h"
@@ -74,9 +76,8 @@ std::vector<CrashFile> crashFilesIn(const std::wstring& folder) {
     if (entry.isRegular && readCrashFileName(entry.name, file)) files.push_back(file);
     return true;
   });
-  std::ranges::sort(files, [](const CrashFile& a, const CrashFile& b) {
-    return a.when != b.when ? a.when > b.when : a.name > b.name;
-  });
+  std::ranges::sort(files, std::ranges::greater(),
+                    [](const CrashFile& each) { return std::tie(each.when, each.name); });
   return files;
 }
 

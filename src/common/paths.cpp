@@ -41,7 +41,7 @@ std::wstring joinPath(const std::wstring& folder, const std::wstring& name) {
 bool makeFolderWithParents(const std::wstring& path) {
   if (makeFolder(path)) return true;
   const std::size_t separator = path.find_last_of(L"/\\");
-  if (separator == std::wstring::npos || separator == 0) return false;
+  if (separator == std::wstring::npos) return false;
   return makeFolderWithParents(path.substr(0, separator)) && makeFolder(path);
 }
 

@@ -59,8 +59,7 @@ class Deadline {
  public:
   explicit Deadline(std::uint32_t timeoutMs) : end_(tickCountMs() + timeoutMs) {}
   std::uint32_t leftMs() const {
-    const std::uint64_t now = tickCountMs();
-    return now < end_ ? static_cast<std::uint32_t>(end_ - now) : 0;
+    return static_cast<std::uint32_t>(end_ - std::min(tickCountMs(), end_));
   }
 
  private:

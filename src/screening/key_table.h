@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 
 #include "text/json_view.h"
 
@@ -19,9 +20,8 @@ class KeyTable {
 
   constexpr explicit KeyTable(const std::array<std::string_view, Count>& keys) {
     for (std::size_t i = 0; i < Count; ++i) order_[i] = {keys[i], i};
-    std::sort(order_.begin(), order_.end(), [](const Entry& a, const Entry& b) {
-      return a.key.size() != b.key.size() ? a.key.size() < b.key.size() : a.key < b.key;
-    });
+    std::ranges::sort(order_, {},
+                      [](const Entry& entry) { return std::pair(entry.key.size(), entry.key); });
     for (std::size_t size = 0; size < first_.size(); ++size) {
       while (first_[size] < Count && order_[first_[size]].key.size() < size) ++first_[size];
     }

@@ -191,7 +191,8 @@ void addDetails(JsonObjectText& out, JsonView data) {
   const JsonView items = data["items"];
   const JsonView matchCount = data["matchCount"];
   const std::size_t budget = matchCount ? findItemBudget : readItemBudget;
-  const std::size_t omitted = items.isArray() && items.size() > budget ? items.size() - budget : 0;
+  const std::size_t count = items.isArray() ? items.size() : 0;
+  const std::size_t omitted = count - std::min(count, budget);
   if (const JsonView element = data["element"])
     appendOnly(out.member("element"), element, elementKeys);
   if (matchCount) {

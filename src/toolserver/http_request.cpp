@@ -146,7 +146,7 @@ bool readHttpRequest(const ReceiveBytes& receive,
   if (!readRequestLine(head.substr(0, head.find(lineEnd)), request)) return false;
   bool ok = false;
   const std::int32_t announced = contentLengthOf(head, ok);
-  if (!ok || announced < 0) return false;
+  if (!ok) return false;
   const BodySize size = {static_cast<std::size_t>(announced),
                          request.path == uploadPath ? maxUploadBodyBytes : maxBodyBytes};
   if (size.announced > size.limit) return false;
