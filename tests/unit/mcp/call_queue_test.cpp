@@ -116,6 +116,8 @@ TEST(LineOutput, WritesWhatIsSentInOrderAndNotesAnEnd) {
               ReadResult::data);
   }
   EXPECT_EQ(bytes, "a\nb\n");
+  output.send(std::string(999, 'x'));  // the most that may wait
+  output.drain(30'000);
   pipe.readEnd.reset();
   output.send("lost");
   output.drain(30'000);  // returns

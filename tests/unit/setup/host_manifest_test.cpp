@@ -68,6 +68,10 @@ TEST(ReadManifest, ReportsWhatABrowserWouldRefuse) {
     EXPECT_FALSE(readManifest(manifest.dump(), program, error)) << change;
     EXPECT_EQ(error, wanted) << change;
   }
+  json manifest = json::parse(manifestText(L"C:\\x.exe", {}));
+  manifest["allowed_origins"] = json::array({std::string(300, 'o')});
+  EXPECT_FALSE(readManifest(manifest.dump(), program, error));
+  EXPECT_EQ(error, "an allowed origin is none: \"" + std::string(199, 'o'));  // the rest is cut
   for (const char* text : {"", "{", "[]", "null", "{} x", "\xFF"}) {
     EXPECT_FALSE(readManifest(text, program, error)) << text;
     EXPECT_EQ(error, "it is no JSON object") << text;

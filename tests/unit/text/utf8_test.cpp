@@ -30,6 +30,7 @@ TEST(MakeValidUtf8, AgreesWithTheLibraryAtEveryEdge) {
       }
     }
   }
+  EXPECT_EQ(makeValidUtf8(std::string_view("\xC3\xA9", 1)), bad);  // looks at nothing behind it
   // The table of the Unicode Standard.
   EXPECT_EQ(makeValidUtf8("\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64"),
             "a" + bad + bad + bad + "b" + bad + "c" + bad + bad + "d");

@@ -1,9 +1,10 @@
-// On a twin without a registry: what is reported, and what becomes of the manifest.
+// What is reported, and what becomes of the manifest, on a twin without a registry, and with one.
 
 #include "common/whole_file.h"
 #include "setup/host_manifest.h"
 #include "setup/registration.h"
 #include "support/test_folder.h"
+#include "support/test_registry.h"
 #include "support/testing.h"
 
 namespace media::win::chrome_inspect {
@@ -99,6 +100,59 @@ TEST_F(RegistrationReports, EndWithAManifestThatCannotBeWritten) {
   EXPECT_FALSE(report.ok);
   EXPECT_EQ(report.lines, Lines{"manifest  FAILED: could not write " + manifest_});
   EXPECT_FALSE(fs::exists(manifest_ + ".new"));
+}
+
+void store(const wchar_t* key, const wchar_t* value, const wchar_t* text) {
+  std::uint32_t ignored = 0;
+  EXPECT_TRUE(writeRegistryString(RegistryRoot::user, key, value, text, ignored));
+}
+
+// Each step finds the registry as those before it left it.
+TEST_F(RegistrationReports, SayWhatBecameOfEachKey) {
+  const RegistryTurn turn;
+  const std::string edgeKey =
+      "HKCU\\Software\\Microsoft\\Edge\\NativeMessagingHosts\\com.quenlark.morva.chrome";
+  constexpr const wchar_t* edge =
+      L"Software\\Microsoft\\Edge\\NativeMessagingHosts\\com.quenlark.morva.chrome";
+  for (const wchar_t* client : {L"Google Chrome", L"Microsoft Edge", L"Brave"}) {
+    store((L"Software\\Clients\\StartMenuInternet\\"s + client).c_str(), L"", client);
+  }
+  store(edge, L"", L"C:\\other.json");
+  const std::string there = " in place of \"C:\\other.json\": " + edgeKey;
+  EXPECT_EQ(
+      registerHost(options({"edge"}, true)).lines,
+      (Lines{"manifest  would be written: " + manifest_, "edge      would be registered" + there}));
+  EXPECT_EQ(unregisterHost(options({"edge"})).lines,
+            (Lines{"edge      left alone, it names \"C:\\other.json\": " + edgeKey,
+                   "manifest  is not there: " + manifest_}));
+  EXPECT_EQ(registerHost(options()).lines,
+            (Lines{"manifest  written: " + manifest_, "chrome    registered: " + chromeKey_,
+                   "edge      registered" + there, "brave     uses the key of chrome"}));
+  store(edge, L"cli", L"C:\\cli.exe");
+  const std::string kept = edgeKey + "; its value \"cli\" stays: C:\\cli.exe";
+  EXPECT_EQ(registerHost(options({"edge"})).lines,
+            (Lines{"manifest  is right already: " + manifest_,
+                   "edge      is registered already: " + kept}));
+  EXPECT_EQ(
+      unregisterHost(options({"edge", "brave"})).lines,
+      (Lines{"edge      unregistered: " + kept, "brave     stays, as Chrome uses it: " + chromeKey_,
+             "manifest  stays, as a browser is still registered with it: " + manifest_}));
+  for (const auto& [isDry, would] : {std::pair(true, "would be "), std::pair(false, "")}) {
+    EXPECT_EQ(
+        unregisterHost(options({}, isDry)).lines,
+        (Lines{"chrome    "s + would + "unregistered: " + chromeKey_, "edge      is not registered",
+               "brave     uses the key of chrome", "vivaldi   uses the key of chrome",
+               "chromium  is not registered", "manifest  "s + would + "deleted: " + manifest_}));
+  }
+  EXPECT_FALSE(fs::exists(manifest_));
+}
+
+TEST_F(RegistrationReports, RefuseAProgramWhoseNameIsNoText) {
+  RegistrationOptions broken = options({"chrome"});
+  broken.program += wchar_t{0xD83D};
+  EXPECT_EQ(registerHost(broken).lines,
+            Lines{"manifest  FAILED: the program's path is no Unicode text, which no manifest can "
+                  "hold"});
 }
 
 }  // namespace
