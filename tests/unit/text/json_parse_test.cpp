@@ -157,5 +157,17 @@ TEST(JsonLimits, CountValuesAndMemory) {
   for (const LimitCase& c : cases) EXPECT_EQ(jsonLimitExceeded(c.text), c.exceeded) << c.name;
 }
 
+// To the byte: a list, in it objects with a key and a list with a text, and one long text.
+TEST(JsonLimits, CountWhatEachKindTakes) {
+  constexpr std::size_t count = 660'000;
+  constexpr std::size_t each = (64 + 32) + 96 + 32 + (48 + 32);
+  constexpr std::size_t around = (32 + 32) + (48 + 32) + 17 + 1;
+  std::string text = "[" + repeat(count, R"({"":[""]},)") + "\"" +
+                     std::string(256 * 1024 * 1024 - count * each - around, 'x') + "\"]";
+  EXPECT_EQ(jsonLimitExceeded(text), "");
+  text.insert(text.size() - 2, "x");
+  EXPECT_EQ(jsonLimitExceeded(text), tooLarge);
+}
+
 }  // namespace
 }  // namespace media::win::chrome_inspect
