@@ -149,13 +149,18 @@ TEST(SendText, LeavesATextWholeWithoutABrowserAndWhereNoPieceWouldFit) {
   limitFramesForBrowser();
   CapturedOutput output;
   TurnEvents turn("r");
-  const std::string id(maxBrowserBody - 4096, 'i');
-  EXPECT_EQ(sendText(turn, "x", std::string(100'000, 'x'),
-                     [&id](std::string_view piece, std::uint32_t) {
-                       return json::array({id, piece});
-                     }),
-            1U);
-  EXPECT_NE(output.finish().at(0).find("event x left out"), std::string::npos);
+  const auto piecesWithRoomFor = [&turn](std::size_t bytes) {
+    const std::string id(maxArgsBytes("x") - json{"", ""}.dump().size() - bytes, 'i');
+    return sendText(turn, "x", std::string(10'000, 'x'),
+                    [&id](std::string_view piece, std::uint32_t) {
+                      return json::array({id, piece});
+                    });
+  };
+  EXPECT_EQ(piecesWithRoomFor(8191), 1U);
+  EXPECT_EQ(piecesWithRoomFor(8192), 2U);
+  const CapturedOutput::Frames frames = output.finish();
+  EXPECT_EQ(frames.size(), 3U);
+  EXPECT_NE(frames.at(0).find("event x left out"), std::string::npos);
 }
 
 }  // namespace
