@@ -48,6 +48,11 @@ const std::tuple<const char*, void (*)(TurnEvents&), std::string> useCases[] = {
        e.send("x", {1});
        e.cancel();
        e.send("x", {2});
+       EventFrames frames;
+       frames.begin() += "[3]";
+       frames.end("x");
+       e.send(frames);
+       EXPECT_TRUE(frames.empty());
        e.succeed("c", "all", nullptr);
        e.fail("late");
        e.cancel();

@@ -64,7 +64,8 @@ TEST(TranslateEventBlock, PassesOverWhatSaysNothing) {
 TEST(TranslateEventBlock, NoticesTheEnd) {
   for (const char* const block :
        {"data: [DONE]", "data:[DONE]", R"(data: {"choices":[{"finish_reason":"stop"}]})",
-        R"(data: {"choices":[{"finish_reason":""}]})"}) {
+        R"(data: {"choices":[{"finish_reason":""}]})",
+        R"(data: {"error":null,"choices":[{"finish_reason":"stop"}]})"}) {
     EXPECT_TRUE(translated(block, "").done) << block;
   }
   EXPECT_FALSE(translated("data:  []", "").done);  // two blanks: JSON

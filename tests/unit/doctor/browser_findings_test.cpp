@@ -112,12 +112,13 @@ TEST(JudgeBrowsers, JudgesAKeyOfSeveralBrowsersOnce) {
   BrowserStates states;
   states.fill(wellState());
   states[1].key = "HKCU\\Software\\Microsoft";
-  states[3].installed = false;
+  states[1].installed = states[3].installed = false;
   for (BrowserState& state : states) state.programExists = state.programIsThis = false;
   const Findings findings = judgeBrowsers(states);
   EXPECT_EQ(problemsIn(findings), 2);  // the manifests that Chrome and Edge find
   EXPECT_EQ(find(findings, "browser.brave.registration").text,
             "registered, by the key that Chrome reads");
+  EXPECT_EQ(find(findings, "browser.edge.registration").text, "registered: C:\\m.json");
   EXPECT_EQ(find(findings, "browser.vivaldi.registration").text, "not installed");
   EXPECT_EQ(std::ranges::count(findings, "browser.brave.policy", &Finding::id), 1);
   EXPECT_EQ(std::ranges::count(findings, "browser.vivaldi.policy", &Finding::id), 0);
@@ -197,6 +198,8 @@ TEST_F(LookAtBrowsers, SeesWhatTheBrowserWouldFind) {
   store(RegistryRoot::user, key, L"", L"relative.json");
   store(RegistryRoot::machine, key, L"", L"C:\\none.json");
   store(RegistryRoot::user, policyKey + L"\\NativeMessagingBlocklist", L"1", L"*");
+  ASSERT_TRUE(storeInRegistry(RegistryRoot::user, policyKey + L"\\NativeMessagingBlocklist", L"0",
+                              registryNumber, std::string(4, '\0')));  // passed over
   for (const bool allowed : {true, false}) {
     allowUserHosts(allowed);
     edge = look();

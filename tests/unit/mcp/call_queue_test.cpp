@@ -70,8 +70,8 @@ TEST(CallQueue, GivesUpWhatIsCancelledWithoutAReply) {
         }
         return "done " + call.id;
       },
-      c.send);
-  for (const char* id : {"1", "2", "3"}) queue.add(c.call(id));
+      c.send, 30'000);
+  for (const char* id : {"1", "2", "3"}) queue.add(c.call(id, "5"));
   runs.wait();
   for (const char* id : {"no such", "2", "1"}) queue.cancel(id);
   EXPECT_EQ(c.lines.waitFor(1), std::vector<std::string>{"done 3"});

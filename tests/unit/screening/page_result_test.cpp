@@ -91,6 +91,25 @@ TEST(PageResult, TakesEightItemsThatMatchAndTwelveOthersKeyItemsFirst) {
   EXPECT_EQ(itemsOf("....k...k", true), "0 1 2 3 4 5 6 7 and 1");
   EXPECT_EQ(itemsOf("..........k.", false), "10 0 1 2 3 4 5 6 7 8 9 11 ");
   EXPECT_EQ(itemsOf("..........k..k", false), "10 13 0 1 2 3 4 5 6 7 8 9 and 2");
+  EXPECT_EQ(itemsOf(".kkkkkkkkkkkkk", false), "1 2 3 4 5 6 7 8 9 10 11 12 and 2");
+}
+
+// What is said twice is judged as it is passed on: by the last time.
+TEST(PageResult, TakesTheLastOfSeveralMembersOfOneName) {
+  for (const std::size_t others : {0U, 29U, 30U, 100U}) {
+    std::string text = R"({"note":"first",)";
+    for (std::size_t i = 0; i < others; ++i) text += "\"k" + std::to_string(i) + "\":0,";
+    text += R"("tool":"browser_hover","note":"last"})";
+    JsonDocument document;
+    std::string result;
+    std::string error;
+    bool isFlagged = false;
+    ASSERT_EQ(readJson(text, document, error), ParseOutcome::ok);
+    ASSERT_TRUE(appendPageResult(document, document.root(), result, isFlagged, error));
+    EXPECT_EQ(result.find("first"), std::string::npos);
+    EXPECT_EQ(json::parse(result).size(), others + 2);
+    EXPECT_EQ(json::parse(result).at("note"), "last");
+  }
 }
 
 constexpr int rounds = 400;

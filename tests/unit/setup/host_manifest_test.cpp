@@ -84,6 +84,7 @@ TEST(ManifestPathFor, IsBesideTheProgram) {
   const fs::path program = folder.path() / "morva-chrome-host.exe";
   EXPECT_EQ(fs::path(manifestPathFor(program.wstring())),
             folder.path() / "com.quenlark.morva.chrome.json");
+  EXPECT_EQ(manifestPathFor(L"x.exe"), L"com.quenlark.morva.chrome.json");
 }
 
 TEST(Browsers, HaveTheKeysInWhichTheyLook) {

@@ -155,6 +155,10 @@ TEST(JsonLimits, CountValuesAndMemory) {
        "{" + repeat(1'900'000, "\"" + std::string(32, 'x') + "\":0,") + R"("k":0})", tooLarge},
   };
   for (const LimitCase& c : cases) EXPECT_EQ(jsonLimitExceeded(c.text), c.exceeded) << c.name;
+  const std::string members = "{" + repeat(maxJsonValues * 6 / 10, R"("k":0,)");
+  for (const char* end : {"\"k", "\"k\"", "\"k\" \t\r\n", "\"k\":1", "\"k\":1\"", "\"k\":\t1\r"}) {
+    EXPECT_EQ(jsonLimitExceeded(members + end), "") << end;  // cut off, or no JSON
+  }
 }
 
 // To the byte: a list, in it objects with a key and a list with a text, and one long text.

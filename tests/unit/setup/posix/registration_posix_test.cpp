@@ -102,9 +102,10 @@ TEST_F(RegistrationReports, EndWithAManifestThatCannotBeWritten) {
   EXPECT_FALSE(fs::exists(manifest_ + ".new"));
 }
 
-void store(const wchar_t* key, const wchar_t* value, const wchar_t* text) {
+void store(const std::wstring& key, const wchar_t* value, const wchar_t* text,
+           RegistryRoot root = RegistryRoot::user) {
   std::uint32_t ignored = 0;
-  EXPECT_TRUE(writeRegistryString(RegistryRoot::user, key, value, text, ignored));
+  EXPECT_TRUE(writeRegistryString(root, key, value, text, ignored));
 }
 
 // Each step finds the registry as those before it left it.
@@ -114,9 +115,10 @@ TEST_F(RegistrationReports, SayWhatBecameOfEachKey) {
       "HKCU\\Software\\Microsoft\\Edge\\NativeMessagingHosts\\com.quenlark.morva.chrome";
   constexpr const wchar_t* edge =
       L"Software\\Microsoft\\Edge\\NativeMessagingHosts\\com.quenlark.morva.chrome";
-  for (const wchar_t* client : {L"Google Chrome", L"Microsoft Edge", L"Brave"}) {
-    store((L"Software\\Clients\\StartMenuInternet\\"s + client).c_str(), L"", client);
-  }
+  const std::wstring clients = L"Software\\Clients\\StartMenuInternet\\";
+  store(clients + L"Google Chrome", L"", L"Chrome");
+  store(clients + L"Brave", L"", L"Brave");
+  store(clients + L"Microsoft Edge", L"", L"Edge", RegistryRoot::machine);
   store(edge, L"", L"C:\\other.json");
   const std::string there = " in place of \"C:\\other.json\": " + edgeKey;
   EXPECT_EQ(
@@ -125,6 +127,7 @@ TEST_F(RegistrationReports, SayWhatBecameOfEachKey) {
   EXPECT_EQ(unregisterHost(options({"edge"})).lines,
             (Lines{"edge      left alone, it names \"C:\\other.json\": " + edgeKey,
                    "manifest  is not there: " + manifest_}));
+  std::ofstream(manifest_) << "another";
   EXPECT_EQ(registerHost(options()).lines,
             (Lines{"manifest  written: " + manifest_, "chrome    registered: " + chromeKey_,
                    "edge      registered" + there, "brave     uses the key of chrome"}));
@@ -137,6 +140,10 @@ TEST_F(RegistrationReports, SayWhatBecameOfEachKey) {
       unregisterHost(options({"edge", "brave"})).lines,
       (Lines{"edge      unregistered: " + kept, "brave     stays, as Chrome uses it: " + chromeKey_,
              "manifest  stays, as a browser is still registered with it: " + manifest_}));
+  deleteRegistryTree(RegistryRoot::user, clients + L"Google Chrome");  // it needs the key no more
+  EXPECT_EQ(unregisterHost(options({"brave"}, true)).lines,
+            (Lines{"brave     would be unregistered: " + chromeKey_,
+                   "manifest  would be deleted: " + manifest_}));
   for (const auto& [isDry, would] : {std::pair(true, "would be "), std::pair(false, "")}) {
     EXPECT_EQ(
         unregisterHost(options({}, isDry)).lines,
