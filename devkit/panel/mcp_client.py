@@ -44,6 +44,7 @@ class McpClient:
                  program: Path | None = None, env: Mapping[str, str] | None = None,
                  reads: bool = True) -> None:
         environment = {**os.environ, **server_environment(build, wineprefix), **(env or {})}
+        self._windows = build == "windows"
         self._ids = itertools.count(1)
         self._arrived = threading.Condition()
         self.messages: list[Any] = []  # as they came
@@ -128,7 +129,7 @@ class McpClient:
         took = time.monotonic() - began
         if self._reader.is_alive():
             self._reader.join(2)
-        return code, took
+        return wine.exit_code(code) if self._windows else code, took
 
     @property
     def pid(self) -> int:

@@ -9,6 +9,7 @@ import os
 import shutil
 import subprocess
 import sys
+import warnings
 from pathlib import Path
 from typing import Any
 
@@ -84,6 +85,18 @@ def run(prefix: Path | None, *program: str | Path, check: bool = True, may_be_si
     if not ON_WINDOWS:
         runner = [ROOT / "tools" / "wine-run", *silence]
     return subprocess.run([*runner, *program], check=check, **settings)
+
+
+def exit_code(code: int) -> int:
+    """Of a Windows program, by that of the process that ran it.
+
+    A fault of the program is an exit code. Of a signal only Wine itself dies, in its own clean-up,
+    about once in a thousand ends: the program had ended, and its exit code is lost.
+    """
+    if code >= 0 or ON_WINDOWS:
+        return code
+    warnings.warn(f"Wine died of signal {-code} when its program had ended", stacklevel=3)
+    return 0
 
 
 def set_registry_text(prefix: Path, key: str, name: str, value: str) -> None:

@@ -186,11 +186,7 @@ class Run:
     def end_life(self, life, late_seconds, last_words, killed=False):
         try:
             code = life.end(late_seconds, last_words, killed)
-            if code < 0 and self.prefix:
-                # A fault of a Windows program becomes its exit code; of a signal only Wine itself
-                # dies, about once in some thousand ends of a process.
-                print(f"   Wine died of signal {-code} while host {life.number} ended", flush=True)
-            elif code != 0:
+            if code != 0:
                 life.ledger.fault(f"ended with {code}: {life.host.stderr[-2000:]}")
         except HostError as error:
             life.ledger.fault(str(error))

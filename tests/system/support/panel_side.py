@@ -3,7 +3,6 @@
 import itertools
 import json
 import time
-import warnings
 
 from support.builds import IS_WINDOWS, SLOWER
 from support.sanitizer_reports import take_reports
@@ -201,11 +200,6 @@ class Panel:
 
     def expect_exit(self, timeout=10):
         code = self.host.wait(timeout)
-        if IS_WINDOWS and code < 0:
-            # A fault of a Windows program becomes its exit code. Of a signal only Wine itself dies,
-            # about once in some thousand ends of a process.
-            warnings.warn(f"Wine died of signal {-code} while the host ended", stacklevel=2)
-            code = 0
         # A second complaint at the end of a test, such as of a sanitizer's report, is not shown.
         said = self.host.stderr[-4000:] + take_reports()[:8000]
         assert code == 0, f"exit code {code}; standard error:\n{said}"
