@@ -3,9 +3,12 @@
 from __future__ import annotations
 
 import asyncio
+import itertools
 
 from ..chat_turn import Turn
 from ..server_state import Json
+
+_numbers = itertools.count(1)
 
 
 async def consent(turn: Turn) -> None:
@@ -18,11 +21,11 @@ async def consent(turn: Turn) -> None:
 async def _ask(turn: Turn, title: str, detail: str) -> Json:
     """Sends the question and waits for the answer on /v1/chat/consent."""
     questions = turn.state.consent_questions
-    question = f"consent-{len(turn.state.turns)}"
-    questions[question] = asyncio.get_running_loop().create_future()
+    question = f"consent-{next(_numbers)}"
+    answered = questions[question] = asyncio.get_running_loop().create_future()
     try:
         await turn.event("consent", id=question, title=title, detail=detail, tool="run_command")
-        answer = await questions[question]
+        answer = await answered
     finally:
         questions.pop(question, None)
     await turn.event("consent.dismiss", id=question)
