@@ -36,7 +36,7 @@ TEST(IsWell, NotesAreNoProblem) {
 Diagnosis sample() {
   return {
       "1.2.3",
-      "C:\\x.exe",
+      "C:\\m\xC3\xB6rva.exe",
       "Windows 10.0.1",
       {{"a", "short", Health::ok, "is well", "", {{"flag", true}}},
        {"b", "much longer", Health::note, "so so", "", {{"ms", std::int64_t{5}}}},
@@ -44,19 +44,20 @@ Diagnosis sample() {
 }
 
 TEST(DiagnosisTable, HasALineForEachAndARemedyBelow) {
-  EXPECT_EQ(diagnosisTable(sample()),
-            "morva-chrome-host 1.2.3, Windows 10.0.1\n"
-            "C:\\x.exe\n"
-            "\n"
-            "ok       short        is well\n"
-            "note     much longer  so so\n"
-            "problem  third        is not\n"
-            "                      -> mend it\n"
-            "\n"
-            "for the configuration of an MCP client:\n"
-            R"({"mcpServers":{"browser":{"command":"C:\\x.exe","args":["--mcp"]}}})"
-            "\n\n"
-            "1 problem\n");
+  EXPECT_EQ(
+      diagnosisTable(sample()),
+      "morva-chrome-host 1.2.3, Windows 10.0.1\n"
+      "C:\\m\xC3\xB6rva.exe\n"
+      "\n"
+      "ok       short        is well\n"
+      "note     much longer  so so\n"
+      "problem  third        is not\n"
+      "                      -> mend it\n"
+      "\n"
+      "for the configuration of an MCP client:\n"
+      "{\"mcpServers\":{\"browser\":{\"command\":\"C:\\\\m\xC3\xB6rva.exe\",\"args\":[\"--mcp\"]}}}"
+      "\n\n"
+      "1 problem\n");
 }
 
 TEST(DiagnosisTable, EndsWithTheCount) {
@@ -69,7 +70,7 @@ TEST(DiagnosisTable, EndsWithTheCount) {
 
 TEST(DiagnosisJson, HoldsTheSameFacts) {
   EXPECT_EQ(nlohmann::json::parse(diagnosisJson(sample())), nlohmann::json::parse(R"({
-      "schema":1,"name":"morva-chrome-host","version":"1.2.3","program":"C:\\x.exe",
+      "schema":1,"name":"morva-chrome-host","version":"1.2.3","program":"C:\\m\u00f6rva.exe",
       "system":"Windows 10.0.1","ok":false,"findings":[
       {"id":"a","subject":"short","verdict":"ok","text":"is well","remedy":"",
        "facts":{"flag":true}},
@@ -77,7 +78,7 @@ TEST(DiagnosisJson, HoldsTheSameFacts) {
        "facts":{"ms":5}},
       {"id":"c","subject":"third","verdict":"problem","text":"is not","remedy":"mend it",
        "facts":{"path":"C:\\\ufffd"}}],
-      "mcp":{"mcpServers":{"browser":{"command":"C:\\x.exe","args":["--mcp"]}}}})"));
+      "mcp":{"mcpServers":{"browser":{"command":"C:\\m\u00f6rva.exe","args":["--mcp"]}}}})"));
 }
 
 }  // namespace
