@@ -4,14 +4,13 @@
 The seeds are those of tests/fuzz/corpus and the protocol's examples. Fails below 90 % of the lines.
 """
 
-import json
 import os
-import subprocess
 import sys
 import tempfile
 from pathlib import Path
 
 import fuzz_seeds
+from llvm_coverage import added, run, summaries
 
 ROOT = Path(__file__).resolve().parent.parent
 PROGRAMS = ROOT / "build" / "fuzz-coverage" / "fuzz"
@@ -34,11 +33,6 @@ SUBJECTS = {
 }
 
 
-def run(*command, **options):
-    done = subprocess.run(list(map(str, command)), check=True, capture_output=True, **options)
-    return done.stdout
-
-
 def reached(name, folder):
     """Lines and branches of the target's subject: how many there are, and how many are reached."""
     program, raw = PROGRAMS / f"{name}_fuzz", folder / "raw"
@@ -46,14 +40,11 @@ def reached(name, folder):
     seeds = [ROOT / "tests" / "fuzz" / "corpus" / program.name, folder / "examples"]
     run(program, "-runs=0", f"-artifact_prefix={folder}/", *seeds,
         env=os.environ | {"LLVM_PROFILE_FILE": str(raw)})
-    run("llvm-profdata", "merge", raw, "-o", folder / "profile")
-    files = json.loads(run("llvm-cov", "export", "-summary-only", "-instr-profile",
-                           folder / "profile", program))["data"][0]["files"]
-    wanted = [each["summary"] for each in files
-              if each["filename"].endswith(tuple(f"src/{each}.cpp" for each in SUBJECTS[name]))]
+    files = summaries([program], [raw], folder / "profile")
+    wanted = [summary for path, summary in files.items()
+              if path.endswith(tuple(f"src/{each}.cpp" for each in SUBJECTS[name]))]
     assert len(wanted) == len(SUBJECTS[name])
-    return {what: [sum(each[what][kind] for each in wanted) for kind in ("count", "covered")]
-            for what in ("lines", "branches")}
+    return {what: added(wanted, what) for what in ("lines", "branches")}
 
 
 def main():

@@ -2,10 +2,10 @@
 """Builds and runs the test suites: tools/run_tests.py [WHAT...] [BUILD...] [OPTIONS...]
 
 WHAT is any of unit, system, browser, package, soak, fuzz, lint, tools (all of them when none is
-named), BUILD any of windows, asan, tsan, coverage. The first word that is neither begins the
-options, which go to the runner of the suite (ctest for unit and fuzz, pytest for system, browser,
-package and tools). One suite alone prints as it runs; several run three at a time, each in a
-network and a Wine prefix of its own, and print when they end.
+named), BUILD any of windows, asan, tsan, coverage, conditions. The first word that is neither
+begins the options, which go to the runner of the suite (ctest for unit and fuzz, pytest for system,
+browser, package and tools). One suite alone prints as it runs; several run three at a time, each in
+a network and a Wine prefix of its own, and print when they end.
 
 Every runner writes JUnit XML to build/test; the last line counts what is in it:
 "N passed, N failed" and ", N skipped" when there are any.
@@ -27,7 +27,7 @@ ROOT = Path(__file__).resolve().parent.parent
 RESULTS = ROOT / "build" / "test"
 PYTHON = "/usr/bin/python3"
 WHATS = ("unit", "system", "browser", "package", "soak", "fuzz", "lint", "tools")
-BUILDS = ("windows", "asan", "tsan", "coverage")
+BUILDS = ("windows", "asan", "tsan", "coverage", "conditions")
 DEFAULT_BUILDS = ("windows", "asan", "tsan")
 SOAK_BUILDS = ("windows", "tsan")  # what is released, and what watches the threads
 SUITE_TIMEOUT_SECONDS = 1200
