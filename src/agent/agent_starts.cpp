@@ -21,16 +21,17 @@ StartRole joinStart(std::uint64_t seenStarts, std::string& error) {
     error = shared.lastStartError;
     return StartRole::follower;
   }
+  shared.lastStartError = "agent start failed";  // now, as later there may be no memory for it
   shared.starting = true;
   return StartRole::leader;
 }
 
-void finishStart(const std::string& error) {
+void finishStart(std::optional<std::string> error) noexcept {
   AgentShared& shared = agentShared();
   const Lock lock(shared.agentMutex);
   shared.starting = false;
   ++shared.finishedStarts;
-  shared.lastStartError = error;
+  if (error) shared.lastStartError.swap(*error);
   shared.changed.notifyAll();
 }
 

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -78,7 +79,13 @@ std::uint64_t FeedPump::begin(const std::function<bool()>& change) {
 }
 
 void FeedPump::read(std::uint64_t number, std::uint16_t port, std::wstring path) {
-  const auto stream = std::make_shared<Stream>(*this, number);
+  std::shared_ptr<Stream> stream;
+  try {
+    stream = std::make_shared<Stream>(*this, number);
+  } catch (const std::bad_alloc&) {
+    const Stream none(*this, number);  // reports its end, too
+    return;
+  }
   (void)runDetached(user_.threadName,
                     [stream, port, path = std::move(path)] { stream->run(port, path); });
 }

@@ -1,6 +1,7 @@
 #include "agent/request_slots.h"
 
-#include <functional>
+#include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "agent/agent_shared.h"
@@ -15,18 +16,17 @@ Requests& slotOf(AgentShared& shared, CancelSlot slot) MORVA_REQUIRES(shared.age
   return shared.slots.at(static_cast<std::size_t>(slot));
 }
 
-void abortIf(CancelSlot slot, const std::function<bool(const PublishedRequest&)>& isMeant) {
+// Takes one out that is older; null when there is none.
+std::shared_ptr<HttpExchange> takeOlder(CancelSlot slot, std::uint64_t stream) {
   AgentShared& shared = agentShared();
-  Requests taken;
-  {
-    const Lock lock(shared.agentMutex);
-    std::erase_if(slotOf(shared, slot), [&](PublishedRequest& published) {
-      const bool take = isMeant(published);
-      if (take) taken.push_back(published);
-      return take;
-    });
-  }
-  for (const PublishedRequest& published : taken) published.request->abort();
+  const Lock lock(shared.agentMutex);
+  Requests& requests = slotOf(shared, slot);
+  const auto found = std::ranges::find_if(
+      requests, [stream](const PublishedRequest& published) { return published.stream < stream; });
+  if (found == requests.end()) return nullptr;
+  const std::shared_ptr<HttpExchange> request = std::move(found->request);
+  requests.erase(found);
+  return request;
 }
 
 }  // namespace
@@ -48,11 +48,17 @@ void takeBackRequest(CancelSlot slot, const std::shared_ptr<HttpExchange>& reque
 }
 
 void abortRequests(CancelSlot slot) {
-  abortIf(slot, [](const PublishedRequest&) { return true; });
+  AgentShared& shared = agentShared();
+  Requests taken;  // without memory for a copy: what is to be aborted may be what takes it all
+  {
+    const Lock lock(shared.agentMutex);
+    taken.swap(slotOf(shared, slot));
+  }
+  for (const PublishedRequest& published : taken) published.request->abort();
 }
 
 void abortOlderRequests(CancelSlot slot, std::uint64_t stream) {
-  abortIf(slot, [stream](const PublishedRequest& published) { return published.stream < stream; });
+  while (const auto request = takeOlder(slot, stream)) request->abort();
 }
 
 }  // namespace media::win::chrome_inspect

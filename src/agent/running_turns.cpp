@@ -54,6 +54,7 @@ std::vector<TurnEnder> abortTurns() {
   AgentShared& shared = agentShared();
   {
     const Lock lock(shared.agentMutex);
+    enders.reserve(shared.turnEnders.size());  // or throws, and nothing has been stopped
     ++shared.stops;
     shared.cancelRequested = true;
     for (const auto& [turn, ender] : shared.turnEnders) enders.push_back(ender);

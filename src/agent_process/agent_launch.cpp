@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "agent/agent_end.h"
+#include "agent/agent_shared.h"
 #include "agent/agent_starts.h"
 #include "agent/current_agent.h"
 #include "agent_process/child_output.h"
@@ -48,14 +49,23 @@ bool startChild(const CliLocation& cli, std::uint16_t port, OwnedProcess& child)
   return true;
 }
 
+// A child that has not been adopted ends with what was to adopt it, such as for want of memory.
+struct NewChild {
+  NewChild() = default;
+  ~NewChild() { endProcess(process); }
+  NewChild(const NewChild&) = delete;
+  NewChild& operator=(const NewChild&) = delete;
+  OwnedProcess process;
+};
+
 // Starts the child and makes it the owned agent: the number of the ownership, or 0. `polled` is a
 // handle of our own: the state's may be closed by whoever stops the agent while we still poll.
 std::uint64_t startOwnedAgent(const CliLocation& cli, std::uint16_t port, OwnedProcess& polled) {
   const SpawnPermit permit;
-  OwnedProcess child;
-  if (!permit.granted() || !startChild(cli, port, child)) return 0;
-  polled = duplicateProcess(child);
-  return adoptOwnedAgent(std::move(child), port);
+  NewChild child;
+  if (!permit.granted() || !startChild(cli, port, child.process)) return 0;
+  polled = duplicateProcess(child.process);
+  return adoptOwnedAgent(std::move(child.process), port);
 }
 
 bool hasExited(const OwnedProcess& child, std::uint16_t port) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 #include <memory>
 #include <utility>
 
@@ -22,7 +23,10 @@ void readOutput(const OwnedStream& output) {
   std::array<char, readSize> buffer{};
   std::size_t got = 0;
   while (readSome(output.get(), buffer.data(), buffer.size(), got) == ReadResult::data) {
-    splitter.feed({buffer.data(), got}, [](std::string_view line) { queueDebugLog(line); });
+    try {
+      splitter.feed({buffer.data(), got}, [](std::string_view line) { queueDebugLog(line); });
+    } catch (const std::exception&) {  // no memory for these lines; the child is still read
+    }
   }
 }
 

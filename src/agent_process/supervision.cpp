@@ -1,5 +1,7 @@
 #include "agent_process/supervision.h"
 
+#include <utility>
+
 #include "agent/agent_end.h"
 #include "agent/agent_starts.h"
 #include "agent/current_agent.h"
@@ -49,17 +51,17 @@ std::string startAgent(AgentId& agent) {
 class LeadStart {
  public:
   LeadStart() = default;
-  ~LeadStart() { finishStart(error); }
+  ~LeadStart() { finishStart(std::move(error)); }
   LeadStart(const LeadStart&) = delete;
   LeadStart& operator=(const LeadStart&) = delete;
-  std::string error = "agent start failed";
+  std::optional<std::string> error;
 };
 
 bool lead(AgentId& agent, std::string& error) {
   LeadStart start;
-  start.error = startAgent(agent);
-  if (start.error.empty()) return true;
-  error = start.error;
+  error = startAgent(agent);
+  start.error = error;
+  if (error.empty()) return true;
   appendDebugLog(error, "error");
   return false;
 }

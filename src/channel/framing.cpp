@@ -1,5 +1,6 @@
 #include "channel/framing.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <bit>
@@ -91,6 +92,15 @@ bool FrameReader::take(char* bytes, std::size_t size, std::string& error) {
   }
 }
 
+bool FrameReader::skip(std::size_t size, std::string& error) {
+  std::array<char, 4096> nowhere;
+  for (std::size_t piece = 0; size > 0; size -= piece) {
+    piece = std::min(size, nowhere.size());
+    if (!take(nowhere.data(), piece, error)) return false;
+  }
+  return true;
+}
+
 bool FrameReader::next(JsonBuffer& body, std::string& error) {
   std::array<char, frameHeadBytes> head = {};
   if (isStopped_) {
@@ -107,8 +117,8 @@ bool FrameReader::next(JsonBuffer& body, std::string& error) {
   try {
     body = JsonBuffer(length == 0 ? empty.size() : length);
   } catch (const std::bad_alloc&) {
-    error = "out of memory";
-    return false;
+    if (!skip(length, error)) return false;
+    throw;
   }
   if (length == 0) empty.copy(body.data(), empty.size());
   return take(body.data(), length, error);

@@ -30,8 +30,9 @@ class FrameReader {
   explicit FrameReader(StreamId stream);
 
   // Reads the body of the next frame, blocking until it is whole; a length of 0 means "{}".
-  // Failure: false, and `error` is "unexpected EOF", "ReadFile failed", "frame too large" or
-  // "out of memory". The stream is then out of step; read no more from it.
+  // Failure: false, and `error` is "unexpected EOF", "ReadFile failed" or "frame too large". The
+  // stream is then out of step; read no more from it. Throws std::bad_alloc; then it is in step,
+  // and the frame is lost.
   bool next(JsonBuffer& body, std::string& error);
 
   // The same, parsed. Failure may also be a parse error of text/json_parse.h, after which the
@@ -47,6 +48,7 @@ class FrameReader {
  private:
   std::string_view unused() const { return {buffer_.get() + begin_, end_ - begin_}; }
   bool take(char* bytes, std::size_t size, std::string& error);
+  bool skip(std::size_t size, std::string& error);
 
   StreamId stream_;
   std::unique_ptr<char[]> buffer_;

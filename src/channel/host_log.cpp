@@ -138,12 +138,15 @@ void appendDebugLog(std::string_view text, std::string_view level, bool flushNow
   }
 }
 
-void queueDebugLog(std::string_view text, std::string_view level) {
-  LogState& log = logState();
-  const Lock lock(log.outputLock);
-  pushLine(log, text, level);
-  if (!log.senderStarted) log.senderStarted = runDetached("log sender", runLogSender);
-  if (enoughToSend(log)) log.enoughLines.notifyOne();
+void queueDebugLog(std::string_view text, std::string_view level) noexcept {
+  try {
+    LogState& log = logState();
+    const Lock lock(log.outputLock);
+    pushLine(log, text, level);
+    if (!log.senderStarted) log.senderStarted = runDetached("log sender", runLogSender);
+    if (enoughToSend(log)) log.enoughLines.notifyOne();
+  } catch (const std::exception&) {  // out of memory: this line is lost
+  }
 }
 
 std::vector<json> takeDebugLogEvents(std::size_t maxCount) {

@@ -24,8 +24,9 @@ inline constexpr std::size_t maxLogLinesPerBatch = 40;
 void appendDebugLog(std::string_view text, std::string_view level = "trace", bool flushNow = false);
 
 // For threads that must never wait for the browser, such as the one that empties a child's output:
-// queues the line and leaves sending to a thread of its own.
-void queueDebugLog(std::string_view text, std::string_view level = "trace");
+// queues the line and leaves sending to a thread of its own. A line for which there is no memory is
+// lost.
+void queueDebugLog(std::string_view text, std::string_view level = "trace") noexcept;
 
 // Takes up to `maxCount` lines out of the queue, oldest first, as event arguments.
 std::vector<nlohmann::json> takeDebugLogEvents(std::size_t maxCount);

@@ -103,13 +103,14 @@ std::uint16_t leaveSession() {
 }
 
 void pump_realtime(std::uint16_t port) {
+  std::wstring path = L"/v1/realtime/events";  // or throws, and there is no session
   const std::uint64_t session = voice().pump.begin([port] {
     voice().port = port;
     voice().use.emplace();
     voice().saidDone = false;
     return true;
   });
-  voice().pump.read(session, port, L"/v1/realtime/events");
+  voice().pump.read(session, port, std::move(path));
 }
 
 json startBody(const json& request) {

@@ -18,6 +18,8 @@ void reportQuietly(const char* name, const char* what) noexcept {
   }
 }
 
+}  // namespace
+
 void runContained(const char* name, const std::function<void()>& body) noexcept {
   try {
     body();
@@ -27,8 +29,6 @@ void runContained(const char* name, const std::function<void()>& body) noexcept 
     reportQuietly(name, "unknown exception");
   }
 }
-
-}  // namespace
 
 bool runDetached(const char* name, std::function<void()> body) {
   try {

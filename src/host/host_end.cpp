@@ -76,11 +76,12 @@ void noteEndOfInput() {
 
 void endBy(const std::vector<std::function<void()>>& steps) {
   noteEndOfInput();
-  for (const auto& step : steps) step();
+  for (const auto& step : steps) runContained("end", step);
   exitProcess(0);
 }
 
 void endHost(PanelWork& work) {
+  noteEndOfInput();  // before anything that takes memory: from now on the guard sees to the end
   const std::uint64_t begin = tickCountMs();
   endBy({cancelAllAgentRequests, [&work, begin] { waitForLastReplies(work, begin); }, wakeWaiters});
 }

@@ -24,6 +24,8 @@ namespace {
 using nlohmann::json;
 
 constexpr std::uint32_t clientLookMs = 250;  // how often a client that waits is looked after
+constexpr int mostTries = 50;                // of having the pipe again
+constexpr std::uint32_t pauseMs = 100;
 constexpr std::size_t maxKeptBytes = 4 * 1024 * 1024;
 constexpr std::string_view unreadable = "Failed to read pipe request";
 
@@ -121,10 +123,15 @@ void serveClient(StreamId pipe, PipeWatchdog& watchdog, const InspectPipe& setti
 void runInspectPipeServer(const InspectPipe& settings) {
   PipeWatchdog watchdog;
   Answer answer;
-  while (hostRunning) {
+  int triesLeft = 1;  // who has never had the pipe leaves it to whoever has it
+  while (hostRunning && triesLeft > 0) {
     OwnedStream pipe;
-    if (!createPipeInstance(settings.name, pipe)) return;
-    if (connectPipeClient(pipe)) serveClient(pipe.get(), watchdog, settings, answer);
+    if (createPipeInstance(settings.name, pipe)) {
+      triesLeft = mostTries;
+      if (connectPipeClient(pipe)) serveClient(pipe.get(), watchdog, settings, answer);
+    } else if (--triesLeft > 0) {
+      sleepMs(pauseMs);
+    }
   }
 }
 

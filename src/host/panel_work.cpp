@@ -112,10 +112,11 @@ Placed PanelWork::place(PanelMessage& message, std::size_t bytes) {
   const Lock lock(state.mutex);
   if (state.answering) {
     if (!state.hasRoom(message, bytes)) return Placed::full;
+    state.waiting.emplace_back();  // or throws, and nothing has changed
     State::Load& load = state.loadOf(message);
     ++load.count;
     load.bytes += bytes;
-    state.waiting.push_back({std::move(message), bytes});
+    state.waiting.back() = {std::move(message), bytes};
     return Placed::queued;
   }
   state.answering = true;

@@ -1,5 +1,6 @@
 #include "host/stdin_reader.h"
 
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -11,6 +12,7 @@
 #include "host/dispatcher.h"
 #include "host/host_end.h"
 #include "platform/byte_stream.h"
+#include "platform/clock.h"
 #include "text/json_parse.h"
 #include "text/json_text.h"
 #include "text/json_view.h"
@@ -18,6 +20,8 @@
 
 namespace media::win::chrome_inspect {
 namespace {
+
+constexpr std::uint32_t pauseMs = 10;  // for memory to come back
 
 // The members of a message that its refusal is made of.
 std::string refusalOf(JsonView message) {
@@ -35,6 +39,16 @@ void refuse(const std::string& refusal) {
   std::string ignored;
   (void)readJson(refusal, request, ignored);  // text of our own
   sendReply(request.root(), failureReply(request.root(), "host is busy"));
+}
+
+// The memory that was missing for one reply may be there for a shorter one.
+void replyOrLog(const PanelMessage& message, const char* error) {
+  try {
+    if (!message.refusal.empty()) return refuse(message.refusal);
+    sendReply(message.body.root(), failureReply(message.body.root(), error));
+  } catch (const std::exception& failure) {  // not even an error reply could be made
+    queueDebugLog(std::string("panel message failed: ") + failure.what(), "error");
+  }
 }
 
 void storeRelayReply(JsonDocument message, std::size_t bytes) {
@@ -97,16 +111,17 @@ Next readFrames(FrameReader& input, PanelWork& work, PanelMessage& message, bool
   JsonBuffer body;
   std::string error;
   for (;;) {
-    more = input.hasNext();
-    if (!more && placeHeldFrames(work, message) == Next::answer) return Next::answer;
-    if (!input.next(body, error)) return Next::end;
-    more = input.hasNext();
     try {
+      more = input.hasNext();
+      if (!more && placeHeldFrames(work, message) == Next::answer) return Next::answer;
+      if (!input.next(body, error)) return Next::end;
+      more = input.hasNext();
       const Next next = takeFrame(work, std::move(body), message);
       if (next == Next::answer) return next;
       if (next == Next::end) input.stop();     // replies may be held
     } catch (const std::exception& failure) {  // out of memory for this one
       queueDebugLog(std::string("frame dropped: ") + failure.what(), "error");
+      sleepMs(pauseMs);
     }
   }
 }
@@ -123,8 +138,8 @@ void answerMessage(const PanelMessage& message) {
   try {
     if (!message.refusal.empty()) return refuse(message.refusal);
     if (message.body.root()) answerPanelMessage(message.body.root());
-  } catch (const std::exception& failure) {  // not even an error reply could be made
-    queueDebugLog(std::string("panel message failed: ") + failure.what(), "error");
+  } catch (const std::exception& failure) {  // before its reply went out
+    replyOrLog(message, failure.what());
   }
 }
 
@@ -144,12 +159,13 @@ bool readAndAnswer(FrameReader& input, PanelWork& work) {
   return !isReader;
 }
 
-void runStdinReader() {
+void startStdinReader() {
   PanelWork& work = leaked<PanelWork>();
   FrameReader& input = leaked<FrameReader>(standardInput());
+  const auto read = [&input, &work] { readToTheEnd(input, work); };
+  if (!runDetached("stdin reader", read)) throw std::runtime_error("the system has no thread");
   // Without a second thread, nothing is read while a message is answered.
-  (void)runDetached("panel messages", [&] { readToTheEnd(input, work); });
-  readToTheEnd(input, work);
+  (void)runDetached("panel messages", read);
 }
 
 }  // namespace media::win::chrome_inspect

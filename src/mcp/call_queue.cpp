@@ -59,11 +59,19 @@ struct CallQueue::State {
       while (entries.empty()) changed.wait(mutex);
       JsonDocument answer;
       Entry& first = entries.front();
-      std::string reply = runUnlocked(first, answer);
-      std::shared_ptr<Replies> replies = std::move(first.call.replies);
-      if (!first.isCancelled) replies->add(std::move(reply));
+      const std::string reply = runUnlocked(first, answer);
+      if (!first.isCancelled) addReply(first.call, reply);
       if (!first.call.progressToken.empty()) changed.notifyAll();  // nothing is reported any more
       entries.pop_front();
+    }
+  }
+
+  // For want of memory a shorter reply.
+  static void addReply(const ToolCall& call, const std::string& reply) {
+    try {
+      call.replies->add(reply);
+    } catch (const std::exception&) {
+      call.replies->add(rpcError(call.id, RpcError::internal, "out of memory"));
     }
   }
 

@@ -35,6 +35,12 @@ constexpr std::size_t maxShownBytes = 200;
 
 std::string quoted(std::string_view text) { return "\"" + foreignText(text, maxShownBytes) + "\""; }
 
+// In the place of the reply that could not be made.
+std::string outOfMemory(JsonView message) {
+  const JsonView id = message["id"];
+  return rpcError(isRpcId(id) ? id.compactText() : "", RpcError::internal, "out of memory");
+}
+
 bool isMissing(JsonView value) { return !value || value.isNull(); }
 
 std::string_view negotiated(std::string_view wanted) {
@@ -79,8 +85,8 @@ const Session::Method Session::methods[] = {
 };
 
 void Session::take(std::string_view line) {
+  JsonDocument document;
   try {
-    JsonDocument document;
     std::string error;
     if (readJson(line, document, error) != ParseOutcome::ok) {
       return roads_.send(rpcError("", RpcError::parse, error));
@@ -88,7 +94,7 @@ void Session::take(std::string_view line) {
     if (document.root().isArray()) return takeBatch(document.root());
     takeMessage(document.root(), std::make_shared<Replies>(roads_.send, false));
   } catch (const std::exception&) {
-    roads_.send(rpcError("", RpcError::internal, "out of memory"));
+    roads_.send(outOfMemory(document.root()));
   }
 }
 
@@ -112,7 +118,13 @@ void Session::takeBatch(JsonView batch) {
   if (revision_ != revisionWithBatches) return refuse("batches are not part of this revision");
   if (batch.size() == 0) return refuse("the batch is empty");
   const auto replies = std::make_shared<Replies>(roads_.send, true);
-  for (const JsonView message : batch.elements()) takeMessage(message, replies);
+  for (const JsonView message : batch.elements()) {
+    try {
+      takeMessage(message, replies);
+    } catch (const std::exception&) {  // before its reply
+      replies->add(outOfMemory(message));
+    }
+  }
 }
 
 void Session::takeMessage(JsonView message, const std::shared_ptr<Replies>& replies) {
@@ -184,8 +196,9 @@ Session::Handled Session::initialize(const Request& request, std::string& text) 
     text = "protocolVersion is no text";
     return Handled::wrongParams;
   }
-  revision_ = negotiated(wanted.text());
-  text = initializeResult(revision_);
+  const std::string_view revision = negotiated(wanted.text());
+  text = initializeResult(revision);
+  revision_ = revision;
   return Handled::reply;
 }
 

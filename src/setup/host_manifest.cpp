@@ -70,7 +70,7 @@ std::string manifestText(const std::wstring& program,
     std::string origin = std::string(originScheme) + id + "/";
     if (std::ranges::find(origins, origin) == origins.end()) origins.push_back(std::move(origin));
   }
-  nlohmann::ordered_json manifest;
+  auto manifest = nlohmann::ordered_json::object();
   manifest["name"] = nativeHostName;
   manifest["description"] = "morva: the desktop assistant's side of the browser panel";
   manifest["path"] = toUtf8(program);

@@ -1,6 +1,7 @@
 #include "setup/registration.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "common/whole_file.h"
@@ -97,16 +98,23 @@ Chosen all(bool (*wanted)(const Browser&)) {
 
 // --- The manifest ---
 
-bool putManifest(const std::wstring& path, const std::string& text) {
-  // A browser that reads it meanwhile must find the old one or the new one whole.
+// A browser that reads the manifest meanwhile must find the old one or the new one whole.
+bool replaceFile(const std::wstring& path, const std::string& text) {
   const std::wstring fresh = path + L".new";
-  std::string written;
-  if (!writeWholeFile(fresh, text)) return false;
-  if (!renameOver(fresh, path)) {
-    (void)deleteFile(fresh);  // the failure that matters has been seen
-    return false;
+  try {
+    if (writeWholeFile(fresh, text) && renameOver(fresh, path)) return true;
+  } catch (const std::bad_alloc&) {
+    (void)deleteFile(fresh);
+    throw;
   }
-  return readWholeFile(path, maxManifestBytes, written) && written == text;
+  (void)deleteFile(fresh);  // the failure that matters has been seen
+  return false;
+}
+
+bool putManifest(const std::wstring& path, const std::string& text) {
+  std::string written;
+  return replaceFile(path, text) && readWholeFile(path, maxManifestBytes, written) &&
+         written == text;
 }
 
 bool writeManifest(Work& work) {

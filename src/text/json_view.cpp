@@ -39,8 +39,13 @@ void* moveValues(void* /*unused*/, void* block, std::size_t oldSize, std::size_t
 constexpr yyjson_alc inBlocks = {takeForValues, moveValues, giveFromValues, nullptr};
 
 yyjson_doc* read(std::string_view text, yyjson_read_err& failure) {
-  return yyjson_read_opts(const_cast<char*>(text.data()), text.size(), YYJSON_READ_NOFLAG, nullptr,
-                          &failure);
+  return yyjson_read_opts(const_cast<char*>(text.data()), text.size(), YYJSON_READ_NOFLAG,
+                          &inBlocks, &failure);
+}
+
+// Which says nothing about the text.
+void throwIfOutOfMemory(const yyjson_read_err& failure) {
+  if (failure.code == YYJSON_READ_ERROR_MEMORY_ALLOCATION) throw std::bad_alloc();
 }
 
 // What the library refuses and the tree's does not, which is next to nothing: read by way of the
@@ -285,10 +290,12 @@ ParseOutcome readJson(JsonBuffer text, JsonDocument& document, std::string& erro
   char* const bytes = text.data();
   std::fill_n(bytes + text.size(), YYJSON_PADDING_SIZE, '\0');
   yyjson_alc inBuffer{};
+  yyjson_read_err failure{};
   const std::size_t room = valueRoom(text.size());
   if (room > 0) yyjson_alc_pool_init(&inBuffer, bytes + valuesBegin(text.size()), room);
   yyjson_doc* const read = yyjson_read_opts(bytes, text.size(), YYJSON_READ_INSITU,
-                                            room > 0 ? &inBuffer : &inBlocks, nullptr);
+                                            room > 0 ? &inBuffer : &inBlocks, &failure);
+  throwIfOutOfMemory(failure);
   if (read == nullptr) return ParseOutcome::invalid;
   document.document_ = {read, JsonDocument::Free{text.release()}};
   return ParseOutcome::ok;
@@ -299,6 +306,7 @@ ParseOutcome readJson(std::string_view text, JsonDocument& document, std::string
   yyjson_read_err failure{};
   ParseOutcome outcome = ParseOutcome::ok;
   yyjson_doc* read = media::win::chrome_inspect::read(text, failure);
+  throwIfOutOfMemory(failure);
   // Extensions cut texts in the middle of a character: common, and worth no tree.
   if (read == nullptr && failure.code == YYJSON_READ_ERROR_INVALID_STRING)
     read = readRepaired(text);

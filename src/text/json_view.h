@@ -149,7 +149,8 @@ class JsonDocument {
 };
 
 // Reads `text`, which need not live longer than the call, with the outcomes, limits and error texts
-// of parseJson: what that takes is taken, with equal values, and nothing else.
+// of parseJson: what that takes is taken, with equal values, and nothing else. Throws
+// std::bad_alloc.
 ParseOutcome readJson(std::string_view text, JsonDocument& document, std::string& error);
 
 // The same for a text that the document keeps: nothing is copied. With `invalid`, `error` is empty,

@@ -2,7 +2,9 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <new>
+#include <thread>
 
 namespace media::win::chrome_inspect {
 
@@ -14,6 +16,10 @@ namespace {
 struct alignas(std::max_align_t) Head {
   std::size_t size;  // of what follows
 };
+
+// What is given up for want of a block is a whole message, and other threads give theirs back.
+constexpr int mostTries = 3;
+constexpr auto pause = std::chrono::milliseconds(10);
 
 // Without a lock: whoever looks at what is in a place takes it.
 using Place = std::atomic<Head*>;
@@ -40,18 +46,24 @@ Head* takeKept(std::size_t size) {
   return nullptr;
 }
 
+Head* newBlock(std::size_t size) {
+  try {
+    return new (::operator new(sizeof(Head) + size)) Head{size};
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 }  // namespace
 
 char* takeBlock(std::size_t size) {
   Head* head = size >= minKeptBlock && size <= maxKeptBlock ? takeKept(size) : nullptr;
-  if (head == nullptr) {
-    try {
-      head = new (::operator new(sizeof(Head) + size)) Head{size};
-    } catch (const std::bad_alloc&) {
-      return nullptr;
-    }
+  if (head == nullptr) head = newBlock(size);
+  for (int tries = 1; head == nullptr && tries < mostTries; ++tries) {
+    std::this_thread::sleep_for(pause);
+    head = newBlock(size);
   }
-  return reinterpret_cast<char*>(head + 1);
+  return head != nullptr ? reinterpret_cast<char*>(head + 1) : nullptr;
 }
 
 void giveBlock(char* block) {

@@ -21,6 +21,7 @@ int ownOutput = STDOUT_FILENO;
 
 int takeStream(int number, int access) {
   const int stream = fcntl(number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (stream < 0) return number;  // it stays where it is
   const OwnedDescriptor nothing =
       awayFromStandardStreams(OwnedDescriptor(::open("/dev/null", access | O_CLOEXEC)));
   (void)::dup2(nothing.get(), number);

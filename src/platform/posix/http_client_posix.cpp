@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <climits>
+#include <new>
 #include <utility>
 
 #include "platform/clock.h"
@@ -64,8 +65,11 @@ class CurlExchange final : public HttpExchange {
   bool isOpen() const { return multi_ && easy_; }
 
   bool send(std::string_view body) override {
-    addLine(body.empty() ? "Content-Type:" : "Content-Type: application/json");
-    addLine("Expect:");  // as a line without a value: not to be sent
+    // A line without a value: not to be sent.
+    if (!addLine(body.empty() ? "Content-Type:" : "Content-Type: application/json") ||
+        !addLine("Expect:")) {
+      return false;
+    }
     set(CURLOPT_HTTPHEADER, lines_.get());
     const auto size = static_cast<curl_off_t>(body.size());
     if (size > 0 || verb_ == "POST") {
@@ -123,7 +127,13 @@ class CurlExchange final : public HttpExchange {
     return value;
   }
 
-  void addLine(const char* line) { lines_.reset(curl_slist_append(lines_.release(), line)); }
+  bool addLine(const char* line) {
+    curl_slist* const longer = curl_slist_append(lines_.get(), line);
+    if (longer == nullptr) return false;
+    (void)lines_.release();  // it is the beginning of the longer one
+    lines_.reset(longer);
+    return true;
+  }
 
   std::size_t waiting() const { return body_.size() - taken_; }
 
@@ -169,7 +179,11 @@ class CurlExchange final : public HttpExchange {
       exchange.body_.clear();
       exchange.taken_ = 0;
     }
-    exchange.body_.append(bytes, size);
+    try {
+      exchange.body_.append(bytes, size);
+    } catch (const std::bad_alloc&) {
+      return 0;  // which ends the transfer: nothing may be thrown through the library
+    }
     return size;
   }
 

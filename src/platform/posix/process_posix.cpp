@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -27,7 +28,7 @@ namespace {
 // What ProcessTraits::Raw points to. As with a process handle of Windows the exit code can be asked
 // for as long as anybody owns the process: only the last owner reaps it.
 struct Child {
-  pid_t id;               // not used again by the system before it is reaped
+  pid_t id = 0;           // not used again by the system before it is reaped
   OwnedDescriptor pidfd;  // readable once the process has ended
   std::atomic<int> owners = 1;
 };
@@ -131,20 +132,19 @@ void ProcessTraits::close(Raw raw) {
 
 SpawnResult spawnHidden(const std::wstring& commandLine, const std::wstring& folder,
                         StreamId output, OwnedProcess& process, std::uint32_t& systemError) {
-  pid_t id = 0;
-  const int error = startChild(commandLine, folder, static_cast<int>(output), id);
+  auto child = std::make_unique<Child>();  // first, as then nothing has been started
+  const int error = startChild(commandLine, folder, static_cast<int>(output), child->id);
   if (error != 0) {
     systemError = static_cast<std::uint32_t>(error);
     return SpawnResult::failed;
   }
-  OwnedDescriptor pidfd = openPidfd(id);
-  if (!pidfd) {
+  child->pidfd = openPidfd(child->id);
+  if (!child->pidfd) {
     systemError = static_cast<std::uint32_t>(errno);
-    killAndReap(id);
+    killAndReap(child->id);
     return SpawnResult::failed;
   }
-  auto* child = new Child{id, std::move(pidfd)};
-  process.reset(reinterpret_cast<ProcessTraits::Raw>(child));
+  process.reset(reinterpret_cast<ProcessTraits::Raw>(child.release()));
   return SpawnResult::ok;
 }
 
