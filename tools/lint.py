@@ -68,6 +68,7 @@ def check_types() -> list[str]:
     worlds = [("tools:tools/mutants:tests/system:tests/soak:bench", programs),
               ("tests/browser", ("tests/browser",)),
               ("tools:tests/system:tests/package", ("tests/package",)),
+              ("tools:tests/system:tests/torture", ("tests/torture",)),
               ("tools:tools/mutants:tools/tests:devkit", ("tools/tests",))]
     salt = (ROOT / "mypy.ini").read_text() + output_of("mypy", "--version")
     jobs: list[Job] = []

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Builds and runs the test suites: tools/run_tests.py [WHAT...] [BUILD...] [OPTIONS...]
 
-WHAT is any of unit, system, browser, package, soak, fuzz, lint, tools (all of them when none is
+WHAT is any of unit, system, browser, package, soak, torture, fuzz, lint, tools (all when none is
 named), BUILD any of windows, asan, tsan, coverage, conditions. The first word that is neither
 begins the options, which go to the runner of the suite (ctest for unit and fuzz, pytest for system,
 browser, package and tools). One suite alone prints as it runs; several run three at a time, each in
@@ -26,10 +26,13 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 RESULTS = ROOT / "build" / "test"
 PYTHON = "/usr/bin/python3"
-WHATS = ("unit", "system", "browser", "package", "soak", "fuzz", "lint", "tools")
+WHATS = ("unit", "system", "browser", "package", "soak", "torture", "fuzz", "lint", "tools")
 BUILDS = ("windows", "asan", "tsan", "coverage", "conditions")
 DEFAULT_BUILDS = ("windows", "asan", "tsan")
 SOAK_BUILDS = ("windows", "tsan")  # what is released, and what watches the threads
+# All but "agent", each run of which takes half a second.
+TORTURE_SAMPLE = ["turn", "upload", "file", "pipe", "voice", "start", "register", "mcp",
+                  "--here", "--every", "7"]
 SUITE_TIMEOUT_SECONDS = 1200
 MOST_SHOWN_FAILURES = 10  # of one suite, each with the last lines of what it said
 SHOWN_LINES = 60
@@ -120,6 +123,9 @@ def wanted_suites(whats, builds, options):
                                         wine=True)],
         "package": lambda: [with_pytest("package", options, "tests/package", build="windows",
                                         wine=True)],
+        # A sample; ./dev torture tries every place.
+        "torture": lambda: [with_script("torture", "tests/torture/torture.py",
+                                        options or TORTURE_SAMPLE, build="asan")],
         "tools": lambda: [with_pytest("tools", options, "tools/tests", "tests/soak",
                                       network=False)],
         "lint": lambda: [with_script("lint", "tools/lint.py", options, network=False)],
