@@ -24,7 +24,7 @@ std::shared_ptr<HttpExchange> takeOlder(CancelSlot slot, std::uint64_t stream) {
   const auto found = std::ranges::find_if(
       requests, [stream](const PublishedRequest& published) { return published.stream < stream; });
   if (found == requests.end()) return nullptr;
-  const std::shared_ptr<HttpExchange> request = std::move(found->request);
+  std::shared_ptr<HttpExchange> request = std::move(found->request);
   requests.erase(found);
   return request;
 }

@@ -3,7 +3,6 @@
 #include <functional>
 #include <new>
 #include <string>
-#include <utility>
 
 namespace media::win::chrome_inspect {
 

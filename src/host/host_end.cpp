@@ -64,6 +64,7 @@ void wakeWaiters() {
 }  // namespace
 
 void startEndGuard(std::uint32_t limitMs) {
+  (void)endOfInput();  // made now: at the end there may be no memory for it
   (void)runDetached("end guard", [limitMs] { guardEnd(limitMs); });
 }
 

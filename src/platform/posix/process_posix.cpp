@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <climits>
 #include <memory>
-#include <utility>
 #include <vector>
 
 #include "platform/byte_stream.h"

@@ -47,6 +47,7 @@ const std::string texts[] = {
     R"(["\ud83d","\x"])",
     "\"a\nb\"",
     "01",
+    std::string(63, '['),  // takes more room than a whole text of its size
     std::string(maxJsonDepth + 1, '['),
     std::string(maxJsonDepth, '[') + std::string(maxJsonDepth, ']'),
     "[" + std::string(2000, ' ') + R"("\ud83d"])",
