@@ -34,7 +34,9 @@ def draw():
         for number, (plot, name) in enumerate(zip(plots, names), 1):
             plot.plot([float(row[0]) / 60 for row in rows], [float(row[number]) for row in rows],
                       label=path.stem, linewidth=0.8)
-            plot.set(ylabel=name, ylim=(0, None))
+            plot.set_ylabel(name)
+    for plot in plots:
+        plot.set_ylim(bottom=0)
     plots[0].legend()
     plots[-1].set_xlabel("minutes of one host, at rest each time")
     figure.tight_layout()

@@ -59,6 +59,7 @@ from devkit.panel.standin_process import StandInProcess  # noqa: E402
 
 # Slow enough for a stop or a crash to fall into a turn.
 AGENT = ["--port", "8090", "--tokens-per-second", "400"]
+SHORTEST_KEPT = 10  # minutes of a run whose figures do not give way to a test's
 FIRST_LIFE = 0.75  # of all the time
 SHORT_LIFE_S = (1.0, 5.0)
 FEWEST_LIVES = 3
@@ -220,7 +221,7 @@ def main():
     if not options.minutes:
         del found["everything happened"]  # the table shows what did
     print_times(run.record)
-    if options.minutes:
+    if options.minutes >= SHORTEST_KEPT:
         curves.keep(options.build, run.samples)
     if ends:
         ends.print_times()
