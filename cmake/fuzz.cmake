@@ -18,7 +18,7 @@ foreach(source IN LISTS fuzzSources)
   set(seconds 5)
   if(target MATCHES "^(frames|event_splitter|turn_stream)_")
     # What comes from the browser and from the agent is cut and joined at any byte, all day long.
-    set(seconds 20)
+    set(seconds 10)
   endif()
   add_test(NAME ${target}
     COMMAND "${PROJECT_SOURCE_DIR}/tools/run-fuzzer" $<TARGET_FILE:${target}> ${seconds})
