@@ -25,8 +25,8 @@ template <class Body>
 // Runs `body` on the calling thread. What it throws ends there in the same way.
 void runContained(const char* name, const std::function<void()>& body) noexcept;
 
-// Who hears of exceptions that ended so. Set once, before any thread
-// starts; may be called from any thread and must not throw.
+// Who hears of exceptions that ended so. Set once, before any thread starts; may be called from any
+// thread and must not throw.
 void setDetachedReporter(void (*report)(const std::string& text));
 
 }  // namespace media::win::chrome_inspect

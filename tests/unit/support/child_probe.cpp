@@ -3,6 +3,7 @@
 #include "common/paths.h"
 #include "host/user_command.h"
 #include "platform/clock.h"
+#include "platform/console.h"
 #include "platform/crash_dump.h"
 #include "platform/files.h"
 #include "platform/process_control.h"
@@ -74,7 +75,7 @@ void playChildProbe(const std::vector<std::string>& arguments) {
   if (command == "abandon") code = abandon();
   if (command == "explain") {
     useConsoleInput();
-    code = static_cast<unsigned>(runUserCommand({}));
+    code = isConsole(standardInput()) ? static_cast<unsigned>(runUserCommand({})) : noConsoleCode;
   }
   if (command == "crash") crash(arguments.at(3), arguments.at(4));
   if (command == "strike") code = strikeHost() ? 0 : 1;

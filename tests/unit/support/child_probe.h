@@ -16,8 +16,10 @@ namespace media::win::chrome_inspect {
 //                  lets its crashes be traced in the folder, then crashes: "access", "overflow"
 //                  or "throw", for which std::terminate is called
 //   strike         makes the host that serves the inspect pipe crash, on a thread of its own
-//   explain        does what the program does without arguments on the console of this process
+//   explain        does what the program does without arguments on the console of this process;
+//                  without one it prints nothing and ends with noConsoleCode
 //   abandon        starts a "wait" of its own on its standard output and ends with 0 when that runs
+inline constexpr unsigned noConsoleCode = 77;
 std::wstring childProbe(const std::wstring& command);
 [[noreturn]] void playChildProbe(const std::vector<std::string>& arguments);
 
