@@ -49,8 +49,11 @@ bool bindLoopback(const OwnedSocket& socket, std::uint16_t port) {
 
 bool connectLoopback(const OwnedSocket& socket, std::uint16_t port) {
   const sockaddr_in address = loopback(port);
-  return connect(descriptorOf(socket), reinterpret_cast<const sockaddr*>(&address),
-                 sizeof address) == 0;
+  // Linux goes on with a connection whose making a signal interrupted.
+  return retryInterrupted([&] {
+           return connect(descriptorOf(socket), reinterpret_cast<const sockaddr*>(&address),
+                          sizeof address);
+         }) == 0;
 }
 
 bool listenOn(const OwnedSocket& socket, int backlog) {
