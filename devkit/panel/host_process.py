@@ -316,7 +316,8 @@ class HostProcess:
         if self.stream_fault:
             return HostError(self.stream_fault + note)
         if self.stdout_ended:
-            return HostError("the host's output ended" + note)
+            code = self._running.returncode if self._ended_within(1.0) else None
+            return HostError(f"the host's output ended (exit code {code})" + note)
         return HostTimeout(f"nothing that fits within {timeout} s" + note)
 
     def _error_note(self) -> str:

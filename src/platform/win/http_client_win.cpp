@@ -133,6 +133,9 @@ void receiveAnswer(Request& request) {
 // each piece.
 void readPiece(Request& request, DWORD bytes) {
   constexpr DWORD maxPiece = 1024 * 1024;
+  // What Wine says of a connection that was reset behind the header: it crashes when it reads them.
+  constexpr DWORD noCount = 0xFFFFFFFF;
+  if (bytes == noCount) return request.fail();
   try {
     request.piece.resize(std::min(bytes, maxPiece));
   } catch (const std::bad_alloc&) {
