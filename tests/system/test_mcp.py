@@ -269,7 +269,11 @@ def test_many_calls_outlive_their_hosts_in_the_same_memory(start_panel, start_cl
 
     with ThreadPoolExecutor(len(clients) + 1) as threads:
         hosts = threads.submit(answer_until_the_last, start_panel, CALLS // LIVES)
-        lost = sum(threads.map(work, range(len(clients))))
+        try:
+            lost = sum(threads.map(work, range(len(clients))))
+        finally:
+            if hosts.done():  # before their last call: that is why, and what they say of it
+                hosts.result()
         call_until_answered(clients[0], {"last": True})
     growths += hosts.result()
     print(f"{each * len(clients)} calls, {len(growths) - len(clients)} hosts went, {lost} calls "

@@ -20,7 +20,7 @@ from support.waiting import until
 CHILD_LIMIT_SECONDS = 2.3
 
 # Which of the host's threads watches over its end, in the order of their start.
-GUARD = 2 if builds.BUILD == "tsan" else 1
+GUARD = 1
 
 # A busy machine may spoil one measurement, but not each of a few.
 TRIES = 3
@@ -182,6 +182,8 @@ def stop_threads_until_the_end(pid, but):
         until(lambda: os.waitpid(thread, any_child | os.WNOHANG)[0], "the host is still there", 10)
 
 
+@pytest.mark.skipif(builds.BUILD == "tsan", reason="the thread sanitizer takes locks of its own at "
+                    "the end, which a thread that is stopped may hold")
 def test_whatever_blocks_the_host_ends_in_four_seconds(launch):
     """Every thread is stopped in the middle of the end, but the one that watches over it."""
     panel = launch()

@@ -1,9 +1,11 @@
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <string_view>
 
 #include "platform/process_control.h"
 #include "support/child_probe.h"
+#include "support/test_system.h"
 
 int main(int argc, char** argv) {
   namespace host = media::win::chrome_inspect;
@@ -13,5 +15,10 @@ int main(int argc, char** argv) {
   }
   host::prepareProcess();  // a write to a closed pipe is an error, no signal, as in the host
   testing::InitGoogleMock(&argc, argv);
-  return RUN_ALL_TESTS();
+  const int result = RUN_ALL_TESTS();
+  host::lookForLostMemory();
+  std::fflush(nullptr);
+  // As the host ends: a thread that nobody waits for may be in a library that exit handlers
+  // destroy.
+  host::exitProcess(static_cast<unsigned>(result));
 }

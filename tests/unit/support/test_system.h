@@ -41,6 +41,9 @@ void restoreStandardOutput(StreamId old);
 // Lets a thread of the host that serves the inspect pipe run where nothing is.
 bool strikeHost();
 
+// Ends the process with a report if it has lost memory, where a sanitizer watches that.
+void lookForLostMemory();
+
 // Whether this process is in a job, and its error mode, in words; empty where there is neither.
 std::string processState();
 

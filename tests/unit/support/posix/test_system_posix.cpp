@@ -12,6 +12,10 @@
 #include <iterator>
 #include <set>
 
+// Of the sanitizer that watches memory, where there is one.
+extern "C" void __lsan_do_leak_check()
+    __attribute__((weak));  // NOLINT(bugprone-reserved-identifier)
+
 namespace media::win::chrome_inspect {
 
 const std::string_view inheritedByChild = "0 1 2 ";
@@ -57,6 +61,10 @@ void restoreStandardOutput(StreamId old) {
 }
 
 bool strikeHost() { return false; }
+
+void lookForLostMemory() {
+  if (__lsan_do_leak_check != nullptr) __lsan_do_leak_check();
+}
 
 std::string processState() { return ""; }
 

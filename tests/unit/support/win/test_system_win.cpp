@@ -68,6 +68,8 @@ bool strikeHost() {
   return static_cast<bool>(thread);
 }
 
+void lookForLostMemory() {}
+
 std::string processState() {
   BOOL isInJob = FALSE;
   const bool isKnown = IsProcessInJob(GetCurrentProcess(), nullptr, &isInJob) != FALSE;
