@@ -13,8 +13,8 @@
 #include <set>
 
 // Of the sanitizer that watches memory, where there is one.
-extern "C" void __lsan_do_leak_check()
-    __attribute__((weak));  // NOLINT(bugprone-reserved-identifier)
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" void __lsan_do_leak_check() __attribute__((weak));
 
 namespace media::win::chrome_inspect {
 
