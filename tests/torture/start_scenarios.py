@@ -40,12 +40,16 @@ class AgentStart(OnHost):
 
     def clean(self):
         """The agent ends, so that the next run starts another; there is one at most."""
-        agents = [each for each in psutil.Process(self.world.panel.pid).children()
-                  if each.status() != psutil.STATUS_ZOMBIE]
+        agents = self.agents()
         for each in agents:
             each.kill()
-        psutil.wait_procs(agents, timeout=5)
+        self.world.until(lambda: not self.agents(), "an agent stays", timeout=5)
         expect(len(agents) <= 1, f"{len(agents)} agents")
+
+    def agents(self):
+        """Those that run; the host buries the others when it looks for one."""
+        return [each for each in psutil.Process(self.world.panel.pid).children()
+                if each.status() != psutil.STATUS_ZOMBIE]
 
     def close(self):
         self.world.close()
