@@ -272,7 +272,7 @@ def test_many_calls_outlive_their_hosts_in_the_same_memory(start_panel, start_cl
         try:
             lost = sum(threads.map(work, range(len(clients))))
         finally:
-            if hosts.done():  # before their last call: that is why, and what they say of it
+            if hosts.done():  # too early: what they failed of is the cause, so it is reported
                 hosts.result()
         call_until_answered(clients[0], {"last": True})
     growths += hosts.result()
