@@ -11,12 +11,15 @@ from pathlib import Path
 from devkit.panel import wine
 
 SETTLE_S = 15.0
+POOL_S = 6.0  # Wine's thread pool, which WinHTTP uses, keeps each thread for 5 s behind its last work
 
 
 class Gauges:
-    """Looks at host processes of one build. Under Wine a program of ours counts the handles."""
+    """Looks at host processes of one build. Under Wine a program of ours counts the handles; if
+    patient, once the threads have gone that only the thread pool has kept."""
 
-    def __init__(self, prefix, folder):
+    def __init__(self, prefix, folder, patient):
+        self.patience = POOL_S if prefix and patient else 0.0  # seconds that a look takes
         self._counter = None
         if prefix:
             program = folder / "process_gauges.exe"
@@ -30,6 +33,7 @@ class Gauges:
 
     def look(self, pid):
         """What there is once the threads that only end have ended: twice the same, or the last."""
+        time.sleep(self.patience)
         deadline = time.monotonic() + SETTLE_S
         before = None
         while (now := (len(os.listdir(f"/proc/{pid}/task")), self._handles(pid))) != before:

@@ -66,6 +66,7 @@ FEWEST_LIVES = 3
 FEWEST_SAMPLES = 5
 LONGEST_EXTRA_S = 240.0  # for a machine that is too slow to show everything in time
 BUSY_S = (1.5, 3.5)  # between two rests
+BUSY_PER_PATIENCE = 4
 AGENT_AWAY_S = (0.0, 1.5)
 STOPPED_AFTER_S = (0.0, 0.1)
 LATE_S = (0.0, 0.5)  # how long after its end a host's last words may be read
@@ -85,7 +86,7 @@ class Run:
         self.work = WorkFolder(*roaming_folder(self.folders))
         empty(self.work.local)
         self.record = Record()
-        self.gauges = Gauges(self.prefix, self.scratch)
+        self.gauges = Gauges(self.prefix, self.scratch, options.minutes >= SHORTEST_KEPT)
         self.agent = StandInProcess(AGENT)
         self.start_agent()
         self.lives = self.crashes = 0
@@ -114,10 +115,11 @@ class Run:
 
     def begin_life(self, environment, actors, preset):
         self.lives += 1
-        # What has been freed is kept for a while, otherwise up to 256 MiB, which would look like a
-        # leak.
         environment = {**self.folders, **sanitizer_environment(), **environment}
-        environment["ASAN_OPTIONS"] += ":quarantine_size_mb=16"
+        # What the sanitizers keep for themselves would look like a leak: up to 256 MiB of what has
+        # been freed, up to 11 MiB of each thread's frames, the clock of every lock there was.
+        environment["ASAN_OPTIONS"] += ":quarantine_size_mb=16:max_uar_stack_size_log=16"
+        environment["TSAN_OPTIONS"] += ":flush_memory_ms=30000"
         host = HostProcess(builds.BUILD, None, environment, self.prefix, builds.PROGRAM).start()
         return Life(self.lives, options.seed, host, self.agent, self.work, self.record, actors,
                     preset)
@@ -126,11 +128,13 @@ class Run:
         life = self.begin_life({}, ACTORS, "plain")
         began = time.monotonic()
         end = began + seconds
+        rest_at = 0.0
         try:
             while not self.record.faults and (time.monotonic() < end or self.wants_more()):
                 self.be_busy(life, end)
-                if rests:
+                if rests and time.monotonic() >= rest_at:
                     life.rest(lambda: self.look(life, began))
+                    rest_at = time.monotonic() + BUSY_PER_PATIENCE * self.gauges.patience
         except Exception as failure:  # the run ends with what is known so far
             life.ledger.fault(f"{type(failure).__name__} {failure}")
         self.end_life(life, self.random.uniform(*LATE_S), LAST_WORDS)

@@ -70,11 +70,11 @@ def test_the_output_of_the_child_is_in_the_log(start_panel, cli, output):
 
 @pytest.mark.linux_side
 def test_a_child_that_prints_no_line_feed_fills_no_memory(start_panel, cli):
-    panel = start_panel(env=cli.env(bytes=40_000_000))
+    panel = start_panel(env=cli.env(bytes=100_000_000))
     before = peak_mib(panel)
     assert panel.run_turn(timeout=40).done == FINE
-    # Some of it are libraries of the system, which are loaded when they are first used.
-    assert peak_mib(panel) - before < (60 if builds.IS_SANITIZED else 25)
+    # Some of it are libraries of the system, which are loaded when they are first used, and threads.
+    assert peak_mib(panel) - before < 60
 
 
 LINES = 50_000

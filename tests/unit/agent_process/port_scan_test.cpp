@@ -48,22 +48,28 @@ TEST(FirstReadyPort, DoesNotWaitForThePortsBehindIt) {
 
 TEST(FirstReadyPort, TakesASilentPortForNotReadyAfterTheLimit) {
   const Servers servers({"", ready});
-  EXPECT_EQ(firstReadyPort(servers.ports, 300), servers.ports[1]);
+  EXPECT_EQ(firstReadyPort(servers.ports, 2000), servers.ports[1]);
   EXPECT_FALSE(isAgentReady(servers.ports[0], 300));
   EXPECT_TRUE(isAgentReady(servers.ports[1]));
 }
 
-TEST(PortScan, ReportsWhatEachPortAnsweredAndHowLongItTook) {
-  const Servers servers({ready, busy, "", answerText("no JSON")});
-  PortScan scan(servers.ports, 500);
-  const Readiness wanted[] = {Readiness::ready, Readiness::foreign, Readiness::none,
-                              Readiness::notReady};
+TEST(PortScan, ReportsWhatEachPortAnswered) {
+  const Servers servers({ready, busy, answerText("no JSON")});
+  PortScan scan(servers.ports, probeLimitMs);
+  const Readiness wanted[] = {Readiness::ready, Readiness::foreign, Readiness::notReady};
   for (std::size_t i = 0; i < servers.ports.size(); ++i) {
     const PortState state = scan.wait(i);
     EXPECT_EQ(state.port, servers.ports[i]);
     EXPECT_EQ(state.answer, wanted[i]) << i;
-    EXPECT_GE(state.tookMs, wanted[i] == Readiness::none ? 500 - 16 : 0);
+    EXPECT_GE(state.tookMs, 0);
   }
+}
+
+TEST(PortScan, ReportsHowLongASilentPortWasWaitedFor) {
+  const Servers servers({""});
+  const PortState state = PortScan(servers.ports, 500).wait(0);
+  EXPECT_EQ(state.answer, Readiness::none);
+  EXPECT_GE(state.tookMs, 500 - 16);
 }
 
 }  // namespace
