@@ -8,19 +8,24 @@ import subprocess
 import time
 from pathlib import Path
 
+from support import builds
+
 from devkit.panel import wine
 
 SETTLE_S = 15.0
-POOL_S = 6.0  # Wine's thread pool, which WinHTTP uses, keeps each thread for 5 s behind its last work
+POOL_S = 6.0  # Wine's thread pool, which WinHTTP uses, keeps a thread for 5 s behind its last work
 
 
 class Gauges:
-    """Looks at host processes of one build. Under Wine a program of ours counts the handles; if
-    patient, once the threads have gone that only the thread pool has kept."""
+    """Looks at host processes of one build, which get `environment`. Under Wine a program of ours
+    counts the handles; if patient, once the threads have gone that only the thread pool has kept.
+    Under a sanitizer a library of ours tells what of the memory is the program's."""
 
     def __init__(self, prefix, folder, patient):
         self.patience = POOL_S if prefix and patient else 0.0  # seconds that a look takes
+        self.environment = {}
         self._counter = None
+        self._in_use = folder / "in_use"
         if prefix:
             program = folder / "process_gauges.exe"
             subprocess.run(["x86_64-w64-mingw32-g++-posix", "-O1", "-municode", "-static", "-o",
@@ -30,6 +35,12 @@ class Gauges:
                 [wine.loader(), program, "morva-chrome-host.exe"], stdin=subprocess.PIPE,
                 stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, bufsize=1,
                 env=os.environ | wine.environment(prefix))
+
+        if builds.IS_SANITIZED:
+            library = folder / "memory_in_use.so"
+            subprocess.run(["clang++", "-std=c++20", "-O1", "-shared", "-fPIC", "-o", library,
+                            Path(__file__).with_name("memory_in_use.cpp")], check=True)
+            self.environment = {"LD_PRELOAD": str(library), "MORVA_IN_USE": str(self._in_use)}
 
     def look(self, pid):
         """What there is once the threads that only end have ended: twice the same, or the last."""
@@ -41,14 +52,18 @@ class Gauges:
             if time.monotonic() > deadline:
                 break
             time.sleep(0.4)
-        status = Path(f"/proc/{pid}/status").read_text()
-        memory = int(re.search(r"RssAnon:\s+(\d+) kB", status)[1]) / 1024
-        return {"MiB": memory, "threads": now[0], "handles": now[1]}
+        return {"MiB": self._memory(pid) / (1 << 20), "threads": now[0], "handles": now[1]}
 
     def close(self):
         if self._counter:
             self._counter.stdin.close()
             self._counter.wait(30)
+
+    def _memory(self, pid):
+        if self.environment:
+            return int(Path(f"{self._in_use}.{pid}").read_text())
+        status = Path(f"/proc/{pid}/status").read_text()
+        return 1024 * int(re.search(r"RssAnon:\s+(\d+) kB", status)[1])
 
     def _handles(self, pid):
         if not self._counter:

@@ -115,11 +115,8 @@ class Run:
 
     def begin_life(self, environment, actors, preset):
         self.lives += 1
-        environment = {**self.folders, **sanitizer_environment(), **environment}
-        # What the sanitizers keep for themselves would look like a leak: up to 256 MiB of what has
-        # been freed, up to 11 MiB of each thread's frames, the clock of every lock there was.
-        environment["ASAN_OPTIONS"] += ":quarantine_size_mb=16:max_uar_stack_size_log=16"
-        environment["TSAN_OPTIONS"] += ":flush_memory_ms=30000"
+        environment = {**self.folders, **sanitizer_environment(), **self.gauges.environment,
+                       **environment}
         host = HostProcess(builds.BUILD, None, environment, self.prefix, builds.PROGRAM).start()
         return Life(self.lives, options.seed, host, self.agent, self.work, self.record, actors,
                     preset)

@@ -73,7 +73,7 @@ def test_a_child_that_prints_no_line_feed_fills_no_memory(start_panel, cli):
     panel = start_panel(env=cli.env(bytes=100_000_000))
     before = peak_mib(panel)
     assert panel.run_turn(timeout=40).done == FINE
-    # Some of it are libraries of the system, which are loaded when they are first used, and threads.
+    # Some of it are threads, and libraries of the system, which are loaded when first used.
     assert peak_mib(panel) - before < 60
 
 
