@@ -38,14 +38,16 @@ void* moveValues(void* /*unused*/, void* block, std::size_t oldSize, std::size_t
 
 constexpr yyjson_alc inBlocks = {takeForValues, moveValues, giveFromValues, nullptr};
 
-yyjson_doc* read(std::string_view text, yyjson_read_err& failure) {
-  return yyjson_read_opts(const_cast<char*>(text.data()), text.size(), YYJSON_READ_NOFLAG,
-                          &inBlocks, &failure);
-}
-
-// Which says nothing about the text.
+// Lack of memory says nothing about the text.
 void throwIfOutOfMemory(const yyjson_read_err& failure) {
   if (failure.code == YYJSON_READ_ERROR_MEMORY_ALLOCATION) throw std::bad_alloc();
+}
+
+yyjson_doc* read(std::string_view text, yyjson_read_err& failure) {
+  yyjson_doc* const document = yyjson_read_opts(const_cast<char*>(text.data()), text.size(),
+                                                YYJSON_READ_NOFLAG, &inBlocks, &failure);
+  throwIfOutOfMemory(failure);
+  return document;
 }
 
 // What the library refuses and the tree's does not, which is next to nothing: read by way of the
@@ -306,7 +308,6 @@ ParseOutcome readJson(std::string_view text, JsonDocument& document, std::string
   yyjson_read_err failure{};
   ParseOutcome outcome = ParseOutcome::ok;
   yyjson_doc* read = media::win::chrome_inspect::read(text, failure);
-  throwIfOutOfMemory(failure);
   // Extensions cut texts in the middle of a character: common, and worth no tree.
   if (read == nullptr && failure.code == YYJSON_READ_ERROR_INVALID_STRING)
     read = readRepaired(text);

@@ -9,6 +9,7 @@
 #include "support/failing_new.h"
 #include "support/json_replies.h"
 #include "text/json_parse.h"
+#include "text/json_view.h"
 
 namespace media::win::chrome_inspect {
 namespace {
@@ -38,6 +39,34 @@ TEST(OutOfMemory, ParsingNeverThrows) {
     });
   }
   EXPECT_GT(failures, 0);
+}
+
+// Reads `text` as often as it takes, each time with a later allocation and all behind it failing,
+// and returns how often it took.
+long timesUntilRead(const std::string& text) {
+  for (long times = 1;; ++times) {
+    JsonDocument document;
+    std::string error;
+    ParseOutcome outcome = ParseOutcome::ok;
+    bool failed = false;
+    {
+      const FailingNew failing(times - 1, FailingNew::Failure::lasting);
+      try {
+        outcome = readJson(text, document, error);
+      } catch (const std::bad_alloc&) {  // as it should be
+      }
+      failed = FailingNew::happened();
+    }
+    EXPECT_EQ(outcome, ParseOutcome::ok) << times;
+    if (!failed) return times;
+  }
+}
+
+// A text of the browser that is invalid ends the host.
+TEST(OutOfMemory, NoTextIsTakenForInvalid) {
+  for (std::size_t size = 0; size < 16; ++size) {  // of which FailingNew passes over one
+    EXPECT_GT(timesUntilRead(R"(["\ud83d)" + std::string(size, 'x') + longText + R"("])"), 1);
+  }
 }
 
 // Calls `use` as failEachAllocation does and catches what the callers of the product's functions

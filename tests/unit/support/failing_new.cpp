@@ -5,10 +5,19 @@
 
 namespace {
 
-thread_local long allocationsLeft = -1;  // negative: none is to fail
+thread_local long untilFailure = -1;  // negative: none is to fail
+thread_local bool lasts = false;
+thread_local bool hasFailed = false;
 
 bool mustFail(std::size_t size) {
-  return allocationsLeft >= 0 && size % 16 != 0 && allocationsLeft-- == 0;
+  if (untilFailure < 0 || size % 16 == 0) return false;
+  if (untilFailure > 0) {
+    --untilFailure;
+    return false;
+  }
+  hasFailed = true;
+  if (!lasts) untilFailure = -1;
+  return true;
 }
 
 }  // namespace
@@ -26,8 +35,12 @@ void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace media::win::chrome_inspect {
 
-FailingNew::FailingNew(long number) { allocationsLeft = number; }
-FailingNew::~FailingNew() { allocationsLeft = -1; }
-bool FailingNew::happened() { return allocationsLeft < 0; }
+FailingNew::FailingNew(long number, Failure failure) {
+  lasts = failure == Failure::lasting;
+  hasFailed = false;
+  untilFailure = number;
+}
+FailingNew::~FailingNew() { untilFailure = -1; }
+bool FailingNew::happened() { return hasFailed; }
 
 }  // namespace media::win::chrome_inspect

@@ -2,12 +2,14 @@
 
 namespace media::win::chrome_inspect {
 
-// While it lives, one allocation of this thread fails: the one with this number, counted from 0.
+// While it lives, one allocation of this thread fails: the one with this number, counted from 0; if
+// the failure lasts, all behind it, too.
 // Allocations whose size is a multiple of 16 are not counted and never fail: the JSON library needs
 // such a one to destroy a value, where nothing can be done about a failure.
 class FailingNew {
  public:
-  explicit FailingNew(long number);
+  enum class Failure { once, lasting };
+  explicit FailingNew(long number, Failure failure = Failure::once);
   ~FailingNew();
   FailingNew(const FailingNew&) = delete;
   FailingNew& operator=(const FailingNew&) = delete;
