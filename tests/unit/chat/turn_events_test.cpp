@@ -121,10 +121,13 @@ CapturedOutput::Frames framesOf(const std::string& text) {
   EXPECT_EQ(frames.size(), count);
   std::string joined;
   std::uint32_t seq = 0;
-  for (const std::string& event : eventsIn(frames)) {
-    const json argument = json::parse(event).at("args").at(0);
-    EXPECT_EQ(argument.at("seq"), seq++);
-    joined += argument.at("delta").get<std::string>();
+  for (const std::string& frame : frames) {
+    const json message = json::parse(frame);
+    for (const json& event : message.at("events")) {
+      const json& argument = event.at("args").at(0);
+      EXPECT_EQ(argument.at("seq"), seq++);
+      joined += argument.at("delta").get_ref<const std::string&>();
+    }
   }
   EXPECT_TRUE(joined == text);
   return frames;
