@@ -43,7 +43,7 @@ if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=thread")
 endif()
 
 include(GoogleTest)
-set(testProperties LABELS unit TIMEOUT 120 ENVIRONMENT "MORVA_BUILD_DIR=${CMAKE_BINARY_DIR}")
+set(testProperties LABELS unit TIMEOUT 300 ENVIRONMENT "MORVA_BUILD_DIR=${CMAKE_BINARY_DIR}")
 set(leftOut "Drops.*")
 if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=thread")
   string(APPEND leftOut ":Random/*")  # much computing by one thread
