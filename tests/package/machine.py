@@ -1,5 +1,6 @@
 """A user's machine, which is a Wine prefix: installing, running, and looking what is there."""
 
+import contextlib
 import json
 import re
 import shutil
@@ -51,10 +52,21 @@ class Machine:
               "the program is still listed", WAIT_S, 0.05)
 
     def quiet_uninstall(self):
-        """What a caller of the entry in the list of programs gets."""
+        """What a caller of the entry in the list of programs gets, once the copy has ended, too."""
         command = self.text_value(UNINSTALL_KEY, "QuietUninstallString")
         program, arguments = re.fullmatch(r'"([^"]+)" (.+)', command).groups()
-        return self.run(program, *arguments.split())[0]
+        code = self.run(program, *arguments.split())[0]
+        until(lambda: not self._copy_runs(), "the uninstaller's copy does not end", WAIT_S)
+        return code
+
+    def _copy_runs(self):
+        ours = f"WINEPREFIX={self.prefix}".encode()
+        for process in Path("/proc").glob("[0-9]*"):
+            with contextlib.suppress(OSError):  # it has ended
+                if (b"~nsu" in (process / "cmdline").read_bytes()
+                        and ours in (process / "environ").read_bytes().split(b"\0")):
+                    return True
+        return False
 
     def uninstall_in_place(self):
         """The exit code of an uninstaller that makes no copy, and so cannot remove itself."""
