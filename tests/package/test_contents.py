@@ -9,7 +9,7 @@ import zlib
 import components
 import package
 import pytest
-import yaml  # type: ignore[import]
+import yaml
 from machine import UNINSTALL_KEY
 
 
