@@ -36,8 +36,9 @@ CliLook lookAtOptions() {
 
 CliLook lookAtRegistry() {
   constexpr const char* source = "cli registry";
+  const std::wstring key = nativeHostKey(chromeVendorKey);
   std::string data;
-  if (!readUserRegistryString(nativeHostKey(chromeVendorKey), L"cli", maxRegistryBytes, data)) {
+  if (!readRegistryString(RegistryRoot::user, key, L"cli", maxRegistryBytes, data)) {
     return {source, CliOutcome::notSet, {}};
   }
   return lookFor(source, wideFromUtf16Bytes(data));

@@ -25,10 +25,6 @@ bool readRegistryString(RegistryRoot root, const std::wstring& key, const std::w
                         std::size_t maxBytes, std::string& data,
                         RegistryView view = RegistryView::bits64);
 
-// The same below HKEY_CURRENT_USER.
-bool readUserRegistryString(const std::wstring& key, const std::wstring& value,
-                            std::size_t maxBytes, std::string& data);
-
 // Reads a value of type REG_DWORD; false when it is missing or of another type.
 bool readRegistryNumber(RegistryRoot root, const std::wstring& key, const std::wstring& value,
                         std::uint32_t& number);

@@ -71,11 +71,6 @@ bool readRegistryString(RegistryRoot root, const std::wstring& key, const std::w
   return true;
 }
 
-bool readUserRegistryString(const std::wstring& key, const std::wstring& value,
-                            std::size_t maxBytes, std::string& data) {
-  return readRegistryString(RegistryRoot::user, key, value, maxBytes, data);
-}
-
 bool readRegistryNumber(RegistryRoot root, const std::wstring& key, const std::wstring& value,
                         std::uint32_t& number) {
   std::string found;

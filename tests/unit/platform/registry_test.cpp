@@ -25,7 +25,7 @@ class UserRegistry : public testing::Test {
   // The value, "before" when it cannot be read.
   std::string load(std::size_t maxBytes = roomEnough) const {
     std::string data = mark;
-    const bool isRead = readUserRegistryString(testParent, L"v", maxBytes, data);
+    const bool isRead = readRegistryString(RegistryRoot::user, testParent, L"v", maxBytes, data);
     EXPECT_EQ(isRead, data != mark);
     return data;
   }
@@ -62,11 +62,12 @@ TEST_F(UserRegistry, WritesATextAndTheKeysAboveIt) {
   EXPECT_TRUE(writeRegistryString(RegistryRoot::user, key, L"name", L"\u6f22", error_));
   EXPECT_TRUE(writeRegistryString(RegistryRoot::user, key, L"", L"newer", error_));
   std::string data;
-  EXPECT_TRUE(readUserRegistryString(key, L"", roomEnough, data));
+  EXPECT_TRUE(readRegistryString(RegistryRoot::user, key, L"", roomEnough, data));
   EXPECT_EQ(data, std::string("n\0e\0w\0e\0r\0\0\0", 12));
-  EXPECT_TRUE(readUserRegistryString(key, L"name", roomEnough, data));
+  EXPECT_TRUE(readRegistryString(RegistryRoot::user, key, L"name", roomEnough, data));
   EXPECT_EQ(data, std::string("\x22\x6f\0\0", 4));
-  EXPECT_FALSE(readUserRegistryString(testParent + L"\\none", L"v", roomEnough, data));
+  EXPECT_FALSE(
+      readRegistryString(RegistryRoot::user, testParent + L"\\none", L"v", roomEnough, data));
   EXPECT_FALSE(readRegistryString(RegistryRoot::machine, key, L"", roomEnough, data));
 }
 
