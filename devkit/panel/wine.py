@@ -11,7 +11,9 @@ import subprocess
 import sys
 import warnings
 from pathlib import Path
-from typing import Any
+from typing import Any, Iterator
+
+import psutil
 
 ROOT = Path(__file__).resolve().parents[2]
 TEMPLATE_PREFIX = ROOT / "build" / "wine" / "prefix"
@@ -85,6 +87,19 @@ def run(prefix: Path | None, *program: str | Path, check: bool = True, may_be_si
     if not ON_WINDOWS:
         runner = [ROOT / "tools" / "wine-run", *silence]
     return subprocess.run([*runner, *program], check=check, **settings)
+
+
+def running(prefix: Path, part: str) -> Iterator[psutil.Process]:
+    """The processes in `prefix` whose program has `part` in its path, with slashes. They are known
+    by their environment, so others' are never found."""
+    for process in psutil.process_iter():
+        try:
+            # Between a fork and the start of the program this is still the shell's command line.
+            program = "".join(process.cmdline()[:1]).replace("\\", "/")
+            if part in program and process.environ().get("WINEPREFIX") == str(prefix.resolve()):
+                yield process
+        except psutil.Error:
+            pass  # it has just ended, or is somebody else's
 
 
 def exit_code(code: int) -> int:

@@ -1,6 +1,5 @@
 """A user's machine, which is a Wine prefix: installing, running, and looking what is there."""
 
-import contextlib
 import json
 import re
 import shutil
@@ -56,17 +55,9 @@ class Machine:
         command = self.text_value(UNINSTALL_KEY, "QuietUninstallString")
         program, arguments = re.fullmatch(r'"([^"]+)" (.+)', command).groups()
         code = self.run(program, *arguments.split())[0]
-        until(lambda: not self._copy_runs(), "the uninstaller's copy does not end", WAIT_S)
+        until(lambda: not any(wine.running(self.prefix, "/~nsu")),
+              "the uninstaller's copy does not end", WAIT_S)
         return code
-
-    def _copy_runs(self):
-        ours = f"WINEPREFIX={self.prefix}".encode()
-        for process in Path("/proc").glob("[0-9]*"):
-            with contextlib.suppress(OSError):  # it has ended
-                if (b"~nsu" in (process / "cmdline").read_bytes()
-                        and ours in (process / "environ").read_bytes().split(b"\0")):
-                    return True
-        return False
 
     def uninstall_in_place(self):
         """The exit code of an uninstaller that makes no copy, and so cannot remove itself."""
