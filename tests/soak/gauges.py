@@ -3,12 +3,12 @@
 from __future__ import annotations
 
 import os
-import re
 import subprocess
 import time
 from pathlib import Path
 
 from support import builds
+from support.memory import counted_mib, held
 
 from devkit.panel import wine
 
@@ -47,26 +47,26 @@ class Gauges:
         time.sleep(self.patience)
         deadline = time.monotonic() + SETTLE_S
         before = None
-        while (now := (len(os.listdir(f"/proc/{pid}/task")), self._handles(pid))) != before:
+        while (now := self._held(pid)) != before:
             before = now
             if time.monotonic() > deadline:
                 break
             time.sleep(0.4)
-        return {"MiB": self._memory(pid) / (1 << 20), "threads": now[0], "handles": now[1]}
+        return {"MiB": self._mib(pid), "threads": now[0], "handles": now[1]}
 
     def close(self):
         if self._counter:
             self._counter.stdin.close()
             self._counter.wait(30)
 
-    def _memory(self, pid):
+    def _mib(self, pid):
         if self.environment:
-            return int(Path(f"{self._in_use}.{pid}").read_text())
-        status = Path(f"/proc/{pid}/status").read_text()
-        return 1024 * int(re.search(r"RssAnon:\s+(\d+) kB", status)[1])
+            return int(Path(f"{self._in_use}.{pid}").read_text()) / (1 << 20)
+        return counted_mib(pid, "RssAnon")
 
-    def _handles(self, pid):
-        if not self._counter:
-            return len(os.listdir(f"/proc/{pid}/fd"))
-        self._counter.stdin.write("\n")
-        return int(self._counter.stdout.readline())
+    def _held(self, pid):
+        threads, handles = held(pid)
+        if self._counter:
+            self._counter.stdin.write("\n")
+            handles = int(self._counter.stdout.readline())
+        return threads, handles

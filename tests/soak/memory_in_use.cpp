@@ -1,7 +1,7 @@
 // Loaded into a program under a sanitizer: keeps writing, ten times a second, how many bytes of the
 // heap the program uses, by the sanitizer's own count, into the file $MORVA_IN_USE.PID. What the
 // system counts would be mostly the sanitizer's: its shadow, its histories, what it keeps of what
-// has been freed. Its children, without a sanitizer, load this in vain.
+// has been freed. The program's children are without a sanitizer and load this in vain.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sanitizer/allocator_interface.h>

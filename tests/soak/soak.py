@@ -66,7 +66,7 @@ FEWEST_LIVES = 3
 FEWEST_SAMPLES = 5
 LONGEST_EXTRA_S = 240.0  # for a machine that is too slow to show everything in time
 BUSY_S = (1.5, 3.5)  # between two rests
-BUSY_PER_PATIENCE = 4
+BUSY_PER_LOOK = 4  # how many times as long as it waits for a look a patient run is busy before
 AGENT_AWAY_S = (0.0, 1.5)
 STOPPED_AFTER_S = (0.0, 0.1)
 LATE_S = (0.0, 0.5)  # how long after its end a host's last words may be read
@@ -131,7 +131,7 @@ class Run:
                 self.be_busy(life, end)
                 if rests and time.monotonic() >= rest_at:
                     life.rest(lambda: self.look(life, began))
-                    rest_at = time.monotonic() + BUSY_PER_PATIENCE * self.gauges.patience
+                    rest_at = time.monotonic() + BUSY_PER_LOOK * self.gauges.patience
         except Exception as failure:  # the run ends with what is known so far
             life.ledger.fault(f"{type(failure).__name__} {failure}")
         self.end_life(life, self.random.uniform(*LATE_S), LAST_WORDS)

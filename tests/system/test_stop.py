@@ -48,7 +48,7 @@ def test_broken_and_overlapping_turns_leave_nothing_open(shared_panel, shared_ag
             assert set(ends.values()) == {(True, "")}
 
     rounds(10)
-    before = held(shared_panel)
+    before = held(shared_panel.pid)
     rounds(10)
     expect_no_growth(shared_panel, before)
 

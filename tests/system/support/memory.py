@@ -8,10 +8,15 @@ from support.builds import IS_WINDOWS
 from support.waiting import until
 
 
+def counted_mib(pid, kind):
+    """What the system counts for a process, in MiB; `kind` as in /proc/PID/status."""
+    status = Path(f"/proc/{pid}/status").read_text()
+    return int(re.search(rf"{kind}:\s+(\d+) kB", status)[1]) / 1024
+
+
 def peak_mib(panel):
     """The most memory that the host's process ever had in use, in MiB."""
-    status = Path(f"/proc/{panel.pid}/status").read_text()
-    return int(re.search(r"VmHWM:\s+(\d+) kB", status).group(1)) / 1024
+    return counted_mib(panel.pid, "VmHWM")
 
 
 def limit_memory(panel, mib):
@@ -23,12 +28,12 @@ def limit_memory(panel, mib):
     resource.prlimit(panel.pid, kind, (mib << 20, mib << 20))
 
 
-def held(panel):
-    """(threads, open files) of the host's process."""
-    return [len(os.listdir(f"/proc/{panel.pid}/{each}")) for each in ("task", "fd")]
+def held(pid):
+    """(threads, open files) of a process."""
+    return [len(os.listdir(f"/proc/{pid}/{each}")) for each in ("task", "fd")]
 
 
 def expect_no_growth(panel, before):
     """Threads that are done end soon, not at once; what has been left behind stays."""
-    until(lambda: held(panel)[0] <= before[0] + 4 and held(panel)[1] <= before[1] + 5,
-          f"{before} has become {held(panel)}, not less", timeout=20)
+    until(lambda: held(panel.pid)[0] <= before[0] + 4 and held(panel.pid)[1] <= before[1] + 5,
+          f"{before} has become {held(panel.pid)}, not less", timeout=20)
