@@ -16,6 +16,7 @@ from devkit.panel.standin_browser import StandInBrowser
 
 from plan import Plan
 from support import builds, protocol
+from support.memory import held
 from support.panel_side import Panel
 from support.sanitizer_reports import sanitizer_environment, take_reports
 from support.tool_server_client import ToolServer, WorkFolder
@@ -112,19 +113,15 @@ class World:
             self._tools = ToolServer(self.panel)
         return self._tools
 
-    def held(self):
-        """(threads, descriptors) of the host."""
-        return [len(os.listdir(f"/proc/{self.panel.pid}/{each}")) for each in ("task", "fd")]
-
     def settle(self, baseline):
         """Threads and descriptors become those of the baseline, or fewer."""
         deadline = time.monotonic() + SETTLE_S
         while True:
-            held = self.held()
-            if all(now <= before for now, before in zip(held, baseline)):
+            now = held(self.panel.pid)
+            if now[0] <= baseline[0] and now[1] <= baseline[1]:
                 return
             if time.monotonic() > deadline:
-                raise Disorder(f"{baseline} threads and descriptors have become {held}")
+                raise Disorder(f"{baseline} threads and descriptors have become {now}")
             time.sleep(0.005)
 
     # --- Waiting ---
@@ -193,12 +190,15 @@ class World:
     def _have_all_threads(self):
         """Those that stay: then their number does not depend on what happens to overlap, or to be
         logged."""
-        before = self.held()[0]
+        def threads():
+            return held(self.panel.pid)[0]
+
+        before = threads()
         nested = b"[" * 1001 + b"]" * 1001
         self.panel.send_raw(len(nested).to_bytes(4, "little") + nested)
-        self.until(lambda: self.held()[0] > before, "no thread that sends the log")
+        self.until(lambda: threads() > before, "no thread that sends the log")
         connections = [self.tools.connect() for _ in range(CONNECTION_THREADS)]
-        self.until(lambda: self.held()[0] > before + CONNECTION_THREADS, "too few threads")
+        self.until(lambda: threads() > before + CONNECTION_THREADS, "too few threads")
         request = self.tools.head("GET", "/api/nothing")
         for each in connections:
             each.sendall(request)

@@ -13,6 +13,7 @@ from devkit.panel.pipe_client import PipeClient
 
 from host_world import Disorder, World, body_of
 from support import builds
+from support.memory import held
 from support.protocol import faults_of_test
 from support.scripted_agent import (
     COMPLETIONS, REALTIME_EVENTS, ScriptedAgent, agent_event, delta)
@@ -45,12 +46,16 @@ class OnHost:
         self.mark = 0
 
     def begin(self):
-        """Leaves a host that has done all once; what it holds then is no more later."""
+        """Leaves a host that reads the agent's events and has done all once; what it holds then is
+        no more later."""
         self.world.ensure()
+        self.agent.feeds.clear()
+        expect(self.world.ask("agentReload")["ok"], "the agent is not found")
+        self.world.until(self.agent.feeds_of, "the agent's events are not read")
         for _ in range(2):
             self.clean()
             expect(self.run(), "it does not go well though nothing fails")
-        self.baseline = self.world.held()
+        self.baseline = held(self.world.panel.pid)
         self.clean()
 
     def end(self):

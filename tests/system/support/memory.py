@@ -29,7 +29,7 @@ def limit_memory(panel, mib):
 
 
 def held(pid):
-    """(threads, open files) of a process."""
+    """[threads, open files] of a process."""
     return [len(os.listdir(f"/proc/{pid}/{each}")) for each in ("task", "fd")]
 
 
