@@ -23,6 +23,7 @@ ALLOWED = {
     "tsan": {"MiB": 1.0, "threads": 12, "handles": 16},
     "native": {"MiB": 16.0, "threads": 12, "handles": 16},
 }
+STACK_MIB = {"windows": 1.0}  # for each thread more: Wine writes to nearly so much of a new stack
 
 
 class Growth(NamedTuple):
@@ -32,12 +33,14 @@ class Growth(NamedTuple):
     what: str
     early: float
     late: float
+    threads: float  # how many more there are
     long: bool  # the life
 
     def allowed(self, build):
         if self.long:
             return KEPT * self.early if self.what == "MiB" else 0
-        return ALLOWED[build][self.what]
+        stacks = STACK_MIB.get(build, 0) * max(0, self.threads) if self.what == "MiB" else 0
+        return ALLOWED[build][self.what] + stacks
 
     def __str__(self):
         return f"host {self.life}: {self.early:.4g} {self.what} at first, {self.late:.4g} at last"
@@ -50,10 +53,14 @@ def growths(samples):
         looks = [(age, gauges) for each, age, gauges in samples if each == life]
         if len(looks) >= FEWEST_RESTS:
             is_long = looks[-1][0] >= 2 * WARM_S
-            early, late = (far_apart if is_long else thirds)(looks[1:])
-            for what in looks[0][1]:
-                yield Growth(life, what, statistics.median(each[what] for each in early),
-                             statistics.median(each[what] for each in late), is_long)
+            early, late = map(middles, (far_apart if is_long else thirds)(looks[1:]))
+            for what in early:
+                yield Growth(life, what, early[what], late[what],
+                             late["threads"] - early["threads"], is_long)
+
+
+def middles(gauges):
+    return {what: statistics.median(each[what] for each in gauges) for what in gauges[0]}
 
 
 def thirds(looks):

@@ -23,6 +23,14 @@ def rising(what, *values, life=1, every=10.0):
             for number, value in enumerate(values)]
 
 
+def with_threads(samples, *counts):
+    return [(life, age, gauges | {"threads": count})
+            for (life, age, gauges), count in zip(samples, counts)]
+
+
+STACKS = rising("MiB", 20, 30, 30, 40, 40, 50, 50)
+
+
 @pytest.fixture
 def record():
     return Record()
@@ -33,6 +41,9 @@ def record():
     ({"samples": rising("MiB", 20, 30, 31, 30, 32, 31, 30)}, None),
     ({"samples": rising("MiB", 20, 30, 36, 42, 48, 54, 60)}, "flat MiB"),
     ({"samples": rising("MiB", 20, 30, 90, 30, 31, 30, 30)}, None),  # one peak is no leak
+    ({"samples": with_threads(STACKS, 12, 12, 12, 20, 20, 24, 24)}, None),  # each with a stack
+    ({"samples": with_threads(STACKS, 12, 12, 12, 20, 20, 20, 20)}, "flat MiB"),
+    ({"samples": with_threads(STACKS, 12, 24, 24, 20, 20, 12, 12)}, "flat MiB"),
     ({"samples": FLAT + rising("MiB", 20, 90, 90, 90, life=2)}, None),  # each by itself
     ({"samples": rising("threads", 12, 16, 20, 24, 28, 32, 36)}, "flat threads"),
     ({"samples": rising("threads", 12, 20, 14, 15, 14, 20, 14)}, None),
