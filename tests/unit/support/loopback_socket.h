@@ -23,7 +23,7 @@ inline std::uint16_t portWithoutListener() {
 }
 
 // Waits for a connection; empty when the listener failed. A call on it takes a minute at most:
-// Wine, once in a thousand times, does not wake up a send whose connection is reset in that moment.
+// Wine does not always wake up a send whose connection is reset in that moment.
 inline OwnedSocket acceptFrom(const OwnedSocket& listener) {
   constexpr std::uint32_t longestCallMs = 60'000;
   OwnedSocket accepted;
