@@ -88,7 +88,7 @@ def clang_flags(folder: str, windows: bool, library: list[str]) -> list[str]:
 def is_alone(path: Path, text: str) -> bool:
     """Whether no other file uses what this one defines: a test, a fuzz target, a program."""
     return top_folder(path) != "src" and re.search(
-        r"^TEST|\bmain\(|\bLLVMFuzzerTestOneInput\(", text, re.MULTILINE) is not None
+        r"^TEST|\bmain\(|\bLLVMFuzzerTestOneInput\(|^void fuzz\(", text, re.MULTILINE) is not None
 
 
 def as_part(path: Path, number: int) -> str:
@@ -110,10 +110,11 @@ def as_part(path: Path, number: int) -> str:
 
 
 def unit_text(files: list[Path]) -> str:
-    """First what they include, which must not come into a renamed namespace, then they."""
+    """First what must not come into a renamed namespace as it is included there, then the files."""
     included: dict[str, None] = {}
     for path in files:
-        for opening, name in INCLUDE.findall(path.read_text()):
+        text = path.read_text()
+        for opening, name in INCLUDE.findall(text) if is_alone(path, text) else []:
             found = found_include(name, path) if opening == '"' else None
             included[f'"{found}"' if found else f"<{name}>"] = None
     own = "bugprone-suspicious-include,google-build-using-namespace"  # in the unit itself only
@@ -154,20 +155,15 @@ def tidy_job(files: list[Path], source: Path, library: list[str]) -> Job:
 
 def check_tidy() -> list[str]:
     """Sources with GCC's library, as the product has, programs for tests with LLVM's: that the
-    sources compile with that one is seen where their includes are checked."""
+    sources compile with that one is seen where their includes are checked. Two files of a unit
+    that give one name to two things of their own do not compile: one of the names has to change."""
     salt = (ROOT / ".clang-tidy").read_text() + output_of("clang-tidy", "--version")
 
     def library(files: list[Path]) -> list[str]:
         return [] if top_folder(files[0]) == "src" else LIBCXX
 
-    together = list(units(code_files(".cpp")))
-    found = check_each([tidy_job(files, written_unit(files), library(files)) for files in together],
-                       salt)
-    # Two files of a unit may have a name in common; then each is read by itself.
-    apart = [files for files, text in zip(together, found)
-             if "[clang-diagnostic-error" in text and len(files) > 1]
-    return [text for files, text in zip(together, found) if files not in apart] + check_each(
-        [tidy_job([path], path, library(files)) for files in apart for path in files], salt)
+    return check_each([tidy_job(files, written_unit(files), library(files))
+                       for files in units(code_files(".cpp"))], salt)
 
 
 def check_gcc() -> list[str]:

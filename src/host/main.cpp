@@ -26,7 +26,6 @@ namespace media::win::chrome_inspect {
 namespace {
 
 constexpr std::uint32_t parkMs = 0xFFFFFFFF;
-constexpr unsigned exitFailure = 1;
 
 void logFailure(const std::string& text) { queueDebugLog(text, "error"); }
 

@@ -21,7 +21,7 @@
 namespace media::win::chrome_inspect {
 namespace {
 
-constexpr std::uint32_t pauseMs = 10;  // for memory to come back
+constexpr std::uint32_t memoryPauseMs = 10;  // for memory to come back
 
 // The members of a message that its refusal is made of.
 std::string refusalOf(JsonView message) {
@@ -121,7 +121,7 @@ Next readFrames(FrameReader& input, PanelWork& work, PanelMessage& message, bool
       if (next == Next::end) input.stop();     // replies may be held
     } catch (const std::exception& failure) {  // out of memory for this one
       queueDebugLog(std::string("frame dropped: ") + failure.what(), "error");
-      sleepMs(pauseMs);
+      sleepMs(memoryPauseMs);
     }
   }
 }

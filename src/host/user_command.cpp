@@ -17,7 +17,6 @@ namespace media::win::chrome_inspect {
 namespace {
 
 constexpr int exitSuccess = 0;
-constexpr int exitFailure = 1;  // or a problem that the doctor found
 constexpr int exitUsage = 2;
 
 void print(const std::string& text) { writeText(standardOutput(), text); }

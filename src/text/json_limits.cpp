@@ -216,12 +216,12 @@ class Estimate {
 };
 
 // A shorter text can break no limit: as large as most messages.
-constexpr std::size_t smallText = maxJsonDepth;
+constexpr std::size_t harmlessSize = maxJsonDepth;
 
 }  // namespace
 
 std::string_view jsonLimitExceeded(std::string_view text) {
-  if (text.size() <= smallText || Estimate().keepsWithin(text)) return {};
+  if (text.size() <= harmlessSize || Estimate().keepsWithin(text)) return {};
   return Measure(text).exceeded();
 }
 

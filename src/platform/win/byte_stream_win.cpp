@@ -1,7 +1,5 @@
 #include "platform/byte_stream.h"
 
-#include <algorithm>
-
 #include "platform/win/handles_win.h"
 
 namespace media::win::chrome_inspect {
@@ -20,8 +18,6 @@ HANDLE takeStream(DWORD which, DWORD access) {
                                   OPEN_EXISTING, 0, nullptr));
   return stream;
 }
-
-DWORD oneCall(std::size_t size) { return static_cast<DWORD>(std::min<std::size_t>(size, MAXLONG)); }
 
 }  // namespace
 

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/owned.h"
@@ -15,6 +17,11 @@ inline std::intptr_t rawOf(HANDLE handle) { return reinterpret_cast<std::intptr_
 template <class Traits>
 HANDLE handleOf(const Owned<Traits>& owner) {
   return handleOf(owner.get());
+}
+
+// What one call reads or writes of `size` bytes.
+inline DWORD oneCall(std::size_t size) {
+  return static_cast<DWORD>(std::min<std::size_t>(size, MAXLONG));
 }
 
 struct KernelHandleTraits {

@@ -1,6 +1,5 @@
 #include "platform/pipe_client.h"
 
-#include <algorithm>
 #include <string>
 
 #include "platform/win/handles_win.h"
@@ -35,8 +34,6 @@ PipeCall perform(const OwnedStream& pipe, std::size_t& count, const OwnedSignal&
   if (!isDone && GetLastError() != ERROR_IO_PENDING) return PipeCall::ended;
   return finish(pipe, call, isDone, count, signal, timeoutMs);
 }
-
-DWORD oneCall(std::size_t size) { return static_cast<DWORD>(std::min<std::size_t>(size, MAXLONG)); }
 
 }  // namespace
 
