@@ -117,7 +117,9 @@ struct CallQueue::State {
     for (Entry& entry : entries) {
       if (entry.call.progressToken.empty() || entry.isCancelled || nextReport(entry) > now)
         continue;
-      ++entry.reports;
+      // What could not be reported in time, as the machine slept, is passed over.
+      entry.reports =
+          std::max(entry.reports + 1, static_cast<std::uint64_t>((now - entry.began) / every));
       const auto waited = std::chrono::duration_cast<std::chrono::seconds>(now - entry.began);
       send(progressMessage(
           entry.call,
