@@ -66,7 +66,7 @@ class Request {
     OwnedInternet doomed;  // closed after the lock is gone: the system calls back
     const Lock lock(mutex_);
     closed_ = true;
-    if (!inSystemCall_) doomed = std::move(handle_);
+    if (systemCalls_ == 0) doomed = std::move(handle_);
   }
 
   void abort() {
@@ -86,13 +86,13 @@ class Request {
     {
       const Lock lock(mutex_);
       if (closed_) return;
-      inSystemCall_ = true;
+      ++systemCalls_;
     }
     if (!call(handle_.get())) fail();
     OwnedInternet doomed;
     const Lock lock(mutex_);
-    inSystemCall_ = false;
-    if (closed_) doomed = std::move(handle_);
+    --systemCalls_;
+    if (closed_ && systemCalls_ == 0) doomed = std::move(handle_);
   }
 
   void reach(Goal goal) {
@@ -120,7 +120,7 @@ class Request {
   bool failed_ = false;
   bool aborted_ = false;
   bool closed_ = false;
-  bool inSystemCall_ = false;  // a thread of the system uses the handle, and then closes it
+  int systemCalls_ = 0;  // threads of the system that use the handle; the last one closes it
 };
 
 // The header is asked for on the system's thread: Wine answers in the call itself.
