@@ -99,7 +99,8 @@ Section
   File "/oname=CHANGELOG.md" "${CHANGELOG}"
   File "/oname=NOTICES.txt" "${NOTICES}"
   ${If} ${Errors}
-    Abort "Some files are in use. Close the browsers and try again."
+    Abort "Some files are in use. \
+      Close the browsers, and the programs that use the browser tools, and try again."
   ${EndIf}
   SetOutPath "$LOCALAPPDATA" ; nobody can remove the folder that a process stands in
 
@@ -151,13 +152,14 @@ Section Uninstall
     ${EndIf}
   ${EndIf}
 
-  ; A host that a browser still uses keeps its file. The entry in the list of programs then stays,
-  ; so that the user can come back.
+  ; A program that a browser or an MCP client still uses keeps its file. The entry in the list of
+  ; programs then stays, so that the user can come back.
   again:
   !insertmacro RemoveVersionsBut ""
   ${If} $left != 0
-    MessageBox MB_RETRYCANCEL|MB_ICONEXCLAMATION "A browser still uses the program. \
-      Close the browsers and try again." /SD IDCANCEL IDRETRY again
+    MessageBox MB_RETRYCANCEL|MB_ICONEXCLAMATION "The program is still in use. \
+      Close the browsers, and the programs that use the browser tools, and try again." \
+      /SD IDCANCEL IDRETRY again
     Abort "The program is still in use."
   ${EndIf}
   Delete "${ROOT}\uninstall.exe"
