@@ -31,8 +31,8 @@ BUILDS = ("windows", "asan", "tsan", "coverage", "conditions")
 DEFAULT_BUILDS = ("windows", "asan", "tsan")
 SOAK_BUILDS = ("windows", "tsan")  # what is released, and what watches the threads
 # All but "agent", each run of which takes half a second.
-TORTURE_SAMPLE = ["turn", "upload", "file", "pipe", "voice", "start", "register", "mcp",
-                  "--here", "--every", "7"]
+TORTURE_SAMPLE = ["turn", "upload", "file", "pipe", "voice", "voice-end", "start", "register",
+                  "mcp", "--here", "--every", "7"]
 SUITE_TIMEOUT_SECONDS = 1200
 MOST_SHOWN_FAILURES = 10  # of one suite, each with the last lines of what it said
 SHOWN_LINES = 60

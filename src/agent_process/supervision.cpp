@@ -9,6 +9,7 @@
 #include "agent_process/cli_location.h"
 #include "agent_process/port_scan.h"
 #include "channel/host_log.h"
+#include "common/detached.h"
 #include "platform/clock.h"
 
 namespace media::win::chrome_inspect {
@@ -107,7 +108,10 @@ std::optional<std::uint16_t> ensureAgent(std::string& error) {
 
 void endIdleAgent(std::uint64_t nowMs) {
   const AgentId ended = stopIdleAgent(nowMs);
-  if (ended) appendDebugLog("idle: owned llm agent stopped after 60s quiet", "warn");
+  if (!ended) return;
+  runContained("log", [] {  // no line is worth the report
+    appendDebugLog("idle: owned llm agent stopped after 60s quiet", "warn");
+  });
   reportEnd(ended);
 }
 
@@ -117,7 +121,7 @@ void idleWatchdog() {
   beginIdleWatch(tickCountMs());
   for (;;) {
     sleepMs(watchdogPeriodMs);
-    endIdleAgent(tickCountMs());
+    runContained("idle watchdog", [] { endIdleAgent(tickCountMs()); });
   }
 }
 

@@ -1,5 +1,6 @@
 #include "chat/events_pump.h"
 
+#include <exception>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -62,10 +63,16 @@ void chatEventsEnded(const AgentResponse&) {
   chatEvents().agent = {};
 }
 
-std::wstring eventsPath(const ChatEvents& events) MORVA_REQUIRES(events.mutex) {
-  std::wstring path = L"/v1/chat/events?after=" + std::to_wstring(events.after);
-  if (!events.sender.empty()) path += L"&sender=" + toWide(events.sender);
-  return path;
+// Throws when there is no memory for it; then no agent is read from, and the next start tries.
+std::wstring eventsPath(ChatEvents& events) MORVA_REQUIRES(events.mutex) {
+  try {
+    std::wstring path = L"/v1/chat/events?after=" + std::to_wstring(events.after);
+    if (!events.sender.empty()) path += L"&sender=" + toWide(events.sender);
+    return path;
+  } catch (const std::exception&) {
+    events.agent = {};
+    throw;
+  }
 }
 
 void pump_chat_events(std::uint16_t port, std::wstring path, std::uint64_t stream) {
@@ -88,7 +95,7 @@ void restart(const std::function<bool(ChatEvents&)>& choose) {
     const Lock lock(events.mutex);
     if (!choose(events)) return false;
     port = events.agent.port;
-    path = eventsPath(events);
+    if (events.agent) path = eventsPath(events);
     return true;
   });
   if (stream != 0 && port != 0) pump_chat_events(port, std::move(path), stream);

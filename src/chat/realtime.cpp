@@ -70,16 +70,15 @@ std::uint16_t forgetSession() {
 
 void forwardVoiceEvent(JsonView event) {
   const std::string_view method = event["method"].text();
-  if (method == "realtimeDone") {
-    voice().saidDone = true;
-    forgetSession();
-  }
+  const bool isEnd = method == "realtimeDone";
+  if (isEnd) forgetSession();
   std::string text;
   JsonObjectText forwarded(text);
   forwarded.view("args", event["args"]);
   forwarded.text("method", method);
   forwarded.end();
   sendChatEventBatch(method, std::move(text));
+  if (isEnd) voice().saidDone = true;  // only now: what was not sent is said at the stream's end
 }
 
 void voiceEventsEnded(const AgentResponse& response) {

@@ -210,13 +210,17 @@ class Voice(OnHost):
 
         feeds = world.until(lambda: self.agent.feeds_of(REALTIME_EVENTS)[known:] or done(),
                             "neither a voice session nor its end")
-        heard = not done() and self.hear(feeds[0], mark, done)
+        return self.use(feeds[0], mark, done)
+
+    def use(self, feed, mark, done):
+        world = self.world
+        heard = not done() and self.hear(feed, mark, done)
         before = len(done())
         stopped = world.ask("realtimeStop")["ok"]
         expect(not stopped or len(done()) == before + 1, f"a stop was reported {done()}")
         expect(before <= 1, f"the end of a session was reported {before} times")
-        if not isinstance(feeds[0], str):
-            world.until(feeds[0].closed.is_set, "the session's events are still read")
+        if not isinstance(feed, str):
+            world.until(feed.closed.is_set, "the session's events are still read")
         return stopped and heard and not before
 
     def hear(self, feed, mark, done):
@@ -237,4 +241,19 @@ class Voice(OnHost):
         raise Disorder("nothing that is said is heard")
 
 
-ON_HOST = {"turn": Turn, "upload": Upload, "file": Served, "pipe": Pipe, "voice": Voice}
+class VoiceEnd(Voice):
+    """A voice session that the agent ends."""
+
+    def use(self, feed, mark, done):
+        if isinstance(feed, str):
+            return False
+        feed.tell("realtimeDone", [])
+        feed.end()
+        self.world.until(done, "no end of the session")
+        stopped = self.world.ask("realtimeStop")["ok"]
+        expect(len(done()) <= 2, f"the ends of a session and of none were reported {done()}")
+        return stopped and len(done()) == 2
+
+
+ON_HOST = {"turn": Turn, "upload": Upload, "file": Served, "pipe": Pipe, "voice": Voice,
+           "voice-end": VoiceEnd}

@@ -10,6 +10,7 @@
 #include "platform/clock.h"
 #include "support/agent_double.h"
 #include "support/child_probe.h"
+#include "support/failing_new.h"
 #include "support/test_folder.h"
 #include "support/testing.h"
 #include "text/wide.h"
@@ -109,6 +110,23 @@ TEST(EndIdleAgent, ReportsThatTheOwnedAgentWasEnded) {
   EXPECT_EQ(currentAgentPort(), 0);
   endIdleAgent(start + 75'000);
   EXPECT_EQ(heard, "stopped 8090 1;");
+}
+
+TEST(EndIdleAgent, ReportsTheEndWhateverMemoryIsMissing) {
+  setAgentListener(listener);
+  bool failed = true;
+  for (long number = 0; failed; ++number) {
+    heard.clear();
+    (void)adoptOwnedAgent(idleChild(), 8090);
+    const std::uint64_t start = tickCountMs();
+    for (std::uint64_t at = 0; at < 60'000; at += 5000) endIdleAgent(start + at);
+    {
+      const FailingNew failing(number);
+      endIdleAgent(start + 60'000);
+      failed = FailingNew::happened();
+    }
+    EXPECT_TRUE(heard.starts_with("stopped 8090 ")) << number << heard;
+  }
 }
 
 TEST(EndUnusedAgent, ReportsItsEndUnlessItIsInUse) {

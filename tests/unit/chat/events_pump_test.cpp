@@ -3,6 +3,7 @@
 #include "platform/clock.h"
 #include "support/agent_double.h"
 #include "support/captured_output.h"
+#include "support/failing_new.h"
 #include "support/test_system.h"
 #include "support/test_thread.h"
 #include "support/testing.h"
@@ -141,6 +142,23 @@ TEST(ChatEvents, AreAskedForAsPointedAt) {
             "/v1/chat/events?after=18446744073709551615&sender=a&b=%C3%BC%0D%0A");
   EXPECT_EQ(pathOf(requests.at(2)), "/v1/chat/events?after=0");
   EXPECT_EQ(pathOf(requests.at(3)), "/v1/chat/events?after=7");
+  gate.open();
+}
+
+TEST(ChatEvents, AreAskedForAgainAfterWantOfMemory) {
+  Gate gate;
+  CapturedOutput output;
+  AgentDouble agent(saysAndStays("", gate));
+  pointChatEvents("", 17);  // no agent is known; a path of a length whose memory can fail
+  const long failures = failEachAllocation([&agent] {
+    try {
+      startChatEvents({agent.port()});
+    } catch (const std::bad_alloc&) {
+    }
+  });
+  EXPECT_GT(failures, 0);
+  startUntil(agent, 1);
+  stopChatEvents();
   gate.open();
 }
 
