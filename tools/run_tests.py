@@ -212,43 +212,81 @@ def judge(suite, exit_code):
         suite.problem = f"exit code {exit_code}"
 
 
-def run_lane(queue, lock, end):
+class Queue:
+    """Suites that wait for a lane and for the build that they need."""
+
+    def __init__(self, suites):
+        self.suites = list(suites)
+        self.built = {""}  # what is needed by those that need no build
+        self.changed = threading.Condition()
+
+    def add_build(self, preset):
+        with self.changed:
+            self.built.add(preset)
+            self.changed.notify_all()
+
+    def clear(self):
+        with self.changed:
+            self.suites.clear()
+            self.changed.notify_all()
+
+    def take(self, end):
+        """The next from that end whose build is there; None when none is left."""
+        with self.changed:
+            while self.suites:
+                if ready := [suite for suite in self.suites if suite.build in self.built]:
+                    self.suites.remove(ready[end])
+                    return ready[end]
+                self.changed.wait()
+        return None
+
+
+def run_lane(queue, end):
     """Takes suites from one end of the queue. One lane takes those that compute, and the others
     wait beside it, so that the machine is busy all the time and never crowded."""
-    while True:
-        with lock:
-            if not queue:
-                return
-            suite = queue.pop(end)
-            print(f"   {suite.name} ...", flush=True)
+    while suite := queue.take(end):
+        print(f"   {suite.name} ...", flush=True)
         run_suite(suite, live=False)
-        with lock:
+        with queue.changed:  # what is said of one stays together
             print(("!! " if suite.counts["failed"] else "ok ") + result_line(suite), flush=True)
             print_failures(suite)
 
 
+def build(preset):
+    """False, after the compiler's own words, when it does not build."""
+    begin = time.monotonic()
+    if subprocess.run([ROOT / "dev", "build", preset], cwd=ROOT).returncode != 0:
+        print(f"!! {preset} does not build", flush=True)
+        return False
+    print(f"   built {preset} in {time.monotonic() - begin:.1f} s", flush=True)
+    return True
+
+
+def build_all(presets, queue):
+    for preset in presets:
+        if not build(preset):
+            queue.clear()
+            return False
+        queue.add_build(preset)
+    return True
+
+
 def run_suites(suites):
+    """Runs each as soon as its build is there. False when one does not build."""
+    presets = [preset for preset in BUILDS if preset in {suite.build for suite in suites}]
     if len(suites) == 1:
-        run_suite(suites[0], live=True)
-        return
-    queue, lock = list(suites), threading.Lock()
-    lanes = [threading.Thread(target=run_lane, args=(queue, lock, end), daemon=True)
-             for end in LANES]
+        is_built = build_all(presets, Queue([]))
+        if is_built:
+            run_suite(suites[0], live=True)
+        return is_built
+    queue = Queue(suites)
+    lanes = [threading.Thread(target=run_lane, args=(queue, end), daemon=True) for end in LANES]
     for lane in lanes:
         lane.start()
+    is_built = build_all(presets, queue)
     for lane in lanes:
         lane.join()
-
-
-def build(presets):
-    """False, after the compiler's own words, when a preset does not build."""
-    for preset in presets:
-        begin = time.monotonic()
-        if subprocess.run([ROOT / "dev", "build", preset], cwd=ROOT).returncode != 0:
-            print(f"!! {preset} does not build")
-            return False
-        print(f"   built {preset} in {time.monotonic() - begin:.1f} s", flush=True)
-    return True
+    return is_built
 
 
 # --- What is said about it ---
@@ -287,10 +325,9 @@ def main():
     shutil.rmtree(RESULTS, ignore_errors=True)
     RESULTS.mkdir(parents=True)
     begin = time.monotonic()
-    if not build(preset for preset in BUILDS if preset in {suite.build for suite in suites}):
+    if not run_suites(suites):
         print("0 passed, 1 failed")
         return 1
-    run_suites(suites)
     print(f"\n== summary ({time.monotonic() - begin:.0f} s with building)")
     for suite in sorted(suites, key=lambda each: WHATS.index(each.name.split()[0])):
         print(result_line(suite))

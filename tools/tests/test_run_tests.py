@@ -1,5 +1,7 @@
 """How results are counted, and what is said about failed tests."""
 
+import threading
+
 import pytest
 import run_tests
 
@@ -58,3 +60,18 @@ def test_without_results_the_end_of_the_log_is_shown(finished, capsys):
     shown = capsys.readouterr().out
     assert shown.startswith("-- unit-x.log:\n   | line 40\n")
     assert shown.endswith("   | line 99\n")
+
+
+def test_a_suite_waits_for_its_build_and_the_queue_ends_when_there_is_none():
+    queue = run_tests.Queue([run_tests.Suite("unit a", [], "a"), run_tests.Suite("lint", []),
+                             run_tests.Suite("unit b", [], "b")])
+    assert queue.take(0).name == "lint"
+    queue.add_build("b")
+    assert queue.take(0).name == "unit b"
+    waiting = threading.Thread(target=lambda: taken.append(queue.take(-1)))
+    taken = []
+    waiting.start()
+    assert not taken
+    queue.clear()
+    waiting.join(10)
+    assert taken == [None]
