@@ -121,10 +121,11 @@ class HostProcess:
         Natively a negative number is the signal that ended it. Under Wine, which runs the program
         within the process that we start, it is the low byte of the Windows exit code, or 1 when
         only that byte is 0: so 0 means 0, and 3 is an uncaught exception. (When Wine died: see
-        wine.exit_code.)
+        wine.wait.)
         """
         try:
-            code = self._running.wait(timeout)
+            process = self._running
+            code = wine.wait(process, timeout) if self._windows else process.wait(timeout)
             self.ended_at = time.monotonic()
         except subprocess.TimeoutExpired:
             raise HostError(f"the host still runs after {timeout} s{self._error_note()}") from None
@@ -132,7 +133,7 @@ class HostProcess:
         self._reader.join(2.0)
         if self._errors_thread is not None:
             self._errors_thread.join(2.0)
-        return wine.exit_code(code) if self._windows else code
+        return code
 
     def kill(self) -> None:
         """Ends this process hard, and no other; nothing happens when it has ended."""

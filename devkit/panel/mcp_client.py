@@ -125,11 +125,12 @@ class McpClient:
         """Closes its input; the exit code and how many seconds it took."""
         began = time.monotonic()
         self.close_stdin()
-        code = self._process.wait(timeout)
+        process = self._process
+        code = wine.wait(process, timeout) if self._windows else process.wait(timeout)
         took = time.monotonic() - began
         if self._reader.is_alive():
             self._reader.join(2)
-        return wine.exit_code(code) if self._windows else code, took
+        return code, took
 
     @property
     def pid(self) -> int:

@@ -9,6 +9,7 @@ import os
 import shutil
 import subprocess
 import sys
+import time
 import warnings
 from pathlib import Path
 from typing import Any, Iterator
@@ -23,6 +24,9 @@ ON_WINDOWS = sys.platform == "win32"
 # Debian's `wine` is a script that complains about the missing 32-bit loader; these it calls.
 _LOADERS = ("/usr/lib/wine/wine64", "wine64", "wine")
 _SERVERS = ("/usr/lib/wine/wineserver64", "wineserver")
+
+_LOOK_S = 0.005  # between two looks at a program that is to end
+_STUCK_S = 1.0  # so long the other threads may be there after the main thread
 
 
 def _find(names: tuple[str, ...]) -> str:
@@ -102,13 +106,36 @@ def running(prefix: Path, part: str) -> Iterator[psutil.Process]:
             pass  # it has just ended, or is somebody else's
 
 
-def exit_code(code: int) -> int:
-    """Of a Windows program, by that of the process that ran it.
+def _main_thread_has_ended(pid: int) -> bool:
+    """In no program of ours it ends before the others, unless all are ended."""
+    try:
+        return psutil.Process(pid).status() == psutil.STATUS_ZOMBIE
+    except psutil.NoSuchProcess:
+        return False  # another thread has just taken its exit code
 
-    A fault of the program is an exit code. Of a signal only Wine itself dies, in its own clean-up,
-    about once in a thousand ends: the program had ended, and its exit code is lost.
+
+def wait(process: subprocess.Popen[bytes], timeout: float) -> int:
+    """The exit code of the Windows program that this process runs. Raises TimeoutExpired.
+
+    This tells deaths of Wine from those of programs. A fault of a program is an exit code. Wine
+    itself dies in its clean-up, when the program has ended, and loses the exit code: once in about
+    a thousand ends of a signal; on a busy machine once in a hundred it waits for ever, its last
+    thread for a lock that another thread held when it was ended.
     """
-    if code >= 0 or ON_WINDOWS:
+    if ON_WINDOWS:
+        return process.wait(timeout)
+    deadline = time.monotonic() + timeout
+    stuck_since = None
+    while (code := process.poll()) is None:
+        now = time.monotonic()
+        if now > deadline:
+            raise subprocess.TimeoutExpired(process.args, timeout)
+        if not _main_thread_has_ended(process.pid):
+            stuck_since = None
+        elif now > (stuck_since := stuck_since or now) + _STUCK_S:
+            process.kill()
+        time.sleep(_LOOK_S)
+    if code >= 0:
         return code
     warnings.warn(f"Wine died of signal {-code} when its program had ended", stacklevel=3)
     return 0
